@@ -1,0 +1,1 @@
+#include "Application/BuildSettings.h"

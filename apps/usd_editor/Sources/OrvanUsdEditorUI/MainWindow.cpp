@@ -1,0 +1,7 @@
+#include "OrvanUsdEditorUI/MainWindow.h"
+
+namespace orvan::ui {
+
+MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) { setWindowTitle("OrvanUsdEditor"); }
+
+}  // namespace orvan::ui

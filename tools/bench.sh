@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Builds the benchmarks optimised and runs them all, printing their tables.
+#   tools/bench.sh [benchmark-filter-regex]
+set -euo pipefail
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+"$root/tools/setup.sh" --preset release
+filter=${1:-.}
+status=0
+for bench in "$root"/build/release/benchmarks/*; do
+  [ -x "$bench" ] || continue
+  echo "== $(basename "$bench")"
+  "$bench" --benchmark_filter="$filter" --benchmark_counters_tabular=true || status=1
+done
+exit $status
