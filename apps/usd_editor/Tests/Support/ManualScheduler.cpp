@@ -61,7 +61,7 @@ int ManualScheduler::advanceBy(Duration delay) {
   return ran + runUntilIdle();
 }
 
-int ManualScheduler::runBackground() {
+int ManualScheduler::runBackground(ThenRunMain thenRunMain) {
   int ran = 0;
   for (;;) {
     Closure next;
@@ -74,7 +74,7 @@ int ManualScheduler::runBackground() {
     next();
     ++ran;
   }
-  runUntilIdle();
+  if (thenRunMain == ThenRunMain::kYes) runUntilIdle();
   return ran;
 }
 

@@ -30,9 +30,10 @@ class ManualScheduler final : public MainExecutor {
   // Moves virtual time forward by `delay`, running each timer at its own due time, then what is
   // due at the new time. Returns how many ran.
   int advanceBy(Duration delay);
-  // Runs queued background work (and what it queues), then the main-thread closures it posted.
-  // Returns how many background closures ran.
-  int runBackground();
+  // Runs queued background work (and what it queues), then, unless told otherwise, the
+  // main-thread closures it posted. Returns how many background closures ran.
+  enum class ThenRunMain { kYes, kNo };
+  int runBackground(ThenRunMain thenRunMain = ThenRunMain::kYes);
   void setRunBackgroundInline(bool inlineBackground);
 
   std::size_t pendingBackgroundCount() const;
