@@ -1,7 +1,99 @@
 #include "OrvanUsdEditorUI/MainWindow.h"
 
+#include <QLabel>
+#include <QSplitter>
+#include <QStatusBar>
+#include <QToolBar>
+#include <QVBoxLayout>
+
+#include "OrvanUsdEditorUI/PaneLayout.h"
+
 namespace orvan::ui {
 
-MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) { setWindowTitle("OrvanUsdEditor"); }
+QLabel* makeEmptyState(const QString& text, QWidget* parent) {
+  auto* label = new QLabel(text, parent);
+  label->setObjectName("EmptyState");
+  label->setAlignment(Qt::AlignCenter);
+  label->setWordWrap(true);
+  return label;
+}
+
+QWidget* makePane(const QString& title, QWidget* content, QWidget* parent) {
+  auto* pane = new QWidget(parent);
+  auto* layout = new QVBoxLayout(pane);
+  layout->setContentsMargins(0, 0, 0, 0);
+  layout->setSpacing(0);
+  auto* titleLabel = new QLabel(title, pane);
+  titleLabel->setObjectName("PaneTitle");
+  layout->addWidget(titleLabel);
+  content->setParent(pane);
+  layout->addWidget(content, 1);
+  return pane;
+}
+
+MainWindow::MainWindow(QWidget* parent) : QMainWindow(parent) {
+  setWindowTitle("OrvanUsdEditor");
+  buildToolbar();
+  buildPanes();
+  statusLabel_ = new QLabel(this);
+  statusBar()->addWidget(statusLabel_, 1);
+  resize(1440, 900);
+}
+
+void MainWindow::buildToolbar() {
+  auto* toolbar = addToolBar("Editor");
+  toolbar->setMovable(false);
+  toolbar->setFloatable(false);
+  projectLabel_ = new QLabel("OrvanUsdEditor", toolbar);
+  projectLabel_->setObjectName("ProjectLabel");
+  toolbar->addWidget(projectLabel_);
+  localBadge_ = new QLabel("LOCAL", toolbar);
+  localBadge_->setObjectName("LocalBadge");
+  localBadgeAction_ = toolbar->addWidget(localBadge_);
+  localBadgeAction_->setVisible(false);
+}
+
+void MainWindow::buildPanes() {
+  columns_ = new QSplitter(Qt::Horizontal, this);
+  columns_->setChildrenCollapsible(false);
+  columns_->setHandleWidth(1);
+
+  hierarchyPane_ = makePane("Hierarchy", makeEmptyState("No stage loaded", nullptr), columns_);
+  hierarchyPane_->setMinimumWidth(PaneSizes::kMinHierarchyWidth);
+
+  centerColumn_ = new QSplitter(Qt::Vertical, columns_);
+  centerColumn_->setChildrenCollapsible(false);
+  centerColumn_->setHandleWidth(1);
+  viewportPane_ = makeEmptyState("Viewport", centerColumn_);
+  viewportPane_->setAutoFillBackground(true);
+  viewportPane_->setStyleSheet("background: #17181b;");
+  viewportPane_->setMinimumWidth(PaneSizes::kMinViewportWidth);
+  projectPane_ = makePane("Project", makeEmptyState("No project assets", nullptr), centerColumn_);
+  projectPane_->setMinimumHeight(PaneSizes::kMinProjectHeight);
+
+  inspectorPane_ = makePane("Inspector", makeEmptyState("Nothing selected", nullptr), columns_);
+  inspectorPane_->setMinimumWidth(PaneSizes::kMinInspectorWidth);
+
+  columns_->addWidget(hierarchyPane_);
+  columns_->addWidget(centerColumn_);
+  columns_->addWidget(inspectorPane_);
+  columns_->setStretchFactor(0, 0);
+  columns_->setStretchFactor(1, 1);
+  columns_->setStretchFactor(2, 0);
+  columns_->setSizes({PaneSizes::kHierarchyWidth, 1440 - PaneSizes::kHierarchyWidth -
+                                                      PaneSizes::kInspectorWidth,
+                      PaneSizes::kInspectorWidth});
+  centerColumn_->setStretchFactor(0, 1);
+  centerColumn_->setStretchFactor(1, 0);
+  centerColumn_->setSizes({900 - PaneSizes::kProjectHeight, PaneSizes::kProjectHeight});
+  setCentralWidget(columns_);
+}
+
+void MainWindow::setStatusText(const QString& status) { statusLabel_->setText(status); }
+
+void MainWindow::setProjectLabel(const QString& label, bool localMode) {
+  projectLabel_->setText(label);
+  localBadgeAction_->setVisible(localMode);
+}
 
 }  // namespace orvan::ui

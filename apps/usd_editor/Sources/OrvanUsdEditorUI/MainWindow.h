@@ -2,12 +2,47 @@
 
 #include <QMainWindow>
 
+class QAction;
+class QLabel;
+class QSplitter;
+class QWidget;
+
 namespace orvan::ui {
 
+// The editor's one window: the hierarchy on the left, the inspector on the right, the viewport in
+// the middle above the project pane, a toolbar and a status line.
 class MainWindow : public QMainWindow {
   Q_OBJECT
  public:
   explicit MainWindow(QWidget* parent = nullptr);
+
+  void setStatusText(const QString& status);
+  void setProjectLabel(const QString& label, bool localMode);
+
+  QWidget* hierarchyPane() const { return hierarchyPane_; }
+  QWidget* inspectorPane() const { return inspectorPane_; }
+  QWidget* projectPane() const { return projectPane_; }
+  QWidget* viewportPane() const { return viewportPane_; }
+
+ private:
+  void buildToolbar();
+  void buildPanes();
+
+  QLabel* projectLabel_ = nullptr;
+  QLabel* localBadge_ = nullptr;
+  QAction* localBadgeAction_ = nullptr;
+  QLabel* statusLabel_ = nullptr;
+  QSplitter* columns_ = nullptr;
+  QSplitter* centerColumn_ = nullptr;
+  QWidget* hierarchyPane_ = nullptr;
+  QWidget* inspectorPane_ = nullptr;
+  QWidget* projectPane_ = nullptr;
+  QWidget* viewportPane_ = nullptr;
 };
+
+// A pane with a title bar over its content.
+QWidget* makePane(const QString& title, QWidget* content, QWidget* parent);
+// The placeholder a pane shows while it has nothing to show.
+QLabel* makeEmptyState(const QString& text, QWidget* parent);
 
 }  // namespace orvan::ui
