@@ -1,1 +1,0 @@
-#include "Application/BuildSettings.h"
