@@ -1,0 +1,35 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Application/EditorConfiguration.h"
+
+namespace orvan::editor {
+
+// The remembered place per project server: which project, scene and workspace were open.
+struct HostedProjectLaunchScope {
+  std::string projectId;
+  std::string projectPath;
+  std::string scenePath;
+  std::string workspace;
+
+  bool operator==(const HostedProjectLaunchScope&) const = default;
+};
+
+// Scopes are remembered per server; "HTTPS://Host/" and "https://host" are the same server.
+std::string launchScopeServerKey(std::string_view serverURL);
+
+// A scene path as requests name it: trimmed; absolute ones standardised; relative ones joined to
+// the project path and standardised, or returned as they are without a project path.
+std::string hostedScenePath(std::string_view scene, std::string_view projectPath);
+
+// Applies a remembered scope to a fresh configuration. With no explicit scope on the command
+// line the stored one is taken whole; with an explicit scope of the same project only its gaps
+// are filled; an explicit scope of another project ignores the stored one. Finally a relative
+// scene is made absolute against the project path.
+void applyRememberedLaunchScope(EditorConfiguration& configuration,
+                                const std::optional<HostedProjectLaunchScope>& stored);
+
+}  // namespace orvan::editor
