@@ -39,6 +39,7 @@
 //   - Dictionaries are std::map (sorted, so encoding is deterministic) or std::unordered_map,
 //     keyed by string. Free-form objects whose order matters are JsonValue.
 //   - Integers must be written as integers and fit the member's type. Doubles accept integers.
+//     Free-form values fail on integers beyond 64 bits rather than silently rounding them.
 //   - Nesting deeper than kMaxJsonDepth containers fails instead of exhausting the stack.
 namespace orvan::editor {
 
@@ -80,12 +81,43 @@ class DecodeState {
   std::size_t depth_ = 0;
 };
 
+// Whether the scalar under `source` is well-formed JSON of the given type. Only consulted after a
+// getter has failed, to tell a value of another type from bytes that are no JSON at all; a getter
+// that fails leaves the value unconsumed, so it can be read again.
+template <class Source>
+bool isWellFormedScalar(Source& source, simdjson::ondemand::json_type type) {
+  using simdjson::ondemand::json_type;
+  switch (type) {
+    case json_type::string: {
+      std::string_view text;
+      return source.get_string().get(text) == simdjson::SUCCESS;
+    }
+    case json_type::boolean: {
+      bool flag = false;
+      return source.get_bool().get(flag) == simdjson::SUCCESS;
+    }
+    case json_type::number: {
+      double number = 0;
+      return source.get_double().get(number) == simdjson::SUCCESS;
+    }
+    case json_type::null: {
+      bool isNull = false;
+      return source.is_null().get(isNull) == simdjson::SUCCESS && isNull;
+    }
+    case json_type::array:
+    case json_type::object:
+      return true;  // Containers are checked as the walk goes through them.
+  }
+  return false;
+}
+
 // Decides between "expected <kind>" and "malformed JSON" once a getter has failed.
 template <class Source>
 bool failType(Source& source, simdjson::error_code code, simdjson::ondemand::json_type expected,
               std::string_view kindName, DecodeState& state) {
   simdjson::ondemand::json_type actual;
-  if (source.type().get(actual) != simdjson::SUCCESS || actual == expected) {
+  if (source.type().get(actual) != simdjson::SUCCESS || actual == expected ||
+      !isWellFormedScalar(source, actual)) {
     return state.failMalformed(code);
   }
   return state.failWith("expected " + std::string(kindName));
@@ -331,6 +363,48 @@ bool decodeMap(Source& source, Map& out, DecodeState& state) {
   return true;
 }
 
+// Whether a number is written without fraction or exponent; the parser reports integers beyond
+// 64 bits as floating-point numbers.
+template <class Source>
+bool isIntegerToken(Source& source) {
+  std::string_view token;
+  if constexpr (std::same_as<Source, simdjson::ondemand::document>) {
+    if (source.raw_json_token().get(token) != simdjson::SUCCESS) {
+      return false;
+    }
+  } else {
+    token = source.raw_json_token();
+  }
+  return token.find_first_of(".eE") == std::string_view::npos;
+}
+
+// Tells apart the ways an integer getter can fail: another type, a number with a fraction or
+// exponent, a negative number for an unsigned member, a number too large, or no number at all.
+template <class Source>
+bool failInteger(Source& source, simdjson::error_code code, bool isSigned, DecodeState& state) {
+  using simdjson::ondemand::json_type;
+  using simdjson::ondemand::number_type;
+  const std::string expected = isSigned ? "expected integer" : "expected unsigned integer";
+  json_type type;
+  if (source.type().get(type) != simdjson::SUCCESS || !isWellFormedScalar(source, type)) {
+    return state.failMalformed(code);
+  }
+  if (type != json_type::number) {
+    return state.failWith(expected);
+  }
+  number_type numberType;
+  if (source.get_number_type().get(numberType) != simdjson::SUCCESS) {
+    return state.failMalformed(code);
+  }
+  if (numberType == number_type::floating_point_number && !isIntegerToken(source)) {
+    return state.failWith(expected);
+  }
+  if (!isSigned && numberType == number_type::signed_integer) {
+    return state.failWith(expected);  // negative
+  }
+  return state.failWith("integer out of range");
+}
+
 template <class Source, Integer T>
 bool decodeInteger(Source& source, T& out, DecodeState& state) {
   using Wide = std::conditional_t<std::is_signed_v<T>, std::int64_t, std::uint64_t>;
@@ -351,27 +425,7 @@ bool decodeInteger(Source& source, T& out, DecodeState& state) {
     out = static_cast<T>(wide);
     return true;
   }
-  const std::string_view kind = std::is_signed_v<T> ? "integer" : "unsigned integer";
-  simdjson::ondemand::json_type type;
-  if (source.type().get(type) != simdjson::SUCCESS) {
-    return state.failMalformed(code);
-  }
-  if (type != simdjson::ondemand::json_type::number) {
-    return state.failWith("expected " + std::string(kind));
-  }
-  simdjson::ondemand::number_type numberType;
-  if (source.get_number_type().get(numberType) != simdjson::SUCCESS) {
-    return state.failMalformed(code);
-  }
-  if (numberType == simdjson::ondemand::number_type::floating_point_number) {
-    return state.failWith("expected " + std::string(kind));
-  }
-  if constexpr (!std::is_signed_v<T>) {
-    if (numberType == simdjson::ondemand::number_type::signed_integer) {
-      return state.failWith("expected unsigned integer");
-    }
-  }
-  return state.failWith("integer out of range");
+  return failInteger(source, code, std::is_signed_v<T>, state);
 }
 
 template <class Source>
@@ -492,7 +546,8 @@ bool decodeGeneric(Source& source, JsonValue& out, DecodeState& state) {
       if (numberType == simdjson::ondemand::number_type::floating_point_number) {
         double value = 0;
         if (auto code = source.get_double().get(value)) {
-          return state.failMalformed(code);
+          return isIntegerToken(source) ? state.failWith("integer out of range")
+                                        : state.failMalformed(code);
         }
         out = JsonValue(value);
       } else if (numberType == simdjson::ondemand::number_type::signed_integer) {
@@ -507,8 +562,6 @@ bool decodeGeneric(Source& source, JsonValue& out, DecodeState& state) {
           return state.failMalformed(code);
         }
         out = JsonValue(value);
-      } else {
-        return state.failWith("integer out of range");
       }
       return true;
     }
