@@ -177,7 +177,22 @@ struct RecordTable {
   }
 
   // Documents usually list keys in the order of the table, so the search starts right after the
-  // previous hit and wraps around.
+  // previous hit and wraps around. The raw key lies in the padded input, so comparing it may read
+  // past its closing quote.
+  static std::size_t findRaw(const std::array<std::string_view, kCount>& table,
+                             simdjson::ondemand::raw_json_string key, std::size_t hint) {
+    for (std::size_t step = 0; step < kCount; ++step) {
+      std::size_t index = hint + step;
+      if (index >= kCount) {
+        index -= kCount;
+      }
+      if (key.unsafe_is_equal(table[index])) {
+        return index;
+      }
+    }
+    return kCount;
+  }
+
   static std::size_t find(const std::array<std::string_view, kCount>& table, std::string_view key,
                           std::size_t hint) {
     for (std::size_t step = 0; step < kCount; ++step) {
@@ -276,18 +291,23 @@ bool decodeRecord(Source& source, T& out, DecodeState& state) {
     if (auto code = std::move(entry).get(field)) {
       return state.failMalformed(code);
     }
-    std::string_view key;
-    if (auto code = field.unescaped_key().get(key)) {
-      return state.failMalformed(code);
-    }
-    const std::size_t index = Table::find(keys, key, hint);
+    // Keys are compared in their raw form first, which needs no copy; only a key that matches
+    // nothing is unescaped, in case it spells a known key with escapes.
+    std::size_t index = Table::findRaw(keys, field.key(), hint);
     if (index == Table::kCount) {
-      continue;  // Unknown key: the iterator skips its value.
+      std::string_view key;
+      if (auto code = field.unescaped_key().get(key)) {
+        return state.failMalformed(code);
+      }
+      index = Table::find(keys, key, hint);
+      if (index == Table::kCount) {
+        continue;  // Unknown key: the iterator skips its value.
+      }
     }
     hint = index + 1;
     if (!decodeFieldAt(index, field.value(), out, present, state,
                        std::make_index_sequence<Table::kCount>{})) {
-      state.prependKey(key);
+      state.prependKey(keys[index]);
       return false;
     }
   }
@@ -322,6 +342,9 @@ bool decodeList(Source& source, std::vector<T>& out, DecodeState& state) {
       state.failMalformed(code);
       state.prependIndex(index);
       return false;
+    }
+    if (index == 0) {
+      out.reserve(4);  // Spares the first reallocations of the many short lists.
     }
     if (!decodeInto(element, out.emplace_back(), state)) {
       state.prependIndex(index);
