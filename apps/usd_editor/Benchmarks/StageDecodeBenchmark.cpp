@@ -1,0 +1,318 @@
+// Decoding a stage response into records, against simdjson parsing the same bytes without
+// building records: a DOM parse, and an on-demand walk that reads every key and value.
+
+#include <benchmark/benchmark.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include <simdjson.h>
+
+#include "Foundation/JsonDecoder.h"
+#include "Foundation/JsonEncoder.h"
+#include "StageBenchmarkRecords.h"
+
+namespace orvan::editor::benchmarks {
+namespace {
+
+Component makeTransform(int index) {
+  Component component{"Transform", std::nullopt, true, {}};
+  for (const char* axis : {"position", "rotation", "scale"}) {
+    ComponentProperty property;
+    property.name = axis;
+    property.kind = "vector3";
+    property.value = std::to_string(index % 97) + " " + std::to_string(index % 13) + " 0.5";
+    property.step = 0.1;
+    property.unit = "m";
+    component.properties.push_back(property);
+  }
+  return component;
+}
+
+Component makeScript(int index) {
+  Component component{"Script", "Behaviour", index % 3 != 0, {}};
+  ComponentProperty mode;
+  mode.name = "mode";
+  mode.kind = "enum";
+  mode.value = "loop";
+  mode.control = "picker";
+  mode.options = {{"loop", "Loop"}, {"once", "Once"}, {"pingPong", "Ping pong"}};
+  ComponentProperty speed;
+  speed.name = "speed";
+  speed.kind = "float";
+  speed.value = "1.25";
+  speed.min = 0.0;
+  speed.max = 10.0;
+  speed.overridden = index % 5 == 0;
+  speed.overrideLayer = speed.overridden ? "layers/session.usda" : "";
+  component.properties = {mode, speed};
+  return component;
+}
+
+PrimDetail makeDetail(const std::string& path, const std::string& name, const std::string& parent,
+                      const char* typeName, int index) {
+  PrimDetail detail;
+  detail.path = path;
+  detail.name = name;
+  detail.typeName = typeName;
+  detail.parent = parent;
+  detail.active = index % 17 != 0;
+  detail.defined = true;
+  detail.badges = index % 7 == 0 ? std::vector<std::string>{"entity", "payload"}
+                                 : std::vector<std::string>{};
+  detail.entityPath = path;
+  detail.entityId = 0x8000000000000000ull + static_cast<std::uint64_t>(index);
+  detail.components = {makeTransform(index), makeScript(index)};
+  detail.attributes = {
+      {"xformOp:translate", "double3", "(1.5, 2, -3.25)", false, false, "", ""},
+      {"visibility", "token", "inherited", false, false, "", ""},
+      {"purpose", "token", "default", index % 4 == 0, false, "", ""},
+      {"extent", "float3[]", "[(-1, -1, -1), (1, 1, 1)]", false, false, "", ""},
+  };
+  return detail;
+}
+
+PrimNode makeNode(const PrimDetail& detail) {
+  PrimNode node;
+  node.path = detail.path;
+  node.name = detail.name;
+  node.typeName = detail.typeName;
+  node.parent = detail.parent;
+  node.active = detail.active;
+  node.defined = detail.defined;
+  node.badges = detail.badges;
+  return node;
+}
+
+// A stage of `primCount` prims: /World holding groups of 50 meshes each.
+std::string makeStageDocument(int primCount) {
+  constexpr int kGroupSize = 50;
+  RemoteStageResponse response;
+  response.revision = 18446744073709551615ull;
+  StageInspection& stage = response.stage;
+  stage.sceneUri = "projects/demo/scenes/main.usda";
+  for (int layer = 0; layer < 4; ++layer) {
+    stage.layers.push_back({"layers/layer" + std::to_string(layer) + ".usda",
+                            "layer" + std::to_string(layer), "/srv/layers/layer.usda", layer,
+                            layer == 0, false, true, std::nullopt});
+  }
+  int index = 0;
+  stage.prims.push_back(makeDetail("/World", "World", "/", "Xform", index++));
+  PrimNode world = makeNode(stage.prims.back());
+  PrimNode* group = nullptr;
+  std::string groupPath;
+  while (index < primCount) {
+    if (group == nullptr || static_cast<int>(group->children.size()) == kGroupSize) {
+      const std::string name = "Group_" + std::to_string(index);
+      groupPath = "/World/" + name;
+      stage.prims.push_back(makeDetail(groupPath, name, "/World", "Xform", index++));
+      world.children.push_back(makeNode(stage.prims.back()));
+      group = &world.children.back();
+      continue;
+    }
+    const std::string name = "Mesh_" + std::to_string(index);
+    stage.prims.push_back(makeDetail(groupPath + "/" + name, name, groupPath, "Mesh", index++));
+    group->children.push_back(makeNode(stage.prims.back()));
+  }
+  stage.rootPrims.push_back(std::move(world));
+  stage.catalog = {makeTransform(0), makeScript(1)};
+  for (int asset = 0; asset < 20; ++asset) {
+    Asset item;
+    item.id = static_cast<std::uint64_t>(asset) + 1;
+    item.name = "Material_" + std::to_string(asset);
+    item.kind = "material";
+    item.source = "scene";
+    item.baseColor = {0.2, 0.4, 0.6, 1.0};
+    item.roughness = 0.35;
+    item.boundsCenter = {0, 0.5, 0};
+    item.boundsDimensions = {1, 1, 1};
+    stage.assets.push_back(item);
+  }
+  return encodeJson(response);
+}
+
+const simdjson::padded_string& stageDocument(int primCount) {
+  static std::map<int, std::unique_ptr<simdjson::padded_string>> documents;
+  auto& slot = documents[primCount];
+  if (!slot) {
+    slot = std::make_unique<simdjson::padded_string>(makeStageDocument(primCount));
+  }
+  return *slot;
+}
+
+void reportBytes(benchmark::State& state, const simdjson::padded_string& document) {
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                          static_cast<std::int64_t>(document.size()));
+  state.counters["documentMB"] = static_cast<double>(document.size()) / 1e6;
+}
+
+void BM_DecodeStageIntoRecords(benchmark::State& state) {
+  const simdjson::padded_string& document = stageDocument(static_cast<int>(state.range(0)));
+  JsonDecoder decoder;
+  if (!decoder.decode<RemoteStageResponse>(document).ok()) {  // sizes the parser's buffers
+    state.SkipWithError("decode failed");
+    return;
+  }
+  for (auto _ : state) {
+    Result<RemoteStageResponse> response = decoder.decode<RemoteStageResponse>(document);
+    if (!response.ok()) {
+      state.SkipWithError(response.error().description.c_str());
+      return;
+    }
+    benchmark::DoNotOptimize(response);
+    // The records are freed outside the measurement: the DOM parse reuses its buffers, and the
+    // editor frees a stage only when the next one has replaced it.
+    state.PauseTiming();
+    response = Error{};
+    state.ResumeTiming();
+  }
+  reportBytes(state, document);
+}
+
+// The same, with the records freed inside the measurement.
+void BM_DecodeAndFreeStageRecords(benchmark::State& state) {
+  const simdjson::padded_string& document = stageDocument(static_cast<int>(state.range(0)));
+  JsonDecoder decoder;
+  if (!decoder.decode<RemoteStageResponse>(document).ok()) {
+    state.SkipWithError("decode failed");
+    return;
+  }
+  for (auto _ : state) {
+    Result<RemoteStageResponse> response = decoder.decode<RemoteStageResponse>(document);
+    if (!response.ok()) {
+      state.SkipWithError(response.error().description.c_str());
+      return;
+    }
+    benchmark::DoNotOptimize(response);
+  }
+  reportBytes(state, document);
+}
+
+void BM_SimdjsonDomParse(benchmark::State& state) {
+  const simdjson::padded_string& document = stageDocument(static_cast<int>(state.range(0)));
+  simdjson::dom::parser parser;
+  if (parser.allocate(document.size()) != simdjson::SUCCESS) {
+    state.SkipWithError("allocation failed");
+    return;
+  }
+  for (auto _ : state) {
+    simdjson::dom::element root;
+    if (parser.parse(document).get(root) != simdjson::SUCCESS) {
+      state.SkipWithError("parse failed");
+      return;
+    }
+    benchmark::DoNotOptimize(root);
+  }
+  reportBytes(state, document);
+}
+
+// Reads every key and scalar, so that nothing is skipped unparsed.
+bool walk(simdjson::ondemand::value value, std::uint64_t& checksum) {
+  simdjson::ondemand::json_type type;
+  if (value.type().get(type) != simdjson::SUCCESS) {
+    return false;
+  }
+  switch (type) {
+    case simdjson::ondemand::json_type::object: {
+      simdjson::ondemand::object object;
+      if (value.get_object().get(object) != simdjson::SUCCESS) {
+        return false;
+      }
+      for (auto field : object) {
+        std::string_view key;
+        if (field.unescaped_key().get(key) != simdjson::SUCCESS) {
+          return false;
+        }
+        checksum += key.size();
+        if (!walk(field.value(), checksum)) {
+          return false;
+        }
+      }
+      return true;
+    }
+    case simdjson::ondemand::json_type::array: {
+      simdjson::ondemand::array array;
+      if (value.get_array().get(array) != simdjson::SUCCESS) {
+        return false;
+      }
+      for (auto element : array) {
+        simdjson::ondemand::value child;
+        if (element.get(child) != simdjson::SUCCESS || !walk(child, checksum)) {
+          return false;
+        }
+      }
+      return true;
+    }
+    case simdjson::ondemand::json_type::string: {
+      std::string_view text;
+      if (value.get_string().get(text) != simdjson::SUCCESS) {
+        return false;
+      }
+      checksum += text.size();
+      return true;
+    }
+    case simdjson::ondemand::json_type::number: {
+      simdjson::ondemand::number number;
+      if (value.get_number().get(number) != simdjson::SUCCESS) {
+        return false;
+      }
+      checksum += static_cast<std::uint64_t>(number.get_number_type());
+      return true;
+    }
+    case simdjson::ondemand::json_type::boolean: {
+      bool flag = false;
+      if (value.get_bool().get(flag) != simdjson::SUCCESS) {
+        return false;
+      }
+      checksum += flag;
+      return true;
+    }
+    case simdjson::ondemand::json_type::null:
+      return value.is_null().value_unsafe();
+  }
+  return false;
+}
+
+void BM_SimdjsonOnDemandFullWalk(benchmark::State& state) {
+  const simdjson::padded_string& document = stageDocument(static_cast<int>(state.range(0)));
+  simdjson::ondemand::parser parser;
+  if (parser.allocate(document.size()) != simdjson::SUCCESS) {
+    state.SkipWithError("allocation failed");
+    return;
+  }
+  for (auto _ : state) {
+    simdjson::ondemand::document root;
+    simdjson::ondemand::value value;
+    std::uint64_t checksum = 0;
+    if (parser.iterate(document).get(root) != simdjson::SUCCESS ||
+        root.get_value().get(value) != simdjson::SUCCESS || !walk(value, checksum)) {
+      state.SkipWithError("walk failed");
+      return;
+    }
+    benchmark::DoNotOptimize(checksum);
+  }
+  reportBytes(state, document);
+}
+
+void BM_EncodeStageRecords(benchmark::State& state) {
+  const simdjson::padded_string& document = stageDocument(static_cast<int>(state.range(0)));
+  const RemoteStageResponse response = JsonDecoder().decode<RemoteStageResponse>(document).value();
+  for (auto _ : state) {
+    std::string encoded = encodeJson(response);
+    benchmark::DoNotOptimize(encoded);
+  }
+  reportBytes(state, document);
+}
+
+BENCHMARK(BM_SimdjsonDomParse)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_SimdjsonOnDemandFullWalk)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DecodeStageIntoRecords)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DecodeAndFreeStageRecords)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_EncodeStageRecords)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+}  // namespace orvan::editor::benchmarks
+
+BENCHMARK_MAIN();

@@ -1,0 +1,67 @@
+#include "Foundation/JsonDecoder.h"
+
+namespace orvan::editor {
+
+namespace json::detail {
+
+bool DecodeState::failWith(std::string problem, JsonErrorCode code) {
+  problem_ = std::move(problem);
+  detail_.clear();
+  code_ = code;
+  return false;
+}
+
+bool DecodeState::failMalformed(simdjson::error_code code) {
+  problem_ = "malformed JSON";
+  code_ = kJsonMalformed;
+  detail_ = " (";
+  detail_ += simdjson::error_message(code);
+  detail_ += ")";
+  return false;
+}
+
+void DecodeState::prependKey(std::string_view key) {
+  reversedPath_.push_back(Segment{std::string(key), 0, false});
+}
+
+void DecodeState::prependIndex(std::size_t index) {
+  reversedPath_.push_back(Segment{{}, index, true});
+}
+
+Error DecodeState::toError(std::string_view rootPath) const {
+  std::string path(rootPath);
+  for (auto segment = reversedPath_.rbegin(); segment != reversedPath_.rend(); ++segment) {
+    if (segment->isIndex) {
+      path += '[';
+      path += std::to_string(segment->index);
+      path += ']';
+    } else {
+      if (!path.empty()) {
+        path += '.';
+      }
+      path += segment->key;
+    }
+  }
+  if (path.empty()) {
+    path = "(root)";
+  }
+  return Error{std::string(Error::kJsonDomain), code_, problem_ + " at " + path + detail_};
+}
+
+bool isAtEnd(simdjson::ondemand::document& document) {
+  const char* location = nullptr;
+  return document.current_location().get(location) == simdjson::OUT_OF_BOUNDS;
+}
+
+}  // namespace json::detail
+
+bool JsonDecodeContext::has(std::string_view key) const {
+  for (std::size_t index = 0; index < keyCount_; ++index) {
+    if (keys_[index] == key) {
+      return (presentMask_ & (std::uint64_t{1} << index)) != 0;
+    }
+  }
+  return false;
+}
+
+}  // namespace orvan::editor
