@@ -1,0 +1,53 @@
+#include "Presentation/HierarchyIndex.h"
+
+#include <algorithm>
+
+namespace orvan::editor {
+
+std::shared_ptr<const HierarchyIndex> HierarchyIndex::build(
+    std::shared_ptr<const StageInspection> stage) {
+  auto index = std::make_shared<HierarchyIndex>();
+  index->stage_ = std::move(stage);
+  auto& entries = index->entries_;
+  entries.push_back(Entry{});
+  // Breadth-first: each node's children are appended together, right when it is visited.
+  auto appendChildren = [&entries](std::uint32_t parent, const std::vector<UsdPrimNode>& children) {
+    entries[parent].firstChild = static_cast<std::uint32_t>(entries.size());
+    for (std::size_t row = 0; row < children.size(); ++row) {
+      entries.push_back(Entry{&children[row], parent, static_cast<std::uint32_t>(row), 0});
+    }
+  };
+  appendChildren(kRoot, index->stage_->rootPrims);
+  for (std::uint32_t id = 1; id < entries.size(); ++id) {
+    appendChildren(id, entries[id].node->children);
+  }
+  index->byPath_.reserve(entries.size());
+  for (std::uint32_t id = 1; id < entries.size(); ++id) {
+    index->byPath_.emplace(entries[id].node->path, id);
+  }
+  return index;
+}
+
+std::size_t HierarchyIndex::childCount(std::uint32_t id) const {
+  const Entry& e = entries_[id];
+  return e.node ? e.node->children.size() : stage_->rootPrims.size();
+}
+
+std::uint32_t HierarchyIndex::child(std::uint32_t id, std::size_t row) const {
+  return entries_[id].firstChild + static_cast<std::uint32_t>(row);
+}
+
+std::optional<std::uint32_t> HierarchyIndex::entryForPath(std::string_view path) const {
+  const auto found = byPath_.find(path);
+  if (found == byPath_.end()) return std::nullopt;
+  return found->second;
+}
+
+std::vector<std::uint32_t> HierarchyIndex::ancestry(std::uint32_t id) const {
+  std::vector<std::uint32_t> chain;
+  for (std::uint32_t at = id; at != kRoot; at = entries_[at].parent) chain.push_back(at);
+  std::reverse(chain.begin(), chain.end());
+  return chain;
+}
+
+}  // namespace orvan::editor
