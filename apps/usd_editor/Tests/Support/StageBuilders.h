@@ -1,0 +1,18 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+
+#include "ServerClient/Records/StageInspection.h"
+
+namespace orvan::editor::testing {
+
+// A stage of `rootCount` roots, each with `childrenPerRoot` children that each have
+// `grandchildrenPerChild` children, with matching flat details. Names are "RootN", "ChildN"...
+StageInspection makeTreeStage(std::size_t rootCount, std::size_t childrenPerRoot,
+                              std::size_t grandchildrenPerChild);
+
+UsdPrimDetail makePrimDetail(const std::string& path, const std::string& typeName);
+
+}  // namespace orvan::editor::testing
