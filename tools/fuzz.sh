@@ -24,7 +24,8 @@ done
 build="$root/build/fuzz"
 # Everything is instrumented for coverage and checked by the sanitizers; only the fuzzer
 # executables link the libFuzzer driver.
-flags="-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer"
+flags="-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined"
+flags="$flags -fno-omit-frame-pointer"
 if [ ! -f "$build/CMakeCache.txt" ]; then
   CC=clang CXX=clang++ cmake -S "$root" -B "$build" -G Ninja \
     -DCMAKE_BUILD_TYPE=RelWithDebInfo \

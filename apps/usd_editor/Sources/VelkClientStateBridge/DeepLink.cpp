@@ -210,7 +210,8 @@ std::optional<ClientTarget> parse_deep_link(std::string_view link,
   if (link.size() < 3) return std::nullopt;
   const std::size_t scheme_end = link.find("://");
   if (scheme_end == std::string_view::npos) return std::nullopt;
-  const std::optional<LinkClass> link_class = classify_scheme(lower_ascii(link.substr(0, scheme_end)));
+  const std::optional<LinkClass> link_class =
+      classify_scheme(lower_ascii(link.substr(0, scheme_end)));
   if (!link_class) return std::nullopt;
 
   const std::size_t authority_begin = scheme_end + 3;

@@ -143,9 +143,10 @@ TEST(PortableSceneReferenceTest, StripsSpaceDotSlashesAndTheProjectFolder) {
 }
 
 TEST(PortableSceneReferenceTest, RejectsWhatCouldLeaveTheProject) {
-  for (const char* scene : {"", "  ", "./", "././", "/abs/a.usda", "C:/a.usda", "c:\\a.usda",
-                            "..", "../a.usda", "a/../b.usda", "x.orvanproject/", "x.orvanproject///",
-                            "x.orvanproject/../a", "x.orvanproject//a/../b"}) {
+  for (const char* scene :
+       {"", "  ", "./", "././", "/abs/a.usda", "C:/a.usda", "c:\\a.usda", "..", "../a.usda",
+        "a/../b.usda", "x.orvanproject/", "x.orvanproject///", "x.orvanproject/../a",
+        "x.orvanproject//a/../b"}) {
     EXPECT_EQ(portable_scene_reference(scene), "") << "scene: " << scene;
   }
 }
@@ -156,6 +157,8 @@ TEST(PortableSceneReferenceTest, LooksOnlyForTheFourByteParentForm) {
   EXPECT_EQ(portable_scene_reference("..a/b"), "..a/b");
   EXPECT_EQ(portable_scene_reference("1:/a"), "1:/a") << "only a letter makes a drive";
   EXPECT_EQ(portable_scene_reference(".orvanproject"), ".orvanproject");
+  // Only the text before the project folder is cleaned: what follows it is kept as it stands.
+  EXPECT_EQ(portable_scene_reference("x.orvanproject/ ./a.usda"), " ./a.usda");
 }
 
 ClientTarget scope(std::string server, std::string project, std::string scene,

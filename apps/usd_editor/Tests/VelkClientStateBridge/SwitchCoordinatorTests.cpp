@@ -130,13 +130,6 @@ TEST_F(SwitchCoordinatorTest, KeepActiveVisiblePlansEndOnlyByFailureOrSupersessi
   EXPECT_EQ(coordinator.active, scope("p1", "a.usda"));
 }
 
-TEST_F(SwitchCoordinatorTest, FailureSnapsThePresentedTargetBack) {
-  const std::uint64_t id = coordinator.begin(scope("p2", "b.usda"), false)->id;
-  EXPECT_TRUE(coordinator.fail(id));
-  EXPECT_EQ(coordinator.visible_target(), scope("p1", "a.usda"));
-  EXPECT_FALSE(coordinator.fail(id));
-}
-
 TEST_F(SwitchCoordinatorTest, IdZeroNeverNamesASwitch) {
   EXPECT_FALSE(coordinator.is_current(0));
   EXPECT_FALSE(coordinator.accept(0, ClientTarget{}));

@@ -48,8 +48,9 @@ TEST(VelkConnectionIssueTest, NamesTheProjectThatNeedsPermission) {
   EXPECT_EQ(issue.project->name, "  Demo \n") << "the project is stored as it came";
 
   for (const char* blank : {"", " \t\n", "\u00A0\u3000"}) {
-    EXPECT_EQ(VelkConnectionIssue::classify(403, std::nullopt, false, namedProject(blank), "").title,
-              "You need access to this project");
+    const VelkConnectionIssue issue =
+        VelkConnectionIssue::classify(403, std::nullopt, false, namedProject(blank), "");
+    EXPECT_EQ(issue.title, "You need access to this project");
   }
 }
 

@@ -7,12 +7,12 @@
 #include <cstdlib>
 #include <string_view>
 
-#define FUZZ_CHECK(condition)                                                          \
-  do {                                                                                 \
-    if (!(condition)) {                                                                \
+#define FUZZ_CHECK(condition)                                                                \
+  do {                                                                                       \
+    if (!(condition)) {                                                                      \
       std::fprintf(stderr, "%s:%d: invariant broken: %s\n", __FILE__, __LINE__, #condition); \
-      std::abort();                                                                    \
-    }                                                                                  \
+      std::abort();                                                                          \
+    }                                                                                        \
   } while (0)
 
 namespace orvan::client::fuzz {
@@ -22,8 +22,8 @@ inline bool is_c_space(char c) {
 }
 
 inline bool is_drive_path(std::string_view text) {
-  const bool letter = !text.empty() && ((text[0] >= 'a' && text[0] <= 'z') ||
-                                        (text[0] >= 'A' && text[0] <= 'Z'));
+  const bool letter =
+      !text.empty() && ((text[0] >= 'a' && text[0] <= 'z') || (text[0] >= 'A' && text[0] <= 'Z'));
   return text.size() >= 3 && letter && text[1] == ':' && text[2] == '/';
 }
 
