@@ -1,2 +1,0 @@
-// The client core lands with its own change; this unit keeps the library target buildable.
-namespace orvan::client {}
