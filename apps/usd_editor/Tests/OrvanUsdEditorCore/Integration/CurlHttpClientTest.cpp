@@ -334,6 +334,9 @@ std::string uploadPayload() {
 }
 
 void expectRisingToOne(const Outcome& outcome) {
+  // Steps along the way, not only the end, and not one per chunk either.
+  EXPECT_GT(outcome.progress.size(), 2u);
+  EXPECT_LE(outcome.progress.size(), 101u);
   ASSERT_FALSE(outcome.progress.empty());
   EXPECT_TRUE(std::is_sorted(outcome.progress.begin(), outcome.progress.end()));
   EXPECT_EQ(std::adjacent_find(outcome.progress.begin(), outcome.progress.end()),
