@@ -97,6 +97,15 @@ class BodySource {
 
   curl_off_t size() const { return size_; }
 
+  bool seek(curl_off_t offset) {
+    if (offset < 0 || offset > size_)
+      return false;
+    if (file_.get() >= 0)
+      return ::lseek(file_.get(), offset, SEEK_SET) == offset;
+    offset_ = static_cast<std::size_t>(offset);
+    return true;
+  }
+
   // The count of bytes copied, 0 at the end, or nothing when the file could not be read.
   std::optional<std::size_t> read(char* buffer, std::size_t capacity) {
     if (file_.get() < 0) {
@@ -154,10 +163,10 @@ std::string_view trimmed(std::string_view text) {
   return text;
 }
 
-long timeoutMilliseconds(Duration timeout) {
-  const auto milliseconds = std::chrono::ceil<std::chrono::milliseconds>(timeout).count();
-  // 0 would mean "no limit" to libcurl.
-  return static_cast<long>(std::clamp<std::int64_t>(milliseconds, 1, LONG_MAX));
+// Rounded up, so that a wait never ends just before its deadline and spins.
+long wholeMilliseconds(Duration duration) {
+  const auto milliseconds = std::chrono::ceil<std::chrono::milliseconds>(duration).count();
+  return static_cast<long>(std::clamp<std::int64_t>(milliseconds, 0, LONG_MAX));
 }
 
 // Adds one line of the response's header block to `headers`.
@@ -234,14 +243,19 @@ class CurlHttpClient::Session {
     HttpResponse response;
     std::string bodyReadFailure;
     double reportedFraction = -1.0;
+    // When a byte last moved either way, for the request's time-out.
+    TimePoint lastActivity;
+    curl_off_t seenDownloaded = 0;
+    curl_off_t seenUploaded = 0;
     char errorBuffer[CURL_ERROR_SIZE] = {};
   };
 
   static std::size_t onResponseHeader(char* data, std::size_t size, std::size_t count, void* user);
   static std::size_t onResponseBody(char* data, std::size_t size, std::size_t count, void* user);
   static std::size_t onRequestBody(char* buffer, std::size_t size, std::size_t count, void* user);
-  static int onTransferProgress(void* user, curl_off_t, curl_off_t, curl_off_t uploadTotal,
-                                curl_off_t uploaded);
+  static int onTransferProgress(void* user, curl_off_t, curl_off_t downloaded,
+                                curl_off_t uploadTotal, curl_off_t uploaded);
+  static int onRequestBodySeek(void* user, curl_off_t offset, int origin);
 
   void run();
   bool adoptIncoming();
@@ -250,6 +264,8 @@ class CurlHttpClient::Session {
   Status configureMethodAndBody(Transfer& transfer);
   Status configureHeaders(Transfer& transfer);
   void dropCancelled();
+  void expireIdle();
+  int pollMilliseconds() const;
   void collectFinished();
   void finish(CURL* easy, CURLcode code);
   std::unique_ptr<Transfer> retire(CURL* easy);
@@ -340,7 +356,8 @@ void CurlHttpClient::Session::run() {
     int running = 0;
     curl_multi_perform(multi_, &running);
     collectFinished();
-    curl_multi_poll(multi_, nullptr, 0, kIdlePollMilliseconds, nullptr);
+    expireIdle();
+    curl_multi_poll(multi_, nullptr, 0, pollMilliseconds(), nullptr);
   }
   // Shutting down: what is still under way ends here without a word.
   for (const auto& [easy, transfer] : active_)
@@ -372,6 +389,7 @@ void CurlHttpClient::Session::start(std::unique_ptr<Transfer> transfer) {
     return;
   }
   CURL* const easy = transfer->easy.get();
+  transfer->lastActivity = Clock::now();
   if (curl_multi_add_handle(multi_, easy) != CURLM_OK) {
     deliver(*transfer, failure("the request could not be started"));
     return;
@@ -390,17 +408,17 @@ Status CurlHttpClient::Session::configure(Transfer& transfer) {
   // Letting go of a transfer must not wait for a name lookup that hangs.
   ok = ok && curl_easy_setopt(easy, CURLOPT_QUICK_EXIT, 1L) == CURLE_OK;
   ok = ok && curl_easy_setopt(easy, CURLOPT_ERRORBUFFER, transfer.errorBuffer) == CURLE_OK;
-  ok = ok && curl_easy_setopt(easy, CURLOPT_ACCEPT_ENCODING, "") == CURLE_OK;
   ok = ok && curl_easy_setopt(easy, CURLOPT_HEADERFUNCTION, &Session::onResponseHeader) == CURLE_OK;
   ok = ok && curl_easy_setopt(easy, CURLOPT_HEADERDATA, &transfer) == CURLE_OK;
   ok = ok && curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &Session::onResponseBody) == CURLE_OK;
   ok = ok && curl_easy_setopt(easy, CURLOPT_WRITEDATA, &transfer) == CURLE_OK;
   if (share_ != nullptr)
     ok = ok && curl_easy_setopt(easy, CURLOPT_SHARE, share_) == CURLE_OK;
-  if (transfer.request.timeout) {
-    const long milliseconds = timeoutMilliseconds(*transfer.request.timeout);
-    ok = ok && curl_easy_setopt(easy, CURLOPT_TIMEOUT_MS, milliseconds) == CURLE_OK;
-  }
+  // Progress drives both the upload fraction and the time-out.
+  ok = ok && curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L) == CURLE_OK;
+  ok = ok &&
+       curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &Session::onTransferProgress) == CURLE_OK;
+  ok = ok && curl_easy_setopt(easy, CURLOPT_XFERINFODATA, &transfer) == CURLE_OK;
   if (!ok)
     return failure("the request could not be set up");
   if (Status status = configureMethodAndBody(transfer); !status)
@@ -430,10 +448,10 @@ Status CurlHttpClient::Session::configureMethodAndBody(Transfer& transfer) {
          curl_easy_setopt(easy, CURLOPT_POSTFIELDSIZE_LARGE, transfer.body->size()) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_READFUNCTION, &Session::onRequestBody) == CURLE_OK;
     ok = ok && curl_easy_setopt(easy, CURLOPT_READDATA, &transfer) == CURLE_OK;
-    ok = ok && curl_easy_setopt(easy, CURLOPT_NOPROGRESS, 0L) == CURLE_OK;
-    ok = ok &&
-         curl_easy_setopt(easy, CURLOPT_XFERINFOFUNCTION, &Session::onTransferProgress) == CURLE_OK;
-    ok = ok && curl_easy_setopt(easy, CURLOPT_XFERINFODATA, &transfer) == CURLE_OK;
+    // A connection that dies under a request is retried on a new one, from the start.
+    ok =
+        ok && curl_easy_setopt(easy, CURLOPT_SEEKFUNCTION, &Session::onRequestBodySeek) == CURLE_OK;
+    ok = ok && curl_easy_setopt(easy, CURLOPT_SEEKDATA, &transfer) == CURLE_OK;
     if (method != "POST") {
       ok = ok && curl_easy_setopt(easy, CURLOPT_CUSTOMREQUEST, method.c_str()) == CURLE_OK;
     }
@@ -484,6 +502,35 @@ void CurlHttpClient::Session::dropCancelled() {
     std::unique_ptr<Transfer> transfer = retire(easy);
     deliver(*transfer, Error::cancelled());
   }
+}
+
+void CurlHttpClient::Session::expireIdle() {
+  const TimePoint now = Clock::now();
+  std::vector<CURL*> expired;
+  for (const auto& [easy, transfer] : active_) {
+    const std::optional<Duration>& limit = transfer->request.timeout;
+    if (limit && now - transfer->lastActivity >= *limit)
+      expired.push_back(easy);
+  }
+  for (CURL* easy : expired) {
+    std::unique_ptr<Transfer> transfer = retire(easy);
+    const long limit = wholeMilliseconds(*transfer->request.timeout);
+    deliver(*transfer, Error::transport(Error::kTransportTimedOut,
+                                        "no data for " + std::to_string(limit) + " ms"));
+  }
+}
+
+// How long the network thread may sleep before the next request could time out.
+int CurlHttpClient::Session::pollMilliseconds() const {
+  const TimePoint now = Clock::now();
+  long wait = kIdlePollMilliseconds;
+  for (const auto& [easy, transfer] : active_) {
+    if (!transfer->request.timeout)
+      continue;
+    const TimePoint deadline = transfer->lastActivity + *transfer->request.timeout;
+    wait = std::min(wait, wholeMilliseconds(deadline - now));
+  }
+  return static_cast<int>(wait);
 }
 
 void CurlHttpClient::Session::collectFinished() {
@@ -568,20 +615,24 @@ void CurlHttpClient::Session::deliver(Transfer& transfer, Result<HttpResponse> r
 
 std::size_t CurlHttpClient::Session::onResponseHeader(char* data, std::size_t size,
                                                       std::size_t count, void* user) {
-  addResponseHeaderLine(std::string_view(data, size * count),
-                        static_cast<Transfer*>(user)->response.headers);
+  auto& transfer = *static_cast<Transfer*>(user);
+  transfer.lastActivity = Clock::now();
+  addResponseHeaderLine(std::string_view(data, size * count), transfer.response.headers);
   return size * count;
 }
 
 std::size_t CurlHttpClient::Session::onResponseBody(char* data, std::size_t size, std::size_t count,
                                                     void* user) {
-  static_cast<Transfer*>(user)->response.body.append(data, size * count);
+  auto& transfer = *static_cast<Transfer*>(user);
+  transfer.lastActivity = Clock::now();
+  transfer.response.body.append(data, size * count);
   return size * count;
 }
 
 std::size_t CurlHttpClient::Session::onRequestBody(char* buffer, std::size_t size,
                                                    std::size_t count, void* user) {
   auto& transfer = *static_cast<Transfer*>(user);
+  transfer.lastActivity = Clock::now();
   const std::optional<std::size_t> copied = transfer.body->read(buffer, size * count);
   if (copied)
     return *copied;
@@ -590,14 +641,26 @@ std::size_t CurlHttpClient::Session::onRequestBody(char* buffer, std::size_t siz
   return CURL_READFUNC_ABORT;
 }
 
-int CurlHttpClient::Session::onTransferProgress(void* user, curl_off_t, curl_off_t,
+int CurlHttpClient::Session::onTransferProgress(void* user, curl_off_t, curl_off_t downloaded,
                                                 curl_off_t uploadTotal, curl_off_t uploaded) {
-  if (uploadTotal <= 0)
-    return 0;
   auto& transfer = *static_cast<Transfer*>(user);
-  transfer.session->reportProgress(
-      transfer, static_cast<double>(uploaded) / static_cast<double>(uploadTotal));
+  if (downloaded != transfer.seenDownloaded || uploaded != transfer.seenUploaded) {
+    transfer.seenDownloaded = downloaded;
+    transfer.seenUploaded = uploaded;
+    transfer.lastActivity = Clock::now();
+  }
+  if (transfer.body && uploadTotal > 0) {
+    transfer.session->reportProgress(
+        transfer, static_cast<double>(uploaded) / static_cast<double>(uploadTotal));
+  }
   return 0;
+}
+
+int CurlHttpClient::Session::onRequestBodySeek(void* user, curl_off_t offset, int origin) {
+  auto& transfer = *static_cast<Transfer*>(user);
+  if (origin != SEEK_SET || !transfer.body->seek(offset))
+    return CURL_SEEKFUNC_CANTSEEK;
+  return CURL_SEEKFUNC_OK;
 }
 
 CurlHttpClient::CurlHttpClient(MainExecutor& main) : session_(std::make_unique<Session>(main)) {}

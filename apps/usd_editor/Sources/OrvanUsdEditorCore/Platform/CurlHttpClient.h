@@ -10,8 +10,9 @@ namespace orvan::editor {
 // handle gives all requests one cache of connections, DNS answers and TLS sessions. Requests are
 // handed to the thread through a queue and a wake-up, so `send` never waits on the network.
 //
-// Only http and https URLs are fetched; redirects are not followed (a 3xx is a response like any
-// other); the response body may be compressed on the wire and arrives decoded.
+// Only http and https URLs are fetched, and redirects are not followed (a 3xx is a response like
+// any other). Answers are not asked for compressed: a server compressing a stream holds its bytes
+// back, and a quiet stream looks like a server that stopped answering.
 //
 // Make and destroy it on the main thread; `main` must outlive it. Destruction cancels what is in
 // flight without calling anyone back (see HttpClient) and returns once the network thread is gone,

@@ -38,8 +38,10 @@ struct HttpRequest {
   // default Content-Type, and a body goes out without "Expect: 100-continue".
   std::vector<HttpHeader> headers;
   HttpBody body;
-  // The whole exchange, connection to last byte, must fit in this; none means no limit. A zero or
-  // negative limit counts as the shortest one the transport can express (1 ms).
+  // The longest the exchange may go without a byte moving either way, from the start (so the
+  // connection must be made within it) to the last byte of the answer. A large upload on a slow
+  // line may take longer than this in all; a server that stops answering may not. None means no
+  // limit.
   std::optional<Duration> timeout;
 
   // Replaces every header of that name (case-insensitive) by one with this value.

@@ -165,6 +165,17 @@ class CurlHttpClientTest : public ::testing::Test {
       server.gate.wait();
       out.set_content("late", "text/plain");
     });
+    // Fifteen small pieces, 30 ms apart: slow in all, never silent for long.
+    server->Get("/trickle", [](const httplib::Request&, httplib::Response& out) {
+      out.set_chunked_content_provider("text/plain", [](std::size_t, httplib::DataSink& sink) {
+        for (int piece = 0; piece < 15; ++piece) {
+          std::this_thread::sleep_for(30ms);
+          sink.write("x", 1);
+        }
+        sink.done();
+        return true;
+      });
+    });
     const auto record = [this](const httplib::Request& in, httplib::Response& out) {
       std::lock_guard lock(receivedMutex);
       received = in;
@@ -239,7 +250,7 @@ TEST_F(CurlHttpClientTest, MethodsAndBodiesReachTheServerAsGiven) {
   EXPECT_FALSE(lastReceived().has_header("Content-Type"));
 }
 
-TEST_F(CurlHttpClientTest, TimeOutEndsOnlyItsOwnRequest) {
+TEST_F(CurlHttpClientTest, TimeOutEndsOnlyItsOwnSilentRequest) {
   HttpRequest impatient = request("GET", server.url("/held"));
   impatient.timeout = 200ms;
   Outcome timedOut;
@@ -255,6 +266,13 @@ TEST_F(CurlHttpClientTest, TimeOutEndsOnlyItsOwnRequest) {
   ASSERT_TRUE(loop.runUntil([&] { return patient.done(); }, kPatience));
   ASSERT_TRUE(patient.result->ok());
   EXPECT_EQ((*patient.result)->body, "late");
+
+  // The limit is on silence, not on the whole exchange.
+  HttpRequest slow = request("GET", server.url("/trickle"));
+  slow.timeout = 300ms;
+  const Outcome trickled = fetch(slow);
+  ASSERT_TRUE(trickled.result && trickled.result->ok()) << trickled.result->error().description;
+  EXPECT_EQ((*trickled.result)->body, std::string(15, 'x'));
 }
 
 TEST_F(CurlHttpClientTest, CancellationIsDeliveredOnceAndTheLateAnswerNever) {
