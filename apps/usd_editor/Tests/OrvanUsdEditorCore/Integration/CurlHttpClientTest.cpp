@@ -10,7 +10,6 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <fstream>
 #include <memory>
 #include <mutex>
@@ -29,28 +28,6 @@ using ::testing::Optional;
 // Only bounds a broken test; nothing here asserts on time.
 constexpr Duration kPatience = 10s;
 
-// Holds server handlers until the test lets them go (or a few seconds pass, so that a failing
-// test cannot keep the server from stopping).
-class Gate {
- public:
-  void open() {
-    {
-      std::lock_guard lock(mutex_);
-      open_ = true;
-    }
-    opened_.notify_all();
-  }
-  void wait() {
-    std::unique_lock lock(mutex_);
-    opened_.wait_for(lock, 5s, [&] { return open_; });
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable opened_;
-  bool open_ = false;
-};
-
 class LoopbackServer {
  public:
   LoopbackServer() {
@@ -61,7 +38,7 @@ class LoopbackServer {
       std::this_thread::sleep_for(1ms);
   }
   ~LoopbackServer() {
-    gate.open();
+    released = true;
     server_.stop();
     thread_.join();
   }
@@ -72,7 +49,8 @@ class LoopbackServer {
     return "http://127.0.0.1:" + std::to_string(port_) + std::string(path);
   }
 
-  Gate gate;
+  // "/held" answers once the test releases it, or the server stops.
+  std::atomic<bool> released = false;
   std::atomic<int> heldRequests = 0;
 
  private:
@@ -162,7 +140,8 @@ class CurlHttpClientTest : public ::testing::Test {
     });
     server->Get("/held", [this](const httplib::Request&, httplib::Response& out) {
       ++server.heldRequests;
-      server.gate.wait();
+      while (!server.released)
+        std::this_thread::sleep_for(1ms);
       out.set_content("late", "text/plain");
     });
     // Fifteen small pieces, 30 ms apart: slow in all, never silent for long.
@@ -262,7 +241,7 @@ TEST_F(CurlHttpClientTest, TimeOutEndsOnlyItsOwnSilentRequest) {
   EXPECT_THAT(timedOut.errorCode(), Optional(Error::kTransportTimedOut));
   EXPECT_FALSE(patient.done());
 
-  server.gate.open();
+  server.released = true;
   ASSERT_TRUE(loop.runUntil([&] { return patient.done(); }, kPatience));
   ASSERT_TRUE(patient.result->ok());
   EXPECT_EQ((*patient.result)->body, "late");
@@ -287,7 +266,7 @@ TEST_F(CurlHttpClientTest, CancellationIsDeliveredOnceAndTheLateAnswerNever) {
   EXPECT_TRUE(cancelled.result->error().isCancellation());
 
   // Let the server answer, and let a later request pass through the same session.
-  server.gate.open();
+  server.released = true;
   const Outcome later = fetch(request("GET", server.url("/etag")));
   ASSERT_TRUE(later.result && later.result->ok());
   loop.runUntil([] { return false; }, 100ms);
@@ -301,29 +280,25 @@ TEST_F(CurlHttpClientTest, CancellationIsDeliveredOnceAndTheLateAnswerNever) {
   EXPECT_THAT(cancelledAtOnce.errorCode(), Optional(Error::kTransportCancelled));
 }
 
-TEST_F(CurlHttpClientTest, CancelWinsOverAnAnswerNotYetDelivered) {
+// With a ManualScheduler as the main executor, answers wait there until the test runs them.
+TEST_F(CurlHttpClientTest, AnswersNotYetDeliveredYieldToCancelAndToDestruction) {
   testing::ManualScheduler scheduler;
-  CurlHttpClient heldClient(scheduler);
-  Outcome outcome;
+  auto heldClient = std::make_unique<CurlHttpClient>(scheduler);
+  Outcome cancelled;
   TaskHandle handle =
-      heldClient.send(request("GET", server.url("/etag")), nullptr, outcome.completionHandler());
+      heldClient->send(request("GET", server.url("/etag")), nullptr, cancelled.completionHandler());
   ASSERT_TRUE(waitFor([&] { return scheduler.hasPendingMainWork(); }));
   handle.cancel();
   scheduler.runUntilIdle();
-  EXPECT_EQ(outcome.completions, 1);
-  EXPECT_THAT(outcome.errorCode(), Optional(Error::kTransportCancelled));
-}
+  EXPECT_EQ(cancelled.completions, 1);
+  EXPECT_THAT(cancelled.errorCode(), Optional(Error::kTransportCancelled));
 
-TEST_F(CurlHttpClientTest, DestroyingTheClientSilencesEverything) {
-  testing::ManualScheduler scheduler;
-  auto heldClient = std::make_unique<CurlHttpClient>(scheduler);
   Outcome answered;
   Outcome inFlight;
   heldClient->send(request("GET", server.url("/etag")), nullptr, answered.completionHandler());
   ASSERT_TRUE(waitFor([&] { return scheduler.hasPendingMainWork(); }));
   heldClient->send(request("GET", server.url("/held")), nullptr, inFlight.completionHandler());
   ASSERT_TRUE(waitFor([&] { return server.heldRequests == 1; }));
-
   heldClient.reset();  // with a request held by the server: must not wait for it
   scheduler.runUntilIdle();
   EXPECT_EQ(answered.completions, 0);
