@@ -33,21 +33,20 @@ using HttpBody = std::variant<std::monostate, std::string, HttpFileBody>;
 
 struct HttpRequest {
   std::string method = "GET";
-  std::string url;
+  std::string url = {};
   // Sent in this order. A header the caller does not give is not invented either: there is no
   // default Content-Type, and a body goes out without "Expect: 100-continue".
-  std::vector<HttpHeader> headers;
-  HttpBody body;
+  std::vector<HttpHeader> headers = {};
+  HttpBody body = {};
   // The longest the exchange may go without a byte moving either way, from the start (so the
   // connection must be made within it) to the last byte of the answer. A large upload on a slow
   // line may take longer than this in all; a server that stops answering may not. None means no
   // limit.
-  std::optional<Duration> timeout;
+  std::optional<Duration> timeout = {};
 
   // Replaces every header of that name (case-insensitive) by one with this value.
   void setHeader(std::string_view name, std::string value);
   std::optional<std::string> header(std::string_view name) const;
-  bool hasBody() const { return !std::holds_alternative<std::monostate>(body); }
 
   bool operator==(const HttpRequest&) const = default;
 };
@@ -55,8 +54,8 @@ struct HttpRequest {
 struct HttpResponse {
   int statusCode = 0;
   // As received, in order (of the final response only, not of a "100 Continue").
-  std::vector<HttpHeader> headers;
-  std::string body;
+  std::vector<HttpHeader> headers = {};
+  std::string body = {};
 
   // The first header of that name, compared without regard to case.
   std::optional<std::string> header(std::string_view name) const;
