@@ -12,7 +12,8 @@ namespace orvan::editor {
 //
 // Only http and https URLs are fetched, and redirects are not followed (a 3xx is a response like
 // any other). Answers are not asked for compressed: a server compressing a stream holds its bytes
-// back, and a quiet stream looks like a server that stopped answering.
+// back, and a quiet stream looks like a server that stopped answering. At most six connections go
+// to one server; a request waiting for one of them is silent as far as its time-out goes.
 //
 // Make and destroy it on the main thread; `main` must outlive it. Destruction cancels what is in
 // flight without calling anyone back (see HttpClient) and returns once the network thread is gone,
