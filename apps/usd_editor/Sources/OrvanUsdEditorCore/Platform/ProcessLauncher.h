@@ -129,7 +129,8 @@ class ChildProcess {
   virtual std::string capturedStderr() const = 0;
   // False once the child has been reaped.
   virtual bool isRunning() const = 0;
-  // Blocks until the child is reaped and the monitored output streams have ended.
+  // Blocks until the child is reaped, the monitored output streams have ended and `onExit` (if
+  // any) has returned.
   virtual ExitStatus waitForExit() = 0;
   // Nothing (still running), or how it ended.
   virtual std::optional<ExitStatus> exitStatus() const = 0;

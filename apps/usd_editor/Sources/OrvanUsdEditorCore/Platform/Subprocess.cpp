@@ -404,6 +404,8 @@ struct Subprocess::Monitor {
     }
   }
 
+  // `finished` is set only after onExit has run, so that whoever waited for the exit and then
+  // drops the handle cannot cut the callback off.
   void finish() {
     ExitStatus finalStatus;
     {
@@ -413,11 +415,16 @@ struct Subprocess::Monitor {
       pidFd.reset();
       if (!status) status = ExitStatus::exited(-1);
       finalStatus = *status;
+    }
+    {
+      std::lock_guard lock(callbackMutex);
+      if (!callbacksDetached && onExit) onExit(finalStatus);
+    }
+    {
+      std::lock_guard lock(mutex);
       finished = true;
     }
     finishedChanged.notify_all();
-    std::lock_guard lock(callbackMutex);
-    if (!callbacksDetached && onExit) onExit(finalStatus);
   }
 };
 
@@ -603,6 +610,8 @@ std::optional<ExitStatus> Subprocess::exitStatus() const {
 
 ExitStatus Subprocess::waitForExit() {
   std::unique_lock lock(monitor_->mutex);
+  // From inside onExit the status is known and waiting for `finished` would never end.
+  if (monitorThread_.get_id() == std::this_thread::get_id()) return *monitor_->status;
   monitor_->finishedChanged.wait(lock, [this] { return monitor_->finished; });
   return *monitor_->status;
 }

@@ -192,7 +192,7 @@ TEST(SubprocessLineTest, LinesSplitAcrossWritesArriveWholeAndTheTailAtEndOfFile)
   auto process = launchOrFail(std::move(options));
   ASSERT_TRUE(process);
   EXPECT_EQ(process->waitForExit(), ExitStatus::exited(0));
-  process.reset();  // joins the monitor, so onExit has run
+  process.reset();  // dropping the handle right after the wait must not cut onExit off
   EXPECT_THAT(events, ElementsAre("line alpha", "line beta", "line gamma", "exit exit code 0"));
 }
 
