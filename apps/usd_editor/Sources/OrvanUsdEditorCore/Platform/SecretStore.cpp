@@ -94,7 +94,9 @@ struct KeyringAnswer {
 
 template <class T>
 KeyringAnswer<T> unavailableOrError(ErrorPtr error) {
-  if (meansNoSecretService(*error)) return {std::nullopt, error->message};
+  if (meansNoSecretService(*error)) {
+    return {std::nullopt, fmt::format("no Secret Service answered ({})", error->message)};
+  }
   return {Result<T>(keyringError(*error)), {}};
 }
 
@@ -261,15 +263,14 @@ SystemSecretStore::SystemSecretStore() : SystemSecretStore(Options{}) {}
 
 SystemSecretStore::SystemSecretStore(Options options)
     : fallback_(std::move(options.fallbackFile)) {
-  if (!options.useSecretService) fallBack("the Secret Service is not to be used");
+  if (!options.useSecretService) fallBack("the Secret Service is switched off");
 }
 
 void SystemSecretStore::fallBack(std::string_view reason) {
   usingFallback_ = true;
   std::call_once(fallbackLogged_, [&] {
-    spdlog::warn("No Secret Service answered ({}); keeping secrets in \"{}\", readable by this "
-                 "user only",
-                 reason, fallback_.file().string());
+    spdlog::warn("Keeping secrets in \"{}\", readable by this user only, because {}",
+                 fallback_.file().string(), reason);
   });
 }
 

@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
+#include <system_error>
 
 #include <fmt/format.h>
 
@@ -489,9 +490,17 @@ Result<std::unique_ptr<Subprocess>> Subprocess::launch(ProcessLaunchOptions opti
     setNonBlocking(monitor->out.fd.get());
   }
 
-  std::unique_ptr<Subprocess> process(
-      new Subprocess(std::move(monitor), std::move((*inPipe)[1]), std::move(pulledStdout)));
-  return process;
+  try {
+    std::unique_ptr<Subprocess> process(
+        new Subprocess(std::move(monitor), std::move((*inPipe)[1]), std::move(pulledStdout)));
+    return process;
+  } catch (const std::system_error& error) {
+    // No thread to watch it: end the child here rather than leave it unreaped.
+    ::kill(pid, SIGKILL);
+    while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    return launchError(path, fmt::format("no thread to watch it ({})", error.what()));
+  }
 }
 
 Subprocess::Subprocess(std::shared_ptr<Monitor> monitor, UniqueFd stdinFd,
