@@ -106,10 +106,14 @@ struct ProcessOutput {
 };
 
 // A running (or finished) child process. All members may be called from any thread; the blocking
-// ones (`writeStdin`, `readStdout`, `waitForExit`) belong on background threads. Destroying the
-// handle never blocks: standard input is closed, a child still running gets `gracePeriod` to end on
-// its own, then SIGTERM, then SIGKILL after another grace period; it is always reaped. Callbacks
-// never run after the handle's destructor has returned.
+// ones (`writeStdin`, `readStdout`, `waitForExit`) belong on background threads, and none may be
+// in progress while the handle is destroyed. Destroying the handle does not wait for the child:
+// standard input is closed, a child still running gets `kDefaultGracePeriod` to end on its own,
+// then SIGTERM, then SIGKILL after another grace period; it is always reaped.
+//
+// Line and exit callbacks run on the process's own monitor thread, one at a time. They must not
+// throw, and must not block on the thread that drops the handle: the destructor waits for a
+// callback in progress, after which none runs again. The usual callback posts to the main executor.
 class ChildProcess {
  public:
   using Duration = std::chrono::steady_clock::duration;

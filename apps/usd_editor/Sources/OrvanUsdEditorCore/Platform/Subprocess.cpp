@@ -15,6 +15,7 @@
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
+#include <filesystem>
 #include <system_error>
 
 #include <fmt/format.h>
@@ -430,6 +431,13 @@ struct Subprocess::Monitor {
 };
 
 Result<std::unique_ptr<Subprocess>> Subprocess::launch(ProcessLaunchOptions options) {
+  // A relative path means relative to the editor's directory, also when the child starts
+  // elsewhere: it is checked here and exec'd there.
+  if (!options.executablePath.empty() && options.executablePath.front() != '/') {
+    std::error_code ignored;
+    const auto absolute = std::filesystem::absolute(options.executablePath, ignored);
+    if (!absolute.empty()) options.executablePath = absolute.string();
+  }
   const std::string& path = options.executablePath;
   if (auto reason = findInvalidText(options)) return launchError(path, *reason);
   if (auto reason = whyNotExecutable(path)) return launchError(path, *reason);

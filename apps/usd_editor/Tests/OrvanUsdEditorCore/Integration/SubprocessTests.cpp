@@ -178,6 +178,11 @@ TEST(SubprocessEnvironmentTest, ChildStartsWithDefaultSigpipeAndInTheGivenDirect
   auto options = fakeHelper({"pwd"});
   options.workingDirectory = "/";
   EXPECT_EQ(runOrFail(options).standardOutput, "/\n");
+
+  // A relative executable path is the editor's, not the child's directory's.
+  options.executablePath = std::filesystem::relative(ORVAN_FAKE_HELPER_PATH).string();
+  ASSERT_NE(options.executablePath.front(), '/');
+  EXPECT_EQ(runOrFail(options).standardOutput, "/\n");
 }
 
 TEST(SubprocessLineTest, LinesSplitAcrossWritesArriveWholeAndTheTailAtEndOfFile) {
