@@ -6,7 +6,8 @@ namespace orvan::editor {
 
 Result<std::unique_ptr<ChildProcess>> PosixProcessLauncher::launch(ProcessLaunchOptions options) {
   auto launched = Subprocess::launch(std::move(options));
-  if (!launched) return launched.error();
+  if (!launched)
+    return launched.error();
   return std::unique_ptr<ChildProcess>(std::move(*launched));
 }
 

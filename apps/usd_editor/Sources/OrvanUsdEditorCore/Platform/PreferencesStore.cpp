@@ -16,7 +16,8 @@ namespace {
 constexpr mode_t kPreferencesFileMode = 0600;
 
 Status checkUtf8(std::string_view what, std::string_view text) {
-  if (small_json::isValidUtf8(text)) return okStatus();
+  if (small_json::isValidUtf8(text))
+    return okStatus();
   return Error::editor(EINVAL, fmt::format("A preference {} must be valid UTF-8", what));
 }
 
@@ -50,9 +51,11 @@ template <class T>
 std::optional<T> InMemoryPreferencesStore::read(std::string_view key) const {
   std::lock_guard lock(mutex_);
   const auto found = values_.find(key);
-  if (found == values_.end()) return std::nullopt;
+  if (found == values_.end())
+    return std::nullopt;
   const T* value = std::get_if<T>(&found->second);
-  if (value == nullptr) return std::nullopt;
+  if (value == nullptr)
+    return std::nullopt;
   return *value;
 }
 
@@ -66,12 +69,14 @@ std::optional<bool> InMemoryPreferencesStore::boolean(std::string_view key) cons
 
 std::optional<std::string> InMemoryPreferencesStore::data(std::string_view key) const {
   auto value = read<PreferenceData>(key);
-  if (!value) return std::nullopt;
+  if (!value)
+    return std::nullopt;
   return std::move(value->bytes);
 }
 
 Status InMemoryPreferencesStore::setString(std::string_view key, std::string_view value) {
-  if (Status valid = checkUtf8("value", value); !valid) return valid;
+  if (Status valid = checkUtf8("value", value); !valid)
+    return valid;
   return store(key, std::string(value));
 }
 
@@ -84,10 +89,12 @@ Status InMemoryPreferencesStore::setData(std::string_view key, std::string_view 
 }
 
 Status InMemoryPreferencesStore::store(std::string_view key, PreferenceValue value) {
-  if (Status valid = checkUtf8("key", key); !valid) return valid;
+  if (Status valid = checkUtf8("key", key); !valid)
+    return valid;
   std::lock_guard lock(mutex_);
   const auto found = values_.find(key);
-  if (found != values_.end() && found->second == value) return okStatus();
+  if (found != values_.end() && found->second == value)
+    return okStatus();
   values_.insert_or_assign(std::string(key), std::move(value));
   return persist(values_);
 }
@@ -95,7 +102,8 @@ Status InMemoryPreferencesStore::store(std::string_view key, PreferenceValue val
 Status InMemoryPreferencesStore::remove(std::string_view key) {
   std::lock_guard lock(mutex_);
   const auto found = values_.find(key);
-  if (found == values_.end()) return okStatus();
+  if (found == values_.end())
+    return okStatus();
   values_.erase(found);
   return persist(values_);
 }
@@ -104,7 +112,8 @@ std::vector<std::string> InMemoryPreferencesStore::keys() const {
   std::lock_guard lock(mutex_);
   std::vector<std::string> keys;
   keys.reserve(values_.size());
-  for (const auto& entry : values_) keys.push_back(entry.first);
+  for (const auto& entry : values_)
+    keys.push_back(entry.first);
   return keys;
 }
 
@@ -113,15 +122,17 @@ PreferenceValues InMemoryPreferencesStore::values() const {
   return values_;
 }
 
-Status InMemoryPreferencesStore::persist(const PreferenceValues&) { return okStatus(); }
+Status InMemoryPreferencesStore::persist(const PreferenceValues&) {
+  return okStatus();
+}
 
 // ---- JsonFilePreferencesStore
 
 JsonFilePreferencesStore::JsonFilePreferencesStore(std::filesystem::path file)
-    : JsonFilePreferencesStore(std::move(file), [](const std::filesystem::path& path,
-                                                   std::string_view contents) {
-        return writeFileAtomically(path, contents, kPreferencesFileMode);
-      }) {}
+    : JsonFilePreferencesStore(std::move(file),
+                               [](const std::filesystem::path& path, std::string_view contents) {
+                                 return writeFileAtomically(path, contents, kPreferencesFileMode);
+                               }) {}
 
 JsonFilePreferencesStore::JsonFilePreferencesStore(std::filesystem::path file, Writer writer)
     : JsonFilePreferencesStore(file, std::move(writer), load(file)) {}
@@ -137,7 +148,9 @@ std::filesystem::path JsonFilePreferencesStore::defaultFile() {
   return userConfigFolder() / "velk" / "preferences.json";
 }
 
-bool JsonFilePreferencesStore::hasCorruptFile() const { return corruptFilePending_; }
+bool JsonFilePreferencesStore::hasCorruptFile() const {
+  return corruptFilePending_;
+}
 
 JsonFilePreferencesStore::Loaded JsonFilePreferencesStore::load(const std::filesystem::path& file) {
   auto contents = readWholeFile(file);
@@ -146,12 +159,14 @@ JsonFilePreferencesStore::Loaded JsonFilePreferencesStore::load(const std::files
                  contents.error().description);
     return {{}, true};
   }
-  if (!contents->has_value()) return {};
+  if (!contents->has_value())
+    return {};
   auto values = decode(**contents);
   if (!values) {
-    spdlog::warn("Preferences file \"{}\" is not a JSON object; starting without preferences and "
-                 "moving it aside at the next change",
-                 file.string());
+    spdlog::warn(
+        "Preferences file \"{}\" is not a JSON object; starting without preferences and "
+        "moving it aside at the next change",
+        file.string());
     return {{}, true};
   }
   return {std::move(*values), false};
@@ -165,7 +180,8 @@ Status JsonFilePreferencesStore::persist(const PreferenceValues& values) {
     }
   }
   Status written = writer_(file_, encode(values));
-  if (!written) spdlog::error("Preferences not saved: {}", written.error().description);
+  if (!written)
+    spdlog::error("Preferences not saved: {}", written.error().description);
   return written;
 }
 
@@ -197,7 +213,8 @@ std::optional<PreferenceValues> JsonFilePreferencesStore::decode(std::string_vie
   simdjson::dom::parser parser;
   simdjson::dom::object object;
   const simdjson::padded_string padded(text);
-  if (parser.parse(padded).get_object().get(object) != simdjson::SUCCESS) return std::nullopt;
+  if (parser.parse(padded).get_object().get(object) != simdjson::SUCCESS)
+    return std::nullopt;
   PreferenceValues values;
   for (const auto field : object) {
     if (auto value = decodeValue(field.value)) {

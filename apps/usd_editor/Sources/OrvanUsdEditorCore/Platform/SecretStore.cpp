@@ -24,14 +24,18 @@ Status checkText(std::string_view what, std::string_view text) {
   if (text.find('\0') == std::string_view::npos && small_json::isValidUtf8(text)) {
     return okStatus();
   }
-  return Error::editor(EINVAL, fmt::format("A secret's {} must be UTF-8 text without NUL bytes", what));
+  return Error::editor(EINVAL,
+                       fmt::format("A secret's {} must be UTF-8 text without NUL bytes", what));
 }
 
 Status checkEntry(std::string_view service, std::string_view account,
                   std::optional<std::string_view> secret = std::nullopt) {
-  if (Status valid = checkText("service", service); !valid) return valid;
-  if (Status valid = checkText("account", account); !valid) return valid;
-  if (secret) return checkText("value", *secret);
+  if (Status valid = checkText("service", service); !valid)
+    return valid;
+  if (Status valid = checkText("account", account); !valid)
+    return valid;
+  if (secret)
+    return checkText("value", *secret);
   return okStatus();
 }
 
@@ -77,7 +81,8 @@ class Attributes {
 
 // A transport failure means nobody answers for the Secret Service; anything else is an answer.
 bool meansNoSecretService(const GError& error) {
-  if (error.domain == G_DBUS_ERROR || error.domain == G_SPAWN_ERROR) return true;
+  if (error.domain == G_DBUS_ERROR || error.domain == G_SPAWN_ERROR)
+    return true;
   return error.domain == G_IO_ERROR && error.code != G_IO_ERROR_CANCELLED;
 }
 
@@ -104,10 +109,11 @@ KeyringAnswer<std::optional<std::string>> lookupInKeyring(std::string_view servi
                                                           std::string_view account) {
   const Attributes attributes(service, account);
   GError* raw = nullptr;
-  gchar* password =
-      secret_password_lookupv_sync(secretSchema(), attributes.get(), nullptr, &raw);
-  if (raw != nullptr) return unavailableOrError<std::optional<std::string>>(ErrorPtr(raw));
-  if (password == nullptr) return {Result<std::optional<std::string>>(std::nullopt), {}};
+  gchar* password = secret_password_lookupv_sync(secretSchema(), attributes.get(), nullptr, &raw);
+  if (raw != nullptr)
+    return unavailableOrError<std::optional<std::string>>(ErrorPtr(raw));
+  if (password == nullptr)
+    return {Result<std::optional<std::string>>(std::nullopt), {}};
   std::optional<std::string> secret(password);
   secret_password_free(password);
   return {Result<std::optional<std::string>>(std::move(secret)), {}};
@@ -121,7 +127,8 @@ KeyringAnswer<Unit> storeInKeyring(std::string_view service, std::string_view ac
   GError* raw = nullptr;
   secret_password_storev_sync(secretSchema(), attributes.get(), SECRET_COLLECTION_DEFAULT,
                               label.c_str(), value.c_str(), nullptr, &raw);
-  if (raw != nullptr) return unavailableOrError<Unit>(ErrorPtr(raw));
+  if (raw != nullptr)
+    return unavailableOrError<Unit>(ErrorPtr(raw));
   return {okStatus(), {}};
 }
 
@@ -129,7 +136,8 @@ KeyringAnswer<Unit> clearInKeyring(std::string_view service, std::string_view ac
   const Attributes attributes(service, account);
   GError* raw = nullptr;
   secret_password_clearv_sync(secretSchema(), attributes.get(), nullptr, &raw);
-  if (raw != nullptr) return unavailableOrError<Unit>(ErrorPtr(raw));
+  if (raw != nullptr)
+    return unavailableOrError<Unit>(ErrorPtr(raw));
   return {okStatus(), {}};
 }
 
@@ -141,13 +149,15 @@ Result<std::optional<std::string>> InMemorySecretStore::readSecret(std::string_v
                                                                    std::string_view account) {
   std::lock_guard lock(mutex_);
   const auto found = secrets_.find({std::string(service), std::string(account)});
-  if (found == secrets_.end()) return std::optional<std::string>();
+  if (found == secrets_.end())
+    return std::optional<std::string>();
   return std::optional<std::string>(found->second);
 }
 
 Status InMemorySecretStore::writeSecret(std::string_view service, std::string_view account,
                                         std::string_view secret) {
-  if (Status valid = checkEntry(service, account, secret); !valid) return valid;
+  if (Status valid = checkEntry(service, account, secret); !valid)
+    return valid;
   std::lock_guard lock(mutex_);
   secrets_[{std::string(service), std::string(account)}] = std::string(secret);
   return okStatus();
@@ -171,8 +181,10 @@ std::filesystem::path FileSecretStore::defaultFile() {
 
 Result<FileSecretStore::Entries> FileSecretStore::readEntries() const {
   auto contents = readWholeFile(file_);
-  if (!contents) return contents.error();
-  if (!contents->has_value()) return Entries{};
+  if (!contents)
+    return contents.error();
+  if (!contents->has_value())
+    return Entries{};
 
   struct stat info {};
   if (::stat(file_.c_str(), &info) == 0 && (info.st_mode & 0077) != 0) {
@@ -181,8 +193,8 @@ Result<FileSecretStore::Entries> FileSecretStore::readEntries() const {
     ::chmod(file_.c_str(), kSecretFileMode);
   }
 
-  const Error unreadable = Error::editor(
-      EINVAL, fmt::format("The secrets file \"{}\" is not readable", file_.string()));
+  const Error unreadable =
+      Error::editor(EINVAL, fmt::format("The secrets file \"{}\" is not readable", file_.string()));
   simdjson::dom::parser parser;
   simdjson::dom::array list;
   const simdjson::padded_string padded(**contents);
@@ -204,7 +216,8 @@ Result<FileSecretStore::Entries> FileSecretStore::readEntries() const {
 
 Result<FileSecretStore::Entries> FileSecretStore::readEntriesForChange() const {
   auto entries = readEntries();
-  if (entries) return entries;
+  if (entries)
+    return entries;
   const std::filesystem::path aside = file_.string() + ".corrupt";
   spdlog::warn("{}; keeping it as \"{}\" and starting a new one", entries.error().description,
                aside.string());
@@ -233,18 +246,22 @@ Result<std::optional<std::string>> FileSecretStore::readSecret(std::string_view 
                                                                std::string_view account) {
   std::lock_guard lock(mutex_);
   auto entries = readEntries();
-  if (!entries) return entries.error();
+  if (!entries)
+    return entries.error();
   const auto found = entries->find({std::string(service), std::string(account)});
-  if (found == entries->end()) return std::optional<std::string>();
+  if (found == entries->end())
+    return std::optional<std::string>();
   return std::optional<std::string>(found->second);
 }
 
 Status FileSecretStore::writeSecret(std::string_view service, std::string_view account,
                                     std::string_view secret) {
-  if (Status valid = checkEntry(service, account, secret); !valid) return valid;
+  if (Status valid = checkEntry(service, account, secret); !valid)
+    return valid;
   std::lock_guard lock(mutex_);
   auto entries = readEntriesForChange();
-  if (!entries) return entries.error();
+  if (!entries)
+    return entries.error();
   (*entries)[{std::string(service), std::string(account)}] = std::string(secret);
   return writeEntries(*entries);
 }
@@ -252,8 +269,10 @@ Status FileSecretStore::writeSecret(std::string_view service, std::string_view a
 Status FileSecretStore::deleteSecret(std::string_view service, std::string_view account) {
   std::lock_guard lock(mutex_);
   auto entries = readEntriesForChange();
-  if (!entries) return entries.error();
-  if (entries->erase({std::string(service), std::string(account)}) == 0) return okStatus();
+  if (!entries)
+    return entries.error();
+  if (entries->erase({std::string(service), std::string(account)}) == 0)
+    return okStatus();
   return writeEntries(*entries);
 }
 
@@ -261,9 +280,9 @@ Status FileSecretStore::deleteSecret(std::string_view service, std::string_view 
 
 SystemSecretStore::SystemSecretStore() : SystemSecretStore(Options{}) {}
 
-SystemSecretStore::SystemSecretStore(Options options)
-    : fallback_(std::move(options.fallbackFile)) {
-  if (!options.useSecretService) fallBack("the Secret Service is switched off");
+SystemSecretStore::SystemSecretStore(Options options) : fallback_(std::move(options.fallbackFile)) {
+  if (!options.useSecretService)
+    fallBack("the Secret Service is switched off");
 }
 
 void SystemSecretStore::fallBack(std::string_view reason) {
@@ -276,10 +295,12 @@ void SystemSecretStore::fallBack(std::string_view reason) {
 
 Result<std::optional<std::string>> SystemSecretStore::readSecret(std::string_view service,
                                                                  std::string_view account) {
-  if (Status valid = checkEntry(service, account); !valid) return valid.error();
+  if (Status valid = checkEntry(service, account); !valid)
+    return valid.error();
   if (!usingFallback_) {
     auto answer = lookupInKeyring(service, account);
-    if (answer.result) return std::move(*answer.result);
+    if (answer.result)
+      return std::move(*answer.result);
     fallBack(answer.unavailableReason);
   }
   return fallback_.readSecret(service, account);
@@ -287,20 +308,24 @@ Result<std::optional<std::string>> SystemSecretStore::readSecret(std::string_vie
 
 Status SystemSecretStore::writeSecret(std::string_view service, std::string_view account,
                                       std::string_view secret) {
-  if (Status valid = checkEntry(service, account, secret); !valid) return valid;
+  if (Status valid = checkEntry(service, account, secret); !valid)
+    return valid;
   if (!usingFallback_) {
     auto answer = storeInKeyring(service, account, secret);
-    if (answer.result) return std::move(*answer.result);
+    if (answer.result)
+      return std::move(*answer.result);
     fallBack(answer.unavailableReason);
   }
   return fallback_.writeSecret(service, account, secret);
 }
 
 Status SystemSecretStore::deleteSecret(std::string_view service, std::string_view account) {
-  if (Status valid = checkEntry(service, account); !valid) return valid;
+  if (Status valid = checkEntry(service, account); !valid)
+    return valid;
   if (!usingFallback_) {
     auto answer = clearInKeyring(service, account);
-    if (answer.result) return std::move(*answer.result);
+    if (answer.result)
+      return std::move(*answer.result);
     fallBack(answer.unavailableReason);
   }
   return fallback_.deleteSecret(service, account);

@@ -38,10 +38,13 @@ std::string toLowerHex(const unsigned char* bytes, unsigned int size) {
 
 }  // namespace
 
-void Sha256::ContextDeleter::operator()(evp_md_ctx_st* context) const { EVP_MD_CTX_free(context); }
+void Sha256::ContextDeleter::operator()(evp_md_ctx_st* context) const {
+  EVP_MD_CTX_free(context);
+}
 
 Sha256::Sha256() : context_(EVP_MD_CTX_new()) {
-  if (!context_) throw std::bad_alloc();
+  if (!context_)
+    throw std::bad_alloc();
   startDigest(context_.get());
 }
 
@@ -69,19 +72,21 @@ Result<std::string> Sha256::hexOfFile(const std::filesystem::path& path) {
   const UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
   if (!file.isValid()) {
     const int error = errno;
-    return Error::editor(error, fmt::format("Could not open \"{}\": {}", path.string(),
-                                            std::strerror(error)));
+    return Error::editor(
+        error, fmt::format("Could not open \"{}\": {}", path.string(), std::strerror(error)));
   }
   Sha256 digest;
   std::string buffer(kFileChunkBytes, '\0');
   while (true) {
     const ssize_t got = ::read(file.get(), buffer.data(), buffer.size());
-    if (got == 0) return digest.finalHex();
-    if (got < 0 && errno == EINTR) continue;
+    if (got == 0)
+      return digest.finalHex();
+    if (got < 0 && errno == EINTR)
+      continue;
     if (got < 0) {
       const int error = errno;
-      return Error::editor(error, fmt::format("Could not read \"{}\": {}", path.string(),
-                                              std::strerror(error)));
+      return Error::editor(
+          error, fmt::format("Could not read \"{}\": {}", path.string(), std::strerror(error)));
     }
     digest.update(std::string_view(buffer.data(), static_cast<std::size_t>(got)));
   }

@@ -13,8 +13,10 @@ constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwx
 
 constexpr std::array<int, 256> makeDecodeTable() {
   std::array<int, 256> table{};
-  for (int& entry : table) entry = -1;
-  for (int i = 0; i < 64; ++i) table[static_cast<unsigned char>(kAlphabet[i])] = i;
+  for (int& entry : table)
+    entry = -1;
+  for (int i = 0; i < 64; ++i)
+    table[static_cast<unsigned char>(kAlphabet[i])] = i;
   return table;
 }
 constexpr std::array<int, 256> kDecodeTable = makeDecodeTable();
@@ -56,7 +58,9 @@ void appendQuoted(std::string& out, std::string_view text) {
   out.push_back('"');
 }
 
-bool isValidUtf8(std::string_view text) { return simdjson::validate_utf8(text.data(), text.size()); }
+bool isValidUtf8(std::string_view text) {
+  return simdjson::validate_utf8(text.data(), text.size());
+}
 
 std::string encodeBase64(std::string_view bytes) {
   std::string out;
@@ -66,12 +70,15 @@ std::string encodeBase64(std::string_view bytes) {
     const std::uint32_t group = (static_cast<unsigned char>(bytes[i]) << 16) |
                                 (static_cast<unsigned char>(bytes[i + 1]) << 8) |
                                 static_cast<unsigned char>(bytes[i + 2]);
-    for (int shift : {18, 12, 6, 0}) out.push_back(kAlphabet[(group >> shift) & 0x3f]);
+    for (int shift : {18, 12, 6, 0})
+      out.push_back(kAlphabet[(group >> shift) & 0x3f]);
   }
   const std::size_t rest = bytes.size() - i;
-  if (rest == 0) return out;
+  if (rest == 0)
+    return out;
   std::uint32_t group = static_cast<unsigned char>(bytes[i]) << 16;
-  if (rest == 2) group |= static_cast<unsigned char>(bytes[i + 1]) << 8;
+  if (rest == 2)
+    group |= static_cast<unsigned char>(bytes[i + 1]) << 8;
   out.push_back(kAlphabet[(group >> 18) & 0x3f]);
   out.push_back(kAlphabet[(group >> 12) & 0x3f]);
   out.push_back(rest == 2 ? kAlphabet[(group >> 6) & 0x3f] : '=');
@@ -80,22 +87,27 @@ std::string encodeBase64(std::string_view bytes) {
 }
 
 std::optional<std::string> decodeBase64(std::string_view text) {
-  if (text.size() % 4 != 0) return std::nullopt;
+  if (text.size() % 4 != 0)
+    return std::nullopt;
   std::string out;
   out.reserve(text.size() / 4 * 3);
   for (std::size_t i = 0; i < text.size(); i += 4) {
     const bool last = i + 4 == text.size();
     const int padding = last ? (text[i + 3] == '=') + (text[i + 2] == '=') : 0;
-    if (padding == 1 && text[i + 2] == '=') return std::nullopt;
+    if (padding == 1 && text[i + 2] == '=')
+      return std::nullopt;
     std::uint32_t group = 0;
     for (int k = 0; k < 4 - padding; ++k) {
       const int value = kDecodeTable[static_cast<unsigned char>(text[i + k])];
-      if (value < 0) return std::nullopt;
+      if (value < 0)
+        return std::nullopt;
       group |= static_cast<std::uint32_t>(value) << (18 - 6 * k);
     }
     out.push_back(static_cast<char>((group >> 16) & 0xff));
-    if (padding < 2) out.push_back(static_cast<char>((group >> 8) & 0xff));
-    if (padding < 1) out.push_back(static_cast<char>(group & 0xff));
+    if (padding < 2)
+      out.push_back(static_cast<char>((group >> 8) & 0xff));
+    if (padding < 1)
+      out.push_back(static_cast<char>(group & 0xff));
   }
   return out;
 }

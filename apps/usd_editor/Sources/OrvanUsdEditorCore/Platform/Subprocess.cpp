@@ -5,8 +5,8 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/eventfd.h>
-#include <sys/syscall.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -25,9 +25,11 @@ extern char** environ;
 namespace orvan::editor {
 
 std::string ExitStatus::describe() const {
-  if (kind == Kind::exited) return fmt::format("exit code {}", value);
+  if (kind == Kind::exited)
+    return fmt::format("exit code {}", value);
   const char* name = sigabbrev_np(value);
-  if (name == nullptr) return fmt::format("killed by signal {}", value);
+  if (name == nullptr)
+    return fmt::format("killed by signal {}", value);
   return fmt::format("killed by signal {} (SIG{})", value, name);
 }
 
@@ -58,11 +60,15 @@ std::string describeErrno(int error) {
 
 // Why `path` cannot be launched, or nothing when it can.
 std::optional<std::string> whyNotExecutable(const std::string& path) {
-  if (path.empty()) return "no executable path was given";
+  if (path.empty())
+    return "no executable path was given";
   struct stat info {};
-  if (::stat(path.c_str(), &info) != 0) return describeErrno(errno);
-  if (!S_ISREG(info.st_mode)) return "not a regular file";
-  if (::access(path.c_str(), X_OK) != 0) return "not executable";
+  if (::stat(path.c_str(), &info) != 0)
+    return describeErrno(errno);
+  if (!S_ISREG(info.st_mode))
+    return "not a regular file";
+  if (::access(path.c_str(), X_OK) != 0)
+    return "not executable";
   return std::nullopt;
 }
 
@@ -76,7 +82,8 @@ Result<std::array<UniqueFd, 2>> makePipe() {
   }
   std::array<UniqueFd, 2> ends{UniqueFd(fds[0]), UniqueFd(fds[1])};
   for (UniqueFd& end : ends) {
-    if (end.get() > STDERR_FILENO) continue;
+    if (end.get() > STDERR_FILENO)
+      continue;
     const int lifted = ::fcntl(end.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
     if (lifted < 0) {
       return Error::editor(ProcessLauncher::kLaunchFailedCode,
@@ -88,24 +95,31 @@ Result<std::array<UniqueFd, 2>> makePipe() {
 }
 
 // Called through syscall(): the C library's own declarations lack C linkage in this release.
-int openPidFd(pid_t pid) { return static_cast<int>(::syscall(SYS_pidfd_open, pid, 0)); }
+int openPidFd(pid_t pid) {
+  return static_cast<int>(::syscall(SYS_pidfd_open, pid, 0));
+}
 int sendPidFdSignal(int pidFd, int signal) {
   return static_cast<int>(::syscall(SYS_pidfd_send_signal, pidFd, signal, nullptr, 0));
 }
 
-void setNonBlocking(int fd) { ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK); }
+void setNonBlocking(int fd) {
+  ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
+}
 
 std::optional<std::string> findInvalidText(const ProcessLaunchOptions& options) {
   const auto hasNul = [](const std::string& text) { return text.find('\0') != std::string::npos; };
-  if (hasNul(options.executablePath)) return "the path contains a NUL byte";
+  if (hasNul(options.executablePath))
+    return "the path contains a NUL byte";
   for (const std::string& argument : options.arguments) {
-    if (hasNul(argument)) return "an argument contains a NUL byte";
+    if (hasNul(argument))
+      return "an argument contains a NUL byte";
   }
   for (const auto& [name, value] : options.environment) {
     if (name.empty() || name.find('=') != std::string::npos || hasNul(name)) {
       return fmt::format("invalid environment variable name \"{}\"", name);
     }
-    if (hasNul(value)) return fmt::format("the value of {} contains a NUL byte", name);
+    if (hasNul(value))
+      return fmt::format("the value of {} contains a NUL byte", name);
   }
   return std::nullopt;
 }
@@ -119,16 +133,19 @@ std::vector<std::string> buildEnvironment(
     const std::string_view name = text.substr(0, text.find('='));
     const bool replaced = std::any_of(additions.begin(), additions.end(),
                                       [&](const auto& addition) { return addition.first == name; });
-    if (!replaced) entries.emplace_back(text);
+    if (!replaced)
+      entries.emplace_back(text);
   }
-  for (const auto& [name, value] : additions) entries.push_back(name + "=" + value);
+  for (const auto& [name, value] : additions)
+    entries.push_back(name + "=" + value);
   return entries;
 }
 
 std::vector<char*> pointersTo(std::vector<std::string>& strings) {
   std::vector<char*> pointers;
   pointers.reserve(strings.size() + 1);
-  for (std::string& text : strings) pointers.push_back(text.data());
+  for (std::string& text : strings)
+    pointers.push_back(text.data());
   pointers.push_back(nullptr);
   return pointers;
 }
@@ -241,7 +258,8 @@ struct Subprocess::Monitor {
   void scheduleSignals(SteadyClock::time_point terminate, SteadyClock::time_point kill) {
     {
       std::lock_guard lock(mutex);
-      if (status) return;
+      if (status)
+        return;
       terminateAt = terminateAt ? std::min(*terminateAt, terminate) : terminate;
       killAt = killAt ? std::min(*killAt, kill) : kill;
     }
@@ -252,18 +270,27 @@ struct Subprocess::Monitor {
     std::vector<char> buffer(kReadChunkBytes);
     while (true) {
       const std::optional<int> timeout = nextTimeoutMs();
-      if (!timeout) break;
+      if (!timeout)
+        break;
       std::vector<pollfd> fds;
       fds.push_back({wakeFd.get(), POLLIN, 0});
-      if (pidFd.isValid()) fds.push_back({pidFd.get(), POLLIN, 0});
-      if (out.isOpen()) fds.push_back({out.fd.get(), POLLIN, 0});
-      if (err.isOpen()) fds.push_back({err.fd.get(), POLLIN, 0});
-      if (::poll(fds.data(), fds.size(), *timeout) < 0 && errno != EINTR) break;
+      if (pidFd.isValid())
+        fds.push_back({pidFd.get(), POLLIN, 0});
+      if (out.isOpen())
+        fds.push_back({out.fd.get(), POLLIN, 0});
+      if (err.isOpen())
+        fds.push_back({err.fd.get(), POLLIN, 0});
+      if (::poll(fds.data(), fds.size(), *timeout) < 0 && errno != EINTR)
+        break;
       for (const pollfd& entry : fds) {
-        if (entry.revents == 0) continue;
-        if (entry.fd == wakeFd.get()) drainWake();
-        if (out.isOpen() && entry.fd == out.fd.get()) readFrom(out, buffer);
-        if (err.isOpen() && entry.fd == err.fd.get()) readFrom(err, buffer);
+        if (entry.revents == 0)
+          continue;
+        if (entry.fd == wakeFd.get())
+          drainWake();
+        if (out.isOpen() && entry.fd == out.fd.get())
+          readFrom(out, buffer);
+        if (err.isOpen() && entry.fd == err.fd.get())
+          readFrom(err, buffer);
       }
       reapIfExited();
       sendDueSignals();
@@ -274,12 +301,15 @@ struct Subprocess::Monitor {
   // Nothing when the work is done; otherwise how long poll may sleep.
   std::optional<int> nextTimeoutMs() {
     std::lock_guard lock(mutex);
-    if (status && !out.isOpen() && !err.isOpen()) return std::nullopt;
-    if (status) return -1;
+    if (status && !out.isOpen() && !err.isOpen())
+      return std::nullopt;
+    if (status)
+      return -1;
     int timeout = pidFd.isValid() ? -1 : kExitPollIntervalMs;
     const auto now = SteadyClock::now();
     const auto shorten = [&](const std::optional<SteadyClock::time_point>& due, bool sent) {
-      if (!due || sent) return;
+      if (!due || sent)
+        return;
       const auto left = std::chrono::ceil<std::chrono::milliseconds>(*due - now).count();
       const int leftMs = static_cast<int>(std::max<std::int64_t>(0, left));
       timeout = timeout < 0 ? leftMs : std::min(timeout, leftMs);
@@ -296,7 +326,8 @@ struct Subprocess::Monitor {
 
   void readFrom(StreamReader& stream, std::vector<char>& buffer) {
     const ssize_t got = ::read(stream.fd.get(), buffer.data(), buffer.size());
-    if (got < 0 && (errno == EINTR || errno == EAGAIN)) return;
+    if (got < 0 && (errno == EINTR || errno == EAGAIN))
+      return;
     if (got <= 0) {
       endStream(stream);
       return;
@@ -323,7 +354,8 @@ struct Subprocess::Monitor {
     stream.totalBytes += data.size();
     stream.capture.append(data);
     const std::size_t limit = stream.options.captureLimitBytes;
-    if (stream.capture.size() > 2 * limit) stream.capture.erase(0, stream.capture.size() - limit);
+    if (stream.capture.size() > 2 * limit)
+      stream.capture.erase(0, stream.capture.size() - limit);
   }
 
   void splitLines(StreamReader& stream, std::string_view data) {
@@ -341,7 +373,8 @@ struct Subprocess::Monitor {
           stream.pendingLine.append(piece);
         }
       }
-      if (newline == std::string_view::npos) return;
+      if (newline == std::string_view::npos)
+        return;
       if (!stream.skippingRestOfLine) {
         deliver(stream, OutputLine{std::exchange(stream.pendingLine, {}), false, false});
       }
@@ -361,18 +394,22 @@ struct Subprocess::Monitor {
 
   void deliver(StreamReader& stream, OutputLine line) {
     std::lock_guard lock(callbackMutex);
-    if (callbacksDetached || !stream.options.onLine) return;
+    if (callbacksDetached || !stream.options.onLine)
+      return;
     stream.options.onLine(std::move(line));
   }
 
   void reapIfExited() {
     std::lock_guard lock(mutex);
-    if (status) return;
+    if (status)
+      return;
     int raw = 0;
     const pid_t reaped = ::waitpid(pid, &raw, WNOHANG);
-    if (reaped == 0) return;
+    if (reaped == 0)
+      return;
     if (reaped < 0) {
-      if (errno == EINTR) return;
+      if (errno == EINTR)
+        return;
       // Someone else reaped it (SIGCHLD set to SIG_IGN reaps automatically): the status is lost.
       status = ExitStatus::exited(-1);
     } else if (WIFSIGNALED(raw)) {
@@ -386,7 +423,8 @@ struct Subprocess::Monitor {
   // Runs on the monitor thread only, before the child is reaped, so the process id is still ours.
   void sendDueSignals() {
     std::lock_guard lock(mutex);
-    if (status) return;
+    if (status)
+      return;
     const auto now = SteadyClock::now();
     if (terminateAt && !sentTerminate && *terminateAt <= now) {
       sendSignal(SIGTERM);
@@ -415,12 +453,14 @@ struct Subprocess::Monitor {
       out.fd.reset();
       err.fd.reset();
       pidFd.reset();
-      if (!status) status = ExitStatus::exited(-1);
+      if (!status)
+        status = ExitStatus::exited(-1);
       finalStatus = *status;
     }
     {
       std::lock_guard lock(callbackMutex);
-      if (!callbacksDetached && onExit) onExit(finalStatus);
+      if (!callbacksDetached && onExit)
+        onExit(finalStatus);
     }
     {
       std::lock_guard lock(mutex);
@@ -436,21 +476,27 @@ Result<std::unique_ptr<Subprocess>> Subprocess::launch(ProcessLaunchOptions opti
   if (!options.executablePath.empty() && options.executablePath.front() != '/') {
     std::error_code ignored;
     const auto absolute = std::filesystem::absolute(options.executablePath, ignored);
-    if (!absolute.empty()) options.executablePath = absolute.string();
+    if (!absolute.empty())
+      options.executablePath = absolute.string();
   }
   const std::string& path = options.executablePath;
-  if (auto reason = findInvalidText(options)) return launchError(path, *reason);
-  if (auto reason = whyNotExecutable(path)) return launchError(path, *reason);
+  if (auto reason = findInvalidText(options))
+    return launchError(path, *reason);
+  if (auto reason = whyNotExecutable(path))
+    return launchError(path, *reason);
   if (options.standardError.mode == OutputStreamOptions::Mode::pull) {
     return launchError(path, "standard error cannot be pulled");
   }
 
   auto inPipe = makePipe();
-  if (!inPipe) return inPipe.error();
+  if (!inPipe)
+    return inPipe.error();
   auto outPipe = makePipe();
-  if (!outPipe) return outPipe.error();
+  if (!outPipe)
+    return outPipe.error();
   auto errPipe = makePipe();
-  if (!errPipe) return errPipe.error();
+  if (!errPipe)
+    return errPipe.error();
 
   SpawnFileActions actions;
   posix_spawn_file_actions_adddup2(&actions.actions, (*inPipe)[0].get(), STDIN_FILENO);
@@ -470,10 +516,10 @@ Result<std::unique_ptr<Subprocess>> Subprocess::launch(ProcessLaunchOptions opti
   std::vector<char*> envpPointers = pointersTo(envp);
 
   pid_t pid = -1;
-  const int spawnError = ::posix_spawn(&pid, path.c_str(), &actions.actions,
-                                       &attributes.attributes, argvPointers.data(),
-                                       envpPointers.data());
-  if (spawnError != 0) return launchError(path, describeErrno(spawnError));
+  const int spawnError = ::posix_spawn(&pid, path.c_str(), &actions.actions, &attributes.attributes,
+                                       argvPointers.data(), envpPointers.data());
+  if (spawnError != 0)
+    return launchError(path, describeErrno(spawnError));
 
   // The child holds its ends now; ours must go, or the child would never see end of input.
   (*inPipe)[0].reset();
@@ -511,8 +557,7 @@ Result<std::unique_ptr<Subprocess>> Subprocess::launch(ProcessLaunchOptions opti
   }
 }
 
-Subprocess::Subprocess(std::shared_ptr<Monitor> monitor, UniqueFd stdinFd,
-                       UniqueFd pulledStdoutFd)
+Subprocess::Subprocess(std::shared_ptr<Monitor> monitor, UniqueFd stdinFd, UniqueFd pulledStdoutFd)
     : monitor_(std::move(monitor)),
       monitorThread_([monitor = monitor_] { monitor->run(); }),
       stdinFd_(std::move(stdinFd)),
@@ -548,13 +593,15 @@ Subprocess::~Subprocess() {
   }
 }
 
-int Subprocess::processId() const { return monitor_->pid; }
+int Subprocess::processId() const {
+  return monitor_->pid;
+}
 
 Status Subprocess::writeStdin(std::string_view bytes) {
   std::lock_guard lock(stdinMutex_);
   if (!stdinFd_.isValid()) {
-    return Error::editor(EPIPE, fmt::format("The standard input of \"{}\" is closed",
-                                            monitor_->executablePath));
+    return Error::editor(
+        EPIPE, fmt::format("The standard input of \"{}\" is closed", monitor_->executablePath));
   }
   SigpipeGuard guard;
   while (!bytes.empty()) {
@@ -563,9 +610,11 @@ Status Subprocess::writeStdin(std::string_view bytes) {
       bytes.remove_prefix(static_cast<std::size_t>(written));
       continue;
     }
-    if (errno == EINTR) continue;
+    if (errno == EINTR)
+      continue;
     const int error = errno;
-    if (error == EPIPE) guard.noteBrokenPipe();
+    if (error == EPIPE)
+      guard.noteBrokenPipe();
     return Error::editor(error, fmt::format("Could not write to \"{}\": {}",
                                             monitor_->executablePath, std::strerror(error)));
   }
@@ -588,7 +637,8 @@ Result<std::string> Subprocess::readStdout(std::size_t maxBytes) {
       data.resize(static_cast<std::size_t>(got));
       return data;
     }
-    if (errno == EINTR) continue;
+    if (errno == EINTR)
+      continue;
     const int error = errno;
     return Error::editor(error, fmt::format("Could not read from \"{}\": {}",
                                             monitor_->executablePath, std::strerror(error)));
@@ -628,7 +678,8 @@ std::optional<ExitStatus> Subprocess::exitStatus() const {
 ExitStatus Subprocess::waitForExit() {
   std::unique_lock lock(monitor_->mutex);
   // From inside onExit the status is known and waiting for `finished` would never end.
-  if (monitorThread_.get_id() == std::this_thread::get_id()) return *monitor_->status;
+  if (monitorThread_.get_id() == std::this_thread::get_id())
+    return *monitor_->status;
   monitor_->finishedChanged.wait(lock, [this] { return monitor_->finished; });
   return *monitor_->status;
 }
@@ -642,7 +693,8 @@ Result<ProcessOutput> Subprocess::runToCompletion(ProcessLaunchOptions options) 
   options.standardOutput.mode = OutputStreamOptions::Mode::capture;
   options.standardError.mode = OutputStreamOptions::Mode::capture;
   auto launched = launch(std::move(options));
-  if (!launched) return launched.error();
+  if (!launched)
+    return launched.error();
   Subprocess& process = **launched;
   process.closeStdin();
   ProcessOutput output;

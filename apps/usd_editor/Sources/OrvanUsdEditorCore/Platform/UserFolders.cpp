@@ -12,7 +12,8 @@ namespace orvan::editor {
 namespace {
 
 std::filesystem::path homeFolder() {
-  if (const char* home = std::getenv("HOME"); home != nullptr && home[0] == '/') return home;
+  if (const char* home = std::getenv("HOME"); home != nullptr && home[0] == '/')
+    return home;
   std::vector<char> buffer(16 * 1024);
   passwd entry{};
   passwd* found = nullptr;
@@ -24,14 +25,19 @@ std::filesystem::path homeFolder() {
 }
 
 std::filesystem::path fromVariable(const char* variable, const char* fallbackUnderHome) {
-  if (const char* value = std::getenv(variable); value != nullptr && value[0] == '/') return value;
+  if (const char* value = std::getenv(variable); value != nullptr && value[0] == '/')
+    return value;
   return homeFolder() / fallbackUnderHome;
 }
 
 }  // namespace
 
-std::filesystem::path userConfigFolder() { return fromVariable("XDG_CONFIG_HOME", ".config"); }
+std::filesystem::path userConfigFolder() {
+  return fromVariable("XDG_CONFIG_HOME", ".config");
+}
 
-std::filesystem::path userDataFolder() { return fromVariable("XDG_DATA_HOME", ".local/share"); }
+std::filesystem::path userDataFolder() {
+  return fromVariable("XDG_DATA_HOME", ".local/share");
+}
 
 }  // namespace orvan::editor

@@ -18,7 +18,9 @@
 
 namespace orvan::editor {
 
-void PrintTo(const ExitStatus& status, std::ostream* out) { *out << status.describe(); }
+void PrintTo(const ExitStatus& status, std::ostream* out) {
+  *out << status.describe();
+}
 
 namespace {
 
@@ -41,13 +43,15 @@ ProcessLaunchOptions fakeHelper(std::vector<std::string> arguments) {
 
 std::unique_ptr<Subprocess> launchOrFail(ProcessLaunchOptions options) {
   auto launched = Subprocess::launch(std::move(options));
-  if (!launched) ADD_FAILURE() << launched.error().description;
+  if (!launched)
+    ADD_FAILURE() << launched.error().description;
   return launched ? std::move(*launched) : nullptr;
 }
 
 ProcessOutput runOrFail(ProcessLaunchOptions options) {
   auto result = Subprocess::runToCompletion(std::move(options));
-  if (!result) ADD_FAILURE() << result.error().description;
+  if (!result)
+    ADD_FAILURE() << result.error().description;
   return result ? std::move(*result) : ProcessOutput{};
 }
 
@@ -92,7 +96,8 @@ std::size_t countOpenDescriptors() {
 bool waitUntilProcessIsGone(int pid) {
   const auto deadline = std::chrono::steady_clock::now() + 20s;
   while (std::chrono::steady_clock::now() < deadline) {
-    if (::kill(pid, 0) != 0 && errno == ESRCH) return true;
+    if (::kill(pid, 0) != 0 && errno == ESRCH)
+      return true;
     std::this_thread::sleep_for(10ms);
   }
   return false;
@@ -109,8 +114,8 @@ class ScopedSigpipeIgnored {
 
 TEST(SubprocessOutputTest, FloodOnBothStreamsNeitherHangsNorLosesTheExitStatus) {
   const std::size_t bytes = 3 * 1024 * 1024 / 2;
-  const ProcessOutput output = runOrFail(
-      fakeHelper({"flood", std::to_string(bytes), std::to_string(bytes), "1"}));
+  const ProcessOutput output =
+      runOrFail(fakeHelper({"flood", std::to_string(bytes), std::to_string(bytes), "1"}));
   EXPECT_EQ(output.exitStatus, ExitStatus::exited(1));
   EXPECT_EQ(output.standardOutput.size(), bytes);
   EXPECT_EQ(output.standardError.size(), bytes);
@@ -127,7 +132,8 @@ TEST(SubprocessOutputTest, StderrFloodWhileStdoutIsPulledStillEnds) {
   while (true) {
     auto chunk = process->readStdout(4096);
     ASSERT_TRUE(chunk) << chunk.error().description;
-    if (chunk->empty()) break;
+    if (chunk->empty())
+      break;
     out += *chunk;
   }
   EXPECT_EQ(out, std::string(10, 'o'));
@@ -238,8 +244,8 @@ TEST(SubprocessStdinTest, WrittenLinesComeBackAndClosingInputEndsTheChild) {
   ASSERT_TRUE(process->writeStdin(std::string(200000, 'z') + "\nlast"));
   process->closeStdin();
   EXPECT_EQ(process->waitForExit(), ExitStatus::exited(0));
-  EXPECT_THAT(collector.lines(), ElementsAre(line("ping"), line(std::string(200000, 'z')),
-                                             line("last", false, true)));
+  EXPECT_THAT(collector.lines(),
+              ElementsAre(line("ping"), line(std::string(200000, 'z')), line("last", false, true)));
   EXPECT_FALSE(process->writeStdin("more"));
 }
 
@@ -323,8 +329,8 @@ TEST(SubprocessTerminateTest, DroppingARunningHandleLeavesNoZombie) {
 }
 
 TEST(SubprocessLaunchTest, UnlaunchableFilesGiveClearErrors) {
-  const auto directory = std::filesystem::temp_directory_path() /
-                         ("orvan-subprocess-" + std::to_string(::getpid()));
+  const auto directory =
+      std::filesystem::temp_directory_path() / ("orvan-subprocess-" + std::to_string(::getpid()));
   std::filesystem::create_directories(directory);
   const auto plain = directory / "plain.txt";
   std::ofstream(plain) << "#!/bin/sh\necho hi\n";
@@ -334,9 +340,10 @@ TEST(SubprocessLaunchTest, UnlaunchableFilesGiveClearErrors) {
     std::string path;
     std::string reason;
   };
-  for (const Case& c : {Case{(directory / "missing").string(), "no such file"},
-                        Case{plain.string(), "not executable"},
-                        Case{directory.string(), "not a regular file"}, Case{"", "no executable"}}) {
+  for (const Case& c :
+       {Case{(directory / "missing").string(), "no such file"},
+        Case{plain.string(), "not executable"}, Case{directory.string(), "not a regular file"},
+        Case{"", "no executable"}}) {
     SCOPED_TRACE(c.path);
     EXPECT_FALSE(Subprocess::isExecutableFile(c.path));
     auto launched = Subprocess::launch(optionsFor(c.path));

@@ -45,9 +45,10 @@ class PreferencesFileTest : public ::testing::Test {
   }
   // A store whose writes are interrupted the given way.
   JsonFilePreferencesStore interruptedStore(AtomicWriteInterruption interruption) const {
-    return JsonFilePreferencesStore(file_, [interruption](const fs::path& path, std::string_view text) {
-      return writeFileAtomically(path, text, 0600, interruption);
-    });
+    return JsonFilePreferencesStore(file_,
+                                    [interruption](const fs::path& path, std::string_view text) {
+                                      return writeFileAtomically(path, text, 0600, interruption);
+                                    });
   }
 
   fs::path folder_;
@@ -74,9 +75,9 @@ TEST_F(PreferencesFileTest, EveryKindOfValueSurvivesAReload) {
   EXPECT_EQ(reloaded.boolean("velkSnapSurfaceMode"), false);
   EXPECT_EQ(reloaded.data("velk.editor.hostedLaunchScopes"), bytes);
   EXPECT_EQ(reloaded.string("gone"), std::nullopt);
-  EXPECT_THAT(reloaded.keys(), ElementsAre("VelkEditor.hierarchyOrder", "tricky",
-                                           "velk.editor.hostedLaunchScopes", "velkSnapEnabled",
-                                           "velkSnapSurfaceMode"));
+  EXPECT_THAT(reloaded.keys(),
+              ElementsAre("VelkEditor.hierarchyOrder", "tricky", "velk.editor.hostedLaunchScopes",
+                          "velkSnapEnabled", "velkSnapSurfaceMode"));
   // A value read as another kind is absent.
   EXPECT_EQ(reloaded.boolean("VelkEditor.hierarchyOrder"), std::nullopt);
   EXPECT_EQ(reloaded.string("velk.editor.hostedLaunchScopes"), std::nullopt);
@@ -124,7 +125,8 @@ TEST_F(PreferencesFileTest, ACrashBeforeTheRenameLeavesTheOldFileAndALeftoverTha
 }
 
 TEST_F(PreferencesFileTest, ACorruptFileReadsAsEmptyAndIsKeptAsideAtTheFirstChange) {
-  for (const std::string corrupt : {"{\"VelkEditor.hierarchyOrder\": \"sce", "[1, 2]", "\xff\xfe"}) {
+  for (const std::string corrupt :
+       {"{\"VelkEditor.hierarchyOrder\": \"sce", "[1, 2]", "\xff\xfe"}) {
     SCOPED_TRACE(corrupt);
     fs::remove_all(file_.parent_path());
     writeFileText(corrupt);

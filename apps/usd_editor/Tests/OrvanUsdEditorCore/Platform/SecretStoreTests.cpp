@@ -82,8 +82,10 @@ TEST_P(SecretStoreContractTest, SecretsAreFiledByServiceAndAccount) {
 INSTANTIATE_TEST_SUITE_P(
     AllStores, SecretStoreContractTest,
     ::testing::Values(
-        StoreFactory{"InMemory", [](const fs::path&) { return std::make_unique<InMemorySecretStore>(); }},
-        StoreFactory{"File", [](const fs::path& file) { return std::make_unique<FileSecretStore>(file); }},
+        StoreFactory{"InMemory",
+                     [](const fs::path&) { return std::make_unique<InMemorySecretStore>(); }},
+        StoreFactory{"File",
+                     [](const fs::path& file) { return std::make_unique<FileSecretStore>(file); }},
         StoreFactory{"SystemWithoutSecretService",
                      [](const fs::path& file) {
                        return std::make_unique<SystemSecretStore>(SystemSecretStore::Options{
@@ -138,7 +140,8 @@ TEST_F(FileSecretStoreTest, AnUnreachableBusFallsBackToTheFile) {
   const std::string nowhere = "unix:path=" + (folder_ / "no-bus").string();
   ::setenv("DBUS_SESSION_BUS_ADDRESS", nowhere.c_str(), 1);
 
-  SystemSecretStore store(SystemSecretStore::Options{.useSecretService = true, .fallbackFile = file()});
+  SystemSecretStore store(
+      SystemSecretStore::Options{.useSecretService = true, .fallbackFile = file()});
   EXPECT_FALSE(store.isUsingFallbackFile());
   ASSERT_TRUE(store.writeSecret(kService, "acc", "token"));
   EXPECT_TRUE(store.isUsingFallbackFile());

@@ -31,8 +31,8 @@ TEST(Sha256Test, PiecewiseFeedingMatchesAndTheDigestCanBeReused) {
 }
 
 TEST(Sha256Test, FilesAreDigestedAcrossChunkBoundaries) {
-  const auto path = std::filesystem::temp_directory_path() /
-                    ("orvan-sha256-" + std::to_string(::getpid()));
+  const auto path =
+      std::filesystem::temp_directory_path() / ("orvan-sha256-" + std::to_string(::getpid()));
   std::ofstream(path, std::ios::binary) << std::string(1000000, 'a');
   auto digest = Sha256::hexOfFile(path);
   ASSERT_TRUE(digest) << digest.error().description;

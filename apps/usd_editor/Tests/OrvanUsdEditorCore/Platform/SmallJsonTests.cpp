@@ -7,7 +7,8 @@ namespace {
 
 TEST(SmallJsonTest, Base64RoundTripsEveryTailLengthAndAllByteValues) {
   std::string all;
-  for (int byte = 0; byte < 256; ++byte) all.push_back(static_cast<char>(byte));
+  for (int byte = 0; byte < 256; ++byte)
+    all.push_back(static_cast<char>(byte));
   for (std::size_t length = 0; length <= 7; ++length) {
     const std::string bytes = all.substr(250 - length, length);
     EXPECT_EQ(decodeBase64(encodeBase64(bytes)), bytes) << length;

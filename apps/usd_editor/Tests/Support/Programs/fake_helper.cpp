@@ -30,7 +30,8 @@ namespace {
 void writeAll(int fd, std::string_view data) {
   while (!data.empty()) {
     const ssize_t written = ::write(fd, data.data(), data.size());
-    if (written <= 0) std::exit(3);
+    if (written <= 0)
+      std::exit(3);
     data.remove_prefix(static_cast<std::size_t>(written));
   }
 }
@@ -60,11 +61,13 @@ int flood(std::size_t outBytes, std::size_t errBytes, int code) {
 
 int listDescriptors() {
   DIR* dir = ::opendir("/proc/self/fd");
-  if (dir == nullptr) return 2;
+  if (dir == nullptr)
+    return 2;
   const std::string own = std::to_string(::dirfd(dir));
   while (const dirent* entry = ::readdir(dir)) {
     const std::string name = entry->d_name;
-    if (name == "." || name == ".." || name == own) continue;
+    if (name == "." || name == ".." || name == own)
+      continue;
     say(name);
   }
   ::closedir(dir);
@@ -72,14 +75,17 @@ int listDescriptors() {
 }
 
 int run(int argc, char** argv) {
-  if (argc < 2) return 64;
+  if (argc < 2)
+    return 64;
   const std::string_view mode = argv[1];
   if (mode == "echo-lines") {
-    for (int i = 2; i < argc; ++i) say(argv[i]);
+    for (int i = 2; i < argc; ++i)
+      say(argv[i]);
     return 0;
   }
   if (mode == "print-args") {
-    for (int i = 2; i < argc; ++i) say("[" + std::string(argv[i]) + "]");
+    for (int i = 2; i < argc; ++i)
+      say("[" + std::string(argv[i]) + "]");
     return 0;
   }
   if (mode == "print-env" && argc == 3) {
@@ -91,7 +97,8 @@ int run(int argc, char** argv) {
     return flood(std::stoul(argv[2]), std::stoul(argv[3]), std::atoi(argv[4]));
   }
   if (mode == "exit" && argc >= 3) {
-    if (argc >= 4) writeAll(STDERR_FILENO, argv[3]);
+    if (argc >= 4)
+      writeAll(STDERR_FILENO, argv[3]);
     return std::atoi(argv[2]);
   }
   if (mode == "raise" && argc == 3) {
@@ -99,9 +106,11 @@ int run(int argc, char** argv) {
     return 70;
   }
   if (mode == "sleep-forever") {
-    if (argc >= 3 && std::string_view(argv[2]) == "ignore-term") ::signal(SIGTERM, SIG_IGN);
+    if (argc >= 3 && std::string_view(argv[2]) == "ignore-term")
+      ::signal(SIGTERM, SIG_IGN);
     say("sleeping");
-    while (true) ::pause();
+    while (true)
+      ::pause();
   }
   if (mode == "oversized-line" && argc == 3) {
     writeAll(STDOUT_FILENO, std::string(std::stoul(argv[2]), 'x'));
@@ -124,7 +133,8 @@ int run(int argc, char** argv) {
     }
     return got == 0 ? 0 : 4;
   }
-  if (mode == "list-fds") return listDescriptors();
+  if (mode == "list-fds")
+    return listDescriptors();
   if (mode == "sigpipe-disposition") {
     struct sigaction current {};
     ::sigaction(SIGPIPE, nullptr, &current);
@@ -141,4 +151,6 @@ int run(int argc, char** argv) {
 
 }  // namespace
 
-int main(int argc, char** argv) { return run(argc, argv); }
+int main(int argc, char** argv) {
+  return run(argc, argv);
+}
