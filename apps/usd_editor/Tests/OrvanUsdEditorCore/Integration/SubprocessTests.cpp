@@ -316,7 +316,8 @@ TEST(SubprocessTerminateTest, SleepingChildEndsBySigtermOrSigkillWhenItIgnoresIt
   }
 }
 
-TEST(SubprocessTerminateTest, DroppingARunningHandleLeavesNoZombie) {
+TEST(SubprocessTerminateTest, DroppingARunningHandleLeavesNoZombieAndNoDescriptor) {
+  const std::size_t descriptorsBefore = countOpenDescriptors();
   std::atomic<int> exits = 0;
   auto options = fakeHelper({"sleep-forever"});
   options.onExit = [&](ExitStatus) { ++exits; };
@@ -325,6 +326,13 @@ TEST(SubprocessTerminateTest, DroppingARunningHandleLeavesNoZombie) {
   const int pid = process->processId();
   process.reset();
   EXPECT_TRUE(waitUntilProcessIsGone(pid));
+  // The monitor lets go of its descriptors once it has reaped the child.
+  const auto deadline = std::chrono::steady_clock::now() + 20s;
+  while (countOpenDescriptors() != descriptorsBefore &&
+         std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(10ms);
+  }
+  EXPECT_EQ(countOpenDescriptors(), descriptorsBefore);
   EXPECT_EQ(exits, 0);  // no callback after the handle is gone
 }
 
