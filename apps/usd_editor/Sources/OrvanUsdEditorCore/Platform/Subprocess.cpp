@@ -102,6 +102,28 @@ int sendPidFdSignal(int pidFd, int signal) {
   return static_cast<int>(::syscall(SYS_pidfd_send_signal, pidFd, signal, nullptr, 0));
 }
 
+ExitStatus decodeWaitStatus(int raw) {
+  if (WIFSIGNALED(raw))
+    return ExitStatus::signalled(WTERMSIG(raw));
+  return ExitStatus::exited(WEXITSTATUS(raw));
+}
+
+// Waits for the child. -1 stands for a status somebody else collected (SIGCHLD set to SIG_IGN
+// reaps automatically).
+ExitStatus reapBlocking(pid_t pid) {
+  int raw = 0;
+  pid_t reaped = -1;
+  while ((reaped = ::waitpid(pid, &raw, 0)) < 0 && errno == EINTR) {
+  }
+  return reaped < 0 ? ExitStatus::exited(-1) : decodeWaitStatus(raw);
+}
+
+// For a child that cannot be watched after all: end it here rather than leave a zombie.
+void killAndReap(pid_t pid) {
+  ::kill(pid, SIGKILL);
+  reapBlocking(pid);
+}
+
 void setNonBlocking(int fd) {
   ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) | O_NONBLOCK);
 }
@@ -407,16 +429,10 @@ struct Subprocess::Monitor {
     const pid_t reaped = ::waitpid(pid, &raw, WNOHANG);
     if (reaped == 0)
       return;
-    if (reaped < 0) {
-      if (errno == EINTR)
-        return;
-      // Someone else reaped it (SIGCHLD set to SIG_IGN reaps automatically): the status is lost.
-      status = ExitStatus::exited(-1);
-    } else if (WIFSIGNALED(raw)) {
-      status = ExitStatus::signalled(WTERMSIG(raw));
-    } else {
-      status = ExitStatus::exited(WEXITSTATUS(raw));
-    }
+    if (reaped < 0 && errno == EINTR)
+      return;
+    // -1 when somebody else collected the status (SIGCHLD set to SIG_IGN reaps automatically).
+    status = reaped < 0 ? ExitStatus::exited(-1) : decodeWaitStatus(raw);
     pidFd.reset();
   }
 
@@ -448,13 +464,21 @@ struct Subprocess::Monitor {
   // drops the handle cannot cut the callback off.
   void finish() {
     ExitStatus finalStatus;
+    bool reaped = false;
     {
       std::lock_guard lock(mutex);
       out.fd.reset();
       err.fd.reset();
+      reaped = status.has_value();
+    }
+    // Only when polling itself failed: wait for the child rather than leave a zombie.
+    const std::optional<ExitStatus> lateStatus =
+        reaped ? std::nullopt : std::optional(reapBlocking(pid));
+    {
+      std::lock_guard lock(mutex);
       pidFd.reset();
-      if (!status)
-        status = ExitStatus::exited(-1);
+      if (lateStatus)
+        status = lateStatus;
       finalStatus = *status;
     }
     {
@@ -531,6 +555,12 @@ Result<std::unique_ptr<Subprocess>> Subprocess::launch(ProcessLaunchOptions opti
   monitor->pid = pid;
   monitor->pidFd = UniqueFd(openPidFd(pid));
   monitor->wakeFd = UniqueFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  if (!monitor->wakeFd.isValid()) {
+    const int error = errno;
+    killAndReap(pid);
+    return launchError(path,
+                       fmt::format("no event descriptor to watch it ({})", std::strerror(error)));
+  }
   monitor->onExit = std::move(options.onExit);
   monitor->out.options = std::move(options.standardOutput);
   monitor->err.options = std::move(options.standardError);
@@ -549,10 +579,7 @@ Result<std::unique_ptr<Subprocess>> Subprocess::launch(ProcessLaunchOptions opti
         new Subprocess(std::move(monitor), std::move((*inPipe)[1]), std::move(pulledStdout)));
     return process;
   } catch (const std::system_error& error) {
-    // No thread to watch it: end the child here rather than leave it unreaped.
-    ::kill(pid, SIGKILL);
-    while (::waitpid(pid, nullptr, 0) < 0 && errno == EINTR) {
-    }
+    killAndReap(pid);
     return launchError(path, fmt::format("no thread to watch it ({})", error.what()));
   }
 }
