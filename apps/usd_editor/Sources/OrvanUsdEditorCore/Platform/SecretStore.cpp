@@ -285,6 +285,26 @@ SystemSecretStore::SystemSecretStore(Options options) : fallback_(std::move(opti
     fallBack("the Secret Service is switched off");
 }
 
+bool SystemSecretStore::connectToSessionBus() {
+  std::call_once(busConnected_, [this] {
+    if (usingFallback_)
+      return;
+    GError* raw = nullptr;
+    GDBusConnection* bus = g_bus_get_sync(G_BUS_TYPE_SESSION, nullptr, &raw);
+    if (bus == nullptr) {
+      const ErrorPtr error(raw);
+      fallBack(fmt::format("there is no D-Bus session ({})", error ? error->message : "unknown"));
+      return;
+    }
+    // The shared session connection ends the whole process when the bus goes away, unless told
+    // otherwise; a dying desktop session must not take the editor and its unsaved edits with it.
+    // Holding it keeps that setting on the very connection libsecret uses.
+    g_dbus_connection_set_exit_on_close(bus, FALSE);
+    sessionBus_ = std::shared_ptr<void>(bus, [](void* connection) { g_object_unref(connection); });
+  });
+  return !usingFallback_;
+}
+
 void SystemSecretStore::fallBack(std::string_view reason) {
   usingFallback_ = true;
   std::call_once(fallbackLogged_, [&] {
@@ -297,7 +317,7 @@ Result<std::optional<std::string>> SystemSecretStore::readSecret(std::string_vie
                                                                  std::string_view account) {
   if (Status valid = checkEntry(service, account); !valid)
     return valid.error();
-  if (!usingFallback_) {
+  if (connectToSessionBus()) {
     auto answer = lookupInKeyring(service, account);
     if (answer.result)
       return std::move(*answer.result);
@@ -310,7 +330,7 @@ Status SystemSecretStore::writeSecret(std::string_view service, std::string_view
                                       std::string_view secret) {
   if (Status valid = checkEntry(service, account, secret); !valid)
     return valid;
-  if (!usingFallback_) {
+  if (connectToSessionBus()) {
     auto answer = storeInKeyring(service, account, secret);
     if (answer.result)
       return std::move(*answer.result);
@@ -322,7 +342,7 @@ Status SystemSecretStore::writeSecret(std::string_view service, std::string_view
 Status SystemSecretStore::deleteSecret(std::string_view service, std::string_view account) {
   if (Status valid = checkEntry(service, account); !valid)
     return valid;
-  if (!usingFallback_) {
+  if (connectToSessionBus()) {
     auto answer = clearInKeyring(service, account);
     if (answer.result)
       return std::move(*answer.result);

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -95,10 +96,14 @@ class SystemSecretStore final : public SecretStore {
   bool isUsingFallbackFile() const { return usingFallback_; }
 
  private:
+  // Connects to the session bus once; false (after falling back) when there is none.
+  bool connectToSessionBus();
   // Switches to the file and logs why, once.
   void fallBack(std::string_view reason);
 
   FileSecretStore fallback_;
+  std::once_flag busConnected_;
+  std::shared_ptr<void> sessionBus_;  // a GDBusConnection, held for the store's life
   std::atomic<bool> usingFallback_ = false;
   std::once_flag fallbackLogged_;
 };
