@@ -84,6 +84,10 @@ class InMemoryPreferencesStore : public PreferencesStore {
 //   {"VelkEditor.hierarchyOrder": "scene", "velkSnapEnabled": true,
 //    "velk.editor.hostedLaunchScopes": {"data": "<base64>"}}
 //
+// The file is private to the user (mode 0600). Each change is written before the setter returns,
+// flushed to disk included; changes are rare and small, and a preference set just before a crash
+// is then not lost. A temporary file left by a crash mid-write is ignored (and harmless).
+//
 // A file that cannot be read or is not a JSON object is reported in the log and read as empty.
 // It is left alone until the first change, which first moves it aside to "<name>.corrupt" (so a
 // hand edit gone wrong can be recovered) and then writes the new file.
