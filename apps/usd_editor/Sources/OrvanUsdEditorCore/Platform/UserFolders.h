@@ -1,0 +1,12 @@
+#pragma once
+
+#include <filesystem>
+
+namespace orvan::editor {
+
+// The per-user base folders of the XDG base directory rules: the variable when it holds an
+// absolute path, else the usual folder under the home directory.
+std::filesystem::path userConfigFolder();  // $XDG_CONFIG_HOME or ~/.config
+std::filesystem::path userDataFolder();    // $XDG_DATA_HOME or ~/.local/share
+
+}  // namespace orvan::editor

@@ -1,0 +1,409 @@
+#include <dirent.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <thread>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include "Platform/PosixProcessLauncher.h"
+#include "Platform/Subprocess.h"
+
+namespace orvan::editor {
+
+void PrintTo(const ExitStatus& status, std::ostream* out) {
+  *out << status.describe();
+}
+
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using namespace std::chrono_literals;
+
+ProcessLaunchOptions optionsFor(std::string path) {
+  ProcessLaunchOptions options;
+  options.executablePath = std::move(path);
+  return options;
+}
+
+ProcessLaunchOptions fakeHelper(std::vector<std::string> arguments) {
+  ProcessLaunchOptions options;
+  options.executablePath = ORVAN_FAKE_HELPER_PATH;
+  options.arguments = std::move(arguments);
+  return options;
+}
+
+std::unique_ptr<Subprocess> launchOrFail(ProcessLaunchOptions options) {
+  auto launched = Subprocess::launch(std::move(options));
+  if (!launched)
+    ADD_FAILURE() << launched.error().description;
+  return launched ? std::move(*launched) : nullptr;
+}
+
+ProcessOutput runOrFail(ProcessLaunchOptions options) {
+  auto result = Subprocess::runToCompletion(std::move(options));
+  if (!result)
+    ADD_FAILURE() << result.error().description;
+  return result ? std::move(*result) : ProcessOutput{};
+}
+
+// Lines delivered on the monitor thread, collected for the test thread.
+class LineCollector {
+ public:
+  OutputLineHandler handler() {
+    return [this](OutputLine line) {
+      std::lock_guard lock(mutex_);
+      lines_.push_back(std::move(line));
+      changed_.notify_all();
+    };
+  }
+  bool waitForCount(std::size_t count) {
+    std::unique_lock lock(mutex_);
+    return changed_.wait_for(lock, 20s, [&] { return lines_.size() >= count; });
+  }
+  std::vector<OutputLine> lines() {
+    std::lock_guard lock(mutex_);
+    return lines_;
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  std::vector<OutputLine> lines_;
+};
+
+OutputLine line(std::string text, bool truncated = false, bool endedAtEnd = false) {
+  return OutputLine{std::move(text), truncated, endedAtEnd};
+}
+
+std::size_t countOpenDescriptors() {
+  std::size_t count = 0;
+  for ([[maybe_unused]] const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
+    ++count;
+  }
+  return count;
+}
+
+// A reaped process no longer exists; a zombie still does.
+bool waitUntilProcessIsGone(int pid) {
+  const auto deadline = std::chrono::steady_clock::now() + 20s;
+  while (std::chrono::steady_clock::now() < deadline) {
+    if (::kill(pid, 0) != 0 && errno == ESRCH)
+      return true;
+    std::this_thread::sleep_for(10ms);
+  }
+  return false;
+}
+
+class ScopedSigpipeIgnored {
+ public:
+  ScopedSigpipeIgnored() { previous_ = ::signal(SIGPIPE, SIG_IGN); }
+  ~ScopedSigpipeIgnored() { ::signal(SIGPIPE, previous_); }
+
+ private:
+  void (*previous_)(int) = nullptr;
+};
+
+TEST(SubprocessOutputTest, FloodOnBothStreamsNeitherHangsNorLosesTheExitStatus) {
+  const std::size_t bytes = 3 * 1024 * 1024 / 2;
+  const ProcessOutput output =
+      runOrFail(fakeHelper({"flood", std::to_string(bytes), std::to_string(bytes), "1"}));
+  EXPECT_EQ(output.exitStatus, ExitStatus::exited(1));
+  EXPECT_EQ(output.standardOutput.size(), bytes);
+  EXPECT_EQ(output.standardError.size(), bytes);
+  EXPECT_EQ(output.standardError.find_first_not_of('e'), std::string::npos);
+  EXPECT_FALSE(output.standardErrorTruncated);
+}
+
+TEST(SubprocessOutputTest, StderrFloodWhileStdoutIsPulledStillEnds) {
+  auto options = fakeHelper({"flood", "10", std::to_string(2 * 1024 * 1024), "1"});
+  options.standardOutput = OutputStreamOptions::pulled();
+  auto process = launchOrFail(std::move(options));
+  ASSERT_TRUE(process);
+  std::string out;
+  while (true) {
+    auto chunk = process->readStdout(4096);
+    ASSERT_TRUE(chunk) << chunk.error().description;
+    if (chunk->empty())
+      break;
+    out += *chunk;
+  }
+  EXPECT_EQ(out, std::string(10, 'o'));
+  EXPECT_EQ(process->waitForExit(), ExitStatus::exited(1));
+  EXPECT_EQ(process->capturedStderr().size(), 2u * 1024 * 1024);
+}
+
+TEST(SubprocessOutputTest, CaptureBeyondItsLimitKeepsTheNewestBytes) {
+  auto options = fakeHelper({"flood", "0", "100000", "0"});
+  options.standardError.captureLimitBytes = 1000;
+  auto process = launchOrFail(std::move(options));
+  ASSERT_TRUE(process);
+  process->waitForExit();
+  EXPECT_EQ(process->capturedStderr(), std::string(1000, 'e'));
+  EXPECT_TRUE(process->isStderrTruncated());
+  EXPECT_FALSE(process->isStdoutTruncated());
+}
+
+TEST(SubprocessEnvironmentTest, AdditionsReachTheChildAndNeverItsArguments) {
+  auto options = fakeHelper({"print-env", "ORVAN_AUTH_TOKEN"});
+  options.environment = {{"ORVAN_AUTH_TOKEN", "secret-token"}};
+  EXPECT_EQ(runOrFail(options).standardOutput, "secret-token\n");
+
+  auto argsOptions = fakeHelper({"print-args", "--scene", "a b.usda", ""});
+  argsOptions.environment = {{"ORVAN_AUTH_TOKEN", "secret-token"}};
+  const ProcessOutput args = runOrFail(argsOptions);
+  EXPECT_EQ(args.standardOutput, "[--scene]\n[a b.usda]\n[]\n");
+  EXPECT_THAT(args.standardOutput, ::testing::Not(HasSubstr("secret-token")));
+}
+
+TEST(SubprocessEnvironmentTest, AdditionReplacesTheParentsValueAndOthersAreInherited) {
+  ::setenv("ORVAN_SUBPROCESS_TEST_REPLACED", "parent", 1);
+  ::setenv("ORVAN_SUBPROCESS_TEST_INHERITED", "inherited", 1);
+  auto replaced = fakeHelper({"print-env", "ORVAN_SUBPROCESS_TEST_REPLACED"});
+  replaced.environment = {{"ORVAN_SUBPROCESS_TEST_REPLACED", "child"}};
+  EXPECT_EQ(runOrFail(replaced).standardOutput, "child\n");
+  EXPECT_EQ(runOrFail(fakeHelper({"print-env", "ORVAN_SUBPROCESS_TEST_INHERITED"})).standardOutput,
+            "inherited\n");
+  EXPECT_EQ(runOrFail(fakeHelper({"print-env", "ORVAN_SUBPROCESS_TEST_ABSENT"})).standardOutput,
+            "<unset>\n");
+  ::unsetenv("ORVAN_SUBPROCESS_TEST_REPLACED");
+  ::unsetenv("ORVAN_SUBPROCESS_TEST_INHERITED");
+}
+
+TEST(SubprocessEnvironmentTest, ChildStartsWithDefaultSigpipeAndInTheGivenDirectory) {
+  ScopedSigpipeIgnored ignored;
+  EXPECT_EQ(runOrFail(fakeHelper({"sigpipe-disposition"})).standardOutput, "default\n");
+  auto options = fakeHelper({"pwd"});
+  options.workingDirectory = "/";
+  EXPECT_EQ(runOrFail(options).standardOutput, "/\n");
+
+  // A relative executable path is the editor's, not the child's directory's.
+  options.executablePath = std::filesystem::relative(ORVAN_FAKE_HELPER_PATH).string();
+  ASSERT_NE(options.executablePath.front(), '/');
+  EXPECT_EQ(runOrFail(options).standardOutput, "/\n");
+}
+
+TEST(SubprocessLineTest, LinesSplitAcrossWritesArriveWholeAndTheTailAtEndOfFile) {
+  std::mutex mutex;
+  std::vector<std::string> events;
+  auto options = fakeHelper({"partial-writes"});
+  options.standardOutput = OutputStreamOptions::inLines([&](OutputLine received) {
+    std::lock_guard lock(mutex);
+    events.push_back("line " + received.text);
+  });
+  options.onExit = [&](ExitStatus status) {
+    std::lock_guard lock(mutex);
+    events.push_back("exit " + status.describe());
+  };
+  auto process = launchOrFail(std::move(options));
+  ASSERT_TRUE(process);
+  EXPECT_EQ(process->waitForExit(), ExitStatus::exited(0));
+  process.reset();  // dropping the handle right after the wait must not cut onExit off
+  EXPECT_THAT(events, ElementsAre("line alpha", "line beta", "line gamma", "exit exit code 0"));
+}
+
+TEST(SubprocessLineTest, FinalLineWithoutLineFeedIsFlaggedAndOversizedLinesAreCut) {
+  LineCollector tail;
+  auto tailOptions = fakeHelper({"partial-writes"});
+  tailOptions.standardOutput = OutputStreamOptions::inLines(tail.handler());
+  launchOrFail(std::move(tailOptions))->waitForExit();
+  ASSERT_TRUE(tail.waitForCount(3));
+  EXPECT_THAT(tail.lines(), ElementsAre(line("alpha"), line("beta"), line("gamma", false, true)));
+
+  LineCollector oversized;
+  auto options = fakeHelper({"oversized-line", "300000"});
+  options.standardOutput = OutputStreamOptions::inLines(oversized.handler(), 1000);
+  launchOrFail(std::move(options))->waitForExit();
+  ASSERT_TRUE(oversized.waitForCount(2));
+  EXPECT_THAT(oversized.lines(), ElementsAre(line(std::string(1000, 'x'), true), line("after")));
+
+  LineCollector exact;
+  auto exactOptions = fakeHelper({"oversized-line", "1000"});
+  exactOptions.standardOutput = OutputStreamOptions::inLines(exact.handler(), 1000);
+  launchOrFail(std::move(exactOptions))->waitForExit();
+  ASSERT_TRUE(exact.waitForCount(2));
+  EXPECT_THAT(exact.lines(), ElementsAre(line(std::string(1000, 'x')), line("after")));
+}
+
+TEST(SubprocessStdinTest, WrittenLinesComeBackAndClosingInputEndsTheChild) {
+  LineCollector collector;
+  auto options = fakeHelper({"stdin-echo"});
+  options.standardOutput = OutputStreamOptions::inLines(collector.handler());
+  auto process = launchOrFail(std::move(options));
+  ASSERT_TRUE(process);
+  ASSERT_TRUE(process->writeStdin("ping\n"));
+  ASSERT_TRUE(collector.waitForCount(1));
+  ASSERT_TRUE(process->writeStdin(std::string(200000, 'z') + "\nlast"));
+  process->closeStdin();
+  EXPECT_EQ(process->waitForExit(), ExitStatus::exited(0));
+  EXPECT_THAT(collector.lines(),
+              ElementsAre(line("ping"), line(std::string(200000, 'z')), line("last", false, true)));
+  EXPECT_FALSE(process->writeStdin("more"));
+}
+
+TEST(SubprocessStdinTest, PulledOutputReadsTheEchoAndThenEndOfFile) {
+  auto options = fakeHelper({"stdin-echo"});
+  options.standardOutput = OutputStreamOptions::pulled();
+  auto process = launchOrFail(std::move(options));
+  ASSERT_TRUE(process);
+  ASSERT_TRUE(process->writeStdin("hello\n"));
+  std::string echoed;
+  while (echoed.find('\n') == std::string::npos) {
+    auto chunk = process->readStdout(3);
+    ASSERT_TRUE(chunk);
+    ASSERT_FALSE(chunk->empty());
+    EXPECT_LE(chunk->size(), 3u);
+    echoed += *chunk;
+  }
+  EXPECT_EQ(echoed, "hello\n");
+  process->closeStdin();
+  auto end = process->readStdout(100);
+  ASSERT_TRUE(end);
+  EXPECT_EQ(*end, "");
+  EXPECT_EQ(process->waitForExit(), ExitStatus::exited(0));
+}
+
+// SIGPIPE keeps its default action in this test, so a write that raised it would end the test run.
+TEST(SubprocessStdinTest, WritingToAChildThatIsGoneIsAnErrorNotASignal) {
+  auto process = launchOrFail(fakeHelper({"exit", "0"}));
+  ASSERT_TRUE(process);
+  process->waitForExit();
+  const Status written = process->writeStdin(std::string(1024 * 1024, 'a'));
+  ASSERT_FALSE(written);
+  EXPECT_EQ(written.error().code, EPIPE);
+  sigset_t pending;
+  sigpending(&pending);
+  EXPECT_FALSE(sigismember(&pending, SIGPIPE));
+}
+
+TEST(SubprocessExitTest, ExitCodesAndSignalsAreTold) {
+  const ProcessOutput nine = runOrFail(fakeHelper({"exit", "9", "went wrong"}));
+  EXPECT_EQ(nine.exitStatus, ExitStatus::exited(9));
+  EXPECT_EQ(nine.standardError, "went wrong");
+  EXPECT_EQ(nine.exitStatus.describe(), "exit code 9");
+
+  const ProcessOutput killed = runOrFail(fakeHelper({"raise", std::to_string(SIGKILL)}));
+  EXPECT_EQ(killed.exitStatus, ExitStatus::signalled(SIGKILL));
+  EXPECT_TRUE(killed.exitStatus.wasSignalled());
+  EXPECT_EQ(killed.exitStatus.describe(), "killed by signal 9 (SIGKILL)");
+
+  EXPECT_EQ(runOrFail(fakeHelper({"raise", std::to_string(SIGUSR1)})).exitStatus,
+            ExitStatus::signalled(SIGUSR1));
+}
+
+TEST(SubprocessTerminateTest, SleepingChildEndsBySigtermOrSigkillWhenItIgnoresIt) {
+  for (const bool ignoresTerm : {false, true}) {
+    LineCollector collector;
+    auto options = fakeHelper(ignoresTerm ? std::vector<std::string>{"sleep-forever", "ignore-term"}
+                                          : std::vector<std::string>{"sleep-forever"});
+    options.standardOutput = OutputStreamOptions::inLines(collector.handler());
+    auto process = launchOrFail(std::move(options));
+    ASSERT_TRUE(process);
+    ASSERT_TRUE(collector.waitForCount(1));  // its handler is installed
+    EXPECT_TRUE(process->isRunning());
+    EXPECT_EQ(process->exitStatus(), std::nullopt);
+    process->terminate(100ms);
+    EXPECT_EQ(process->waitForExit(), ExitStatus::signalled(ignoresTerm ? SIGKILL : SIGTERM));
+    EXPECT_FALSE(process->isRunning());
+  }
+}
+
+TEST(SubprocessTerminateTest, DroppingARunningHandleLeavesNoZombieAndNoDescriptor) {
+  const std::size_t descriptorsBefore = countOpenDescriptors();
+  std::atomic<int> exits = 0;
+  auto options = fakeHelper({"sleep-forever"});
+  options.onExit = [&](ExitStatus) { ++exits; };
+  auto process = launchOrFail(std::move(options));
+  ASSERT_TRUE(process);
+  const int pid = process->processId();
+  process.reset();
+  EXPECT_TRUE(waitUntilProcessIsGone(pid));
+  // The monitor lets go of its descriptors once it has reaped the child.
+  const auto deadline = std::chrono::steady_clock::now() + 20s;
+  while (countOpenDescriptors() != descriptorsBefore &&
+         std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::sleep_for(10ms);
+  }
+  EXPECT_EQ(countOpenDescriptors(), descriptorsBefore);
+  EXPECT_EQ(exits, 0);  // no callback after the handle is gone
+}
+
+TEST(SubprocessLaunchTest, UnlaunchableFilesGiveClearErrors) {
+  const auto directory =
+      std::filesystem::temp_directory_path() / ("orvan-subprocess-" + std::to_string(::getpid()));
+  std::filesystem::create_directories(directory);
+  const auto plain = directory / "plain.txt";
+  std::ofstream(plain) << "#!/bin/sh\necho hi\n";
+  ::chmod(plain.c_str(), 0644);
+
+  struct Case {
+    std::string path;
+    std::string reason;
+  };
+  for (const Case& c :
+       {Case{(directory / "missing").string(), "no such file"},
+        Case{plain.string(), "not executable"}, Case{directory.string(), "not a regular file"},
+        Case{"", "no executable"}}) {
+    SCOPED_TRACE(c.path);
+    EXPECT_FALSE(Subprocess::isExecutableFile(c.path));
+    auto launched = Subprocess::launch(optionsFor(c.path));
+    ASSERT_FALSE(launched);
+    EXPECT_EQ(launched.error().domain, Error::kEditorDomain);
+    EXPECT_EQ(launched.error().code, ProcessLauncher::kLaunchFailedCode);
+    EXPECT_THAT(launched.error().description, HasSubstr(c.reason));
+    EXPECT_THAT(launched.error().description, HasSubstr(c.path));
+  }
+  EXPECT_TRUE(Subprocess::isExecutableFile(ORVAN_FAKE_HELPER_PATH));
+
+  auto badName = fakeHelper({"exit", "0"});
+  badName.environment = {{"A=B", "c"}};
+  EXPECT_FALSE(Subprocess::launch(badName));
+  std::filesystem::remove_all(directory);
+}
+
+TEST(SubprocessLaunchTest, TheLauncherPortRunsRealChildren) {
+  PosixProcessLauncher launcher;
+  EXPECT_TRUE(launcher.isExecutableFile(ORVAN_FAKE_HELPER_PATH));
+  auto output = launcher.runToCompletion(fakeHelper({"echo-lines", "one", "two"}));
+  ASSERT_TRUE(output);
+  EXPECT_EQ(output->standardOutput, "one\ntwo\n");
+  auto child = launcher.launch(fakeHelper({"exit", "3"}));
+  ASSERT_TRUE(child);
+  EXPECT_EQ((*child)->waitForExit(), ExitStatus::exited(3));
+  EXPECT_FALSE(launcher.launch(optionsFor("/nonexistent/helper")));
+}
+
+TEST(SubprocessDescriptorTest, NothingLeaksIntoTheChildOrStaysOpenAfterwards) {
+  // Only the three standard streams reach the child.
+  EXPECT_EQ(runOrFail(fakeHelper({"list-fds"})).standardOutput, "0\n1\n2\n");
+
+  const std::size_t before = countOpenDescriptors();
+  runOrFail(fakeHelper({"flood", "70000", "70000", "2"}));
+  EXPECT_FALSE(Subprocess::launch(optionsFor("/nonexistent")));
+  {
+    auto pulled = fakeHelper({"stdin-echo"});
+    pulled.standardOutput = OutputStreamOptions::pulled();
+    auto process = launchOrFail(std::move(pulled));
+    ASSERT_TRUE(process);
+    process->terminate();
+    process->waitForExit();
+  }
+  {
+    auto process = launchOrFail(fakeHelper({"sleep-forever"}));
+    ASSERT_TRUE(process);
+    process->terminate(10ms);
+    process->waitForExit();
+  }
+  EXPECT_EQ(countOpenDescriptors(), before);
+}
+
+}  // namespace
+}  // namespace orvan::editor
