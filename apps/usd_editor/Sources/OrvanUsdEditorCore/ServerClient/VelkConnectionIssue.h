@@ -4,6 +4,9 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
+
+#include "Foundation/JsonFields.h"
 
 namespace orvan::editor {
 
@@ -24,6 +27,12 @@ struct VelkConnectionProject {
   std::optional<std::string> requestStatus;
 
   bool operator==(const VelkConnectionProject&) const = default;
+  static auto jsonFields() {
+    using T = VelkConnectionProject;
+    return std::tuple{json::optional("id", &T::id), json::optional("name", &T::name),
+                      json::optional("accessible", &T::accessible),
+                      json::optional("requestStatus", &T::requestStatus)};
+  }
 };
 
 // A failure in talking to the project server as the user sees it: one fixed state of the client

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include "Foundation/JsonDecoder.h"
 #include "ServerClient/VelkClientRequestError.h"
 #include "ServerClient/VelkConnectionIssue.h"
 
@@ -77,6 +78,20 @@ TEST(VelkConnectionIssueTest, ProjectDetailsOnlyMatterForAccessRequests) {
   EXPECT_EQ(notFound.primaryAction, VelkConnectionAction::chooseProject);
   EXPECT_EQ(notFound.project, namedProject("Demo", "pending"));
   EXPECT_EQ(notFound.diagnostic, "gone");
+}
+
+TEST(VelkConnectionProjectTest, DecodesFromTheErrorEnvelopeWithEveryKeyOptional) {
+  const Result<VelkConnectionProject> full = decodeJson<VelkConnectionProject>(
+      R"({"id":"p1","name":"Demo","accessible":false,"requestStatus":"pending","owner":"x"})");
+  ASSERT_TRUE(full.ok()) << full.error().description;
+  EXPECT_EQ(*full, namedProject("Demo", "pending"));
+
+  const Result<VelkConnectionProject> sparse =
+      decodeJson<VelkConnectionProject>(R"({"name":null})");
+  ASSERT_TRUE(sparse.ok()) << sparse.error().description;
+  EXPECT_EQ(*sparse, VelkConnectionProject{});
+
+  EXPECT_FALSE(decodeJson<VelkConnectionProject>(R"({"accessible":"yes"})").ok());
 }
 
 TEST(VelkConnectionIssueFromErrorTest, TransportFailuresMeanTheNetworkIsDown) {
