@@ -1,10 +1,12 @@
 #pragma once
 
+#include <map>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "Application/EditorConfiguration.h"
+#include "Foundation/JsonFields.h"
 
 namespace orvan::editor {
 
@@ -16,7 +18,17 @@ struct HostedProjectLaunchScope {
   std::string workspace;
 
   bool operator==(const HostedProjectLaunchScope&) const = default;
+  static auto jsonFields() {
+    using T = HostedProjectLaunchScope;
+    return std::tuple{json::required("projectId", &T::projectId),
+                      json::required("projectPath", &T::projectPath),
+                      json::required("scenePath", &T::scenePath),
+                      json::required("workspace", &T::workspace)};
+  }
 };
+
+// The remembered scopes of every server, by server key.
+using HostedProjectLaunchScopes = std::map<std::string, HostedProjectLaunchScope>;
 
 // Scopes are remembered per server; "HTTPS://Host/" and "https://host" are the same server.
 std::string launchScopeServerKey(std::string_view serverURL);

@@ -27,6 +27,14 @@ bool isDiagnosticFlagValueEnabled(const char* value) {
   return !(text.empty() || text == "0" || equalsIgnoringCase(text, "false"));
 }
 
+std::string textTail(std::string_view text, std::size_t maxBytes) {
+  if (text.size() <= maxBytes) return std::string(text);
+  std::size_t start = text.size() - maxBytes;
+  // Never begin inside a UTF-8 sequence.
+  while (start < text.size() && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80) ++start;
+  return "…" + std::string(text.substr(start));
+}
+
 bool isDiagnosticFlagEnabled(std::string_view variableName) {
   return isDiagnosticFlagValueEnabled(std::getenv(std::string(variableName).c_str()));
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string>
 #include <string_view>
 
 #include <spdlog/spdlog.h>
@@ -14,5 +15,10 @@ void initializeLogging(std::string_view identity);
 // "0" or "false" in any letter case, and on for anything else.
 bool isDiagnosticFlagEnabled(std::string_view variableName);
 bool isDiagnosticFlagValueEnabled(const char* value);
+
+// The end of a long text for a log line or a detail view: a helper's last words are what explain
+// its failure, and a flooding helper must not flood the log. Cut at a character boundary, with
+// "…" in front when something was cut.
+std::string textTail(std::string_view text, std::size_t maxBytes = 2048);
 
 }  // namespace orvan::editor

@@ -68,3 +68,18 @@ TEST(LoggingTest, DiagnosticFlagIsOffOnlyForUnsetEmptyZeroOrFalse) {
 
 }  // namespace
 }  // namespace orvan::editor
+
+namespace orvan::editor {
+namespace {
+
+TEST(LoggingTest, TextTailKeepsTheEndAndNeverSplitsACharacter) {
+  EXPECT_EQ(textTail("short", 10), "short");
+  EXPECT_EQ(textTail("0123456789", 4), "…6789");
+  // "é" is two bytes; a cut that would land between them moves forward.
+  EXPECT_EQ(textTail("aaaé", 1), "…");
+  EXPECT_EQ(textTail("aaaéb", 2), "…b");
+  EXPECT_EQ(textTail("aaaéb", 3), "…éb");
+}
+
+}  // namespace
+}  // namespace orvan::editor

@@ -1,0 +1,136 @@
+// User identity and profiles: who this editor is to the other clients of a workspace.
+#include <algorithm>
+
+#include "Application/EditorModel.h"
+#include "Application/UserDefaultsKeys.h"
+#include "Foundation/JsonDecoder.h"
+#include "Foundation/JsonEncoder.h"
+#include "Foundation/Text.h"
+#include "Platform/PreferencesStore.h"
+
+namespace orvan::editor {
+
+namespace {
+
+bool profileOrder(const UserProfileSummary& left, const UserProfileSummary& right) {
+  return left.id < right.id;
+}
+
+}  // namespace
+
+std::optional<UserProfileSummary> EditorModel::normalizedUserProfile(UserProfileSummary profile) const {
+  profile.id = sanitizedUserId(profile.id, "");
+  if (profile.id.empty()) return std::nullopt;
+  profile.color = normalizedUserColor(profile.color, ports_.randomBytes);
+  return profile;
+}
+
+// Normalised, first of every id kept.
+static std::vector<UserProfileSummary> uniqueNormalizedProfiles(
+    const EditorModel& model, const std::vector<UserProfileSummary>& profiles) {
+  std::vector<UserProfileSummary> unique;
+  for (const UserProfileSummary& profile : profiles) {
+    auto normalized = model.normalizedUserProfile(profile);
+    if (!normalized) continue;
+    const bool seen = std::any_of(unique.begin(), unique.end(), [&](const UserProfileSummary& kept) {
+      return kept.id == normalized->id;
+    });
+    if (!seen) unique.push_back(std::move(*normalized));
+  }
+  return unique;
+}
+
+std::vector<UserProfileSummary> EditorModel::storedUserProfiles() const {
+  const auto data = ports_.preferences.data(defaults::kUserProfiles);
+  if (!data) return {};
+  auto decoded = decodeJson<std::vector<UserProfileSummary>>(*data);
+  if (!decoded.ok()) return {};
+  return uniqueNormalizedProfiles(*this, *decoded);
+}
+
+void EditorModel::persistUserProfiles(const std::vector<UserProfileSummary>& profiles) {
+  (void)ports_.preferences.setData(defaults::kUserProfiles,
+                                   encodeJson(uniqueNormalizedProfiles(*this, profiles)));
+}
+
+void EditorModel::initializeIdentity() {
+  PreferencesStore& preferences = ports_.preferences;
+  std::string name = trimmed(preferences.string(defaults::kUserName).value_or(""));
+  if (name.empty()) name = trimmed(ports_.accountFullName());
+  if (name.empty()) name = std::string(kDefaultUserName);
+
+  const auto storedId = preferences.string(defaults::kUserId);
+  const std::string id = sanitizedUserId(
+      storedId.value_or(makeInternalUserId("user", ports_.randomBytes)), configuration.clientId);
+  const std::string color =
+      normalizedUserColor(preferences.string(defaults::kUserColor), ports_.randomBytes);
+
+  userName.set(name);
+  userId.set(id);
+  userColor.set(color);
+  // Stored at once, so that this machine keeps its identity between launches.
+  (void)preferences.setString(defaults::kUserName, name);
+  (void)preferences.setString(defaults::kUserId, id);
+  (void)preferences.setString(defaults::kUserColor, color);
+
+  std::vector<UserProfileSummary> profiles = storedUserProfiles();
+  std::erase_if(profiles, [&](const UserProfileSummary& profile) { return profile.id == id; });
+  profiles.push_back(UserProfileSummary{id, name, std::nullopt, color});
+  std::sort(profiles.begin(), profiles.end(), profileOrder);
+  userProfiles.set(profiles);
+  persistUserProfiles(profiles);
+}
+
+void EditorModel::setUserIdentity(std::optional<std::string> name, std::optional<std::string> id,
+                                  std::optional<std::string> color, bool syncRemote) {
+  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
+  std::string newName = trimmed(name.value_or(""));
+  if (newName.empty()) newName = std::string(kDefaultUserName);
+  const std::string newId =
+      sanitizedUserId(id.value_or(userId.get()), makeInternalUserId("user", ports_.randomBytes));
+  const std::string newColor =
+      normalizedUserColor(color.value_or(userColor.get()), ports_.randomBytes);
+
+  userName.set(newName);
+  userId.set(newId);
+  userColor.set(newColor);
+  (void)ports_.preferences.setString(defaults::kUserName, newName);
+  (void)ports_.preferences.setString(defaults::kUserId, newId);
+  (void)ports_.preferences.setString(defaults::kUserColor, newColor);
+
+  applyUserProfiles({UserProfileSummary{newId, newName, std::nullopt, newColor}});
+  // The helper's author and the watcher's client identity change with the identity.
+  retirePersistentEditClient();
+  stopToolWatcher();
+  startToolWatcher();
+  // Pushing the profile to the server joins with the signed-in session; until then a local
+  // identity has nothing to sync.
+  (void)syncRemote;
+}
+
+void EditorModel::applyUserProfiles(const std::vector<UserProfileSummary>& incoming) {
+  std::vector<UserProfileSummary> merged = userProfiles.get();
+  for (const UserProfileSummary& profile : incoming) {
+    auto normalized = normalizedUserProfile(profile);
+    if (!normalized) continue;
+    auto existing = std::find_if(merged.begin(), merged.end(), [&](const UserProfileSummary& kept) {
+      return kept.id == normalized->id;
+    });
+    if (existing != merged.end()) {
+      *existing = std::move(*normalized);
+    } else {
+      merged.push_back(std::move(*normalized));
+    }
+  }
+  // The current user's own entry always shows the current name and colour.
+  for (UserProfileSummary& profile : merged) {
+    if (profile.id != userId.get()) continue;
+    profile.displayName = userName.get();
+    profile.color = userColor.get();
+  }
+  if (userProfiles.set(merged)) persistUserProfiles(merged);
+}
+
+std::string EditorModel::userInitial() const { return editor::userInitial(userName.get()); }
+
+}  // namespace orvan::editor

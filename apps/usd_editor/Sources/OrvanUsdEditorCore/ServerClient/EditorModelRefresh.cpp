@@ -1,0 +1,191 @@
+// Stage refresh: the editor keeps no live copy of the scene; after each change it asks again, and
+// only the newest request's answer is ever applied.
+#include <chrono>
+
+#include <spdlog/spdlog.h>
+
+#include "Application/EditorModel.h"
+#include "Foundation/JsonDecoder.h"
+#include "Foundation/Logging.h"
+#include "Foundation/Text.h"
+#include "Presentation/SelectionSnapshot.h"
+#include "ServerClient/Records/StageNormalization.h"
+#include "ServerClient/VelkClientRequestError.h"
+#include "ServerClient/RunProcess.h"
+
+namespace orvan::editor {
+
+namespace {
+
+bool isBlank(std::string_view text) { return trimWhitespaceAndNewlines(text).empty(); }
+
+constexpr std::uint32_t kMaximumStaleStageRefusals = 7;
+constexpr auto kStaleStageRetryDelay = std::chrono::milliseconds(250);
+constexpr auto kSlowApplyThreshold = std::chrono::milliseconds(8);
+
+using PreparedStageResult = Result<std::shared_ptr<const PreparedStage>>;
+
+// Off the main thread: run the inspector, decode, normalise and index its stage.
+PreparedStageResult loadLocalStage(ProcessLauncher& launcher, const std::string& inspector,
+                                   const std::string& scene, const std::stop_token& token) {
+  Result<std::string> output = runProcess(launcher, inspector, {scene}, "", false);
+  if (!output.ok()) return output.error();
+  if (token.stop_requested()) return Error::cancelled();
+  Result<StageInspection> decoded = decodeJson<StageInspection>(*output, "stage");
+  if (!decoded.ok()) return decoded.error();
+  if (token.stop_requested()) return Error::cancelled();
+  return PreparedStage::prepare(normalizedAuthoringStage(std::move(*decoded)));
+}
+
+}  // namespace
+
+void EditorModel::refresh(StageRefreshOptions options) {
+  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
+  const std::uint64_t generation = ++refreshGeneration;
+  if (currentStage().prims.empty()) initialStageLoadInFlight = true;
+  const bool preserveDrafts = options.preserveDrafts.value_or(options.preserveQueue);
+  const std::string inspector = configuration.resolvedPath(configuration.inspectorPath);
+  const std::string remoteStageURL = configuration.remoteStageURL;
+  const std::string scene = configuration.scenePath;
+  spdlog::info("stage refresh begin generation={} preserveQueue={} scene={} remoteStageURL={}",
+               generation, options.preserveQueue, scene, remoteStageURL);
+  refreshTask_.cancel();
+  stageRefreshInFlight = true;
+
+  if (!isBlank(remoteStageURL)) {
+    // The hosted stage arrives through the project server client, which joins later.
+    applyRefreshFailure(Error::editor(0, "Loading a stage from a project server is not available "
+                                         "in this build"),
+                        generation);
+    return;
+  }
+
+  const WeakLifetime weak = lifetime_.weak();
+  ProcessLauncher& launcher = ports_.processes;
+  refreshTask_.replace(postTaskAndReply(
+      ports_.background, ports_.main,
+      [&launcher, inspector, scene](std::stop_token token) {
+        return loadLocalStage(launcher, inspector, scene, token);
+      },
+      [this, weak, generation, preserveDrafts](PreparedStageResult result) {
+        if (!weak.isAlive() || generation != refreshGeneration) return;  // stale: dropped
+        refreshTask_.clear();
+        initialStageLoadInFlight = false;
+        if (!result.ok()) {
+          if (!result.error().isCancellation()) applyRefreshFailure(result.error(), generation);
+          return;
+        }
+        applyRefreshResultNow(std::move(result.value()), std::nullopt, generation, preserveDrafts);
+      }));
+}
+
+void EditorModel::applyRefreshResultNow(std::shared_ptr<const PreparedStage> prepared,
+                                        std::optional<std::uint64_t> incomingRevision,
+                                        std::uint64_t generation, bool preserveDrafts) {
+  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
+  (void)preserveDrafts;
+  const auto started = std::chrono::steady_clock::now();
+  // A stage older than what the editor knows was typically served just before an accepted edit:
+  // refuse it and ask again, but never more than eight times in a row.
+  if (incomingRevision && *incomingRevision < revision.get() &&
+      staleStageRefreshRetries <= kMaximumStaleStageRefusals) {
+    stageRefreshInFlight = false;
+    ++staleStageRefreshRetries;
+    spdlog::info("stage refresh stale generation={} incoming={} held={} retry={}", generation,
+                 *incomingRevision, revision.get(), staleStageRefreshRetries);
+    scheduleStageRefresh(kStaleStageRetryDelay);
+    return;
+  }
+  staleStageRefreshRetries = 0;
+  spdlog::info("stage refresh apply generation={}", generation);
+
+  storeStage(std::move(prepared));
+  if (incomingRevision) revision.set(*incomingRevision);
+
+  stageRefreshInFlight = false;
+  initialProjectResponsive = true;
+  initialProjectError.clear();
+  initialProjectNeedsSignIn = false;
+  connectionIssue.set(std::nullopt);
+  spdlog::info("stage refresh completed generation={}", generation);
+
+  const auto elapsed = std::chrono::steady_clock::now() - started;
+  std::string loaded = "Loaded composed OpenUSD stage";
+  if (timingLogsEnabled && elapsed > kSlowApplyThreshold) {
+    loaded += " (" +
+              std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()) +
+              " ms)";
+  }
+  status.set(loaded);
+}
+
+void EditorModel::storeStage(std::shared_ptr<const PreparedStage> prepared) {
+  std::shared_ptr<const PreparedStage> previous = stage.get();
+  stage.set(std::move(prepared));
+  reconcileSessionSelectionWithStage();
+  // A replaced stage of many prims takes a while to free; let a background thread do it.
+  ports_.background.post([previous = std::move(previous)]() mutable { previous.reset(); });
+}
+
+void EditorModel::reconcileSessionSelectionWithStage() {
+  const PreparedStage& prepared = *stage.get();
+  const SceneSelectionState current = session.sceneSelection.get();
+  std::vector<std::string> kept;
+  for (const std::string& path : current.paths) {
+    if (prepared.prim(path)) kept.push_back(path);
+  }
+  std::string primary = current.primaryPath;
+  if (!primary.empty() && !prepared.prim(primary)) primary = kept.empty() ? "" : kept.front();
+  std::uint64_t serial = current.serial;
+  if (kept != current.paths || primary != current.primaryPath) {
+    serial = session.applySceneSelection(primary, kept, false);
+  }
+  // The inspector shows the new data of the selection either way.
+  session.replaceSceneSelectionSnapshot(selectionSnapshot(prepared, primary, kept), serial);
+}
+
+void EditorModel::selectPrims(std::string primaryPath, std::vector<std::string> paths) {
+  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
+  const std::uint64_t serial = session.applySceneSelection(primaryPath, paths, true);
+  session.replaceSceneSelectionSnapshot(selectionSnapshot(*stage.get(), primaryPath, paths), serial);
+}
+
+void EditorModel::applyRefreshFailure(const Error& error, std::uint64_t generation) {
+  if (generation != refreshGeneration) return;
+  initialStageLoadInFlight = false;
+  spdlog::warn("stage refresh failure generation={} error={} (code {})", generation,
+               textTail(error.description), error.code);
+  projectConnectionInFlight = false;
+  projectTransitionMessage.clear();
+  stageRefreshInFlight = false;
+  handleConnectionFailure(error, "Refresh failed");
+}
+
+void EditorModel::handleConnectionFailure(const Error& error, std::string_view prefix) {
+  const VelkConnectionIssue issue = velkConnectionIssue(error);
+  spdlog::warn("Velk editor connection failure code={} domain={} nativeCode={} diagnostic={}",
+               issue.code, error.domain, error.code, textTail(issue.diagnostic));
+  registerConnectionIssue(issue);
+  status.set(prefix.empty() ? issue.message : std::string(prefix) + ": " + issue.message);
+  if (!isBlank(configuration.remoteStageURL) && !initialProjectResponsive) {
+    initialProjectResolved.set(false);
+    initialProjectNeedsSignIn = issue.primaryAction == VelkConnectionAction::login;
+    initialProjectError = issue.message;
+  }
+}
+
+void EditorModel::registerConnectionIssue(const VelkConnectionIssue& issue) {
+  if (issue.retryable || issue.blocksProject) connectionIssue.set(issue);
+  if (issue.primaryAction == VelkConnectionAction::login) initialProjectNeedsSignIn = true;
+}
+
+void EditorModel::scheduleStageRefresh(Duration delay) {
+  const WeakLifetime weak = lifetime_.weak();
+  stageChangedRefreshTask_.replace(ports_.main.postAfter(delay, [this, weak] {
+    if (!weak.isAlive()) return;
+    stageChangedRefreshTask_.clear();
+    refresh({.preserveQueue = true});
+  }));
+}
+
+}  // namespace orvan::editor

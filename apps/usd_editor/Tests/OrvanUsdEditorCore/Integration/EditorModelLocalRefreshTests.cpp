@@ -1,0 +1,184 @@
+// The local stage path end to end: the model runs a real (fake) inspector process, decodes and
+// normalises its output off the main thread, and applies it on the main thread, with virtual time.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "Application/EditorModel.h"
+#include "Platform/PosixProcessLauncher.h"
+#include "Platform/PreferencesStore.h"
+#include "Platform/SecretStore.h"
+#include "Support/ManualScheduler.h"
+
+namespace orvan::editor {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string stageJson(const std::string& rootName) {
+  return R"({"sceneUri":"/demo/)" + rootName + R"(.usda","rootPrims":[)"
+         R"({"path":"/)" + rootName + R"(","name":")" + rootName +
+         R"(","typeName":"Xform","parent":"/","active":true,"badges":[],"children":[]},)"
+         R"({"path":"/_OrvanAssets","name":"_OrvanAssets","typeName":"","parent":"/","active":true,"badges":[],"children":[]}],)"
+         R"("prims":[{"path":"/)" + rootName + R"(","name":")" + rootName +
+         R"(","typeName":"Xform","parent":"/","active":true,"badges":["entity"],"entityPath":"/)" +
+         rootName + R"(","entityId":7,"components":[],"attributes":[]}],"catalog":[],"assets":[]})";
+}
+
+class EditorModelLocalRefreshTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    folder_ = fs::temp_directory_path() / ("orvan-local-refresh-" + std::to_string(::getpid()));
+    fs::create_directories(folder_);
+    configuration_.projectServerURL = "";
+    configuration_.inspectorPath = ORVAN_FAKE_INSPECTOR_PATH;
+    configuration_.scenePath = scene("scene.usda", stageJson("World"));
+  }
+  void TearDown() override {
+    model_.reset();
+    fs::remove_all(folder_);
+  }
+
+  std::string scene(const std::string& name, const std::string& contents) {
+    const fs::path path = folder_ / name;
+    std::ofstream(path) << contents;
+    return path.string();
+  }
+
+  EditorModel& model() {
+    if (!model_) {
+      model_ = std::make_unique<EditorModel>(
+          configuration_, EditorModelPorts{scheduler_, scheduler_.background(), preferences_,
+                                           secrets_, launcher_});
+    }
+    return *model_;
+  }
+
+  std::vector<std::string> rootNames() const {
+    std::vector<std::string> names;
+    for (const auto& node : model_->currentStage().rootPrims) names.push_back(node.name);
+    return names;
+  }
+
+  fs::path folder_;
+  EditorConfiguration configuration_;
+  testing::ManualScheduler scheduler_;
+  InMemoryPreferencesStore preferences_;
+  InMemorySecretStore secrets_;
+  PosixProcessLauncher launcher_;
+  std::unique_ptr<EditorModel> model_;
+};
+
+TEST_F(EditorModelLocalRefreshTest, LocalLaunchLoadsTheNormalisedStageWithoutBlocking) {
+  EditorModel& editor = model();
+  EXPECT_FALSE(editor.isStartupBlocking());
+  EXPECT_TRUE(editor.canLaunchViewport()) << "a local launch never holds the viewport back";
+  editor.startInitialRefresh();
+  EXPECT_TRUE(editor.initialProjectResolved.get());
+  EXPECT_TRUE(editor.currentStage().prims.empty()) << "nothing is applied before the work ran";
+  scheduler_.runBackground();
+  EXPECT_EQ(editor.status.get(), "Loaded composed OpenUSD stage");
+  EXPECT_EQ(rootNames(), (std::vector<std::string>{"World"})) << "internal prims are removed";
+  EXPECT_EQ(editor.currentStage().sceneUri, "/demo/World.usda");
+  EXPECT_EQ(editor.projectLabel(), "World.usda");
+  EXPECT_EQ(editor.revision.get(), 1u) << "a local stage carries no revision";
+  EXPECT_FALSE(editor.connectionIssue.get().has_value());
+}
+
+TEST_F(EditorModelLocalRefreshTest, ASecondRefreshDropsTheFirstEvenWhenItCompletes) {
+  EditorModel& editor = model();
+  editor.refresh();
+  // The first inspector run finishes and its reply waits for the main thread...
+  scheduler_.runBackground(testing::ManualScheduler::ThenRunMain::kNo);
+  // ...when the scene changes and a new refresh starts.
+  editor.configuration.scenePath = scene("second.usda", stageJson("Second"));
+  editor.refresh();
+  std::vector<std::string> seen;
+  Subscription subscription = editor.stage.subscribe([&](const auto& prepared) {
+    seen.push_back(prepared->stage().rootPrims.at(0).name);
+  });
+  scheduler_.runBackground();
+  EXPECT_EQ(seen, (std::vector<std::string>{"Second"})) << "the stale stage was never applied";
+  EXPECT_EQ(rootNames(), (std::vector<std::string>{"Second"}));
+}
+
+TEST_F(EditorModelLocalRefreshTest, FailuresKeepTheHeldStageAndSayWhy) {
+  EditorModel& editor = model();
+  editor.refresh();
+  scheduler_.runBackground();
+  ASSERT_EQ(rootNames(), (std::vector<std::string>{"World"}));
+
+  struct Case {
+    std::string name;
+    std::string contents;
+    std::string diagnosticContains;
+  };
+  const std::vector<Case> cases = {
+      // More than a pipe's buffer on standard error, then a failing exit: no hang, status kept.
+      {"flood.usda", "#flood 2097152 4\n", "last words of the flood"},
+      {"fail.usda", "#fail 3 scene.usda:4:7: expected '(' after def\n", "expected '(' after def"},
+      {"garbage.usda", "#garbage\n", "stage"},
+  };
+  for (const Case& failure : cases) {
+    editor.configuration.scenePath = scene(failure.name, failure.contents);
+    editor.refresh();
+    scheduler_.runBackground();
+    EXPECT_EQ(editor.status.get(),
+              "Refresh failed: Nothing was changed. Try again, or return to your projects.")
+        << failure.name;
+    ASSERT_TRUE(editor.connectionIssue.get().has_value()) << failure.name;
+    EXPECT_NE(editor.connectionIssue.get()->diagnostic.find(failure.diagnosticContains),
+              std::string::npos)
+        << failure.name << ": " << editor.connectionIssue.get()->diagnostic.substr(0, 200);
+    EXPECT_EQ(rootNames(), (std::vector<std::string>{"World"})) << failure.name;
+  }
+
+  // A missing scene and a missing inspector fail the same way.
+  editor.configuration.scenePath = (folder_ / "missing.usda").string();
+  editor.refresh();
+  scheduler_.runBackground();
+  EXPECT_NE(editor.connectionIssue.get()->diagnostic.find("cannot open"), std::string::npos);
+  editor.configuration.inspectorPath = (folder_ / "no-such-inspector").string();
+  editor.refresh();
+  scheduler_.runBackground();
+  EXPECT_NE(editor.connectionIssue.get()->diagnostic.find("no-such-inspector"), std::string::npos);
+  EXPECT_EQ(rootNames(), (std::vector<std::string>{"World"}));
+
+  // The next good stage clears the issue.
+  editor.configuration.inspectorPath = ORVAN_FAKE_INSPECTOR_PATH;
+  editor.configuration.scenePath = scene("good.usda", stageJson("Again"));
+  editor.refresh();
+  scheduler_.runBackground();
+  EXPECT_FALSE(editor.connectionIssue.get().has_value());
+  EXPECT_EQ(rootNames(), (std::vector<std::string>{"Again"}));
+}
+
+TEST_F(EditorModelLocalRefreshTest, AResultArrivingAfterTheModelIsGoneIsDropped) {
+  model().refresh();
+  scheduler_.runBackground(testing::ManualScheduler::ThenRunMain::kNo);
+  model_.reset();
+  EXPECT_NO_FATAL_FAILURE(scheduler_.runUntilIdle());
+}
+
+TEST_F(EditorModelLocalRefreshTest, SelectionFollowsTheStageAndFeedsTheInspector) {
+  EditorModel& editor = model();
+  editor.refresh();
+  scheduler_.runBackground();
+  editor.selectPrims("/World", {"/World"});
+  const auto& inspector = editor.session.inspector.get();
+  ASSERT_TRUE(inspector.sceneSnapshot.prim.has_value());
+  EXPECT_EQ(inspector.sceneSnapshot.prim->path, "/World");
+  EXPECT_EQ(inspector.sceneSnapshot.entityPath, "/World");
+
+  // The selected prim disappears from the next stage: the selection and inspector follow.
+  editor.configuration.scenePath = scene("other.usda", stageJson("Other"));
+  editor.refresh();
+  scheduler_.runBackground();
+  EXPECT_EQ(editor.session.sceneSelection.get().primaryPath, "");
+  EXPECT_TRUE(editor.session.sceneSelection.get().paths.empty());
+  EXPECT_FALSE(editor.session.inspector.get().sceneSnapshot.prim.has_value());
+}
+
+}  // namespace
+}  // namespace orvan::editor
