@@ -4,6 +4,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <optional>
 #include <string>
@@ -177,16 +178,21 @@ struct RecordTable {
   }
 
   // Documents usually list keys in the order of the table, so the search starts right after the
-  // previous hit and wraps around. The raw key lies in the padded input, so comparing it may read
-  // past its closing quote.
+  // previous hit and wraps around.
   static std::size_t findRaw(const std::array<std::string_view, kCount>& table,
                              simdjson::ondemand::raw_json_string key, std::size_t hint) {
+    const char* raw = key.raw();
     for (std::size_t step = 0; step < kCount; ++step) {
       std::size_t index = hint + step;
       if (index >= kCount) {
         index -= kCount;
       }
-      if (key.unsafe_is_equal(table[index])) {
+      const std::string_view candidate = table[index];
+      // A key starts before the end of the input, so the padding makes its first
+      // SIMDJSON_PADDING bytes readable; longer candidates are left to the unescaped comparison.
+      // The closing quote at the candidate's length settles most mismatches in one load.
+      if (candidate.size() < simdjson::SIMDJSON_PADDING && raw[candidate.size()] == '"' &&
+          std::memcmp(raw, candidate.data(), candidate.size()) == 0) {
         return index;
       }
     }
@@ -287,10 +293,10 @@ bool decodeRecord(Source& source, T& out, DecodeState& state) {
   std::uint64_t present = 0;
   std::size_t hint = 0;
   for (auto entry : object) {
-    simdjson::ondemand::field field;
-    if (auto code = std::move(entry).get(field)) {
+    if (auto code = entry.error()) {
       return state.failMalformed(code);
     }
+    simdjson::ondemand::field& field = entry.value_unsafe();
     // Keys are compared in their raw form first, which needs no copy; only a key that matches
     // nothing is unescaped, in case it spells a known key with escapes.
     std::size_t index = Table::findRaw(keys, field.key(), hint);
@@ -337,12 +343,12 @@ bool decodeList(Source& source, std::vector<T>& out, DecodeState& state) {
   out.clear();
   std::size_t index = 0;
   for (auto entry : array) {
-    simdjson::ondemand::value element;
-    if (auto code = std::move(entry).get(element)) {
+    if (auto code = entry.error()) {
       state.failMalformed(code);
       state.prependIndex(index);
       return false;
     }
+    simdjson::ondemand::value& element = entry.value_unsafe();
     if (index == 0) {
       out.reserve(4);  // Spares the first reallocations of the many short lists.
     }
@@ -367,10 +373,10 @@ bool decodeMap(Source& source, Map& out, DecodeState& state) {
   }
   out.clear();
   for (auto entry : object) {
-    simdjson::ondemand::field field;
-    if (auto code = std::move(entry).get(field)) {
+    if (auto code = entry.error()) {
       return state.failMalformed(code);
     }
+    simdjson::ondemand::field& field = entry.value_unsafe();
     std::string_view key;
     if (auto code = field.unescaped_key().get(key)) {
       return state.failMalformed(code);
@@ -517,10 +523,10 @@ bool decodeGeneric(Source& source, JsonValue& out, DecodeState& state) {
       }
       JsonValue::Object members;
       for (auto entry : object) {
-        simdjson::ondemand::field field;
-        if (auto code = std::move(entry).get(field)) {
+        if (auto code = entry.error()) {
           return state.failMalformed(code);
         }
+        simdjson::ondemand::field& field = entry.value_unsafe();
         std::string_view key;
         if (auto code = field.unescaped_key().get(key)) {
           return state.failMalformed(code);

@@ -81,6 +81,29 @@ TEST(JsonDecoderFieldKinds, EscapedKeysMatchAndARepeatedKeyTakesTheLastValue) {
   EXPECT_FALSE(prim->defined.has_value());
 }
 
+struct LongKeyRecord {
+  std::string value;
+  std::int64_t n = 0;
+  static constexpr std::string_view kLongKey =
+      "aKeyLongerThanTheParserPaddingSoThatItCannotBeComparedInPlaceWithoutReadingTooFar";
+  static auto jsonFields() {
+    return std::tuple{json::required(kLongKey, &LongKeyRecord::value),
+                      json::defaulted("n", &LongKeyRecord::n, 0)};
+  }
+};
+
+TEST(JsonDecoderFieldKinds, LongAndShortKeysMatchWhereverTheyEndInTheInput) {
+  const std::string longKey(LongKeyRecord::kLongKey);
+  const Result<LongKeyRecord> record = decodeJson<LongKeyRecord>(
+      R"({"n":1,")" + longKey + R"(":"v","a":{"n":2}})");
+  ASSERT_TRUE(record.ok()) << record.error().description;
+  EXPECT_EQ(record->value, "v");
+  EXPECT_EQ(record->n, 1);
+  EXPECT_EQ(problemOf<LongKeyRecord>(R"({"n":1})"), "missing required key at " + longKey);
+  EXPECT_EQ(problemOf<LongKeyRecord>(R"({"n")"), "malformed JSON at (root) (JSON document ended "
+                                                 "early in the middle of an object or array.)");
+}
+
 TEST(JsonDecoderFieldKinds, NestedListsDictionariesAndFreeFormValuesDecode) {
   const Result<TestStage> stage = decodeJson<TestStage>(R"({
     "sceneUri": "scene.usda",
