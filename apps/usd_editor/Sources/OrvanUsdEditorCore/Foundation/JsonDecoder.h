@@ -392,27 +392,24 @@ bool decodeMap(Source& source, Map& out, DecodeState& state) {
   return true;
 }
 
-// Whether a number is written without fraction or exponent; the parser reports integers beyond
-// 64 bits as floating-point numbers.
+// The text of the number under `source` (with any white space that follows it).
 template <class Source>
-bool isIntegerToken(Source& source) {
-  std::string_view token;
+std::string_view numberToken(Source& source) {
   if constexpr (std::same_as<Source, simdjson::ondemand::document>) {
-    if (source.raw_json_token().get(token) != simdjson::SUCCESS) {
-      return false;
-    }
+    std::string_view token;
+    return source.raw_json_token().get(token) == simdjson::SUCCESS ? token : std::string_view();
   } else {
-    token = source.raw_json_token();
+    return source.raw_json_token();
   }
-  return token.find_first_of(".eE") == std::string_view::npos;
 }
 
 // Tells apart the ways an integer getter can fail: another type, a number with a fraction or
 // exponent, a negative number for an unsigned member, a number too large, or no number at all.
+// The parser's own number classification is not trusted here: it calls some integers beyond 64
+// bits signed or unsigned integers, so the decision rests on the number's text.
 template <class Source>
 bool failInteger(Source& source, simdjson::error_code code, bool isSigned, DecodeState& state) {
   using simdjson::ondemand::json_type;
-  using simdjson::ondemand::number_type;
   const std::string expected = isSigned ? "expected integer" : "expected unsigned integer";
   json_type type;
   if (source.type().get(type) != simdjson::SUCCESS || !isWellFormedScalar(source, type)) {
@@ -421,15 +418,12 @@ bool failInteger(Source& source, simdjson::error_code code, bool isSigned, Decod
   if (type != json_type::number) {
     return state.failWith(expected);
   }
-  number_type numberType;
-  if (source.get_number_type().get(numberType) != simdjson::SUCCESS) {
-    return state.failMalformed(code);
-  }
-  if (numberType == number_type::floating_point_number && !isIntegerToken(source)) {
+  const std::string_view token = numberToken(source);
+  if (token.find_first_of(".eE") != std::string_view::npos) {
     return state.failWith(expected);
   }
-  if (!isSigned && numberType == number_type::signed_integer) {
-    return state.failWith(expected);  // negative
+  if (!isSigned && token.starts_with('-')) {
+    return state.failWith(expected);
   }
   return state.failWith("integer out of range");
 }
@@ -575,24 +569,26 @@ bool decodeGeneric(Source& source, JsonValue& out, DecodeState& state) {
       if (numberType == simdjson::ondemand::number_type::floating_point_number) {
         double value = 0;
         if (auto code = source.get_double().get(value)) {
-          return isIntegerToken(source) ? state.failWith("integer out of range")
-                                        : state.failMalformed(code);
-        }
-        out = JsonValue(value);
-      } else if (numberType == simdjson::ondemand::number_type::signed_integer) {
-        std::int64_t value = 0;
-        if (auto code = source.get_int64().get(value)) {
           return state.failMalformed(code);
         }
         out = JsonValue(value);
-      } else if (numberType == simdjson::ondemand::number_type::unsigned_integer) {
-        std::uint64_t value = 0;
-        if (auto code = source.get_uint64().get(value)) {
-          return state.failMalformed(code);
-        }
-        out = JsonValue(value);
+        return true;
       }
-      return true;
+      std::int64_t signedValue = 0;
+      if (source.get_int64().get(signedValue) == simdjson::SUCCESS) {
+        out = JsonValue(signedValue);
+        return true;
+      }
+      std::uint64_t unsignedValue = 0;
+      if (source.get_uint64().get(unsignedValue) == simdjson::SUCCESS) {
+        out = JsonValue(unsignedValue);
+        return true;
+      }
+      double number = 0;
+      if (auto code = source.get_double().get(number)) {
+        return state.failMalformed(code);
+      }
+      return state.failWith("integer out of range");
     }
     case json_type::string: {
       std::string_view text;

@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+#include <random>
 #include <string>
+#include <unordered_map>
 
 #include "OrvanUsdEditorCore/Foundation/JsonTestRecords.h"
 
@@ -270,6 +273,43 @@ TEST(JsonDecoderMalformedInput, EveryTruncationOfAValidDocumentFails) {
   }
 }
 
+TEST(JsonDecoderMalformedInput, RandomlyDamagedDocumentsDecodeOrFailCleanly) {
+  const std::string document =
+      R"({"revision":3,"stage":{"sceneUri":"s","prims":[{"path":"/A","name":"A","active":true,)"
+      R"("entityId":2,"metrics":{"m":[1e3,-0.5]},"attributes":[{"name":"n","type":"t",)"
+      R"("value":{"k":[1.5,"\u00e9\n",null,true,18446744073709551615]}}]}]}})";
+  std::mt19937 random(7);
+  int decoded = 0;
+  for (int round = 0; round < 3000; ++round) {
+    std::string damaged = document;
+    for (int edit = 0; edit < 1 + round % 3; ++edit) {
+      const std::size_t at = random() % damaged.size();
+      switch (random() % 3) {
+        case 0:
+          damaged[at] = static_cast<char>(random() % 256);
+          break;
+        case 1:
+          damaged.erase(at, 1 + random() % 4);
+          break;
+        default:
+          damaged.insert(at, 1, "{}[]\",:0e-n\x80"[random() % 13]);
+      }
+      if (damaged.empty()) {
+        damaged = "{";
+      }
+    }
+    const Result<TestStageResponse> result = decodeJson<TestStageResponse>(damaged, "response");
+    if (result.ok()) {
+      ++decoded;
+      continue;
+    }
+    EXPECT_EQ(result.error().domain, Error::kJsonDomain);
+    EXPECT_TRUE(result.error().description.find(" at response") != std::string::npos)
+        << result.error().description;
+  }
+  EXPECT_LT(decoded, 3000);
+}
+
 TEST(JsonDecoderMalformedInput, DeepNestingFailsWithoutExhaustingTheStack) {
   const std::size_t depth = 100000;
   const std::string nested = std::string(depth, '[') + std::string(depth, ']');
@@ -294,6 +334,32 @@ TEST(JsonDecoderEntryPoints, PaddedInputAndAReusedDecoderGiveTheSameRecords) {
   const Result<TestStageResponse> again = decoder.decode<TestStageResponse>(padded);
   ASSERT_TRUE(again.ok());
   EXPECT_EQ(again->revision, 5u);
+}
+
+TEST(JsonDecoderEntryPoints, FreeFormValuesKeepIntegersExactOrFail) {
+  const Result<JsonValue> numbers =
+      decodeJson<JsonValue>("[9223372036854775807, 9223372036854775808, -9223372036854775808]");
+  ASSERT_TRUE(numbers.ok()) << numbers.error().description;
+  const JsonValue::Array& array = *numbers->asArray();
+  EXPECT_EQ(*array[0].asInt64(), std::numeric_limits<std::int64_t>::max());
+  EXPECT_EQ(*array[1].asUint64(), 9223372036854775808ull);
+  EXPECT_EQ(*array[2].asInt64(), std::numeric_limits<std::int64_t>::min());
+
+  EXPECT_EQ(problemOf<JsonValue>(R"({"a":[0, 18446744073709551616]})", "data"),
+            "integer out of range at data.a[1]");
+  EXPECT_EQ(problemOf<JsonValue>(R"({"a":-9223372036854775809})"), "integer out of range at a");
+}
+
+TEST(JsonDecoderEntryPoints, UnorderedDictionariesDecodeLikeOrderedOnes) {
+  const Result<std::unordered_map<std::string, std::uint64_t>> counts =
+      decodeJson<std::unordered_map<std::string, std::uint64_t>>(
+          R"({"b":2,"a":18446744073709551615,"b":3})");
+  ASSERT_TRUE(counts.ok()) << counts.error().description;
+  EXPECT_EQ(counts->size(), 2u);
+  EXPECT_EQ(counts->at("a"), 18446744073709551615ull);
+  EXPECT_EQ(counts->at("b"), 3u);
+  using Counts = std::unordered_map<std::string, std::uint64_t>;
+  EXPECT_EQ(problemOf<Counts>(R"({"a":true})", "counts"), "expected unsigned integer at counts.a");
 }
 
 TEST(JsonDecoderEntryPoints, ScalarRootsDecodeIntoFreeFormValues) {
