@@ -17,6 +17,7 @@
 #include <simdjson.h>
 
 #include "Foundation/Error.h"
+#include "Foundation/JsonDecodeContext.h"
 #include "Foundation/JsonFields.h"
 #include "Foundation/JsonValue.h"
 
@@ -31,6 +32,7 @@
 //   "integer out of range at stage.prims[0].entityId"
 //   "malformed JSON at stage.layers[2] (<parser's reason>)"
 //   "trailing content after the document at stage"
+//   "nesting too deep at stage.customData.a[0]..."
 // The path starts with the caller's root name and adds ".key" for record fields and dictionary
 // entries and "[i]" for list elements. A failure at an unnamed root reads "at (root)".
 //
@@ -126,28 +128,6 @@ bool failType(Source& source, simdjson::error_code code, simdjson::ondemand::jso
 
 template <class Source, class T>
 bool decodeInto(Source& source, T& out, DecodeState& state);
-
-}  // namespace json::detail
-
-// What a record's afterDecode hook can see: which of its keys were present (with a non-null
-// value). It can also reject the record, which fails the whole document at the record's path.
-class JsonDecodeContext {
- public:
-  JsonDecodeContext(const std::string_view* keys, std::size_t keyCount, std::uint64_t presentMask)
-      : keys_(keys), keyCount_(keyCount), presentMask_(presentMask) {}
-
-  bool has(std::string_view key) const;
-  void fail(std::string problem) { failure_ = std::move(problem); }
-  const std::optional<std::string>& failure() const { return failure_; }
-
- private:
-  const std::string_view* keys_;
-  std::size_t keyCount_;
-  std::uint64_t presentMask_;
-  std::optional<std::string> failure_;
-};
-
-namespace json::detail {
 
 template <class T>
 concept HasAfterDecode = requires(T& record, JsonDecodeContext& context) {
@@ -664,8 +644,8 @@ Result<T> decodeJson(std::string_view json, std::string_view rootPath = "") {
 
 // Decodes a document that already carries the parser's padding, without copying it.
 template <class T, class Padded>
-  requires std::same_as<Padded, simdjson::padded_string>
-Result<T> decodeJson(const Padded& json, std::string_view rootPath = "") {
+requires std::same_as<Padded, simdjson::padded_string> Result<T> decodeJson(
+    const Padded& json, std::string_view rootPath = "") {
   JsonDecoder decoder;
   return decoder.decode<T>(json, rootPath);
 }

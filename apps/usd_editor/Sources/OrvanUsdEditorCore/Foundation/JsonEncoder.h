@@ -101,7 +101,8 @@ void encodeInto(std::string& out, const T& value) {
     }
     out += '}';
   } else if constexpr (Record<T>) {
-    encodeRecord(out, value, std::make_index_sequence<std::tuple_size_v<decltype(T::jsonFields())>>{});
+    encodeRecord(out, value,
+                 std::make_index_sequence<std::tuple_size_v<decltype(T::jsonFields())>>{});
   } else {
     static_assert(!sizeof(T), "this type has no JSON form");
   }

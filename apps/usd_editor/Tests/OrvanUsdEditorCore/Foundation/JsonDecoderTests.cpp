@@ -75,9 +75,9 @@ TEST(JsonDecoderFieldKinds, KeysAreMatchedInAnyOrderAndUnknownKeysAreSkipped) {
 }
 
 TEST(JsonDecoderFieldKinds, EscapedKeysMatchAndARepeatedKeyTakesTheLastValue) {
-  const Result<TestPrim> prim = decodeJson<TestPrim>(
-      R"({"p\u0061th":"/A","name":"A","active":true,"entityId":1,)"
-      R"("badges":["x","y"],"badges":["z"],"defined":true,"defined":null})");
+  const Result<TestPrim> prim =
+      decodeJson<TestPrim>(R"({"p\u0061th":"/A","name":"A","active":true,"entityId":1,)"
+                           R"("badges":["x","y"],"badges":["z"],"defined":true,"defined":null})");
   ASSERT_TRUE(prim.ok()) << prim.error().description;
   EXPECT_EQ(prim->path, "/A");
   EXPECT_EQ(prim->badges, std::vector<std::string>{"z"});
@@ -97,14 +97,15 @@ struct LongKeyRecord {
 
 TEST(JsonDecoderFieldKinds, LongAndShortKeysMatchWhereverTheyEndInTheInput) {
   const std::string longKey(LongKeyRecord::kLongKey);
-  const Result<LongKeyRecord> record = decodeJson<LongKeyRecord>(
-      R"({"n":1,")" + longKey + R"(":"v","a":{"n":2}})");
+  const Result<LongKeyRecord> record =
+      decodeJson<LongKeyRecord>(R"({"n":1,")" + longKey + R"(":"v","a":{"n":2}})");
   ASSERT_TRUE(record.ok()) << record.error().description;
   EXPECT_EQ(record->value, "v");
   EXPECT_EQ(record->n, 1);
   EXPECT_EQ(problemOf<LongKeyRecord>(R"({"n":1})"), "missing required key at " + longKey);
-  EXPECT_EQ(problemOf<LongKeyRecord>(R"({"n")"), "malformed JSON at (root) (JSON document ended "
-                                                 "early in the middle of an object or array.)");
+  EXPECT_EQ(problemOf<LongKeyRecord>(R"({"n")"),
+            "malformed JSON at (root) (JSON document ended "
+            "early in the middle of an object or array.)");
 }
 
 TEST(JsonDecoderFieldKinds, NestedListsDictionariesAndFreeFormValuesDecode) {
@@ -134,8 +135,8 @@ TEST(JsonDecoderErrors, WrongTypesNameTheFullPath) {
   const std::string prims = R"({"revision":1,"stage":{"sceneUri":"s","prims":[)" +
                             std::string(kMinimalPrim) + "," + std::string(kMinimalPrim) + "," +
                             std::string(kMinimalPrim) + ",";
-  EXPECT_EQ(problemOf<TestStageResponse>(
-                prims + R"({"path":"/x","name":5,"active":true,"entityId":1}]}})"),
+  EXPECT_EQ(problemOf<TestStageResponse>(prims +
+                                         R"({"path":"/x","name":5,"active":true,"entityId":1}]}})"),
             "expected string at stage.prims[3].name");
   EXPECT_EQ(problemOf<TestStageResponse>(
                 prims + R"({"path":"/x","name":"x","active":"yes","entityId":1}]}})"),
@@ -145,10 +146,10 @@ TEST(JsonDecoderErrors, WrongTypesNameTheFullPath) {
                         R"("children":[{"path":"/x/y","name":"y","active":true,"entityId":2,)"
                         R"("attributes":[{"name":"a","type":"b"}]}]}]}})"),
             "missing required key at stage.prims[3].children[0].attributes[0].value");
-  EXPECT_EQ(problemOf<TestStageResponse>(
-                prims + R"({"path":"/x","name":"x","active":true,"entityId":1,)"
-                        R"("metrics":{"weights":[1,"2"]}}]}})"),
-            "expected number at stage.prims[3].metrics.weights[1]");
+  EXPECT_EQ(
+      problemOf<TestStageResponse>(prims + R"({"path":"/x","name":"x","active":true,"entityId":1,)"
+                                           R"("metrics":{"weights":[1,"2"]}}]}})"),
+      "expected number at stage.prims[3].metrics.weights[1]");
   EXPECT_EQ(problemOf<TestStageResponse>(prims + R"("not a prim"]}})"),
             "expected object at stage.prims[3]");
   EXPECT_EQ(problemOf<TestStageResponse>(R"({"revision":1,"stage":{"sceneUri":"s","prims":{}}})"),
@@ -198,9 +199,8 @@ TEST(JsonDecoderIntegers, ValuesThatAreNotExactIntegersOfTheMemberTypeFail) {
   EXPECT_EQ(asset("\"12\""), "expected unsigned integer at id");
 
   auto depth = [](std::string_view value) {
-    return problemOf<TestPrim>(
-        R"({"path":"/A","name":"A","active":true,"entityId":1,"depth":)" + std::string(value) +
-        "}");
+    return problemOf<TestPrim>(R"({"path":"/A","name":"A","active":true,"entityId":1,"depth":)" +
+                               std::string(value) + "}");
   };
   EXPECT_EQ(depth("-2147483648"), "ok");
   EXPECT_EQ(depth("2147483648"), "integer out of range at depth");
@@ -226,10 +226,10 @@ TEST(JsonDecoderHook, SeesWhichKeysWerePresentAndCanRejectTheRecord) {
   EXPECT_FALSE(bounds(R"({"id":1,"boundsCenter":[0,0,0],"boundsDimensions":null})"));
   EXPECT_FALSE(bounds(R"({"id":1})"));
 
-  EXPECT_EQ(problemOf<TestStage>(
-                R"({"sceneUri":"s","prims":[],"assets":[{"id":1},{"id":2,"roughness":-1}]})",
-                "stage"),
-            "negative roughness at stage.assets[1]");
+  EXPECT_EQ(
+      problemOf<TestStage>(
+          R"({"sceneUri":"s","prims":[],"assets":[{"id":1},{"id":2,"roughness":-1}]})", "stage"),
+      "negative roughness at stage.assets[1]");
 }
 
 // Whatever the bytes, the decoder answers with an error in the JSON domain, never a crash.
@@ -256,8 +256,8 @@ INSTANTIATE_TEST_SUITE_P(
                       "{\"revision\":1,\"stage\":{\"sceneUri\":\"\xED\xA0\x80\",\"prims\":[]}}",
                       R"({"revision":1,"stage":{"sceneUri":"\uD800","prims":[]}})",
                       R"({"revision":1,"stage":{"sceneUri":"s","prims":[],}})",
-                      R"({"revision":1 "stage":{}})", R"({"revision":tru})",
-                      R"({"revision":01})", R"({revision:1})"));
+                      R"({"revision":1 "stage":{}})", R"({"revision":tru})", R"({"revision":01})",
+                      R"({revision:1})"));
 
 TEST(JsonDecoderMalformedInput, EveryTruncationOfAValidDocumentFails) {
   const std::string document =
@@ -330,7 +330,8 @@ TEST(JsonDecoderEntryPoints, PaddedInputAndAReusedDecoderGiveTheSameRecords) {
   EXPECT_EQ(*fromPadded, *fromView);
 
   JsonDecoder decoder;
-  EXPECT_FALSE(decoder.decode<TestStageResponse>(simdjson::padded_string(std::string_view("{"))).ok());
+  EXPECT_FALSE(
+      decoder.decode<TestStageResponse>(simdjson::padded_string(std::string_view("{"))).ok());
   const Result<TestStageResponse> again = decoder.decode<TestStageResponse>(padded);
   ASSERT_TRUE(again.ok());
   EXPECT_EQ(again->revision, 5u);
