@@ -233,16 +233,17 @@ template <class T, std::size_t... I>
 bool decodeFieldAt(std::size_t index, simdjson::ondemand::value& value, T& out,
                    std::uint64_t& present, DecodeState& state, std::index_sequence<I...>) {
   using Decoder = bool (*)(simdjson::ondemand::value&, T&, std::uint64_t&, DecodeState&);
-  static constexpr Decoder kDecoders[] = {&decodeField<I, T>...};
+  static constexpr std::array<Decoder, sizeof...(I)> kDecoders = {&decodeField<I, T>...};
   return kDecoders[index](value, out, present, state);
 }
 
 // Applies defaults and checks required keys once the object has been walked.
 template <class T, std::size_t... I>
-bool completeRecord(T& out, std::uint64_t present, DecodeState& state, std::index_sequence<I...>) {
-  const auto& fields = RecordTable<T>::fields();
+bool completeRecord([[maybe_unused]] T& out, [[maybe_unused]] std::uint64_t present,
+                    [[maybe_unused]] DecodeState& state, std::index_sequence<I...>) {
+  [[maybe_unused]] const auto& fields = RecordTable<T>::fields();
   bool ok = true;
-  auto complete = [&](const auto& field, std::size_t index) {
+  [[maybe_unused]] auto complete = [&](const auto& field, std::size_t index) {
     using Field = std::remove_cvref_t<decltype(field)>;
     if (!ok || (present & (std::uint64_t{1} << index)) != 0) {
       return;

@@ -34,11 +34,11 @@ template <class T>
 void encodeInto(std::string& out, const T& value);
 
 template <class T, std::size_t... I>
-void encodeRecord(std::string& out, const T& record, std::index_sequence<I...>) {
-  const auto& fields = fieldsOf<T>();
+void encodeRecord(std::string& out, [[maybe_unused]] const T& record, std::index_sequence<I...>) {
+  [[maybe_unused]] const auto& fields = fieldsOf<T>();
   out += '{';
-  bool first = true;
-  auto encodeField = [&](const auto& field) {
+  [[maybe_unused]] bool first = true;
+  [[maybe_unused]] auto encodeField = [&](const auto& field) {
     using Field = std::remove_cvref_t<decltype(field)>;
     const auto& member = record.*(field.member);
     if constexpr (Field::kKind == FieldKind::kOptional) {

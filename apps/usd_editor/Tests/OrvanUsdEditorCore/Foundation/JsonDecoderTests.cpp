@@ -1,4 +1,5 @@
 #include "Foundation/JsonDecoder.h"
+#include "Foundation/JsonEncoder.h"
 
 #include <gtest/gtest.h>
 
@@ -106,6 +107,18 @@ TEST(JsonDecoderFieldKinds, LongAndShortKeysMatchWhereverTheyEndInTheInput) {
   EXPECT_EQ(problemOf<LongKeyRecord>(R"({"n")"),
             "malformed JSON at (root) (JSON document ended "
             "early in the middle of an object or array.)");
+}
+
+// An acknowledgement without fields still has to be an object.
+struct EmptyRecord {
+  bool operator==(const EmptyRecord&) const = default;
+  static auto jsonFields() { return std::tuple{}; }
+};
+
+TEST(JsonDecoderFieldKinds, ARecordWithoutFieldsAcceptsAnyObject) {
+  EXPECT_EQ(problemOf<EmptyRecord>(R"({"ok":true,"x":[1]})"), "ok");
+  EXPECT_EQ(problemOf<EmptyRecord>(R"([])", "reply"), "expected object at reply");
+  EXPECT_EQ(encodeJson(EmptyRecord{}), "{}");
 }
 
 TEST(JsonDecoderFieldKinds, NestedListsDictionariesAndFreeFormValuesDecode) {
