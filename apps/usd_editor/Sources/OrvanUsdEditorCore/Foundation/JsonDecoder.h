@@ -32,7 +32,7 @@
 //   "integer out of range at stage.prims[0].entityId"
 //   "malformed JSON at stage.layers[2] (<parser's reason>)"
 //   "trailing content after the document at stage"
-//   "nesting too deep at stage.customData.a[0]..."
+//   "nesting too deep at stage.customData.a[0][0]..." (long paths are cut after 32 steps)
 // The path starts with the caller's root name and adds ".key" for record fields and dictionary
 // entries and "[i]" for list elements. A failure at an unnamed root reads "at (root)".
 //

@@ -329,6 +329,11 @@ TEST(JsonDecoderMalformedInput, DeepNestingFailsWithoutExhaustingTheStack) {
   const Result<JsonValue> result = decodeJson<JsonValue>(nested);
   ASSERT_FALSE(result.ok());
   EXPECT_EQ(result.error().code, kJsonMalformed);
+  std::string shownPath;
+  for (int segment = 0; segment < 32; ++segment) {
+    shownPath += "[0]";
+  }
+  EXPECT_EQ(result.error().description, "nesting too deep at " + shownPath + "...");
 
   const std::string shallow = std::string(100, '[') + std::string(100, ']');
   EXPECT_TRUE(decodeJson<JsonValue>(shallow).ok());
