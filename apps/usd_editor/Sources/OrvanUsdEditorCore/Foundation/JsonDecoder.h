@@ -134,9 +134,6 @@ concept HasAfterDecode = requires(T& record, JsonDecodeContext& context) {
   record.afterDecode(context);
 };
 
-template <class Source, class T>
-using FieldDecoder = bool (*)(Source&, T&, DecodeState&);
-
 // The dispatch table of a record, built once per record type from its field table.
 template <class T>
 struct RecordTable {
