@@ -188,16 +188,15 @@ struct StageInspection {
 
   static auto jsonFields() {
     using S = StageInspection;
-    return std::tuple{
-        json::required("sceneUri", &S::sceneUri),
-        json::defaulted("usdLayersEnabled", &S::usdLayersEnabled, true),
-        json::defaulted("requiresLayerStackInitialization", &S::requiresLayerStackInitialization,
-                        false),
-        json::defaulted("layers", &S::layers, std::vector<LayerInfo>{}),
-        json::required("rootPrims", &S::rootPrims),
-        json::required("prims", &S::prims),
-        json::required("catalog", &S::catalog),
-        json::required("assets", &S::assets)};
+    return std::tuple{json::required("sceneUri", &S::sceneUri),
+                      json::defaulted("usdLayersEnabled", &S::usdLayersEnabled, true),
+                      json::defaulted("requiresLayerStackInitialization",
+                                      &S::requiresLayerStackInitialization, false),
+                      json::defaulted("layers", &S::layers, std::vector<LayerInfo>{}),
+                      json::required("rootPrims", &S::rootPrims),
+                      json::required("prims", &S::prims),
+                      json::required("catalog", &S::catalog),
+                      json::required("assets", &S::assets)};
   }
 };
 

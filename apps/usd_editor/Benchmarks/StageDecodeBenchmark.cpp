@@ -60,8 +60,8 @@ PrimDetail makeDetail(const std::string& path, const std::string& name, const st
   detail.parent = parent;
   detail.active = index % 17 != 0;
   detail.defined = true;
-  detail.badges = index % 7 == 0 ? std::vector<std::string>{"entity", "payload"}
-                                 : std::vector<std::string>{};
+  detail.badges =
+      index % 7 == 0 ? std::vector<std::string>{"entity", "payload"} : std::vector<std::string>{};
   detail.entityPath = path;
   detail.entityId = 0x8000000000000000ull + static_cast<std::uint64_t>(index);
   detail.components = {makeTransform(index), makeScript(index)};

@@ -29,8 +29,15 @@ void DecodeState::prependIndex(std::size_t index) {
 }
 
 Error DecodeState::toError(std::string_view rootPath) const {
+  // Very deep paths (only a nesting failure makes them) are cut short to keep messages readable.
+  constexpr std::size_t kMaxShownSegments = 32;
   std::string path(rootPath);
+  std::size_t shown = 0;
   for (auto segment = reversedPath_.rbegin(); segment != reversedPath_.rend(); ++segment) {
+    if (++shown > kMaxShownSegments) {
+      path += "...";
+      break;
+    }
     if (segment->isIndex) {
       path += '[';
       path += std::to_string(segment->index);
@@ -54,14 +61,5 @@ bool isAtEnd(simdjson::ondemand::document& document) {
 }
 
 }  // namespace json::detail
-
-bool JsonDecodeContext::has(std::string_view key) const {
-  for (std::size_t index = 0; index < keyCount_; ++index) {
-    if (keys_[index] == key) {
-      return (presentMask_ & (std::uint64_t{1} << index)) != 0;
-    }
-  }
-  return false;
-}
 
 }  // namespace orvan::editor

@@ -4,6 +4,7 @@
 #include <concepts>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <limits>
 #include <optional>
 #include <string>
@@ -16,6 +17,7 @@
 #include <simdjson.h>
 
 #include "Foundation/Error.h"
+#include "Foundation/JsonDecodeContext.h"
 #include "Foundation/JsonFields.h"
 #include "Foundation/JsonValue.h"
 
@@ -30,6 +32,7 @@
 //   "integer out of range at stage.prims[0].entityId"
 //   "malformed JSON at stage.layers[2] (<parser's reason>)"
 //   "trailing content after the document at stage"
+//   "nesting too deep at stage.customData.a[0][0]..." (long paths are cut after 32 steps)
 // The path starts with the caller's root name and adds ".key" for record fields and dictionary
 // entries and "[i]" for list elements. A failure at an unnamed root reads "at (root)".
 //
@@ -126,35 +129,10 @@ bool failType(Source& source, simdjson::error_code code, simdjson::ondemand::jso
 template <class Source, class T>
 bool decodeInto(Source& source, T& out, DecodeState& state);
 
-}  // namespace json::detail
-
-// What a record's afterDecode hook can see: which of its keys were present (with a non-null
-// value). It can also reject the record, which fails the whole document at the record's path.
-class JsonDecodeContext {
- public:
-  JsonDecodeContext(const std::string_view* keys, std::size_t keyCount, std::uint64_t presentMask)
-      : keys_(keys), keyCount_(keyCount), presentMask_(presentMask) {}
-
-  bool has(std::string_view key) const;
-  void fail(std::string problem) { failure_ = std::move(problem); }
-  const std::optional<std::string>& failure() const { return failure_; }
-
- private:
-  const std::string_view* keys_;
-  std::size_t keyCount_;
-  std::uint64_t presentMask_;
-  std::optional<std::string> failure_;
-};
-
-namespace json::detail {
-
 template <class T>
 concept HasAfterDecode = requires(T& record, JsonDecodeContext& context) {
   record.afterDecode(context);
 };
-
-template <class Source, class T>
-using FieldDecoder = bool (*)(Source&, T&, DecodeState&);
 
 // The dispatch table of a record, built once per record type from its field table.
 template <class T>
@@ -177,16 +155,21 @@ struct RecordTable {
   }
 
   // Documents usually list keys in the order of the table, so the search starts right after the
-  // previous hit and wraps around. The raw key lies in the padded input, so comparing it may read
-  // past its closing quote.
+  // previous hit and wraps around.
   static std::size_t findRaw(const std::array<std::string_view, kCount>& table,
                              simdjson::ondemand::raw_json_string key, std::size_t hint) {
+    const char* raw = key.raw();
     for (std::size_t step = 0; step < kCount; ++step) {
       std::size_t index = hint + step;
       if (index >= kCount) {
         index -= kCount;
       }
-      if (key.unsafe_is_equal(table[index])) {
+      const std::string_view candidate = table[index];
+      // A key starts before the end of the input, so the padding makes its first
+      // SIMDJSON_PADDING bytes readable; longer candidates are left to the unescaped comparison.
+      // The closing quote at the candidate's length settles most mismatches in one load.
+      if (candidate.size() < simdjson::SIMDJSON_PADDING && raw[candidate.size()] == '"' &&
+          std::memcmp(raw, candidate.data(), candidate.size()) == 0) {
         return index;
       }
     }
@@ -247,16 +230,17 @@ template <class T, std::size_t... I>
 bool decodeFieldAt(std::size_t index, simdjson::ondemand::value& value, T& out,
                    std::uint64_t& present, DecodeState& state, std::index_sequence<I...>) {
   using Decoder = bool (*)(simdjson::ondemand::value&, T&, std::uint64_t&, DecodeState&);
-  static constexpr Decoder kDecoders[] = {&decodeField<I, T>...};
+  static constexpr std::array<Decoder, sizeof...(I)> kDecoders = {&decodeField<I, T>...};
   return kDecoders[index](value, out, present, state);
 }
 
 // Applies defaults and checks required keys once the object has been walked.
 template <class T, std::size_t... I>
-bool completeRecord(T& out, std::uint64_t present, DecodeState& state, std::index_sequence<I...>) {
-  const auto& fields = RecordTable<T>::fields();
+bool completeRecord([[maybe_unused]] T& out, [[maybe_unused]] std::uint64_t present,
+                    [[maybe_unused]] DecodeState& state, std::index_sequence<I...>) {
+  [[maybe_unused]] const auto& fields = RecordTable<T>::fields();
   bool ok = true;
-  auto complete = [&](const auto& field, std::size_t index) {
+  [[maybe_unused]] auto complete = [&](const auto& field, std::size_t index) {
     using Field = std::remove_cvref_t<decltype(field)>;
     if (!ok || (present & (std::uint64_t{1} << index)) != 0) {
       return;
@@ -287,10 +271,10 @@ bool decodeRecord(Source& source, T& out, DecodeState& state) {
   std::uint64_t present = 0;
   std::size_t hint = 0;
   for (auto entry : object) {
-    simdjson::ondemand::field field;
-    if (auto code = std::move(entry).get(field)) {
+    if (auto code = entry.error()) {
       return state.failMalformed(code);
     }
+    simdjson::ondemand::field& field = entry.value_unsafe();
     // Keys are compared in their raw form first, which needs no copy; only a key that matches
     // nothing is unescaped, in case it spells a known key with escapes.
     std::size_t index = Table::findRaw(keys, field.key(), hint);
@@ -337,12 +321,12 @@ bool decodeList(Source& source, std::vector<T>& out, DecodeState& state) {
   out.clear();
   std::size_t index = 0;
   for (auto entry : array) {
-    simdjson::ondemand::value element;
-    if (auto code = std::move(entry).get(element)) {
+    if (auto code = entry.error()) {
       state.failMalformed(code);
       state.prependIndex(index);
       return false;
     }
+    simdjson::ondemand::value& element = entry.value_unsafe();
     if (index == 0) {
       out.reserve(4);  // Spares the first reallocations of the many short lists.
     }
@@ -367,10 +351,10 @@ bool decodeMap(Source& source, Map& out, DecodeState& state) {
   }
   out.clear();
   for (auto entry : object) {
-    simdjson::ondemand::field field;
-    if (auto code = std::move(entry).get(field)) {
+    if (auto code = entry.error()) {
       return state.failMalformed(code);
     }
+    simdjson::ondemand::field& field = entry.value_unsafe();
     std::string_view key;
     if (auto code = field.unescaped_key().get(key)) {
       return state.failMalformed(code);
@@ -386,27 +370,24 @@ bool decodeMap(Source& source, Map& out, DecodeState& state) {
   return true;
 }
 
-// Whether a number is written without fraction or exponent; the parser reports integers beyond
-// 64 bits as floating-point numbers.
+// The text of the number under `source` (with any white space that follows it).
 template <class Source>
-bool isIntegerToken(Source& source) {
-  std::string_view token;
+std::string_view numberToken(Source& source) {
   if constexpr (std::same_as<Source, simdjson::ondemand::document>) {
-    if (source.raw_json_token().get(token) != simdjson::SUCCESS) {
-      return false;
-    }
+    std::string_view token;
+    return source.raw_json_token().get(token) == simdjson::SUCCESS ? token : std::string_view();
   } else {
-    token = source.raw_json_token();
+    return source.raw_json_token();
   }
-  return token.find_first_of(".eE") == std::string_view::npos;
 }
 
 // Tells apart the ways an integer getter can fail: another type, a number with a fraction or
 // exponent, a negative number for an unsigned member, a number too large, or no number at all.
+// The parser's own number classification is not trusted here: it calls some integers beyond 64
+// bits signed or unsigned integers, so the decision rests on the number's text.
 template <class Source>
 bool failInteger(Source& source, simdjson::error_code code, bool isSigned, DecodeState& state) {
   using simdjson::ondemand::json_type;
-  using simdjson::ondemand::number_type;
   const std::string expected = isSigned ? "expected integer" : "expected unsigned integer";
   json_type type;
   if (source.type().get(type) != simdjson::SUCCESS || !isWellFormedScalar(source, type)) {
@@ -415,15 +396,12 @@ bool failInteger(Source& source, simdjson::error_code code, bool isSigned, Decod
   if (type != json_type::number) {
     return state.failWith(expected);
   }
-  number_type numberType;
-  if (source.get_number_type().get(numberType) != simdjson::SUCCESS) {
-    return state.failMalformed(code);
-  }
-  if (numberType == number_type::floating_point_number && !isIntegerToken(source)) {
+  const std::string_view token = numberToken(source);
+  if (token.find_first_of(".eE") != std::string_view::npos) {
     return state.failWith(expected);
   }
-  if (!isSigned && numberType == number_type::signed_integer) {
-    return state.failWith(expected);  // negative
+  if (!isSigned && token.starts_with('-')) {
+    return state.failWith(expected);
   }
   return state.failWith("integer out of range");
 }
@@ -517,10 +495,10 @@ bool decodeGeneric(Source& source, JsonValue& out, DecodeState& state) {
       }
       JsonValue::Object members;
       for (auto entry : object) {
-        simdjson::ondemand::field field;
-        if (auto code = std::move(entry).get(field)) {
+        if (auto code = entry.error()) {
           return state.failMalformed(code);
         }
+        simdjson::ondemand::field& field = entry.value_unsafe();
         std::string_view key;
         if (auto code = field.unescaped_key().get(key)) {
           return state.failMalformed(code);
@@ -569,24 +547,26 @@ bool decodeGeneric(Source& source, JsonValue& out, DecodeState& state) {
       if (numberType == simdjson::ondemand::number_type::floating_point_number) {
         double value = 0;
         if (auto code = source.get_double().get(value)) {
-          return isIntegerToken(source) ? state.failWith("integer out of range")
-                                        : state.failMalformed(code);
-        }
-        out = JsonValue(value);
-      } else if (numberType == simdjson::ondemand::number_type::signed_integer) {
-        std::int64_t value = 0;
-        if (auto code = source.get_int64().get(value)) {
           return state.failMalformed(code);
         }
         out = JsonValue(value);
-      } else if (numberType == simdjson::ondemand::number_type::unsigned_integer) {
-        std::uint64_t value = 0;
-        if (auto code = source.get_uint64().get(value)) {
-          return state.failMalformed(code);
-        }
-        out = JsonValue(value);
+        return true;
       }
-      return true;
+      std::int64_t signedValue = 0;
+      if (source.get_int64().get(signedValue) == simdjson::SUCCESS) {
+        out = JsonValue(signedValue);
+        return true;
+      }
+      std::uint64_t unsignedValue = 0;
+      if (source.get_uint64().get(unsignedValue) == simdjson::SUCCESS) {
+        out = JsonValue(unsignedValue);
+        return true;
+      }
+      double number = 0;
+      if (auto code = source.get_double().get(number)) {
+        return state.failMalformed(code);
+      }
+      return state.failWith("integer out of range");
     }
     case json_type::string: {
       std::string_view text;
@@ -662,8 +642,8 @@ Result<T> decodeJson(std::string_view json, std::string_view rootPath = "") {
 
 // Decodes a document that already carries the parser's padding, without copying it.
 template <class T, class Padded>
-  requires std::same_as<Padded, simdjson::padded_string>
-Result<T> decodeJson(const Padded& json, std::string_view rootPath = "") {
+requires std::same_as<Padded, simdjson::padded_string> Result<T> decodeJson(
+    const Padded& json, std::string_view rootPath = "") {
   JsonDecoder decoder;
   return decoder.decode<T>(json, rootPath);
 }

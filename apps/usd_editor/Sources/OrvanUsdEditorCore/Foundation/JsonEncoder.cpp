@@ -12,7 +12,9 @@ namespace {
 
 constexpr std::string_view kReplacementCharacter = "\xEF\xBF\xBD";
 
-bool needsEscape(unsigned char byte) { return byte < 0x20 || byte == '"' || byte == '\\'; }
+bool needsEscape(unsigned char byte) {
+  return byte < 0x20 || byte == '"' || byte == '\\';
+}
 
 void appendEscapedByte(std::string& out, unsigned char byte) {
   switch (byte) {
@@ -61,7 +63,9 @@ void appendEscaped(std::string& out, std::string_view text) {
   out.append(text.substr(runStart));
 }
 
-bool isContinuation(unsigned char byte) { return (byte & 0xC0) == 0x80; }
+bool isContinuation(unsigned char byte) {
+  return (byte & 0xC0) == 0x80;
+}
 
 // The length of the well-formed UTF-8 sequence at the start of `text`, or 0 when there is none
 // (stray continuation bytes, overlong forms, surrogates, code points above U+10FFFF, truncation).

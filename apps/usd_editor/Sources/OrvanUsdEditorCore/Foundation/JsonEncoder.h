@@ -34,11 +34,11 @@ template <class T>
 void encodeInto(std::string& out, const T& value);
 
 template <class T, std::size_t... I>
-void encodeRecord(std::string& out, const T& record, std::index_sequence<I...>) {
-  const auto& fields = fieldsOf<T>();
+void encodeRecord(std::string& out, [[maybe_unused]] const T& record, std::index_sequence<I...>) {
+  [[maybe_unused]] const auto& fields = fieldsOf<T>();
   out += '{';
-  bool first = true;
-  auto encodeField = [&](const auto& field) {
+  [[maybe_unused]] bool first = true;
+  [[maybe_unused]] auto encodeField = [&](const auto& field) {
     using Field = std::remove_cvref_t<decltype(field)>;
     const auto& member = record.*(field.member);
     if constexpr (Field::kKind == FieldKind::kOptional) {
@@ -101,7 +101,8 @@ void encodeInto(std::string& out, const T& value) {
     }
     out += '}';
   } else if constexpr (Record<T>) {
-    encodeRecord(out, value, std::make_index_sequence<std::tuple_size_v<decltype(T::jsonFields())>>{});
+    encodeRecord(out, value,
+                 std::make_index_sequence<std::tuple_size_v<decltype(T::jsonFields())>>{});
   } else {
     static_assert(!sizeof(T), "this type has no JSON form");
   }

@@ -16,18 +16,16 @@
 // `jsonFields()` returning a tuple of descriptors; the decoder and the encoder both read that
 // table, so the two directions can never disagree about a key.
 //
-//   struct UsdComponent {
-//     std::string type;
-//     std::optional<std::string> label;
-//     bool enabled = false;
-//     std::vector<ComponentProperty> properties;
+//   struct UsdAttribute {
+//     std::string name;
+//     std::optional<std::string> control;
+//     bool overridden = false;
 //
-//     bool operator==(const UsdComponent&) const = default;
+//     bool operator==(const UsdAttribute&) const = default;
 //     static auto jsonFields() {
-//       return std::tuple{json::required("type", &UsdComponent::type),
-//                         json::optional("label", &UsdComponent::label),
-//                         json::defaulted("enabled", &UsdComponent::enabled, true),
-//                         json::required("properties", &UsdComponent::properties)};
+//       return std::tuple{json::required("name", &UsdAttribute::name),
+//                         json::optional("control", &UsdAttribute::control),
+//                         json::defaulted("overridden", &UsdAttribute::overridden, false)};
 //     }
 //   };
 //
@@ -39,7 +37,10 @@
 //   defaulted  a missing key or null gives the stated default; the encoder always writes the key.
 //
 // A record may also declare `void afterDecode(JsonDecodeContext&)` for fields that derive from
-// the others or from which keys were present (see JsonDecoder.h).
+// the others or from which keys were present (see JsonDecodeContext.h). Members of a record may
+// be std::string, bool, any integer type (range-checked), double, JsonValue, std::optional,
+// std::vector, string-keyed std::map / std::unordered_map, or another record. A record has at
+// most 64 keys.
 namespace orvan::editor::json {
 
 enum class FieldKind { kRequired, kOptional, kDefaulted };
@@ -96,7 +97,9 @@ DefaultedField<Owner, Member> defaulted(std::string_view key, Member Owner::*mem
 
 // A record is any type with a static field table.
 template <class T>
-concept Record = requires { T::jsonFields(); };
+concept Record = requires {
+  T::jsonFields();
+};
 
 // The field table of a record, built once per record type and shared by decoder and encoder.
 template <Record T>

@@ -1,8 +1,12 @@
 #include "Foundation/JsonDecoder.h"
+#include "Foundation/JsonEncoder.h"
 
 #include <gtest/gtest.h>
 
+#include <limits>
+#include <random>
 #include <string>
+#include <unordered_map>
 
 #include "OrvanUsdEditorCore/Foundation/JsonTestRecords.h"
 
@@ -72,13 +76,49 @@ TEST(JsonDecoderFieldKinds, KeysAreMatchedInAnyOrderAndUnknownKeysAreSkipped) {
 }
 
 TEST(JsonDecoderFieldKinds, EscapedKeysMatchAndARepeatedKeyTakesTheLastValue) {
-  const Result<TestPrim> prim = decodeJson<TestPrim>(
-      R"({"p\u0061th":"/A","name":"A","active":true,"entityId":1,)"
-      R"("badges":["x","y"],"badges":["z"],"defined":true,"defined":null})");
+  const Result<TestPrim> prim =
+      decodeJson<TestPrim>(R"({"p\u0061th":"/A","name":"A","active":true,"entityId":1,)"
+                           R"("badges":["x","y"],"badges":["z"],"defined":true,"defined":null})");
   ASSERT_TRUE(prim.ok()) << prim.error().description;
   EXPECT_EQ(prim->path, "/A");
   EXPECT_EQ(prim->badges, std::vector<std::string>{"z"});
   EXPECT_FALSE(prim->defined.has_value());
+}
+
+struct LongKeyRecord {
+  std::string value;
+  std::int64_t n = 0;
+  static constexpr std::string_view kLongKey =
+      "aKeyLongerThanTheParserPaddingSoThatItCannotBeComparedInPlaceWithoutReadingTooFar";
+  static auto jsonFields() {
+    return std::tuple{json::required(kLongKey, &LongKeyRecord::value),
+                      json::defaulted("n", &LongKeyRecord::n, 0)};
+  }
+};
+
+TEST(JsonDecoderFieldKinds, LongAndShortKeysMatchWhereverTheyEndInTheInput) {
+  const std::string longKey(LongKeyRecord::kLongKey);
+  const Result<LongKeyRecord> record =
+      decodeJson<LongKeyRecord>(R"({"n":1,")" + longKey + R"(":"v","a":{"n":2}})");
+  ASSERT_TRUE(record.ok()) << record.error().description;
+  EXPECT_EQ(record->value, "v");
+  EXPECT_EQ(record->n, 1);
+  EXPECT_EQ(problemOf<LongKeyRecord>(R"({"n":1})"), "missing required key at " + longKey);
+  EXPECT_EQ(problemOf<LongKeyRecord>(R"({"n")"),
+            "malformed JSON at (root) (JSON document ended "
+            "early in the middle of an object or array.)");
+}
+
+// An acknowledgement without fields still has to be an object.
+struct EmptyRecord {
+  bool operator==(const EmptyRecord&) const = default;
+  static auto jsonFields() { return std::tuple{}; }
+};
+
+TEST(JsonDecoderFieldKinds, ARecordWithoutFieldsAcceptsAnyObject) {
+  EXPECT_EQ(problemOf<EmptyRecord>(R"({"ok":true,"x":[1]})"), "ok");
+  EXPECT_EQ(problemOf<EmptyRecord>(R"([])", "reply"), "expected object at reply");
+  EXPECT_EQ(encodeJson(EmptyRecord{}), "{}");
 }
 
 TEST(JsonDecoderFieldKinds, NestedListsDictionariesAndFreeFormValuesDecode) {
@@ -108,8 +148,8 @@ TEST(JsonDecoderErrors, WrongTypesNameTheFullPath) {
   const std::string prims = R"({"revision":1,"stage":{"sceneUri":"s","prims":[)" +
                             std::string(kMinimalPrim) + "," + std::string(kMinimalPrim) + "," +
                             std::string(kMinimalPrim) + ",";
-  EXPECT_EQ(problemOf<TestStageResponse>(
-                prims + R"({"path":"/x","name":5,"active":true,"entityId":1}]}})"),
+  EXPECT_EQ(problemOf<TestStageResponse>(prims +
+                                         R"({"path":"/x","name":5,"active":true,"entityId":1}]}})"),
             "expected string at stage.prims[3].name");
   EXPECT_EQ(problemOf<TestStageResponse>(
                 prims + R"({"path":"/x","name":"x","active":"yes","entityId":1}]}})"),
@@ -119,10 +159,10 @@ TEST(JsonDecoderErrors, WrongTypesNameTheFullPath) {
                         R"("children":[{"path":"/x/y","name":"y","active":true,"entityId":2,)"
                         R"("attributes":[{"name":"a","type":"b"}]}]}]}})"),
             "missing required key at stage.prims[3].children[0].attributes[0].value");
-  EXPECT_EQ(problemOf<TestStageResponse>(
-                prims + R"({"path":"/x","name":"x","active":true,"entityId":1,)"
-                        R"("metrics":{"weights":[1,"2"]}}]}})"),
-            "expected number at stage.prims[3].metrics.weights[1]");
+  EXPECT_EQ(
+      problemOf<TestStageResponse>(prims + R"({"path":"/x","name":"x","active":true,"entityId":1,)"
+                                           R"("metrics":{"weights":[1,"2"]}}]}})"),
+      "expected number at stage.prims[3].metrics.weights[1]");
   EXPECT_EQ(problemOf<TestStageResponse>(prims + R"("not a prim"]}})"),
             "expected object at stage.prims[3]");
   EXPECT_EQ(problemOf<TestStageResponse>(R"({"revision":1,"stage":{"sceneUri":"s","prims":{}}})"),
@@ -172,9 +212,8 @@ TEST(JsonDecoderIntegers, ValuesThatAreNotExactIntegersOfTheMemberTypeFail) {
   EXPECT_EQ(asset("\"12\""), "expected unsigned integer at id");
 
   auto depth = [](std::string_view value) {
-    return problemOf<TestPrim>(
-        R"({"path":"/A","name":"A","active":true,"entityId":1,"depth":)" + std::string(value) +
-        "}");
+    return problemOf<TestPrim>(R"({"path":"/A","name":"A","active":true,"entityId":1,"depth":)" +
+                               std::string(value) + "}");
   };
   EXPECT_EQ(depth("-2147483648"), "ok");
   EXPECT_EQ(depth("2147483648"), "integer out of range at depth");
@@ -200,10 +239,10 @@ TEST(JsonDecoderHook, SeesWhichKeysWerePresentAndCanRejectTheRecord) {
   EXPECT_FALSE(bounds(R"({"id":1,"boundsCenter":[0,0,0],"boundsDimensions":null})"));
   EXPECT_FALSE(bounds(R"({"id":1})"));
 
-  EXPECT_EQ(problemOf<TestStage>(
-                R"({"sceneUri":"s","prims":[],"assets":[{"id":1},{"id":2,"roughness":-1}]})",
-                "stage"),
-            "negative roughness at stage.assets[1]");
+  EXPECT_EQ(
+      problemOf<TestStage>(
+          R"({"sceneUri":"s","prims":[],"assets":[{"id":1},{"id":2,"roughness":-1}]})", "stage"),
+      "negative roughness at stage.assets[1]");
 }
 
 // Whatever the bytes, the decoder answers with an error in the JSON domain, never a crash.
@@ -230,8 +269,8 @@ INSTANTIATE_TEST_SUITE_P(
                       "{\"revision\":1,\"stage\":{\"sceneUri\":\"\xED\xA0\x80\",\"prims\":[]}}",
                       R"({"revision":1,"stage":{"sceneUri":"\uD800","prims":[]}})",
                       R"({"revision":1,"stage":{"sceneUri":"s","prims":[],}})",
-                      R"({"revision":1 "stage":{}})", R"({"revision":tru})",
-                      R"({"revision":01})", R"({revision:1})"));
+                      R"({"revision":1 "stage":{}})", R"({"revision":tru})", R"({"revision":01})",
+                      R"({revision:1})"));
 
 TEST(JsonDecoderMalformedInput, EveryTruncationOfAValidDocumentFails) {
   const std::string document =
@@ -247,12 +286,54 @@ TEST(JsonDecoderMalformedInput, EveryTruncationOfAValidDocumentFails) {
   }
 }
 
+TEST(JsonDecoderMalformedInput, RandomlyDamagedDocumentsDecodeOrFailCleanly) {
+  const std::string document =
+      R"({"revision":3,"stage":{"sceneUri":"s","prims":[{"path":"/A","name":"A","active":true,)"
+      R"("entityId":2,"metrics":{"m":[1e3,-0.5]},"attributes":[{"name":"n","type":"t",)"
+      R"("value":{"k":[1.5,"\u00e9\n",null,true,18446744073709551615]}}]}]}})";
+  std::mt19937 random(7);
+  int decoded = 0;
+  for (int round = 0; round < 3000; ++round) {
+    std::string damaged = document;
+    for (int edit = 0; edit < 1 + round % 3; ++edit) {
+      const std::size_t at = random() % damaged.size();
+      switch (random() % 3) {
+        case 0:
+          damaged[at] = static_cast<char>(random() % 256);
+          break;
+        case 1:
+          damaged.erase(at, 1 + random() % 4);
+          break;
+        default:
+          damaged.insert(at, 1, "{}[]\",:0e-n\x80"[random() % 13]);
+      }
+      if (damaged.empty()) {
+        damaged = "{";
+      }
+    }
+    const Result<TestStageResponse> result = decodeJson<TestStageResponse>(damaged, "response");
+    if (result.ok()) {
+      ++decoded;
+      continue;
+    }
+    EXPECT_EQ(result.error().domain, Error::kJsonDomain);
+    EXPECT_TRUE(result.error().description.find(" at response") != std::string::npos)
+        << result.error().description;
+  }
+  EXPECT_LT(decoded, 3000);
+}
+
 TEST(JsonDecoderMalformedInput, DeepNestingFailsWithoutExhaustingTheStack) {
   const std::size_t depth = 100000;
   const std::string nested = std::string(depth, '[') + std::string(depth, ']');
   const Result<JsonValue> result = decodeJson<JsonValue>(nested);
   ASSERT_FALSE(result.ok());
   EXPECT_EQ(result.error().code, kJsonMalformed);
+  std::string shownPath;
+  for (int segment = 0; segment < 32; ++segment) {
+    shownPath += "[0]";
+  }
+  EXPECT_EQ(result.error().description, "nesting too deep at " + shownPath + "...");
 
   const std::string shallow = std::string(100, '[') + std::string(100, ']');
   EXPECT_TRUE(decodeJson<JsonValue>(shallow).ok());
@@ -267,10 +348,37 @@ TEST(JsonDecoderEntryPoints, PaddedInputAndAReusedDecoderGiveTheSameRecords) {
   EXPECT_EQ(*fromPadded, *fromView);
 
   JsonDecoder decoder;
-  EXPECT_FALSE(decoder.decode<TestStageResponse>(simdjson::padded_string(std::string_view("{"))).ok());
+  EXPECT_FALSE(
+      decoder.decode<TestStageResponse>(simdjson::padded_string(std::string_view("{"))).ok());
   const Result<TestStageResponse> again = decoder.decode<TestStageResponse>(padded);
   ASSERT_TRUE(again.ok());
   EXPECT_EQ(again->revision, 5u);
+}
+
+TEST(JsonDecoderEntryPoints, FreeFormValuesKeepIntegersExactOrFail) {
+  const Result<JsonValue> numbers =
+      decodeJson<JsonValue>("[9223372036854775807, 9223372036854775808, -9223372036854775808]");
+  ASSERT_TRUE(numbers.ok()) << numbers.error().description;
+  const JsonValue::Array& array = *numbers->asArray();
+  EXPECT_EQ(*array[0].asInt64(), std::numeric_limits<std::int64_t>::max());
+  EXPECT_EQ(*array[1].asUint64(), 9223372036854775808ull);
+  EXPECT_EQ(*array[2].asInt64(), std::numeric_limits<std::int64_t>::min());
+
+  EXPECT_EQ(problemOf<JsonValue>(R"({"a":[0, 18446744073709551616]})", "data"),
+            "integer out of range at data.a[1]");
+  EXPECT_EQ(problemOf<JsonValue>(R"({"a":-9223372036854775809})"), "integer out of range at a");
+}
+
+TEST(JsonDecoderEntryPoints, UnorderedDictionariesDecodeLikeOrderedOnes) {
+  const Result<std::unordered_map<std::string, std::uint64_t>> counts =
+      decodeJson<std::unordered_map<std::string, std::uint64_t>>(
+          R"({"b":2,"a":18446744073709551615,"b":3})");
+  ASSERT_TRUE(counts.ok()) << counts.error().description;
+  EXPECT_EQ(counts->size(), 2u);
+  EXPECT_EQ(counts->at("a"), 18446744073709551615ull);
+  EXPECT_EQ(counts->at("b"), 3u);
+  using Counts = std::unordered_map<std::string, std::uint64_t>;
+  EXPECT_EQ(problemOf<Counts>(R"({"a":true})", "counts"), "expected unsigned integer at counts.a");
 }
 
 TEST(JsonDecoderEntryPoints, ScalarRootsDecodeIntoFreeFormValues) {

@@ -81,13 +81,15 @@ TEST(JsonEncoderValues, NonFiniteDoublesBecomeNull) {
 TEST(JsonEncoderStrings, EscapesQuotesBackslashesAndControlCharacters) {
   EXPECT_EQ(encodedString("a\"b\\c/d"), R"("a\"b\\c/d")");
   EXPECT_EQ(encodedString("\b\f\n\r\t"), R"("\b\f\n\r\t")");
-  EXPECT_EQ(encodedString(std::string_view("\x00\x01\x1f\x7f", 4)), "\"\\u0000\\u0001\\u001f\x7f\"");
+  EXPECT_EQ(encodedString(std::string_view("\x00\x01\x1f\x7f", 4)),
+            "\"\\u0000\\u0001\\u001f\x7f\"");
   EXPECT_EQ(encodedString("Grüße, 世界 😀"), "\"Grüße, 世界 😀\"");
 }
 
 TEST(JsonEncoderStrings, InvalidUtf8IsReplacedSoTheOutputStaysJson) {
   EXPECT_EQ(encodedString("a\xC3(b"), "\"a\xEF\xBF\xBD(b\"");
-  EXPECT_EQ(encodedString("\xED\xA0\x80"), "\"\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\"");  // surrogate
+  EXPECT_EQ(encodedString("\xED\xA0\x80"),
+            "\"\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\"");                 // surrogate
   EXPECT_EQ(encodedString("\xC0\xAF"), "\"\xEF\xBF\xBD\xEF\xBF\xBD\"");  // overlong
   EXPECT_EQ(encodedString("\xF0\x9F\x98"), "\"\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\"");  // cut
   EXPECT_EQ(encodedString("ok\xF4\x90\x80\x80\n"),

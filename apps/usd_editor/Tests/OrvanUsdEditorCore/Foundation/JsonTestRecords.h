@@ -43,18 +43,18 @@ struct TestPrim {
 
   bool operator==(const TestPrim&) const = default;
   static auto jsonFields() {
-    return std::tuple{json::required("path", &TestPrim::path),
-                      json::required("name", &TestPrim::name),
-                      json::required("active", &TestPrim::active),
-                      json::optional("defined", &TestPrim::defined),
-                      json::optional("depth", &TestPrim::depth),
-                      json::required("entityId", &TestPrim::entityId),
-                      json::defaulted("badges", &TestPrim::badges, std::vector<std::string>{}),
-                      json::defaulted("attributes", &TestPrim::attributes,
-                                      std::vector<TestAttribute>{}),
-                      json::defaulted("metrics", &TestPrim::metrics,
-                                      std::map<std::string, std::vector<double>>{}),
-                      json::defaulted("children", &TestPrim::children, std::vector<TestPrim>{})};
+    return std::tuple{
+        json::required("path", &TestPrim::path),
+        json::required("name", &TestPrim::name),
+        json::required("active", &TestPrim::active),
+        json::optional("defined", &TestPrim::defined),
+        json::optional("depth", &TestPrim::depth),
+        json::required("entityId", &TestPrim::entityId),
+        json::defaulted("badges", &TestPrim::badges, std::vector<std::string>{}),
+        json::defaulted("attributes", &TestPrim::attributes, std::vector<TestAttribute>{}),
+        json::defaulted("metrics", &TestPrim::metrics,
+                        std::map<std::string, std::vector<double>>{}),
+        json::defaulted("children", &TestPrim::children, std::vector<TestPrim>{})};
   }
 };
 
@@ -97,12 +97,12 @@ struct TestStage {
 
   bool operator==(const TestStage&) const = default;
   static auto jsonFields() {
-    return std::tuple{json::required("sceneUri", &TestStage::sceneUri),
-                      json::defaulted("usdLayersEnabled", &TestStage::usdLayersEnabled, true),
-                      json::required("prims", &TestStage::prims),
-                      json::defaulted("assets", &TestStage::assets, std::vector<TestAsset>{}),
-                      json::defaulted("customData", &TestStage::customData,
-                                      std::map<std::string, JsonValue>{})};
+    return std::tuple{
+        json::required("sceneUri", &TestStage::sceneUri),
+        json::defaulted("usdLayersEnabled", &TestStage::usdLayersEnabled, true),
+        json::required("prims", &TestStage::prims),
+        json::defaulted("assets", &TestStage::assets, std::vector<TestAsset>{}),
+        json::defaulted("customData", &TestStage::customData, std::map<std::string, JsonValue>{})};
   }
 };
 
