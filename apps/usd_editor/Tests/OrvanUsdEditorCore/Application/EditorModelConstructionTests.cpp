@@ -1,0 +1,214 @@
+// How the model comes up: the remembered place, identity, client identity, session and view
+// preferences, and the start-up state of a local and a hosted launch.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "Application/EditorModel.h"
+#include "Application/UserDefaultsKeys.h"
+#include "Foundation/JsonEncoder.h"
+#include "Platform/PosixProcessLauncher.h"
+#include "Platform/PreferencesStore.h"
+#include "Platform/SecretStore.h"
+#include "ProjectsAndWorkspaces/VelkSessionTokenStore.h"
+#include "Support/ManualScheduler.h"
+
+namespace orvan::editor {
+namespace {
+
+class EditorModelConstructionTest : public ::testing::Test {
+ protected:
+  std::unique_ptr<EditorModel> makeModel(EditorConfiguration configuration) {
+    EditorModelPorts ports{scheduler_, scheduler_.background(), preferences_, secrets_, launcher_};
+    ports.accountFullName = [this] { return accountName_; };
+    return std::make_unique<EditorModel>(std::move(configuration), std::move(ports));
+  }
+
+  static EditorConfiguration hosted() {
+    EditorConfiguration configuration;
+    configuration.projectServerURL = "https://Projects.Example/";
+    return configuration;
+  }
+
+  testing::ManualScheduler scheduler_;
+  InMemoryPreferencesStore preferences_;
+  InMemorySecretStore secrets_;
+  PosixProcessLauncher launcher_;
+  std::string accountName_;
+};
+
+TEST_F(EditorModelConstructionTest, DefaultClientIdBecomesUniquePerRunAndAGivenOneStays) {
+  const auto first = makeModel(EditorConfiguration{});
+  const auto second = makeModel(EditorConfiguration{});
+  const std::string& id = first->configuration.clientId;
+  ASSERT_TRUE(id.starts_with("native-editor-")) << id;
+  const std::string uuid = id.substr(std::string("native-editor-").size());
+  EXPECT_EQ(uuid.size(), 36u);
+  EXPECT_EQ(uuid[14], '4') << "a version 4 identifier";
+  EXPECT_TRUE(std::none_of(uuid.begin(), uuid.end(), [](char c) { return c >= 'A' && c <= 'Z'; }));
+  EXPECT_NE(first->configuration.clientId, second->configuration.clientId);
+
+  EditorConfiguration mine;
+  mine.clientId = "mine";
+  EXPECT_EQ(makeModel(mine)->configuration.clientId, "mine");
+}
+
+TEST_F(EditorModelConstructionTest, IdentityIsMadeOnceAndKeptBetweenLaunches) {
+  accountName_ = "  Ada Lovelace ";
+  const auto first = makeModel(EditorConfiguration{});
+  EXPECT_EQ(first->userName.get(), "Ada Lovelace");
+  EXPECT_TRUE(first->userId.get().starts_with("user-"));
+  EXPECT_EQ(first->userId.get().size(), std::string("user-").size() + 16);
+  EXPECT_EQ(preferences_.string(defaults::kUserId), first->userId.get());
+  ASSERT_EQ(first->userProfiles.get().size(), 1u);
+  EXPECT_EQ(first->userProfiles.get()[0].displayName, "Ada Lovelace");
+
+  accountName_ = "Someone Else";
+  const auto second = makeModel(EditorConfiguration{});
+  EXPECT_EQ(second->userName.get(), "Ada Lovelace") << "the stored name wins over the account";
+  EXPECT_EQ(second->userId.get(), first->userId.get());
+  EXPECT_EQ(second->userColor.get(), first->userColor.get());
+}
+
+TEST_F(EditorModelConstructionTest, StoredIdentityIsNormalisedAndBlankNamesFallBack) {
+  (void)preferences_.setString(defaults::kUserId, "  ada//lovelace ");
+  (void)preferences_.setString(defaults::kUserColor, "#ABCDEF");
+  (void)preferences_.setString(defaults::kUserName, " \n");
+  const auto model = makeModel(EditorConfiguration{});
+  EXPECT_EQ(model->userId.get(), "ada-lovelace");
+  EXPECT_EQ(model->userColor.get(), "#abcdef");
+  EXPECT_EQ(model->userName.get(), "Native User");
+}
+
+TEST_F(EditorModelConstructionTest, StoredProfilesKeepTheFirstOfEachIdAndTheCurrentUser) {
+  (void)preferences_.setString(defaults::kUserId, "me");
+  const std::vector<UserProfileSummary> stored = {
+      {"bob", "Bob", std::nullopt, "#111111"},
+      {"bob", "Bob Again", std::nullopt, "#222222"},
+      {"me", "Old Me", std::nullopt, "#333333"},
+      {"///", "Nobody", std::nullopt, "#444444"},
+  };
+  (void)preferences_.setData(defaults::kUserProfiles, encodeJson(stored));
+  (void)preferences_.setString(defaults::kUserName, "New Me");
+  const auto model = makeModel(EditorConfiguration{});
+  const auto& profiles = model->userProfiles.get();
+  ASSERT_EQ(profiles.size(), 2u);
+  EXPECT_EQ(profiles[0].id, "bob");
+  EXPECT_EQ(profiles[0].displayName, "Bob");
+  EXPECT_EQ(profiles[1].id, "me");
+  EXPECT_EQ(profiles[1].displayName, "New Me");
+}
+
+TEST_F(EditorModelConstructionTest, ChangingIdentityRetiresTheEditHelperAndUpdatesProfiles) {
+  EditorConfiguration configuration;
+  configuration.projectServerURL = "";
+  configuration.scenePath = "/scenes/a.usda";
+  const auto model = makeModel(configuration);
+  ASSERT_TRUE(model->persistentEditClient.has_value()) << "a scene is known: the helper prewarms";
+  EXPECT_EQ(model->persistentEditClient->author, model->userId.get());
+
+  model->setUserIdentity(std::string("  "), std::string("Grace Hopper!"), std::string("blue"), false);
+  EXPECT_EQ(model->userName.get(), "Native User");
+  EXPECT_EQ(model->userId.get(), "Grace-Hopper");
+  EXPECT_FALSE(model->persistentEditClient.has_value()) << "the next edit starts a helper with the new author";
+  EXPECT_EQ(preferences_.string(defaults::kUserId), "Grace-Hopper");
+  const auto& profiles = model->userProfiles.get();
+  const auto mine = std::find_if(profiles.begin(), profiles.end(),
+                                 [](const auto& profile) { return profile.id == "Grace-Hopper"; });
+  ASSERT_NE(mine, profiles.end());
+  EXPECT_EQ(mine->color, model->userColor.get());
+  EXPECT_EQ(model->userInitial(), "N");
+}
+
+TEST_F(EditorModelConstructionTest, RememberedScopeIsReadPerServerAndWrittenBack) {
+  {
+    auto configuration = hosted();
+    configuration.projectId = "p1";
+    configuration.projectPath = "/projects/one";
+    configuration.scenePath = "scenes/main.usda";
+    const auto model = makeModel(configuration);
+    EXPECT_EQ(model->configuration.scenePath, "/projects/one/scenes/main.usda");
+    model->currentWorkspace = "dev";
+    model->rememberHostedProjectLaunchScope();
+  }
+  // A plain launch against the same server (spelled differently) comes back to that place.
+  auto plain = hosted();
+  plain.projectServerURL = "HTTPS://projects.example";
+  const auto model = makeModel(plain);
+  EXPECT_EQ(model->projectId.get(), "p1");
+  EXPECT_EQ(model->configuration.projectPath, "/projects/one");
+  EXPECT_EQ(model->configuration.scenePath, "/projects/one/scenes/main.usda");
+  EXPECT_EQ(model->currentWorkspace, "dev");
+
+  // Another server has no remembered place.
+  auto other = hosted();
+  other.projectServerURL = "https://elsewhere.example";
+  EXPECT_EQ(makeModel(other)->projectId.get(), "");
+
+  // Undecodable data reads as nothing remembered.
+  (void)preferences_.setData(defaults::kHostedLaunchScopes, "{not json");
+  EXPECT_EQ(makeModel(plain)->projectId.get(), "");
+}
+
+TEST_F(EditorModelConstructionTest, SessionTokenIsReadForTheServer) {
+  VelkSessionTokenStore::save(secrets_, "token-1", "https://projects.example/editor");
+  EXPECT_EQ(makeModel(hosted())->velkSessionToken, "token-1");
+  auto other = hosted();
+  other.projectServerURL = "https://projects.example:8443";
+  EXPECT_EQ(makeModel(other)->velkSessionToken, "");
+}
+
+TEST_F(EditorModelConstructionTest, ViewPreferencesAreReadAtStartAndWrittenAtEachChange) {
+  (void)preferences_.setString(defaults::kHierarchyOrder, "scene");
+  (void)preferences_.setBoolean(defaults::kSnapEnabled, true);
+  (void)preferences_.setString(defaults::kProjectAssetBrowserOrganization, "bogus");
+  const auto model = makeModel(EditorConfiguration{});
+  EXPECT_EQ(model->hierarchyOrder.get(), HierarchyOrder::scene);
+  EXPECT_TRUE(model->snapEnabled.get());
+  EXPECT_EQ(model->projectAssetBrowserOrganization.get(), ProjectAssetBrowserOrganization::typeAndClass);
+  EXPECT_TRUE(model->showHierarchyPane.get());
+  EXPECT_FALSE(model->showLayerPane.get());
+
+  model->hierarchyOrder.set(HierarchyOrder::alphabetical);
+  model->snapAlignToSurface.set(true);
+  model->projectAssetBrowserOrganization.set(ProjectAssetBrowserOrganization::folders);
+  EXPECT_EQ(preferences_.string(defaults::kHierarchyOrder), "alphabetical");
+  EXPECT_EQ(preferences_.boolean(defaults::kSnapAlignToSurface), true);
+  EXPECT_EQ(preferences_.string(defaults::kProjectAssetBrowserOrganization), "folders");
+}
+
+TEST_F(EditorModelConstructionTest, HostedLaunchBlocksUntilResolvedAndLocalNeverDoes) {
+  auto hostedModel = makeModel(hosted());
+  hostedModel->startInitialRefresh();
+  EXPECT_EQ(hostedModel->configuration.remoteStageURL, "https://Projects.Example/api/stage");
+  EXPECT_TRUE(hostedModel->isStartupBlocking()) << "no project yet: the sheet covers the window";
+  EXPECT_FALSE(hostedModel->canLaunchViewport());
+  EXPECT_EQ(hostedModel->status.get(), "Loading project");
+  EXPECT_EQ(hostedModel->projectLabel(), "Loading project");
+  EXPECT_EQ(hostedModel->configuration.address, "grpcs://Projects.Example:443")
+      << "a local authoring address follows the project server";
+
+  EditorConfiguration local;
+  local.projectServerURL = "";
+  local.scenePath = "/nowhere/scene.usda";
+  auto localModel = makeModel(local);
+  EXPECT_FALSE(localModel->isStartupBlocking());
+  EXPECT_EQ(localModel->projectLabel(), "scene.usda");
+}
+
+TEST_F(EditorModelConstructionTest, CompleteHostedScopeNeedsARenderScopeAndAPlace) {
+  auto configuration = hosted();
+  configuration.projectId = "p1";
+  configuration.scenePath = "scenes/main.usda";  // relative, no project path: incomplete
+  auto incomplete = makeModel(configuration);
+  EXPECT_FALSE(incomplete->hasCompleteHostedLaunchScope());
+  EXPECT_FALSE(incomplete->persistentEditClient.has_value()) << "no scene to connect to yet";
+
+  configuration.projectPath = "/projects/one";
+  auto complete = makeModel(configuration);
+  EXPECT_TRUE(complete->hasCompleteHostedLaunchScope());
+  EXPECT_TRUE(complete->persistentEditClient.has_value());
+}
+
+}  // namespace
+}  // namespace orvan::editor
