@@ -1,0 +1,678 @@
+#include "UsdText/LayerReader.h"
+
+#include <array>
+#include <fstream>
+
+#include "UsdText/Tokenizer.h"
+
+namespace orvan::engine {
+namespace {
+
+constexpr int kMaxNesting = 256;
+
+struct ParseFailure {
+  std::uint32_t line;
+  std::uint32_t column;
+  std::string message;
+};
+
+std::string describeToken(const Token& token) {
+  if (token.kind == TokenKind::End) return "the end of the file";
+  std::string_view text = token.text;
+  if (text.size() > 24) text = text.substr(0, 24);
+  std::string shown;
+  for (const char c : text) shown += (c == '\n' || c == '\r') ? ' ' : c;
+  return "'" + shown + (token.text.size() > 24 ? "...'" : "'");
+}
+
+bool isListOpWord(std::string_view word, ListOp& op) {
+  static constexpr std::array<std::pair<std::string_view, ListOp>, 5> kOps{{
+      {"prepend", ListOp::Prepend},
+      {"append", ListOp::Append},
+      {"add", ListOp::Add},
+      {"delete", ListOp::Delete},
+      {"reorder", ListOp::Reorder},
+  }};
+  for (const auto& [name, value] : kOps) {
+    if (word == name) {
+      op = value;
+      return true;
+    }
+  }
+  return false;
+}
+
+bool isArcKey(std::string_view key) {
+  return key == "references" || key == "payload" || key == "inherits" || key == "specializes" ||
+         key == "subLayers";
+}
+
+bool isValidPrimName(std::string_view name) {
+  if (name.empty()) return false;
+  const char first = name.front();
+  if (!((first >= 'a' && first <= 'z') || (first >= 'A' && first <= 'Z') || first == '_')) return false;
+  for (const char c : name) {
+    const bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+    if (!ok) return false;
+  }
+  return true;
+}
+
+// What shape a value of a declared type must have. Unknown types accept any value, so that
+// layers with types this engine does not know still read and write back unchanged.
+struct TypeShape {
+  enum Kind { Any, Scalar, Text, Asset, Tuple, Matrix, Dictionary } kind = Any;
+  int arity = 0;
+};
+
+TypeShape shapeOf(std::string_view type) {
+  static constexpr std::array<std::string_view, 10> kScalars{
+      "bool", "uchar", "int", "uint", "int64", "uint64", "half", "float", "double", "timecode"};
+  for (const auto scalar : kScalars) {
+    if (type == scalar) return {TypeShape::Scalar, 1};
+  }
+  if (type == "string" || type == "token") return {TypeShape::Text, 1};
+  if (type == "asset") return {TypeShape::Asset, 1};
+  if (type == "dictionary") return {TypeShape::Dictionary, 0};
+  if (type == "matrix2d") return {TypeShape::Matrix, 2};
+  if (type == "matrix3d") return {TypeShape::Matrix, 3};
+  if (type == "matrix4d" || type == "frame4d") return {TypeShape::Matrix, 4};
+  if (type.size() == 5 && type.substr(0, 4) == "quat") return {TypeShape::Tuple, 4};
+  static constexpr std::array<std::string_view, 10> kTupleStems{
+      "half", "float", "double", "int", "point", "normal", "vector", "color", "texCoord", "float"};
+  for (const auto stem : kTupleStems) {
+    if (type.size() <= stem.size() || type.substr(0, stem.size()) != stem) continue;
+    const char digit = type[stem.size()];
+    if (digit < '2' || digit > '4') continue;
+    const std::string_view rest = type.substr(stem.size() + 1);
+    if (rest.empty() || rest == "h" || rest == "f" || rest == "d") return {TypeShape::Tuple, digit - '0'};
+  }
+  return {};
+}
+
+bool isNumeric(const Value& value) { return value.toNumber().has_value(); }
+
+bool fitsTuple(const Value& value, int arity) {
+  if (value.kind != ValueKind::Tuple || static_cast<int>(value.items.size()) != arity) return false;
+  for (const Value& item : value.items) {
+    if (!isNumeric(item)) return false;
+  }
+  return true;
+}
+
+bool fitsShape(const Value& value, const TypeShape& shape) {
+  switch (shape.kind) {
+    case TypeShape::Any: return true;
+    case TypeShape::Scalar: return isNumeric(value);
+    case TypeShape::Text: return value.kind == ValueKind::String;
+    case TypeShape::Asset: return value.kind == ValueKind::Asset;
+    case TypeShape::Dictionary: return value.kind == ValueKind::Dictionary;
+    case TypeShape::Tuple: return fitsTuple(value, shape.arity);
+    case TypeShape::Matrix:
+      if (value.kind != ValueKind::Tuple || static_cast<int>(value.items.size()) != shape.arity) return false;
+      for (const Value& row : value.items) {
+        if (!fitsTuple(row, shape.arity)) return false;
+      }
+      return true;
+  }
+  return true;
+}
+
+std::string describeShape(std::string_view type, const TypeShape& shape) {
+  switch (shape.kind) {
+    case TypeShape::Scalar: return "a number for " + std::string(type);
+    case TypeShape::Text: return "a quoted string for " + std::string(type);
+    case TypeShape::Asset: return "an asset path @...@ for " + std::string(type);
+    case TypeShape::Dictionary: return "a dictionary { ... } for " + std::string(type);
+    case TypeShape::Tuple: return "a tuple of " + std::to_string(shape.arity) + " numbers for " + std::string(type);
+    case TypeShape::Matrix:
+      return "a tuple of " + std::to_string(shape.arity) + " rows of " + std::to_string(shape.arity) +
+             " numbers for " + std::string(type);
+    case TypeShape::Any: break;
+  }
+  return "a value";
+}
+
+class Parser {
+ public:
+  Parser(Layer& layer, std::string_view source) : layer_(layer), tokens_(source) {}
+
+  void parseLayer() {
+    readHeader();
+    advance();
+    layer_.headerComments = takeComments(current_);
+    if (current_.is('(')) layer_.metadata = parseMetadataBlock();
+    while (current_.kind != TokenKind::End) {
+      Comments comments = takeComments(current_);
+      layer_.rootPrims.push_back(parsePrim(kNoPrim, std::move(comments)));
+    }
+    layer_.trailingComments = takeComments(current_);
+  }
+
+ private:
+  [[noreturn]] void fail(const Token& at, const std::string& expected) {
+    throw ParseFailure{at.line, at.column, "expected " + expected + ", found " + describeToken(at)};
+  }
+
+  void readHeader() {
+    const std::string_view source = layer_.source();
+    const std::string_view magic = "#usda ";
+    if (source.substr(0, magic.size()) != magic) {
+      throw ParseFailure{1, 1, "expected the header '#usda 1.0' on the first line"};
+    }
+    std::string_view line = tokens_.takeLine();
+    line.remove_prefix(magic.size());
+    while (!line.empty() && (line.back() == ' ' || line.back() == '\r' || line.back() == '\t')) line.remove_suffix(1);
+    const bool versionOk = !line.empty() && line.find_first_not_of("0123456789.") == std::string_view::npos;
+    if (!versionOk) throw ParseFailure{1, 7, "expected a version number such as 1.0 after '#usda'"};
+    layer_.version = line;
+  }
+
+  void advance() {
+    if (peeked_) {
+      current_ = *peeked_;
+      peeked_.reset();
+    } else {
+      current_ = tokens_.next();
+    }
+    if (current_.kind == TokenKind::Invalid) fail(current_, current_.problem);
+  }
+
+  const Token& peek() {
+    if (!peeked_) peeked_ = tokens_.next();
+    return *peeked_;
+  }
+
+  void expect(char punct, const char* what) {
+    if (!current_.is(punct)) fail(current_, what);
+    advance();
+  }
+
+  std::string_view expectWord(const char* what) {
+    if (current_.kind != TokenKind::Identifier) fail(current_, what);
+    const std::string_view word = current_.text;
+    advance();
+    return word;
+  }
+
+  Comments takeComments(const Token& token) {
+    Comments comments;
+    const auto& all = tokens_.comments();
+    for (std::uint32_t i = commentsTaken_; i < token.commentsBefore && i < all.size(); ++i) {
+      comments.push_back(all[i]);
+    }
+    if (token.commentsBefore > commentsTaken_) commentsTaken_ = token.commentsBefore;
+    return comments;
+  }
+
+  struct NestingGuard {
+    explicit NestingGuard(Parser& parser, const Token& at) : parser(parser) {
+      if (++parser.depth_ > kMaxNesting) parser.fail(at, "at most 256 levels of nesting");
+    }
+    ~NestingGuard() { --parser.depth_; }
+    Parser& parser;
+  };
+
+  // ( key = value ... ) after a layer header, a prim or a property.
+  std::vector<MetadataEntry> parseMetadataBlock() {
+    expect('(', "'('");
+    std::vector<MetadataEntry> entries;
+    while (!current_.is(')')) {
+      if (current_.kind == TokenKind::End) fail(current_, "')' to close the metadata");
+      MetadataEntry entry;
+      entry.comments = takeComments(current_);
+      if (current_.kind == TokenKind::String) {
+        entry.key = "doc";
+        entry.value = Value::ofKind(ValueKind::String, current_.text);
+        advance();
+      } else {
+        if (current_.kind == TokenKind::Identifier && isListOpWord(current_.text, entry.op) &&
+            peek().kind == TokenKind::Identifier) {
+          advance();
+        } else {
+          entry.op = ListOp::Explicit;
+        }
+        entry.key = expectWord("a metadata name or ')'");
+        expect('=', "'=' after the metadata name");
+        entry.value = parseValue(isArcKey(entry.key));
+      }
+      entries.push_back(std::move(entry));
+      if (current_.is(';')) advance();
+    }
+    advance();
+    return entries;
+  }
+
+  Value parseValue(bool allowArcs = false) {
+    NestingGuard guard(*this, current_);
+    const Token token = current_;
+    switch (token.kind) {
+      case TokenKind::Number:
+        advance();
+        return Value::ofKind(ValueKind::Number, token.text);
+      case TokenKind::String:
+        advance();
+        return Value::ofKind(ValueKind::String, token.text);
+      case TokenKind::Identifier:
+        if (token.text == "None") {
+          advance();
+          return Value::none();
+        }
+        if (token.text == "true" || token.text == "false" || token.text == "inf" || token.text == "-inf" ||
+            token.text == "nan" || token.text == "-nan" || token.text == "+inf") {
+          advance();
+          return Value::ofKind(ValueKind::Identifier, token.text);
+        }
+        fail(token, "a value");
+      case TokenKind::Asset: {
+        advance();
+        Value value = Value::ofKind(ValueKind::Asset, token.text);
+        if (!allowArcs) return value;
+        if (current_.kind == TokenKind::Path) {
+          value.kind = ValueKind::Reference;
+          value.items.push_back(Value::ofKind(ValueKind::Path, current_.text));
+          advance();
+        }
+        if (current_.is('(')) {
+          value.kind = ValueKind::Reference;
+          value.items.push_back(parseArguments());
+        }
+        return value;
+      }
+      case TokenKind::Path: {
+        advance();
+        Value value = Value::ofKind(ValueKind::Path, token.text);
+        if (allowArcs && current_.is('(')) {
+          Value reference = Value::ofKind(ValueKind::Reference, {});
+          reference.items.push_back(std::move(value));
+          reference.items.push_back(parseArguments());
+          return reference;
+        }
+        return value;
+      }
+      case TokenKind::Punct:
+        if (token.is('(')) return parseSequence(ValueKind::Tuple, ')', allowArcs);
+        if (token.is('[')) return parseSequence(ValueKind::List, ']', allowArcs);
+        if (token.is('{')) return parseDictionary();
+        break;
+      default:
+        break;
+    }
+    fail(token, "a value");
+  }
+
+  Value parseSequence(ValueKind kind, char close, bool allowArcs) {
+    Value value = Value::ofKind(kind, {});
+    advance();
+    while (!current_.is(close)) {
+      value.items.push_back(parseValue(allowArcs));
+      if (current_.is(',')) {
+        advance();
+      } else if (!current_.is(close)) {
+        fail(current_, close == ')' ? "',' or ')' in the tuple" : "',' or ']' in the list");
+      }
+    }
+    advance();
+    return value;
+  }
+
+  // { type key = value ... }
+  Value parseDictionary() {
+    Value value = Value::ofKind(ValueKind::Dictionary, {});
+    advance();
+    while (!current_.is('}')) {
+      takeComments(current_);
+      Value entry = Value::ofKind(ValueKind::Entry, {});
+      const Token typeToken = current_;
+      entry.typeName = parseTypeName("a type name or '}' in the dictionary");
+      if (current_.kind != TokenKind::Identifier && current_.kind != TokenKind::String) {
+        fail(current_, "a key after the type in the dictionary");
+      }
+      entry.text = current_.text;
+      advance();
+      expect('=', "'=' after the dictionary key");
+      const Token valueToken = current_;
+      entry.items.push_back(parseValue());
+      checkValue(entry.typeName, entry.items.back(), valueToken);
+      value.items.push_back(std::move(entry));
+      if (current_.is(';') || current_.is(',')) advance();
+      (void)typeToken;
+    }
+    advance();
+    return value;
+  }
+
+  // (offset = 10; scale = 2) after a sublayer or reference.
+  Value parseArguments() {
+    Value args = Value::ofKind(ValueKind::Dictionary, {});
+    advance();
+    while (!current_.is(')')) {
+      Value entry = Value::ofKind(ValueKind::Entry, {});
+      entry.text = expectWord("an argument name or ')'");
+      expect('=', "'=' after the argument name");
+      entry.items.push_back(parseValue());
+      args.items.push_back(std::move(entry));
+      if (current_.is(';') || current_.is(',')) advance();
+    }
+    advance();
+    return args;
+  }
+
+  std::string_view parseTypeName(const char* what) {
+    if (current_.kind != TokenKind::Identifier) fail(current_, what);
+    const Token type = current_;
+    advance();
+    if (!current_.is('[')) return type.text;
+    advance();
+    if (!current_.is(']')) fail(current_, "']' after '[' in the array type");
+    const char* end = current_.text.data() + 1;
+    advance();
+    const std::string_view contiguous(type.text.data(), static_cast<std::size_t>(end - type.text.data()));
+    if (contiguous.size() == type.text.size() + 2) return contiguous;
+    return layer_.storeText(std::string(type.text) + "[]");
+  }
+
+  void checkValue(std::string_view typeName, const Value& value, const Token& at) {
+    if (value.isNone()) return;
+    const bool array = typeName.size() > 2 && typeName.substr(typeName.size() - 2) == "[]";
+    const std::string_view base = array ? typeName.substr(0, typeName.size() - 2) : typeName;
+    const TypeShape shape = shapeOf(base);
+    if (array) {
+      if (value.kind != ValueKind::List) fail(at, "a list [ ... ] for " + std::string(typeName));
+      for (const Value& item : value.items) {
+        if (!fitsShape(item, shape)) fail(at, describeShape(base, shape) + " in every element");
+      }
+      return;
+    }
+    if (!fitsShape(value, shape)) fail(at, describeShape(base, shape));
+  }
+
+  std::uint32_t newPrim(std::uint32_t parent) {
+    const auto index = static_cast<std::uint32_t>(layer_.prims.size());
+    layer_.prims.emplace_back();
+    layer_.prims.back().parent = parent;
+    return index;
+  }
+
+  std::uint32_t parsePrim(std::uint32_t parent, Comments comments) {
+    NestingGuard guard(*this, current_);
+    Specifier specifier;
+    if (current_.isWord("def")) {
+      specifier = Specifier::Def;
+    } else if (current_.isWord("over")) {
+      specifier = Specifier::Over;
+    } else if (current_.isWord("class")) {
+      specifier = Specifier::Class;
+    } else {
+      fail(current_, parent == kNoPrim ? "'def', 'over' or 'class' to start a prim"
+                                       : "a prim, a property, a variantSet or '}'");
+    }
+    advance();
+    std::string_view typeName;
+    if (current_.kind == TokenKind::Identifier) {
+      typeName = current_.text;
+      advance();
+    }
+    if (current_.kind != TokenKind::String) fail(current_, "the prim name in quotes");
+    const std::string_view name = unquotedName(current_);
+    advance();
+    const std::uint32_t index = newPrim(parent);
+    {
+      PrimSpec& prim = layer_.prims[index];
+      prim.specifier = specifier;
+      prim.typeName = typeName;
+      prim.name = name;
+      prim.comments = std::move(comments);
+    }
+    if (current_.is('(')) {
+      auto metadata = parseMetadataBlock();
+      layer_.prims[index].metadata = std::move(metadata);
+    }
+    const Token open = current_;
+    expect('{', "'{' to open the prim body");
+    parseBody(index, open);
+    return index;
+  }
+
+  std::string_view unquotedName(const Token& token) {
+    const std::size_t quote = token.text.size() >= 6 && token.text[1] == token.text[0] && token.text[2] == token.text[0] ? 3 : 1;
+    const std::string_view name = token.text.substr(quote, token.text.size() - 2 * quote);
+    if (!isValidPrimName(name)) fail(token, "a prim name made of letters, digits and '_'");
+    return name;
+  }
+
+  // Statements up to and including the closing brace.
+  void parseBody(std::uint32_t index, const Token& open) {
+    while (!current_.is('}')) {
+      if (current_.kind == TokenKind::End) {
+        fail(current_, "'}' to close the block opened at line " + std::to_string(open.line));
+      }
+      Comments comments = takeComments(current_);
+      if (current_.isWord("def") || current_.isWord("over") || current_.isWord("class")) {
+        const std::uint32_t child = parsePrim(index, std::move(comments));
+        layer_.prims[index].children.push_back(child);
+      } else if (current_.isWord("variantSet")) {
+        parseVariantSet(index, std::move(comments));
+      } else if (current_.isWord("reorder") && (peek().isWord("nameChildren") || peek().isWord("properties"))) {
+        advance();
+        MetadataEntry entry;
+        entry.op = ListOp::Reorder;
+        entry.comments = std::move(comments);
+        entry.key = current_.text;
+        advance();
+        expect('=', "'=' after the reorder statement");
+        const Token at = current_;
+        entry.value = parseValue();
+        if (entry.value.kind != ValueKind::List) fail(at, "a list of names");
+        layer_.prims[index].reorders.push_back(std::move(entry));
+      } else {
+        parseProperty(index, std::move(comments));
+      }
+    }
+    layer_.prims[index].trailingComments = takeComments(current_);
+    advance();
+  }
+
+  void parseVariantSet(std::uint32_t owner, Comments comments) {
+    advance();
+    if (current_.kind != TokenKind::String) fail(current_, "the variant set name in quotes");
+    VariantSetSpec set;
+    set.name = unquotedName(current_);
+    set.comments = std::move(comments);
+    advance();
+    expect('=', "'=' after the variant set name");
+    expect('{', "'{' to open the variant set");
+    while (!current_.is('}')) {
+      VariantSpec variant;
+      variant.comments = takeComments(current_);
+      if (current_.kind != TokenKind::String) fail(current_, "a variant name in quotes or '}'");
+      variant.name = unquotedName(current_);
+      advance();
+      variant.body = newPrim(owner);
+      {
+        PrimSpec& body = layer_.prims[variant.body];
+        body.specifier = Specifier::Over;
+        body.name = variant.name;
+        body.isVariantBody = true;
+      }
+      if (current_.is('(')) {
+        auto metadata = parseMetadataBlock();
+        layer_.prims[variant.body].metadata = std::move(metadata);
+      }
+      const Token open = current_;
+      expect('{', "'{' to open the variant");
+      parseBody(variant.body, open);
+      set.variants.push_back(std::move(variant));
+    }
+    advance();
+    layer_.prims[owner].variantSets.push_back(std::move(set));
+  }
+
+  void parseProperty(std::uint32_t index, Comments comments) {
+    ListOp op = ListOp::Explicit;
+    if (current_.kind == TokenKind::Identifier && isListOpWord(current_.text, op) &&
+        peek().kind == TokenKind::Identifier) {
+      advance();
+    } else {
+      op = ListOp::Explicit;
+    }
+    bool custom = false;
+    if (current_.isWord("custom") && peek().kind == TokenKind::Identifier) {
+      custom = true;
+      advance();
+    }
+    Variability variability = Variability::Varying;
+    if ((current_.isWord("uniform") || current_.isWord("config") || current_.isWord("varying")) &&
+        peek().kind == TokenKind::Identifier) {
+      variability = current_.isWord("uniform")  ? Variability::Uniform
+                    : current_.isWord("config") ? Variability::Config
+                                                : Variability::Varying;
+      advance();
+    }
+    PropertyKind kind = PropertyKind::Attribute;
+    std::string_view typeName;
+    if (current_.isWord("rel")) {
+      kind = PropertyKind::Relationship;
+      advance();
+    } else {
+      typeName = parseTypeName("a prim, a property, a variantSet or '}'");
+    }
+    const std::string_view name = expectWord(kind == PropertyKind::Relationship
+                                                 ? "the relationship name"
+                                                 : "the attribute name after its type");
+    PropertyField field;
+    field.op = op;
+    if (current_.is('.')) {
+      advance();
+      field.suffix = expectWord("'connect', 'timeSamples' or 'spline' after '.'");
+    }
+    if (current_.is('=')) {
+      advance();
+      field.hasValue = true;
+      field.value = parseFieldValue(kind, typeName, field.suffix);
+    }
+    std::vector<MetadataEntry> metadata;
+    if (current_.is('(')) metadata = parseMetadataBlock();
+    if (current_.is(';')) advance();
+    mergeProperty(index, kind, custom, variability, typeName, name, std::move(field), std::move(metadata),
+                  std::move(comments));
+  }
+
+  Value parseFieldValue(PropertyKind kind, std::string_view typeName, std::string_view suffix) {
+    const Token at = current_;
+    if (suffix == "timeSamples") return parseTimeSamples(typeName);
+    if (suffix == "spline") {
+      if (!current_.is('{') || peeked_) fail(current_, "'{' to open the spline");
+      std::string_view block;
+      if (!tokens_.takeBalancedBlock(current_, block)) fail(current_, "a '}' that closes the spline");
+      advance();
+      return Value::ofKind(ValueKind::RawText, block);
+    }
+    Value value = parseValue();
+    if (kind == PropertyKind::Relationship || suffix == "connect") {
+      const bool paths = value.kind == ValueKind::Path || value.isNone() ||
+                         (value.kind == ValueKind::List && [&] {
+                           for (const Value& item : value.items) {
+                             if (item.kind != ValueKind::Path) return false;
+                           }
+                           return true;
+                         }());
+      if (!paths) fail(at, "a path <...>, a list of paths or None");
+      return value;
+    }
+    if (suffix.empty()) checkValue(typeName, value, at);
+    return value;
+  }
+
+  Value parseTimeSamples(std::string_view typeName) {
+    Value samples = Value::ofKind(ValueKind::TimeSamples, {});
+    expect('{', "'{' to open the time samples");
+    while (!current_.is('}')) {
+      takeComments(current_);
+      if (current_.kind != TokenKind::Number) fail(current_, "a time (a number) or '}'");
+      Value entry = Value::ofKind(ValueKind::Entry, current_.text);
+      advance();
+      expect(':', "':' after the sample time");
+      const Token at = current_;
+      entry.items.push_back(parseValue());
+      checkValue(typeName, entry.items.back(), at);
+      samples.items.push_back(std::move(entry));
+      if (current_.is(',')) {
+        advance();
+      } else if (!current_.is('}')) {
+        fail(current_, "',' or '}' after the sample");
+      }
+    }
+    advance();
+    return samples;
+  }
+
+  void mergeProperty(std::uint32_t index, PropertyKind kind, bool custom, Variability variability,
+                     std::string_view typeName, std::string_view name, PropertyField field,
+                     std::vector<MetadataEntry> metadata, Comments comments) {
+    auto& properties = layer_.prims[index].properties;
+    for (PropertySpec& existing : properties) {
+      if (existing.name != name || existing.kind != kind) continue;
+      existing.custom = existing.custom || custom;
+      if (existing.typeName.empty()) existing.typeName = typeName;
+      existing.fields.push_back(std::move(field));
+      for (auto& entry : metadata) existing.metadata.push_back(std::move(entry));
+      existing.comments.insert(existing.comments.end(), comments.begin(), comments.end());
+      return;
+    }
+    PropertySpec property;
+    property.kind = kind;
+    property.custom = custom;
+    property.variability = variability;
+    property.typeName = typeName;
+    property.name = name;
+    property.fields.push_back(std::move(field));
+    property.metadata = std::move(metadata);
+    property.comments = std::move(comments);
+    properties.push_back(std::move(property));
+  }
+
+  Layer& layer_;
+  Tokenizer tokens_;
+  Token current_;
+  std::optional<Token> peeked_;
+  std::uint32_t commentsTaken_ = 0;
+  int depth_ = 0;
+};
+
+}  // namespace
+
+LayerReadResult readLayerText(std::string identifier, std::string text) {
+  LayerReadResult result;
+  auto layer = std::make_shared<Layer>(identifier, std::move(text));
+  try {
+    Parser parser(*layer, layer->source());
+    parser.parseLayer();
+  } catch (const ParseFailure& failure) {
+    result.error = ReadError{std::move(identifier), failure.line, failure.column, failure.message};
+    return result;
+  }
+  result.layer = std::move(layer);
+  return result;
+}
+
+LayerReadResult readLayerFile(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) {
+    LayerReadResult result;
+    result.error = ReadError{path, 0, 0, "could not open the file"};
+    return result;
+  }
+  file.seekg(0, std::ios::end);
+  const std::streamoff size = file.tellg();
+  file.seekg(0, std::ios::beg);
+  std::string contents(size > 0 ? static_cast<std::size_t>(size) : 0, '\0');
+  if (size > 0 && !file.read(contents.data(), size)) {
+    LayerReadResult result;
+    result.error = ReadError{path, 0, 0, "could not read the file"};
+    return result;
+  }
+  return readLayerText(path, std::move(contents));
+}
+
+}  // namespace orvan::engine
