@@ -103,7 +103,7 @@ Token Tokenizer::next() {
   }
   if (isDigit(c) || c == '-' || c == '+') return lexNumber(start, line, column);
   if (isWordStart(c)) return lexWord(start, line, column);
-  return invalid("a character that cannot start anything here", line, column, start);
+  return invalid("a word, a number, a string, an asset, a path or punctuation", line, column, start);
 }
 
 Token Tokenizer::lexString(std::size_t start, std::uint32_t line, std::uint32_t column) {

@@ -1,0 +1,248 @@
+// Composition of the fixture scenes: layer stack strength, arcs, variants, instancing and the
+// problems a broken scene reports without stopping.
+#include <gtest/gtest.h>
+
+#include <set>
+
+#include "UsdText/LayerReader.h"
+#include "UsdText/LayerWriter.h"
+#include "UsdText/SceneGenerator.h"
+#include "UsdText/StageComposer.h"
+
+namespace orvan::engine {
+namespace {
+
+const std::string kCompose = ORVAN_ENGINE_FIXTURES_DIR "/UsdText/compose/";
+
+std::shared_ptr<Stage> open(const std::string& name, ComposeOptions options = {}) {
+  StageOpenResult result = openStage(kCompose + name, options);
+  if (!result.ok()) ADD_FAILURE() << result.error->describe();
+  return result.stage;
+}
+
+const ComposedPrim& prim(const Stage& stage, std::string_view path) {
+  const ComposedPrim* found = stage.findPrim(path);
+  if (!found) throw std::runtime_error("no composed prim " + std::string(path));
+  return *found;
+}
+
+std::string valueOf(const Stage& stage, std::string_view path, std::string_view name) {
+  const ComposedProperty* property = Stage::findProperty(prim(stage, path), name);
+  if (!property || !property->value) return "<none>";
+  return formatValue(*property->value);
+}
+
+std::vector<std::string> childNames(const Stage& stage, std::string_view path) {
+  std::vector<std::string> names;
+  for (const std::uint32_t child : prim(stage, path).children) names.emplace_back(stage.prims[child].name);
+  return names;
+}
+
+bool hasProblemContaining(const Stage& stage, const ComposedPrim& at, std::string_view text) {
+  for (const std::uint32_t index : at.problems) {
+    if (stage.problems[index].message.find(text) != std::string::npos) return true;
+  }
+  return false;
+}
+
+TEST(StageComposerLayerStack, StrongerLayersWinAndNestedSublayersSitBetween) {
+  const auto stage = open("stack_root.usda");
+  ASSERT_TRUE(stage);
+  // root > strong > nested (strong's sublayer) > weak > muted.
+  EXPECT_EQ(valueOf(*stage, "/World/Box", "size"), "3");
+  EXPECT_EQ(valueOf(*stage, "/World/Box", "primvars:displayColor"), "[(0, 1, 0)]");
+  EXPECT_EQ(valueOf(*stage, "/World/Box", "opacity"), "0.5");
+  EXPECT_EQ(valueOf(*stage, "/World", "rootOnly"), "1");
+  EXPECT_EQ(valueOf(*stage, "/World", "weakOnly"), "5");
+
+  std::vector<std::pair<std::string, int>> layers;
+  for (const StageLayer& layer : stage->layers) layers.emplace_back(layer.name, layer.depth);
+  EXPECT_EQ(layers, (std::vector<std::pair<std::string, int>>{{"stack_root.usda", 0},
+                                                              {"stack_strong.usda", 1},
+                                                              {"stack_nested.usda", 2},
+                                                              {"stack_weak.usda", 1},
+                                                              {"stack_muted.usda", 1},
+                                                              {"stack_missing.usda", 1}}));
+  EXPECT_TRUE(stage->layers[0].root);
+  EXPECT_FALSE(stage->layers[5].error.empty());
+  ASSERT_EQ(stage->problems.size(), 1u);
+  EXPECT_NE(stage->problems[0].message.find("stack_missing.usda"), std::string::npos);
+
+  // The property opinions list every contributing layer, strongest first.
+  const ComposedProperty* size = Stage::findProperty(prim(*stage, "/World/Box"), "size");
+  ASSERT_TRUE(size);
+  std::vector<std::string> contributing;
+  for (std::uint32_t i = 0; i < size->opinionCount; ++i) {
+    contributing.push_back(stage->layers[stage->propertyOpinions[size->firstOpinion + i].layer].name);
+  }
+  EXPECT_EQ(contributing, (std::vector<std::string>{"stack_strong.usda", "stack_nested.usda", "stack_weak.usda",
+                                                    "stack_muted.usda"}));
+}
+
+TEST(StageComposerLayerStack, OverContributesWithoutDefining) {
+  const auto stage = open("stack_root.usda");
+  ASSERT_TRUE(stage);
+  const ComposedPrim& box = prim(*stage, "/World/Box");
+  EXPECT_TRUE(box.defined);
+  EXPECT_EQ(box.typeName, "Cube");
+  EXPECT_EQ(box.specifier, Specifier::Def);
+  const ComposedPrim& never = prim(*stage, "/World/NeverDefined");
+  EXPECT_FALSE(never.defined);
+  EXPECT_EQ(never.specifier, Specifier::Over);
+  // Children appear weakest layer first (the muted one is not muted here), new names from stronger
+  // layers after.
+  EXPECT_EQ(childNames(*stage, "/World"), (std::vector<std::string>{"Box", "MutedOnly", "OnlyWeak", "NeverDefined"}));
+}
+
+TEST(StageComposerLayerStack, AMutedLayerContributesNothing) {
+  ComposeOptions options;
+  options.mutedLayers.push_back(kCompose + "stack_muted.usda");
+  const auto stage = open("stack_root.usda", options);
+  ASSERT_TRUE(stage);
+  EXPECT_EQ(stage->findPrim("/World/MutedOnly"), nullptr);
+  const ComposedProperty* size = Stage::findProperty(prim(*stage, "/World/Box"), "size");
+  ASSERT_TRUE(size);
+  EXPECT_EQ(size->opinionCount, 3u);
+  const auto muted = std::find_if(stage->layers.begin(), stage->layers.end(),
+                                  [](const StageLayer& l) { return l.name == "stack_muted.usda"; });
+  ASSERT_NE(muted, stage->layers.end());
+  EXPECT_TRUE(muted->muted);
+  EXPECT_EQ(muted->layer, nullptr);
+}
+
+TEST(StageComposerReferences, DefaultPrimReferenceBringsTheAssetUnderTheLocalName) {
+  const auto stage = open("refs_root.usda");
+  ASSERT_TRUE(stage);
+  const ComposedPrim& withDefault = prim(*stage, "/World/WithDefault");
+  EXPECT_TRUE(withDefault.hasArcs);
+  EXPECT_EQ(withDefault.kind, "component");
+  EXPECT_EQ(valueOf(*stage, "/World/WithDefault", "assetValue"), "1");
+  EXPECT_EQ(valueOf(*stage, "/World/WithDefault", "overriddenLocally"), "2");
+  EXPECT_EQ(valueOf(*stage, "/World/WithDefault", "localOnly"), "3");
+  EXPECT_EQ(valueOf(*stage, "/World/WithDefault/Geom", "size"), "2");
+  EXPECT_EQ(childNames(*stage, "/World/WithDefault"), (std::vector<std::string>{"Geom", "Looks"}));
+  // Targets inside the asset follow it; targets outside it stay as written.
+  const ComposedProperty* binding = Stage::findProperty(withDefault, "material:binding");
+  ASSERT_TRUE(binding);
+  EXPECT_EQ(binding->targets, (std::vector<std::string>{"/World/WithDefault/Looks/Red"}));
+  EXPECT_EQ(Stage::findProperty(withDefault, "outside")->targets, (std::vector<std::string>{"/Elsewhere"}));
+  // The asset's default variant applies.
+  EXPECT_EQ(valueOf(*stage, "/World/WithDefault", "primvars:displayColor"), "[(1, 0, 0)]");
+  // The referenced layer is listed, outside the root layer stack.
+  const auto asset = std::find_if(stage->layers.begin(), stage->layers.end(),
+                                  [](const StageLayer& l) { return l.name == "asset.usda"; });
+  ASSERT_NE(asset, stage->layers.end());
+  EXPECT_FALSE(asset->inRootLayerStack);
+}
+
+TEST(StageComposerReferences, NamedPrimAndInternalReferences) {
+  const auto stage = open("refs_root.usda");
+  ASSERT_TRUE(stage);
+  EXPECT_EQ(childNames(*stage, "/World/Named"), (std::vector<std::string>{"Ball"}));
+  EXPECT_EQ(valueOf(*stage, "/World/Named/Ball", "radius"), "4");
+  EXPECT_EQ(valueOf(*stage, "/World/Internal", "protoValue"), "7");
+  EXPECT_EQ(childNames(*stage, "/World/Internal"), (std::vector<std::string>{"Part"}));
+}
+
+TEST(StageComposerReferences, BrokenReferencesAreReportedOnThePrimAndCompositionGoesOn) {
+  const auto stage = open("refs_root.usda");
+  ASSERT_TRUE(stage);
+  const ComposedPrim& missing = prim(*stage, "/World/Missing");
+  EXPECT_TRUE(hasProblemContaining(*stage, missing, "does_not_exist.usda"));
+  EXPECT_EQ(valueOf(*stage, "/World/Missing", "stillHere"), "1");
+  EXPECT_TRUE(hasProblemContaining(*stage, prim(*stage, "/World/Binary"), "binary"));
+  EXPECT_TRUE(hasProblemContaining(*stage, prim(*stage, "/World/Foreign"), "model.fbx"));
+  EXPECT_TRUE(hasProblemContaining(*stage, prim(*stage, "/World/NoDefault"), "no defaultPrim"));
+  EXPECT_TRUE(hasProblemContaining(*stage, prim(*stage, "/World/Cycle"), "back to itself"));
+  // Everything after the broken prims is still there.
+  EXPECT_NE(stage->findPrim("/World/Switch/Shape"), nullptr);
+  for (const StageProblem& problem : stage->problems) EXPECT_FALSE(problem.primPath.empty()) << problem.message;
+}
+
+TEST(StageComposerReferences, PayloadsLoadUnlessAskedNotTo) {
+  const auto loaded = open("refs_root.usda");
+  ASSERT_TRUE(loaded);
+  const ComposedPrim& payloaded = prim(*loaded, "/World/Payloaded");
+  EXPECT_TRUE(payloaded.hasPayload);
+  EXPECT_TRUE(payloaded.payloadLoaded);
+  EXPECT_EQ(childNames(*loaded, "/World/Payloaded"), (std::vector<std::string>{"Ball"}));
+
+  ComposeOptions options;
+  options.loadPayloads = false;
+  const auto unloaded = open("refs_root.usda", options);
+  ASSERT_TRUE(unloaded);
+  const ComposedPrim& held = prim(*unloaded, "/World/Payloaded");
+  EXPECT_TRUE(held.hasPayload);
+  EXPECT_FALSE(held.payloadLoaded);
+  EXPECT_TRUE(held.children.empty());
+  // An unloaded payload is not opened, so a foreign one is no problem yet.
+  EXPECT_TRUE(prim(*unloaded, "/World/Foreign").problems.empty());
+}
+
+TEST(StageComposerVariants, TheSelectedVariantContributesAndAStrongerSelectionWins) {
+  const auto stage = open("refs_root.usda");
+  ASSERT_TRUE(stage);
+  EXPECT_EQ(prim(*stage, "/World/Switch/Shape").typeName, "Sphere");
+  EXPECT_EQ(valueOf(*stage, "/World/Switch", "shapeRadius"), "2");
+  EXPECT_EQ(prim(*stage, "/World/Switch").variantSelections,
+            (std::vector<std::pair<std::string, std::string>>{{"shape", "sphere"}}));
+  // The local selection beats the asset's own default.
+  EXPECT_EQ(valueOf(*stage, "/World/BlueLook", "primvars:displayColor"), "[(0, 0, 1)]");
+  // The variant is weaker than the asset's own prim, so its child comes first.
+  EXPECT_EQ(childNames(*stage, "/World/BlueLook"), (std::vector<std::string>{"BlueOnly", "Geom", "Looks"}));
+}
+
+TEST(StageComposerInstancing, DescendantsOfAnInstanceAreProxies) {
+  const auto stage = open("refs_root.usda");
+  ASSERT_TRUE(stage);
+  const ComposedPrim& instance = prim(*stage, "/World/Instances/A");
+  EXPECT_TRUE(instance.isInstance);
+  EXPECT_FALSE(instance.instanceProxy);
+  EXPECT_TRUE(prim(*stage, "/World/Instances/A/Geom").instanceProxy);
+  EXPECT_TRUE(prim(*stage, "/World/Instances/A/Looks/Red").instanceProxy);
+  // Without any arc there is nothing to share: instanceable alone makes no instance.
+  EXPECT_FALSE(prim(*stage, "/World/Instances/NotAnInstance").isInstance);
+  EXPECT_FALSE(prim(*stage, "/World/Instances/NotAnInstance/Plain").instanceProxy);
+}
+
+TEST(StageComposerActivation, AnInactivePrimHidesItsSubtree) {
+  const auto stage = open("refs_root.usda");
+  ASSERT_TRUE(stage);
+  EXPECT_FALSE(prim(*stage, "/World/Inactive").active);
+  EXPECT_EQ(stage->findPrim("/World/Inactive/Hidden"), nullptr);
+  EXPECT_FALSE(prim(*stage, "/World/OverOnly").defined);
+}
+
+TEST(StageComposerFailures, AnUnreadableRootLayerFailsWithItsLocation) {
+  const StageOpenResult bad = openStage(ORVAN_ENGINE_FIXTURES_DIR "/UsdText/bad_unclosed_prim.usda");
+  ASSERT_FALSE(bad.ok());
+  EXPECT_EQ(bad.error->line, 9u);
+  const StageOpenResult binary = openStage(kCompose + "mesh.usdc");
+  ASSERT_FALSE(binary.ok());
+  EXPECT_NE(binary.error->message.find("not a USD text layer"), std::string::npos);
+}
+
+TEST(SceneGenerator, GeneratesExactlyTheAskedNumberOfPrimsWithUniqueEntityIds) {
+  for (const std::size_t count : {std::size_t{1}, std::size_t{2}, std::size_t{23}, std::size_t{2500}}) {
+    LayerReadResult read = readLayerText("generated.usda", generateScene(count));
+    ASSERT_TRUE(read.ok()) << read.error->describe();
+    const StageOpenResult composed = composeStage(read.layer);
+    ASSERT_TRUE(composed.ok());
+    const Stage& stage = *composed.stage;
+    EXPECT_EQ(stage.prims.size(), count);
+    EXPECT_TRUE(stage.problems.empty());
+    std::set<std::string> ids;
+    std::size_t entities = 0;
+    for (const ComposedPrim& p : stage.prims) {
+      if (p.kind != "component") continue;
+      ++entities;
+      const ComposedProperty* id = Stage::findProperty(p, "orvan:entityId");
+      ASSERT_TRUE(id && id->value);
+      ids.insert(std::string(id->value->text));
+    }
+    EXPECT_EQ(ids.size(), entities);
+  }
+}
+
+}  // namespace
+}  // namespace orvan::engine
