@@ -149,8 +149,15 @@ std::string decodeAssetLiteral(std::string_view literal) {
 }
 
 std::string encodeAssetLiteral(std::string_view path) {
-  if (path.find('@') == std::string_view::npos) return "@" + std::string(path) + "@";
-  std::string out = "@@@";
+  std::string out;
+  out.reserve(path.size() + 6);
+  if (path.find('@') == std::string_view::npos) {
+    out += '@';
+    out += path;
+    out += '@';
+    return out;
+  }
+  out += "@@@";
   for (std::size_t i = 0; i < path.size(); ++i) {
     if (path.substr(i, 3) == "@@@") {
       out += "\\@@@";

@@ -1,0 +1,92 @@
+// Reading and composing generated scenes of 10k, 100k and 1M prims. The input rate is reported as
+// bytes per second; peakRssMB is the process's peak resident memory so far.
+#include <benchmark/benchmark.h>
+#include <sys/resource.h>
+
+#include <map>
+
+#include "UsdText/LayerReader.h"
+#include "UsdText/LayerWriter.h"
+#include "UsdText/SceneGenerator.h"
+#include "UsdText/StageComposer.h"
+
+namespace orvan::engine {
+namespace {
+
+const std::string& sceneText(std::size_t prims) {
+  static std::map<std::size_t, std::string> scenes;
+  auto found = scenes.find(prims);
+  if (found == scenes.end()) found = scenes.emplace(prims, generateScene(prims)).first;
+  return found->second;
+}
+
+double peakRssMegabytes() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return static_cast<double>(usage.ru_maxrss) / 1024.0;
+}
+
+void finish(benchmark::State& state, std::size_t bytes, std::size_t prims) {
+  state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * bytes));
+  state.counters["prims"] = static_cast<double>(prims);
+  state.counters["peakRssMB"] = peakRssMegabytes();
+}
+
+void readAndCompose(benchmark::State& state) {
+  const auto count = static_cast<std::size_t>(state.range(0));
+  const std::string& text = sceneText(count);
+  std::size_t composed = 0;
+  for (auto _ : state) {
+    LayerReadResult read = readLayerText("generated.usda", text);
+    if (!read.ok()) {
+      state.SkipWithError(read.error->describe().c_str());
+      return;
+    }
+    const StageOpenResult stage = composeStage(std::move(read.layer));
+    composed = stage.stage->prims.size();
+    benchmark::DoNotOptimize(composed);
+  }
+  finish(state, text.size(), composed);
+}
+
+void readOnly(benchmark::State& state) {
+  const auto count = static_cast<std::size_t>(state.range(0));
+  const std::string& text = sceneText(count);
+  for (auto _ : state) {
+    LayerReadResult read = readLayerText("generated.usda", text);
+    benchmark::DoNotOptimize(read.layer);
+  }
+  finish(state, text.size(), count);
+}
+
+void composeOnly(benchmark::State& state) {
+  const auto count = static_cast<std::size_t>(state.range(0));
+  const std::string& text = sceneText(count);
+  const std::shared_ptr<const Layer> layer = readLayerText("generated.usda", text).layer;
+  for (auto _ : state) {
+    const StageOpenResult stage = composeStage(layer);
+    benchmark::DoNotOptimize(stage.stage->prims.data());
+  }
+  finish(state, text.size(), count);
+}
+
+void writeOnly(benchmark::State& state) {
+  const auto count = static_cast<std::size_t>(state.range(0));
+  const std::string& text = sceneText(count);
+  const std::shared_ptr<const Layer> layer = readLayerText("generated.usda", text).layer;
+  for (auto _ : state) {
+    const std::string written = writeLayer(*layer);
+    benchmark::DoNotOptimize(written.data());
+  }
+  finish(state, text.size(), count);
+}
+
+BENCHMARK(readAndCompose)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(readOnly)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(composeOnly)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(writeOnly)->Arg(100'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+
+}  // namespace
+}  // namespace orvan::engine
+
+BENCHMARK_MAIN();
