@@ -95,6 +95,13 @@ std::string_view Layer::storeText(std::string text) {
   return storedTexts_.back();
 }
 
+Value Layer::makeValue(ValueKind kind, std::string_view text, std::span<const Value> items) {
+  Value value = Value::ofKind(kind, text);
+  value.itemData = values_.store(items);
+  value.itemCount = static_cast<std::uint32_t>(items.size());
+  return value;
+}
+
 const MetadataEntry* Layer::findMetadata(std::string_view key) const {
   return findByKey(metadata, key);
 }
@@ -109,7 +116,7 @@ std::vector<std::string> Layer::subLayerPaths() const {
   std::vector<std::string> paths;
   const MetadataEntry* entry = findMetadata("subLayers");
   if (!entry) return paths;
-  for (const Value& item : entry->value.items) {
+  for (const Value& item : entry->value.items()) {
     if (auto path = item.assetPath()) paths.push_back(std::move(*path));
   }
   return paths;

@@ -103,6 +103,9 @@ class Layer {
 
   // Keeps a copy of the text alive as long as the layer and returns a view of it.
   std::string_view storeText(std::string text);
+  // A value whose items live in this layer (for edits and for the reader).
+  Value makeValue(ValueKind kind, std::string_view text, std::span<const Value> items);
+  ValueArena& values() { return values_; }
 
   const MetadataEntry* findMetadata(std::string_view key) const;
   // The decoded defaultPrim, empty when unset.
@@ -127,6 +130,7 @@ class Layer {
   std::string identifier_;
   std::unique_ptr<std::string> source_;
   std::deque<std::string> storedTexts_;
+  ValueArena values_;
 };
 
 }  // namespace orvan::engine

@@ -93,8 +93,8 @@ TypeShape shapeOf(std::string_view type) {
 bool isNumeric(const Value& value) { return value.toNumber().has_value(); }
 
 bool fitsTuple(const Value& value, int arity) {
-  if (value.kind != ValueKind::Tuple || static_cast<int>(value.items.size()) != arity) return false;
-  for (const Value& item : value.items) {
+  if (value.kind != ValueKind::Tuple || static_cast<int>(value.itemCount) != arity) return false;
+  for (const Value& item : value.items()) {
     if (!isNumeric(item)) return false;
   }
   return true;
@@ -109,8 +109,8 @@ bool fitsShape(const Value& value, const TypeShape& shape) {
     case TypeShape::Dictionary: return value.kind == ValueKind::Dictionary;
     case TypeShape::Tuple: return fitsTuple(value, shape.arity);
     case TypeShape::Matrix:
-      if (value.kind != ValueKind::Tuple || static_cast<int>(value.items.size()) != shape.arity) return false;
-      for (const Value& row : value.items) {
+      if (value.kind != ValueKind::Tuple || static_cast<int>(value.itemCount) != shape.arity) return false;
+      for (const Value& row : value.items()) {
         if (!fitsTuple(row, shape.arity)) return false;
       }
       return true;
@@ -268,25 +268,28 @@ class Parser {
         advance();
         Value value = Value::ofKind(ValueKind::Asset, token.text);
         if (!allowArcs) return value;
+        const std::size_t start = scratch_.size();
         if (current_.kind == TokenKind::Path) {
           value.kind = ValueKind::Reference;
-          value.items.push_back(Value::ofKind(ValueKind::Path, current_.text));
+          scratch_.push_back(Value::ofKind(ValueKind::Path, current_.text));
           advance();
         }
         if (current_.is('(')) {
           value.kind = ValueKind::Reference;
-          value.items.push_back(parseArguments());
+          const Value args = parseArguments();
+          scratch_.push_back(args);
         }
-        return value;
+        return finishItems(value, start);
       }
       case TokenKind::Path: {
         advance();
         Value value = Value::ofKind(ValueKind::Path, token.text);
         if (allowArcs && current_.is('(')) {
-          Value reference = Value::ofKind(ValueKind::Reference, {});
-          reference.items.push_back(std::move(value));
-          reference.items.push_back(parseArguments());
-          return reference;
+          const std::size_t start = scratch_.size();
+          scratch_.push_back(value);
+          const Value args = parseArguments();
+          scratch_.push_back(args);
+          return finishItems(Value::ofKind(ValueKind::Reference, {}), start);
         }
         return value;
       }
@@ -302,10 +305,11 @@ class Parser {
   }
 
   Value parseSequence(ValueKind kind, char close, bool allowArcs) {
-    Value value = Value::ofKind(kind, {});
+    const std::size_t start = scratch_.size();
     advance();
     while (!current_.is(close)) {
-      value.items.push_back(parseValue(allowArcs));
+      const Value item = parseValue(allowArcs);
+      scratch_.push_back(item);
       if (current_.is(',')) {
         advance();
       } else if (!current_.is(close)) {
@@ -313,49 +317,61 @@ class Parser {
       }
     }
     advance();
+    return finishItems(Value::ofKind(kind, {}), start);
+  }
+
+  // Moves the values pushed since `start` into the layer's arena as the items of `value`.
+  Value finishItems(Value value, std::size_t start) {
+    const std::span<const Value> items(scratch_.data() + start, scratch_.size() - start);
+    value.itemData = layer_.values().store(items);
+    value.itemCount = static_cast<std::uint32_t>(items.size());
+    scratch_.resize(start);
     return value;
   }
 
   // { type key = value ... }
   Value parseDictionary() {
-    Value value = Value::ofKind(ValueKind::Dictionary, {});
+    const std::size_t start = scratch_.size();
     advance();
     while (!current_.is('}')) {
       takeComments(current_);
-      Value entry = Value::ofKind(ValueKind::Entry, {});
-      const Token typeToken = current_;
-      entry.typeName = parseTypeName("a type name or '}' in the dictionary");
+      const std::string_view typeName = parseTypeName("a type name or '}' in the dictionary");
       if (current_.kind != TokenKind::Identifier && current_.kind != TokenKind::String) {
         fail(current_, "a key after the type in the dictionary");
       }
-      entry.text = current_.text;
+      const std::string_view key = current_.text;
       advance();
       expect('=', "'=' after the dictionary key");
       const Token valueToken = current_;
-      entry.items.push_back(parseValue());
-      checkValue(entry.typeName, entry.items.back(), valueToken);
-      value.items.push_back(std::move(entry));
+      const Value item = parseValue();
+      checkValue(typeName, item, valueToken);
+      const std::size_t entryStart = scratch_.size();
+      scratch_.push_back(item);
+      scratch_.push_back(Value::ofKind(ValueKind::Identifier, typeName));
+      const Value entry = finishItems(Value::ofKind(ValueKind::Entry, key), entryStart);
+      scratch_.push_back(entry);
       if (current_.is(';') || current_.is(',')) advance();
-      (void)typeToken;
     }
     advance();
-    return value;
+    return finishItems(Value::ofKind(ValueKind::Dictionary, {}), start);
   }
 
   // (offset = 10; scale = 2) after a sublayer or reference.
   Value parseArguments() {
-    Value args = Value::ofKind(ValueKind::Dictionary, {});
+    const std::size_t start = scratch_.size();
     advance();
     while (!current_.is(')')) {
-      Value entry = Value::ofKind(ValueKind::Entry, {});
-      entry.text = expectWord("an argument name or ')'");
+      const std::string_view key = expectWord("an argument name or ')'");
       expect('=', "'=' after the argument name");
-      entry.items.push_back(parseValue());
-      args.items.push_back(std::move(entry));
+      const Value item = parseValue();
+      const std::size_t entryStart = scratch_.size();
+      scratch_.push_back(item);
+      const Value entry = finishItems(Value::ofKind(ValueKind::Entry, key), entryStart);
+      scratch_.push_back(entry);
       if (current_.is(';') || current_.is(',')) advance();
     }
     advance();
-    return args;
+    return finishItems(Value::ofKind(ValueKind::Dictionary, {}), start);
   }
 
   std::string_view parseTypeName(const char* what) {
@@ -379,7 +395,7 @@ class Parser {
     const TypeShape shape = shapeOf(base);
     if (array) {
       if (value.kind != ValueKind::List) fail(at, "a list [ ... ] for " + std::string(typeName));
-      for (const Value& item : value.items) {
+      for (const Value& item : value.items()) {
         if (!fitsShape(item, shape)) fail(at, describeShape(base, shape) + " in every element");
       }
       return;
@@ -572,7 +588,7 @@ class Parser {
     if (kind == PropertyKind::Relationship || suffix == "connect") {
       const bool paths = value.kind == ValueKind::Path || value.isNone() ||
                          (value.kind == ValueKind::List && [&] {
-                           for (const Value& item : value.items) {
+                           for (const Value& item : value.items()) {
                              if (item.kind != ValueKind::Path) return false;
                            }
                            return true;
@@ -585,18 +601,21 @@ class Parser {
   }
 
   Value parseTimeSamples(std::string_view typeName) {
-    Value samples = Value::ofKind(ValueKind::TimeSamples, {});
+    const std::size_t start = scratch_.size();
     expect('{', "'{' to open the time samples");
     while (!current_.is('}')) {
       takeComments(current_);
       if (current_.kind != TokenKind::Number) fail(current_, "a time (a number) or '}'");
-      Value entry = Value::ofKind(ValueKind::Entry, current_.text);
+      const std::string_view time = current_.text;
       advance();
       expect(':', "':' after the sample time");
       const Token at = current_;
-      entry.items.push_back(parseValue());
-      checkValue(typeName, entry.items.back(), at);
-      samples.items.push_back(std::move(entry));
+      const Value item = parseValue();
+      checkValue(typeName, item, at);
+      const std::size_t entryStart = scratch_.size();
+      scratch_.push_back(item);
+      const Value entry = finishItems(Value::ofKind(ValueKind::Entry, time), entryStart);
+      scratch_.push_back(entry);
       if (current_.is(',')) {
         advance();
       } else if (!current_.is('}')) {
@@ -604,7 +623,7 @@ class Parser {
       }
     }
     advance();
-    return samples;
+    return finishItems(Value::ofKind(ValueKind::TimeSamples, {}), start);
   }
 
   void mergeProperty(std::uint32_t index, PropertyKind kind, bool custom, Variability variability,
@@ -636,6 +655,7 @@ class Parser {
   Tokenizer tokens_;
   Token current_;
   std::optional<Token> peeked_;
+  std::vector<Value> scratch_;  // items of the values being read, innermost last
   std::uint32_t commentsTaken_ = 0;
   int depth_ = 0;
 };

@@ -42,9 +42,9 @@ class Writer {
       case ValueKind::Reference: writeReference(value); return;
       case ValueKind::Entry:
         out_ += value.text;
-        if (!value.items.empty()) {
+        if (value.itemCount > 0) {
           out_ += " = ";
-          writeValue(value.items.front());
+          writeValue(value.items()[0]);
         }
         return;
       default: out_ += value.text; return;
@@ -64,15 +64,15 @@ class Writer {
 
   void writeSequence(const Value& value, char open, char close) {
     out_ += open;
-    for (std::size_t i = 0; i < value.items.size(); ++i) {
+    for (std::size_t i = 0; i < value.itemCount; ++i) {
       if (i > 0) out_ += ", ";
-      writeValue(value.items[i]);
+      writeValue(value.items()[i]);
     }
     out_ += close;
   }
 
   void writeDictionary(const Value& value) {
-    if (value.items.empty()) {
+    if (value.itemCount == 0) {
       out_ += "{\n";
       indent();
       out_ += '}';
@@ -80,10 +80,10 @@ class Writer {
     }
     out_ += "{\n";
     ++level_;
-    for (const Value& entry : value.items) {
+    for (const Value& entry : value.items()) {
       indent();
-      if (!entry.typeName.empty()) {
-        out_ += entry.typeName;
+      if (!entry.entryType().empty()) {
+        out_ += entry.entryType();
         out_ += ' ';
       }
       writeValue(entry);
@@ -97,11 +97,11 @@ class Writer {
   void writeTimeSamples(const Value& value) {
     out_ += "{\n";
     ++level_;
-    for (const Value& entry : value.items) {
+    for (const Value& entry : value.items()) {
       indent();
       out_ += entry.text;
       out_ += ": ";
-      if (!entry.items.empty()) writeValue(entry.items.front());
+      if (entry.itemCount > 0) writeValue(entry.items()[0]);
       out_ += ",\n";
     }
     --level_;
@@ -111,16 +111,16 @@ class Writer {
 
   void writeArguments(const Value& args) {
     out_ += " (";
-    for (std::size_t i = 0; i < args.items.size(); ++i) {
+    for (std::size_t i = 0; i < args.itemCount; ++i) {
       if (i > 0) out_ += "; ";
-      writeValue(args.items[i]);
+      writeValue(args.items()[i]);
     }
     out_ += ')';
   }
 
   void writeReference(const Value& value) {
     out_ += value.text;
-    for (const Value& item : value.items) {
+    for (const Value& item : value.items()) {
       if (item.kind == ValueKind::Path) {
         out_ += item.text;
       } else if (item.kind == ValueKind::Dictionary) {

@@ -147,7 +147,7 @@ std::vector<const Value*> listItems(const Value& value) {
   std::vector<const Value*> items;
   if (value.isNone()) return items;
   if (value.kind == ValueKind::List) {
-    for (const Value& item : value.items) items.push_back(&item);
+    for (const Value& item : value.items()) items.push_back(&item);
   } else {
     items.push_back(&value);
   }
@@ -419,8 +419,8 @@ class Composer {
       if (node.specs[i] == kNoPrim) continue;
       for (const MetadataEntry& entry : layerAt(layers[i]).prims[node.specs[i]].metadata) {
         if (entry.key != "variants") continue;
-        if (const Value* selection = entry.value.findEntry(setName); selection && !selection->items.empty()) {
-          return selection->items.front().decoded();
+        if (const Value* selection = entry.value.findEntry(setName); selection && selection->itemCount > 0) {
+          return selection->items()[0].decoded();
         }
       }
     }
@@ -645,7 +645,7 @@ class Composer {
       for (const MetadataEntry& reorder : layerAt(opinion.layer).prims[opinion.spec].reorders) {
         if (reorder.key != key) continue;
         std::vector<std::string> order;
-        for (const Value& item : reorder.value.items) order.push_back(item.decoded());
+        for (const Value& item : reorder.value.items()) order.push_back(item.decoded());
         std::stable_sort(names.begin(), names.end(), [&](std::string_view a, std::string_view b) {
           const auto rank = [&](std::string_view n) {
             const auto at = std::find(order.begin(), order.end(), n);

@@ -1,5 +1,6 @@
 #include "UsdText/Value.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <limits>
@@ -170,6 +171,28 @@ std::string encodeAssetLiteral(std::string_view path) {
   return out;
 }
 
+bool Value::operator==(const Value& other) const {
+  if (kind != other.kind || text != other.text || itemCount != other.itemCount) return false;
+  for (std::uint32_t i = 0; i < itemCount; ++i) {
+    if (!(itemData[i] == other.itemData[i])) return false;
+  }
+  return true;
+}
+
+const Value* ValueArena::store(std::span<const Value> values) {
+  if (values.empty()) return nullptr;
+  if (capacity_ - used_ < values.size()) {
+    const std::size_t size = std::max(kChunk, values.size());
+    chunks_.push_back(std::make_unique<Value[]>(size));
+    used_ = 0;
+    capacity_ = size;
+  }
+  Value* at = chunks_.back().get() + used_;
+  std::copy(values.begin(), values.end(), at);
+  used_ += values.size();
+  return at;
+}
+
 std::string Value::decoded() const {
   switch (kind) {
     case ValueKind::String: return decodeStringLiteral(text);
@@ -218,7 +241,7 @@ std::optional<std::string> Value::assetPath() const {
 std::optional<std::string> Value::targetPath() const {
   if (kind == ValueKind::Path) return decoded();
   if (kind == ValueKind::Reference) {
-    for (const Value& item : items) {
+    for (const Value& item : items()) {
       if (item.kind == ValueKind::Path) return item.decoded();
     }
   }
@@ -227,7 +250,7 @@ std::optional<std::string> Value::targetPath() const {
 
 const Value* Value::findEntry(std::string_view key) const {
   if (kind != ValueKind::Dictionary) return nullptr;
-  for (const Value& entry : items) {
+  for (const Value& entry : items()) {
     const bool quoted = !entry.text.empty() && (entry.text.front() == '"' || entry.text.front() == '\'');
     if (quoted ? decodeStringLiteral(entry.text) == key : entry.text == key) return &entry;
   }

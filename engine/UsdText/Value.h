@@ -1,7 +1,9 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -21,19 +23,25 @@ enum class ValueKind : std::uint8_t {
   Tuple,       // items: the elements of ( ... )
   List,        // items: the elements of [ ... ]
   Dictionary,  // items: Entry values, in authored order
-  Entry,       // text: key as written; typeName: declared type (may be empty); items[0]: value
+  Entry,       // text: key as written; items[0]: value; items[1]: declared type, when there is one
   TimeSamples, // items: Entry values keyed by time
   Reference,   // text: the asset literal; items: optional Path, then optional Dictionary of arguments
   RawText,     // text: an exact span of source kept untouched (spline blocks)
 };
 
+// A value is a small handle (32 bytes): its text is a view of the layer's text and its items live
+// in the layer's ValueArena, so reading a tuple or a list costs no allocation of its own.
 struct Value {
   ValueKind kind = ValueKind::None;
+  std::uint32_t itemCount = 0;
   std::string_view text;
-  std::string_view typeName;
-  std::vector<Value> items;
+  const Value* itemData = nullptr;
 
-  bool operator==(const Value& other) const = default;
+  std::span<const Value> items() const { return {itemData, itemCount}; }
+  // The declared type of a dictionary Entry, empty for untyped entries.
+  std::string_view entryType() const { return itemCount > 1 ? itemData[1].text : std::string_view(); }
+
+  bool operator==(const Value& other) const;
 
   bool isNone() const { return kind == ValueKind::None; }
 
@@ -52,7 +60,21 @@ struct Value {
 
   static Value none() { return Value{}; }
   // Values whose text lives elsewhere (a layer's text storage): the caller keeps it alive.
-  static Value ofKind(ValueKind kind, std::string_view text) { return Value{kind, text, {}, {}}; }
+  static Value ofKind(ValueKind kind, std::string_view text) { return Value{kind, 0, text, nullptr}; }
+};
+
+// Where the items of values live: fixed chunks that never move, so the items of a value stay put
+// however many values follow. Owned by a layer.
+class ValueArena {
+ public:
+  // Copies the values into the arena and returns where they now live.
+  const Value* store(std::span<const Value> values);
+
+ private:
+  static constexpr std::size_t kChunk = 4096;
+  std::vector<std::unique_ptr<Value[]>> chunks_;
+  std::size_t used_ = 0;
+  std::size_t capacity_ = 0;
 };
 
 // String literal helpers. A literal is any of "..", '..', """..""" or '''..''' with C-like escapes.

@@ -67,12 +67,12 @@ TEST(LayerReaderProperties, DeclarationsSamplesSplinesAndConnectionsStayApart) {
   ASSERT_EQ(fade.fields.size(), 2u);
   EXPECT_EQ(fade.fields[0].value.text, "1");
   ASSERT_EQ(fade.fields[1].suffix, "timeSamples");
-  ASSERT_EQ(fade.fields[1].value.items.size(), 2u);
-  EXPECT_EQ(fade.fields[1].value.items[1].text, "2.5");
+  ASSERT_EQ(fade.fields[1].value.items().size(), 2u);
+  EXPECT_EQ(fade.fields[1].value.items()[1].text, "2.5");
 
   const PropertySpec& translate = property(*layer, "/Everything", "xformOp:translate");
   EXPECT_EQ(translate.typeName, "float3");
-  EXPECT_TRUE(translate.fields[0].value.items[2].items[0].isNone());
+  EXPECT_TRUE(translate.fields[0].value.items()[2].items()[0].isNone());
 
   const PropertyField* spline = property(*layer, "/Everything", "bounce").findField("spline");
   ASSERT_TRUE(spline);
@@ -118,9 +118,9 @@ TEST(LayerReaderMetadata, LayerAndPrimMetadataKeepListOpsAndUnknownKeys) {
   const Value& custom = layer->findMetadata("customLayerData")->value;
   const Value* review = custom.findEntry("review");
   ASSERT_TRUE(review);
-  EXPECT_EQ(review->typeName, "dictionary");
-  EXPECT_EQ(formatValue(*review->items[0].findEntry("notes")), "notes = [\"light too warm\", \"move the cone\"]");
-  const Value& first = layer->findMetadata("subLayers")->value.items[0];
+  EXPECT_EQ(review->entryType(), "dictionary");
+  EXPECT_EQ(formatValue(*review->items()[0].findEntry("notes")), "notes = [\"light too warm\", \"move the cone\"]");
+  const Value& first = layer->findMetadata("subLayers")->value.items()[0];
   EXPECT_EQ(formatValue(first), "@./shot_anim.usda@ (offset = 10; scale = 2)");
 
   const auto prims = readFixture("prims_and_metadata.usda");
@@ -130,14 +130,14 @@ TEST(LayerReaderMetadata, LayerAndPrimMetadataKeepListOpsAndUnknownKeys) {
   const MetadataEntry* references = referenced.findMetadata("references");
   ASSERT_TRUE(references);
   EXPECT_EQ(references->op, ListOp::Prepend);
-  ASSERT_EQ(references->value.items.size(), 3u);
-  EXPECT_EQ(*references->value.items[0].assetPath(), "./asset.usda");
-  EXPECT_EQ(*references->value.items[0].targetPath(), "/Model");
-  EXPECT_EQ(*references->value.items[2].targetPath(), "/World/Typeless");
+  ASSERT_EQ(references->value.items().size(), 3u);
+  EXPECT_EQ(*references->value.items()[0].assetPath(), "./asset.usda");
+  EXPECT_EQ(*references->value.items()[0].targetPath(), "/Model");
+  EXPECT_EQ(*references->value.items()[2].targetPath(), "/World/Typeless");
   EXPECT_EQ(referenced.findMetadata("payload")->op, ListOp::Append);
   const PrimSpec& overridden = prims->prims[prims->findPrim("/World/Overridden")];
   EXPECT_EQ(overridden.specifier, Specifier::Over);
-  EXPECT_EQ(overridden.findMetadata("variants")->value.findEntry("lod")->items[0].decoded(), "high");
+  EXPECT_EQ(overridden.findMetadata("variants")->value.findEntry("lod")->items()[0].decoded(), "high");
   EXPECT_EQ(prims->prims[prims->findPrim("/_Class")].specifier, Specifier::Class);
   EXPECT_TRUE(prims->prims[prims->findPrim("/World/Typeless")].typeName.empty());
 }
