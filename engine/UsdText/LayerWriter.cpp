@@ -141,10 +141,37 @@ class Writer {
       }
       out_ += entry.key;
       out_ += " = ";
-      writeValue(entry.value);
+      if (isLayerList(entry.value)) {
+        writeLayerList(entry.value);
+      } else {
+        writeValue(entry.value);
+      }
       out_ += '\n';
     }
     level_ = saved;
+  }
+
+  // Sublayer and reference lists read best one layer per line.
+  static bool isLayerList(const Value& value) {
+    if (value.kind != ValueKind::List || value.itemCount == 0) return false;
+    for (const Value& item : value.items()) {
+      if (item.kind != ValueKind::Asset && item.kind != ValueKind::Reference) return false;
+    }
+    return true;
+  }
+
+  void writeLayerList(const Value& value) {
+    out_ += "[\n";
+    ++level_;
+    for (std::size_t i = 0; i < value.itemCount; ++i) {
+      indent();
+      writeValue(value.items()[i]);
+      if (i + 1 < value.itemCount) out_ += ',';
+      out_ += '\n';
+    }
+    --level_;
+    indent();
+    out_ += ']';
   }
 
   void writeMetadataBlock(const std::vector<MetadataEntry>& entries) {
