@@ -208,9 +208,9 @@ std::optional<double> Value::toNumber() const {
   if (kind == ValueKind::Identifier) {
     if (text == "true") return 1.0;
     if (text == "false") return 0.0;
-    if (text == "inf") return std::numeric_limits<double>::infinity();
+    if (text == "inf" || text == "+inf") return std::numeric_limits<double>::infinity();
     if (text == "-inf") return -std::numeric_limits<double>::infinity();
-    if (text == "nan") return std::numeric_limits<double>::quiet_NaN();
+    if (text == "nan" || text == "-nan") return std::numeric_limits<double>::quiet_NaN();
     return std::nullopt;
   }
   if (kind != ValueKind::Number) return std::nullopt;

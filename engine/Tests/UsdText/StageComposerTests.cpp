@@ -205,6 +205,18 @@ TEST(StageComposerInstancing, DescendantsOfAnInstanceAreProxies) {
   EXPECT_FALSE(prim(*stage, "/World/Instances/NotAnInstance/Plain").instanceProxy);
 }
 
+TEST(StageComposerClasses, InheritedOpinionsAreWeakerThanLocalOnesAndReorderApplies) {
+  const auto stage = open("refs_root.usda");
+  ASSERT_TRUE(stage);
+  EXPECT_EQ(valueOf(*stage, "/World/Inheritor", "classValue"), "5");
+  EXPECT_EQ(valueOf(*stage, "/World/Inheritor", "local"), "1");
+  EXPECT_EQ(childNames(*stage, "/World/Inheritor"), (std::vector<std::string>{"FromClass"}));
+  const ComposedPrim& look = prim(*stage, "/_Look");
+  EXPECT_EQ(look.specifier, Specifier::Class);
+  EXPECT_TRUE(look.defined);
+  EXPECT_EQ(childNames(*stage, "/World/Ordered"), (std::vector<std::string>{"C", "A", "B"}));
+}
+
 TEST(StageComposerActivation, AnInactivePrimHidesItsSubtree) {
   const auto stage = open("refs_root.usda");
   ASSERT_TRUE(stage);
