@@ -2,6 +2,8 @@
 // problems a broken scene reports without stopping.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
 #include <set>
 
 #include "UsdText/LayerReader.h"
@@ -254,6 +256,82 @@ TEST(SceneGenerator, GeneratesExactlyTheAskedNumberOfPrimsWithUniqueEntityIds) {
     }
     EXPECT_EQ(ids.size(), entities);
   }
+}
+
+}  // namespace
+}  // namespace orvan::engine
+
+namespace orvan::engine {
+namespace {
+
+TEST(StageComposerChains, PathsMapThroughEveryLevelOfNestedReferences) {
+  const auto stage = open("chain_root.usda");
+  ASSERT_TRUE(stage);
+  ASSERT_NE(stage->findPrim("/Outer/Inner/Part"), nullptr);
+  const ComposedPrim& inner = prim(*stage, "/Outer/Inner");
+  EXPECT_EQ(Stage::findProperty(inner, "absolute")->targets, (std::vector<std::string>{"/Outer/Inner/Part"}));
+  EXPECT_EQ(Stage::findProperty(inner, "relative")->targets, (std::vector<std::string>{"/Outer/Inner/Part"}));
+  EXPECT_EQ(Stage::findProperty(inner, "inputs:tint")->targets,
+            (std::vector<std::string>{"/Outer/Inner/Part.outputs:rgb"}));
+  EXPECT_EQ(Stage::findProperty(prim(*stage, "/Outer"), "pick")->targets,
+            (std::vector<std::string>{"/Outer/Inner/Part"}));
+  // A reference authored inside a variant of a referenced asset still arrives.
+  EXPECT_NE(stage->findPrim("/Outer/Extra/Part"), nullptr);
+  EXPECT_EQ(Stage::findProperty(prim(*stage, "/Outer/Extra"), "absolute")->targets,
+            (std::vector<std::string>{"/Outer/Extra/Part"}));
+}
+
+TEST(StageComposerChains, PayloadsInsideReferencesFollowTheLoadOption) {
+  const auto loaded = open("chain_root.usda");
+  ASSERT_TRUE(loaded);
+  EXPECT_NE(loaded->findPrim("/Outer/Heavy/Part"), nullptr);
+  ComposeOptions options;
+  options.loadPayloads = false;
+  const auto unloaded = open("chain_root.usda", options);
+  ASSERT_TRUE(unloaded);
+  EXPECT_TRUE(prim(*unloaded, "/Outer/Heavy").hasPayload);
+  EXPECT_EQ(unloaded->findPrim("/Outer/Heavy/Part"), nullptr);
+  EXPECT_NE(unloaded->findPrim("/Outer/Inner/Part"), nullptr);
+}
+
+TEST(StageComposerChains, AStrongerDeleteRemovesAWeakerReference) {
+  const auto stage = open("chain_root.usda");
+  ASSERT_TRUE(stage);
+  // The sublayer prepends leaf and middle; the root deletes leaf: only middle's children remain
+  // (the variant's child first, being weaker).
+  EXPECT_EQ(childNames(*stage, "/Trimmed"), (std::vector<std::string>{"Extra", "Inner", "Heavy"}));
+  EXPECT_EQ(Stage::findProperty(prim(*stage, "/Trimmed"), "absolute"), nullptr);
+}
+
+TEST(StageComposerChains, ASublayerCycleIsReportedOnceAndTheRestComposes) {
+  const auto stage = open("chain_root.usda");
+  ASSERT_TRUE(stage);
+  std::size_t cycles = 0;
+  for (const StageProblem& problem : stage->problems) {
+    if (problem.message.find("includes itself") != std::string::npos) ++cycles;
+  }
+  EXPECT_EQ(cycles, 1u);
+  EXPECT_EQ(valueOf(*stage, "/Outer", "fromCycleB"), "1");
+}
+
+TEST(StageComposerChains, InstanceProxiesReachEveryDepthBelowTheInstance) {
+  const auto stage = open("chain_root.usda");
+  ASSERT_TRUE(stage);
+  EXPECT_TRUE(prim(*stage, "/Shared").isInstance);
+  EXPECT_TRUE(prim(*stage, "/Shared/Inner").instanceProxy);
+  EXPECT_TRUE(prim(*stage, "/Shared/Inner/Part").instanceProxy);
+  EXPECT_FALSE(prim(*stage, "/Outer/Inner/Part").instanceProxy);
+}
+
+TEST(StageComposerFailures, ABinaryFileWithATextExtensionIsToldApart) {
+  const auto directory = std::filesystem::temp_directory_path() / "orvan_compose_binary";
+  std::filesystem::create_directories(directory);
+  std::ofstream(directory / "crate.usd", std::ios::binary) << std::string("PXR-USDC\x08\0\0\0", 12);
+  std::ofstream(directory / "root.usda") << "#usda 1.0\ndef \"A\" (\n    references = @./crate.usd@\n)\n{\n}\n";
+  const StageOpenResult result = openStage((directory / "root.usda").string());
+  ASSERT_TRUE(result.ok());
+  EXPECT_TRUE(hasProblemContaining(*result.stage, prim(*result.stage, "/A"), "binary crate"));
+  std::filesystem::remove_all(directory);
 }
 
 }  // namespace
