@@ -334,7 +334,6 @@ class Parser {
     const std::size_t start = scratch_.size();
     advance();
     while (!current_.is('}')) {
-      takeComments(current_);
       const std::string_view typeName = parseTypeName("a type name or '}' in the dictionary");
       if (current_.kind != TokenKind::Identifier && current_.kind != TokenKind::String) {
         fail(current_, "a key after the type in the dictionary");
@@ -604,7 +603,6 @@ class Parser {
     const std::size_t start = scratch_.size();
     expect('{', "'{' to open the time samples");
     while (!current_.is('}')) {
-      takeComments(current_);
       if (current_.kind != TokenKind::Number) fail(current_, "a time (a number) or '}'");
       const std::string_view time = current_.text;
       advance();

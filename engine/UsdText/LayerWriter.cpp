@@ -13,7 +13,12 @@ class Writer {
     out_ += layer_.version;
     out_ += '\n';
     writeComments(layer_.headerComments);
-    if (!layer_.metadata.empty()) {
+    // The reader gives every comment before the first statement to the header, so an empty
+    // metadata block marks where the header's comments end and the first prim's begin.
+    const bool firstHasComments =
+        layer_.rootPrims.empty() ? !layer_.trailingComments.empty()
+                                 : !layer_.prims[layer_.rootPrims.front()].comments.empty();
+    if (!layer_.metadata.empty() || firstHasComments) {
       out_ += "(\n";
       writeMetadataEntries(layer_.metadata, 1);
       out_ += ")\n";
