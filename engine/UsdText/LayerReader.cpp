@@ -2,6 +2,8 @@
 
 #include <array>
 #include <fstream>
+#include <unordered_map>
+#include <unordered_set>
 
 #include "UsdText/Tokenizer.h"
 
@@ -133,9 +135,24 @@ std::string describeShape(std::string_view type, const TypeShape& shape) {
   return "a value";
 }
 
+struct SiblingKey {
+  std::uint32_t parent;
+  std::string_view name;
+  bool operator==(const SiblingKey&) const = default;
+};
+
+struct SiblingKeyHash {
+  std::size_t operator()(const SiblingKey& key) const {
+    return std::hash<std::string_view>()(key.name) ^ (static_cast<std::size_t>(key.parent) * 0x9E3779B97F4A7C15ull);
+  }
+};
+
 class Parser {
  public:
-  Parser(Layer& layer, std::string_view source) : layer_(layer), tokens_(source) {}
+  Parser(Layer& layer, std::string_view source) : layer_(layer), tokens_(source) {
+    // Roughly one prim per few hundred bytes of text: avoids most regrowth of the pool.
+    layer_.prims.reserve(source.size() / 512 + 8);
+  }
 
   void parseLayer() {
     readHeader();
@@ -391,7 +408,7 @@ class Parser {
     if (value.isNone()) return;
     const bool array = typeName.size() > 2 && typeName.substr(typeName.size() - 2) == "[]";
     const std::string_view base = array ? typeName.substr(0, typeName.size() - 2) : typeName;
-    const TypeShape shape = shapeOf(base);
+    const TypeShape shape = cachedShapeOf(base);
     if (array) {
       if (value.kind != ValueKind::List) fail(at, "a list [ ... ] for " + std::string(typeName));
       for (const Value& item : value.items()) {
@@ -400,6 +417,14 @@ class Parser {
       return;
     }
     if (!fitsShape(value, shape)) fail(at, describeShape(base, shape));
+  }
+
+  TypeShape cachedShapeOf(std::string_view type) {
+    const auto found = shapes_.find(type);
+    if (found != shapes_.end()) return found->second;
+    const TypeShape shape = shapeOf(type);
+    shapes_.emplace(type, shape);
+    return shape;
   }
 
   std::uint32_t newPrim(std::uint32_t parent) {
@@ -430,6 +455,7 @@ class Parser {
     }
     if (current_.kind != TokenKind::String) fail(current_, "the prim name in quotes");
     const std::string_view name = unquotedName(current_);
+    if (!siblings_.insert({parent, name}).second) fail(current_, "a name that no sibling prim has already");
     advance();
     const std::uint32_t index = newPrim(parent);
     {
@@ -654,6 +680,8 @@ class Parser {
   Token current_;
   std::optional<Token> peeked_;
   std::vector<Value> scratch_;  // items of the values being read, innermost last
+  std::unordered_set<SiblingKey, SiblingKeyHash> siblings_;
+  std::unordered_map<std::string_view, TypeShape> shapes_;
   std::uint32_t commentsTaken_ = 0;
   int depth_ = 0;
 };

@@ -201,6 +201,11 @@ class Composer {
     stage_->layers[rootIndex].root = true;
     const std::uint32_t rootStack = layerStackFor(rootIndex, true);
 
+    std::size_t specs = 0;
+    for (const std::uint32_t layer : stacks_[rootStack].layers) specs += layerAt(layer).prims.size();
+    stage_->prims.reserve(specs);
+    stage_->primOpinions.reserve(specs);
+
     Node pseudoRoot;
     pseudoRoot.stack = rootStack;
     pseudoRoot.path = "/";
@@ -330,6 +335,8 @@ class Composer {
   }
 
   std::uint32_t childSpec(std::uint32_t layer, std::uint32_t spec, std::string_view name) {
+    // The child being composed is usually known already from listing the names.
+    if (hint_.layer == layer && hint_.parent == spec) return hint_.child;
     const std::vector<std::uint32_t>& children = childrenOf(layer, spec);
     const Layer& l = layerAt(layer);
     if (children.size() <= 8) {
@@ -604,55 +611,68 @@ class Composer {
 
   // ---- composing prims ----
 
+  struct ChildName {
+    std::string_view name;
+    std::uint32_t spec;  // the child's spec when a single opinion names every child, else kNoPrim
+  };
+
   void composeChildren(const Node& tree, const std::vector<OpinionRef>& opinions, std::uint32_t parentIndex,
                        const std::string& parentPath, int depth, bool proxy) {
-    for (const std::string_view name : childNames(opinions)) {
-      Node child;
-      if (!mapNode(tree, name, child)) continue;
-      composePrim(std::move(child), name, parentIndex, parentPath, depth + 1, proxy);
+    const OpinionRef* only = nullptr;
+    for (const ChildName& child : childNames(opinions, only)) {
+      if (only) hint_ = {only->layer, only->spec, child.spec};
+      Node node;
+      const bool mapped = mapNode(tree, child.name, node);
+      hint_ = {};
+      if (!mapped) continue;
+      composePrim(std::move(node), child.name, parentIndex, parentPath, depth + 1, proxy);
     }
   }
 
-  std::vector<std::string_view> childNames(const std::vector<OpinionRef>& opinions) {
-    std::vector<std::string_view> names;
+  // The children's names in composed order. When a single opinion names them all, `only` points
+  // to it and each name comes with its spec, so no lookup by name is needed.
+  std::vector<ChildName> childNames(const std::vector<OpinionRef>& opinions, const OpinionRef*& only) {
+    std::vector<ChildName> names;
     std::size_t contributing = 0;
-    for (const OpinionRef& opinion : opinions) contributing += childrenOf(opinion.layer, opinion.spec).empty() ? 0 : 1;
+    for (const OpinionRef& opinion : opinions) {
+      if (childrenOf(opinion.layer, opinion.spec).empty()) continue;
+      ++contributing;
+      only = &opinion;
+    }
+    if (contributing != 1) only = nullptr;
     if (contributing == 0) return names;
-    if (contributing == 1) {
-      for (const OpinionRef& opinion : opinions) {
-        for (const std::uint32_t child : childrenOf(opinion.layer, opinion.spec)) {
-          names.push_back(layerAt(opinion.layer).prims[child].name);
-        }
-      }
+    if (only) {
+      const Layer& layer = layerAt(only->layer);
+      const auto& children = childrenOf(only->layer, only->spec);
+      names.reserve(children.size());
+      for (const std::uint32_t child : children) names.push_back({layer.prims[child].name, child});
     } else {
       // Weaker opinions name their children first; stronger ones add theirs after.
       std::unordered_set<std::string_view> seen;
       for (auto it = opinions.rbegin(); it != opinions.rend(); ++it) {
         for (const std::uint32_t child : childrenOf(it->layer, it->spec)) {
           const std::string_view name = layerAt(it->layer).prims[child].name;
-          if (seen.insert(name).second) names.push_back(name);
+          if (seen.insert(name).second) names.push_back({name, kNoPrim});
         }
       }
     }
-    applyReorder(opinions, "nameChildren", names);
+    applyReorder(opinions, names);
     return names;
   }
 
-  void applyReorder(const std::vector<OpinionRef>& opinions, std::string_view key,
-                    std::vector<std::string_view>& names) const {
+  void applyReorder(const std::vector<OpinionRef>& opinions, std::vector<ChildName>& names) const {
     for (const OpinionRef& opinion : opinions) {
       if (opinion.spec == kPseudoRoot) continue;
       for (const MetadataEntry& reorder : layerAt(opinion.layer).prims[opinion.spec].reorders) {
-        if (reorder.key != key) continue;
+        if (reorder.key != "nameChildren") continue;
         std::vector<std::string> order;
         for (const Value& item : reorder.value.items()) order.push_back(item.decoded());
-        std::stable_sort(names.begin(), names.end(), [&](std::string_view a, std::string_view b) {
-          const auto rank = [&](std::string_view n) {
-            const auto at = std::find(order.begin(), order.end(), n);
-            return at == order.end() ? order.size() : static_cast<std::size_t>(at - order.begin());
-          };
-          return rank(a) < rank(b);
-        });
+        const auto rank = [&](std::string_view name) {
+          const auto at = std::find(order.begin(), order.end(), name);
+          return static_cast<std::size_t>(at - order.begin());
+        };
+        std::stable_sort(names.begin(), names.end(),
+                         [&](const ChildName& a, const ChildName& b) { return rank(a.name) < rank(b.name); });
         return;  // the strongest reorder statement decides
       }
     }
@@ -832,6 +852,11 @@ class Composer {
   std::vector<ChildIndex> childIndexes_;
   std::vector<LayerStack> stacks_;
   std::unordered_map<std::uint32_t, std::uint32_t> stackByRoot_;
+  struct ChildHint {
+    std::uint32_t layer = kNoPrim;
+    std::uint32_t parent = kNoPrim;
+    std::uint32_t child = kNoPrim;
+  } hint_;
 };
 
 }  // namespace
