@@ -17,12 +17,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// Every layer of our own making: the fixtures and the demo scenes.
 std::vector<std::string> fixtures(bool bad) {
   std::vector<std::string> found;
-  for (const auto& entry : fs::recursive_directory_iterator(ORVAN_ENGINE_FIXTURES_DIR "/UsdText")) {
-    if (!entry.is_regular_file() || entry.path().extension() != ".usda") continue;
-    const bool isBad = entry.path().filename().string().rfind("bad_", 0) == 0;
-    if (isBad == bad) found.push_back(entry.path().string());
+  for (const char* root : {ORVAN_ENGINE_FIXTURES_DIR "/UsdText", ORVAN_DEMO_DIR}) {
+    for (const auto& entry : fs::recursive_directory_iterator(root)) {
+      if (!entry.is_regular_file() || entry.path().extension() != ".usda") continue;
+      const bool isBad = entry.path().filename().string().rfind("bad_", 0) == 0;
+      if (isBad == bad) found.push_back(entry.path().string());
+    }
   }
   std::sort(found.begin(), found.end());
   return found;

@@ -323,6 +323,32 @@ TEST(StageComposerChains, InstanceProxiesReachEveryDepthBelowTheInstance) {
   EXPECT_FALSE(prim(*stage, "/Outer/Inner/Part").instanceProxy);
 }
 
+TEST(StageComposerDemo, TheHelloWorldSceneComposesCleanlyWithItsSublayerAndReference) {
+  const StageOpenResult result = openStage(ORVAN_DEMO_DIR "/hello_world.usda");
+  ASSERT_TRUE(result.ok()) << result.error->describe();
+  const Stage& stage = *result.stage;
+  EXPECT_TRUE(stage.problems.empty());
+  ASSERT_EQ(stage.layers.size(), 3u);
+  EXPECT_TRUE(stage.layers[1].inRootLayerStack);
+  EXPECT_FALSE(stage.layers[2].inRootLayerStack);
+  // The lighting sublayer adds the sun; its colour for the sphere is weaker than the root's own.
+  EXPECT_EQ(prim(stage, "/World/Sun").typeName, "DistantLight");
+  EXPECT_EQ(valueOf(stage, "/World/BlueSphere", "primvars:displayColor"), "[(0.16, 0.42, 0.9)]");
+  EXPECT_EQ(Stage::findProperty(prim(stage, "/World/BlueSphere"), "primvars:displayColor")->opinionCount, 2u);
+  EXPECT_EQ(childNames(stage, "/World/LampPost"), (std::vector<std::string>{"Pole", "Bulb", "Glow"}));
+  // Every entity has its own id.
+  std::set<std::string> ids;
+  std::size_t entities = 0;
+  for (const ComposedPrim& p : stage.prims) {
+    if (const ComposedProperty* id = Stage::findProperty(p, "orvan:entityId")) {
+      ++entities;
+      ids.insert(std::string(id->value->text));
+    }
+  }
+  EXPECT_EQ(ids.size(), entities);
+  EXPECT_GE(entities, 8u);
+}
+
 TEST(StageComposerFailures, ABinaryFileWithATextExtensionIsToldApart) {
   const auto directory = std::filesystem::temp_directory_path() / "orvan_compose_binary";
   std::filesystem::create_directories(directory);
