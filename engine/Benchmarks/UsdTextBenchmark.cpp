@@ -70,6 +70,22 @@ void composeOnly(benchmark::State& state) {
   finish(state, text.size(), count);
 }
 
+// What a stage reader such as the inspector does after composing: every property of every prim.
+void composeAndResolveProperties(benchmark::State& state) {
+  const auto count = static_cast<std::size_t>(state.range(0));
+  const std::string& text = sceneText(count);
+  const std::shared_ptr<const Layer> layer = readLayerText("generated.usda", text).layer;
+  std::size_t properties = 0;
+  for (auto _ : state) {
+    const StageOpenResult stage = composeStage(layer);
+    properties = 0;
+    for (const ComposedPrim& prim : stage.stage->prims) properties += stage.stage->composeProperties(prim).size();
+    benchmark::DoNotOptimize(properties);
+  }
+  finish(state, text.size(), count);
+  state.counters["properties"] = static_cast<double>(properties);
+}
+
 void writeOnly(benchmark::State& state) {
   const auto count = static_cast<std::size_t>(state.range(0));
   const std::string& text = sceneText(count);
@@ -84,6 +100,7 @@ void writeOnly(benchmark::State& state) {
 BENCHMARK(readAndCompose)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(readOnly)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(composeOnly)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(composeAndResolveProperties)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(writeOnly)->Arg(100'000)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

@@ -2,12 +2,14 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
 #include "UsdText/Layer.h"
+#include "UsdText/PathMapping.h"
 
 namespace orvan::engine {
 
@@ -28,10 +30,20 @@ struct StageProblem {
   std::string message;
 };
 
+inline constexpr std::uint32_t kLocalSite = 0xFFFFFFFFu;
+
+// Where an opinion was found when that is not simply the prim's own path in the root layer stack:
+// the prim's path in the arc's namespace, and how paths there map to the stage.
+struct OpinionSite {
+  std::string path;
+  std::shared_ptr<const PathMapping> mapping;
+};
+
 // One prim spec that contributes to a composed prim, strongest first.
 struct PrimOpinion {
-  std::uint32_t layer;  // index into Stage::layers
-  std::uint32_t spec;   // index into that layer's prims
+  std::uint32_t layer;               // index into Stage::layers
+  std::uint32_t spec;                // index into that layer's prims
+  std::uint32_t site = kLocalSite;   // index into Stage::sites, or kLocalSite
 };
 
 struct PropertyOpinion {
@@ -50,8 +62,7 @@ struct ComposedProperty {
   const Value* spline = nullptr;       // the strongest .spline, as authored text
   bool hasTargets = false;
   std::vector<std::string> targets;    // relationship targets or connections, in stage namespace
-  std::uint32_t firstOpinion = 0;      // into Stage::propertyOpinions, strongest first
-  std::uint32_t opinionCount = 0;
+  std::vector<PropertyOpinion> opinions;  // every contributing spec, strongest first
 };
 
 struct ComposedPrim {
@@ -73,11 +84,12 @@ struct ComposedPrim {
   std::vector<std::uint32_t> children;
   std::uint32_t firstOpinion = 0;  // into Stage::primOpinions, strongest first
   std::uint32_t opinionCount = 0;
-  std::vector<ComposedProperty> properties;
   std::vector<std::uint32_t> problems;  // into Stage::problems
 };
 
 // A composed stage: what the scene says once every layer, arc and variant has had its say.
+// Properties are resolved when asked for, prim by prim: a stage of a million prims keeps only its
+// prims and their opinions, and a reader that walks it resolves one prim's properties at a time.
 class Stage {
  public:
   Stage() = default;
@@ -87,7 +99,9 @@ class Stage {
   Stage& operator=(Stage&&) = default;
 
   const ComposedPrim* findPrim(std::string_view path) const;
-  static const ComposedProperty* findProperty(const ComposedPrim& prim, std::string_view name);
+  // All properties of a prim: weaker opinions name theirs first, stronger ones add theirs after.
+  std::vector<ComposedProperty> composeProperties(const ComposedPrim& prim) const;
+  std::optional<ComposedProperty> findProperty(const ComposedPrim& prim, std::string_view name) const;
   // The strongest opinion for a prim metadata key, or null.
   const MetadataEntry* findMetadata(const ComposedPrim& prim, std::string_view key) const;
   const PrimSpec& spec(const PrimOpinion& opinion) const {
@@ -101,7 +115,7 @@ class Stage {
   std::vector<std::uint32_t> rootPrims;
   std::vector<StageProblem> problems;
   std::vector<PrimOpinion> primOpinions;
-  std::vector<PropertyOpinion> propertyOpinions;
+  std::vector<OpinionSite> sites;
 
  private:
   std::unordered_map<std::string_view, std::uint32_t> byPath_;

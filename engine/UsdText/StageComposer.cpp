@@ -7,6 +7,8 @@
 #include <unordered_set>
 
 #include "UsdText/LayerReader.h"
+#include "UsdText/ListEdits.h"
+#include "UsdText/PathMapping.h"
 
 namespace orvan::engine {
 namespace {
@@ -19,14 +21,6 @@ constexpr int kMaxNamespaceDepth = 4096;
 
 // Arc kinds in the order of their strength among siblings.
 enum class ArcType : std::uint8_t { Root, Inherit, Variant, Reference, Payload, Specialize };
-
-// Maps paths of an arc's target namespace into the namespace the arc was authored in, then on
-// outwards until the stage's own namespace.
-struct PathMapping {
-  std::string from;
-  std::string to;
-  std::shared_ptr<const PathMapping> outer;
-};
 
 // One site that contributes opinions to a prim: a path in a layer stack, with the spec found there
 // in each layer of the stack. Children are the arcs introduced at that site, strongest first.
@@ -87,51 +81,6 @@ std::string normalisedPath(const std::string& path) {
 
 std::string fileNameOf(const std::string& path) { return fs::path(path).filename().string(); }
 
-bool hasPrefixPath(std::string_view path, std::string_view prefix) {
-  if (prefix == "/") return !path.empty() && path.front() == '/';
-  if (path.size() < prefix.size() || path.substr(0, prefix.size()) != prefix) return false;
-  return path.size() == prefix.size() || path[prefix.size()] == '/' || path[prefix.size()] == '.' ||
-         path[prefix.size()] == '{';
-}
-
-std::string replacePrefix(std::string_view path, std::string_view from, std::string_view to) {
-  std::string_view rest = path.substr(from == "/" ? 0 : from.size());
-  if (from == "/") rest.remove_prefix(1);
-  std::string out(to);
-  if (from == "/" && !rest.empty()) {
-    if (out != "/") out += '/';
-    out += rest;
-    return out;
-  }
-  out += rest;
-  return out;
-}
-
-// Turns a target written relative to a prim ("../Looks/Red", ".size", "Child") into an absolute path.
-std::string absolutePath(std::string_view target, std::string_view anchor) {
-  if (!target.empty() && target.front() == '/') return std::string(target);
-  std::string base(anchor);
-  while (!target.empty()) {
-    if (target.front() == '.' && (target.size() == 1 || target[1] != '.')) {
-      if (target.size() == 1) break;
-      base += target;  // a property of the anchor prim
-      return base;
-    }
-    const std::size_t slash = target.find('/');
-    const std::string_view part = target.substr(0, slash);
-    if (part == "..") {
-      const std::size_t cut = base.rfind('/');
-      base = cut == 0 || cut == std::string::npos ? "/" : base.substr(0, cut);
-    } else if (!part.empty() && part != ".") {
-      if (base != "/") base += '/';
-      base += part;
-    }
-    if (slash == std::string_view::npos) break;
-    target.remove_prefix(slash + 1);
-  }
-  return base;
-}
-
 const char* foreignFormat(const std::string& path) {
   const std::string extension = fs::path(path).extension().string();
   if (extension == ".usdc") return "a binary crate file";
@@ -141,52 +90,6 @@ const char* foreignFormat(const std::string& path) {
     return "not a USD text layer";
   }
   return nullptr;
-}
-
-std::vector<const Value*> listItems(const Value& value) {
-  std::vector<const Value*> items;
-  if (value.isNone()) return items;
-  if (value.kind == ValueKind::List) {
-    for (const Value& item : value.items()) items.push_back(&item);
-  } else {
-    items.push_back(&value);
-  }
-  return items;
-}
-
-template <typename Item, typename Items, typename Equal>
-void applyListOp(std::vector<Item>& result, ListOp op, const Items& items, Equal equal) {
-  auto remove = [&](const Item& item) {
-    result.erase(std::remove_if(result.begin(), result.end(), [&](const Item& r) { return equal(r, item); }),
-                 result.end());
-  };
-  switch (op) {
-    case ListOp::Explicit:
-      result.assign(items.begin(), items.end());
-      break;
-    case ListOp::Prepend:
-      for (const Item& item : items) remove(item);
-      result.insert(result.begin(), items.begin(), items.end());
-      break;
-    case ListOp::Append:
-      for (const Item& item : items) {
-        remove(item);
-        result.push_back(item);
-      }
-      break;
-    case ListOp::Add:
-      for (const Item& item : items) {
-        if (std::none_of(result.begin(), result.end(), [&](const Item& r) { return equal(r, item); })) {
-          result.push_back(item);
-        }
-      }
-      break;
-    case ListOp::Delete:
-      for (const Item& item : items) remove(item);
-      break;
-    case ListOp::Reorder:
-      break;
-  }
 }
 
 class Composer {
@@ -715,7 +618,6 @@ class Composer {
       prim.variantSelections = std::move(arcs.selections);
       for (std::string& problem : arcs.problems) prim.problems.push_back(addProblem(prim.path, std::move(problem)));
       composePrimFields(prim, opinions);
-      composeProperties(prim, opinions);
       prim.isInstance = prim.instanceable && !tree.children.empty();
     }
     const ComposedPrim& prim = stage_->prims[index];
@@ -733,7 +635,12 @@ class Composer {
     bool haveKind = false;
     bool haveSpecifier = false;
     for (const OpinionRef& opinion : opinions) {
-      stage_->primOpinions.push_back({opinion.layer, opinion.spec});
+      std::uint32_t site = kLocalSite;
+      if (opinion.node->mapping || opinion.node->path != prim.path) {
+        site = static_cast<std::uint32_t>(stage_->sites.size());
+        stage_->sites.push_back({opinion.node->path, opinion.node->mapping});
+      }
+      stage_->primOpinions.push_back({opinion.layer, opinion.spec, site});
       const PrimSpec& spec = layerAt(opinion.layer).prims[opinion.spec];
       if (!haveSpecifier && !spec.isVariantBody && spec.specifier != Specifier::Over) {
         prim.specifier = spec.specifier;
@@ -754,95 +661,6 @@ class Composer {
       }
     }
     prim.defined = haveSpecifier;
-  }
-
-  struct PropertyEntry {
-    std::uint32_t property;  // index in the composed prim's list
-    std::uint32_t strength;  // 0 is the strongest opinion
-    const OpinionRef* opinion;
-    const PropertySpec* spec;
-  };
-
-  void composeProperties(ComposedPrim& prim, const std::vector<OpinionRef>& opinions) {
-    std::vector<PropertyEntry> entries;
-    std::size_t total = 0;
-    for (const OpinionRef& opinion : opinions) total += layerAt(opinion.layer).prims[opinion.spec].properties.size();
-    if (total == 0) return;
-    entries.reserve(total);
-    std::vector<std::string_view> order;
-    std::unordered_map<std::string_view, std::uint32_t> byName;
-    const bool useMap = total > 16;
-    auto indexOf = [&](std::string_view name) -> std::uint32_t {
-      if (useMap) {
-        const auto [at, inserted] = byName.emplace(name, static_cast<std::uint32_t>(order.size()));
-        if (inserted) order.push_back(name);
-        return at->second;
-      }
-      for (std::uint32_t i = 0; i < order.size(); ++i) {
-        if (order[i] == name) return i;
-      }
-      order.push_back(name);
-      return static_cast<std::uint32_t>(order.size() - 1);
-    };
-    for (std::size_t o = opinions.size(); o-- > 0;) {
-      const PrimSpec& spec = layerAt(opinions[o].layer).prims[opinions[o].spec];
-      for (const PropertySpec& property : spec.properties) {
-        entries.push_back({indexOf(property.name), static_cast<std::uint32_t>(o), &opinions[o], &property});
-      }
-    }
-    std::sort(entries.begin(), entries.end(), [](const PropertyEntry& a, const PropertyEntry& b) {
-      return a.property != b.property ? a.property < b.property : a.strength < b.strength;
-    });
-    prim.properties.resize(order.size());
-    std::size_t begin = 0;
-    while (begin < entries.size()) {
-      std::size_t end = begin;
-      while (end < entries.size() && entries[end].property == entries[begin].property) ++end;
-      resolveProperty(prim.properties[entries[begin].property], entries.data() + begin, end - begin);
-      begin = end;
-    }
-  }
-
-  std::string mapTarget(const Value& target, const Node& node) const {
-    std::string path = absolutePath(target.decoded(), node.path);
-    for (const PathMapping* mapping = node.mapping.get(); mapping; mapping = mapping->outer.get()) {
-      if (!hasPrefixPath(path, mapping->from)) break;  // outside what the arc brings in: kept as written
-      path = replacePrefix(path, mapping->from, mapping->to);
-    }
-    return path;
-  }
-
-  void resolveProperty(ComposedProperty& out, const PropertyEntry* entries, std::size_t count) {
-    const PropertySpec& strongest = *entries[0].spec;
-    out.name = strongest.name;
-    out.kind = strongest.kind;
-    out.custom = strongest.custom;
-    out.variability = strongest.variability;
-    out.firstOpinion = static_cast<std::uint32_t>(stage_->propertyOpinions.size());
-    out.opinionCount = static_cast<std::uint32_t>(count);
-    const std::string_view targetField = out.kind == PropertyKind::Relationship ? "" : "connect";
-    for (std::size_t i = 0; i < count; ++i) {
-      const PropertySpec& spec = *entries[i].spec;
-      stage_->propertyOpinions.push_back({entries[i].opinion->layer, &spec});
-      if (out.typeName.empty()) out.typeName = spec.typeName;
-      for (const PropertyField& field : spec.fields) {
-        if (!field.hasValue) continue;
-        if (field.suffix.empty() && out.kind == PropertyKind::Attribute && !out.value) out.value = &field.value;
-        if (field.suffix == "timeSamples" && !out.timeSamples) out.timeSamples = &field.value;
-        if (field.suffix == "spline" && !out.spline) out.spline = &field.value;
-      }
-    }
-    // Targets and connections are list edits: apply them from the weakest opinion up.
-    for (std::size_t i = count; i-- > 0;) {
-      const Node& node = *entries[i].opinion->node;
-      for (const PropertyField& field : entries[i].spec->fields) {
-        if (!field.hasValue || field.suffix != targetField) continue;
-        out.hasTargets = true;
-        std::vector<std::string> items;
-        for (const Value* item : listItems(field.value)) items.push_back(mapTarget(*item, node));
-        applyListOp(out.targets, field.op, items, [](const std::string& a, const std::string& b) { return a == b; });
-      }
-    }
   }
 
   const ComposeOptions& options_;

@@ -29,7 +29,7 @@ const ComposedPrim& prim(const Stage& stage, std::string_view path) {
 }
 
 std::string valueOf(const Stage& stage, std::string_view path, std::string_view name) {
-  const ComposedProperty* property = Stage::findProperty(prim(stage, path), name);
+  const auto property = stage.findProperty(prim(stage, path), name);
   if (!property || !property->value) return "<none>";
   return formatValue(*property->value);
 }
@@ -71,14 +71,30 @@ TEST(StageComposerLayerStack, StrongerLayersWinAndNestedSublayersSitBetween) {
   EXPECT_NE(stage->problems[0].message.find("stack_missing.usda"), std::string::npos);
 
   // The property opinions list every contributing layer, strongest first.
-  const ComposedProperty* size = Stage::findProperty(prim(*stage, "/World/Box"), "size");
+  const auto size = stage->findProperty(prim(*stage, "/World/Box"), "size");
   ASSERT_TRUE(size);
   std::vector<std::string> contributing;
-  for (std::uint32_t i = 0; i < size->opinionCount; ++i) {
-    contributing.push_back(stage->layers[stage->propertyOpinions[size->firstOpinion + i].layer].name);
-  }
+  for (const PropertyOpinion& opinion : size->opinions) contributing.push_back(stage->layers[opinion.layer].name);
   EXPECT_EQ(contributing, (std::vector<std::string>{"stack_strong.usda", "stack_nested.usda", "stack_weak.usda",
                                                     "stack_muted.usda"}));
+}
+
+TEST(StageComposerLayerStack, AllPropertiesOfAPrimAgreeWithLookupsByName) {
+  const auto stage = open("stack_root.usda");
+  ASSERT_TRUE(stage);
+  const ComposedPrim& box = prim(*stage, "/World/Box");
+  const std::vector<ComposedProperty> properties = stage->composeProperties(box);
+  std::vector<std::string_view> names;
+  for (const ComposedProperty& property : properties) {
+    names.push_back(property.name);
+    const auto single = stage->findProperty(box, property.name);
+    ASSERT_TRUE(single);
+    EXPECT_EQ(single->value, property.value) << property.name;
+    EXPECT_EQ(single->opinions.size(), property.opinions.size()) << property.name;
+  }
+  // The muted-by-default layer is the weakest and names only size; the weak layer adds the rest.
+  EXPECT_EQ(names, (std::vector<std::string_view>{"size", "primvars:displayColor", "opacity"}));
+  EXPECT_FALSE(stage->findProperty(box, "noSuchProperty"));
 }
 
 TEST(StageComposerLayerStack, OverContributesWithoutDefining) {
@@ -102,9 +118,9 @@ TEST(StageComposerLayerStack, AMutedLayerContributesNothing) {
   const auto stage = open("stack_root.usda", options);
   ASSERT_TRUE(stage);
   EXPECT_EQ(stage->findPrim("/World/MutedOnly"), nullptr);
-  const ComposedProperty* size = Stage::findProperty(prim(*stage, "/World/Box"), "size");
+  const auto size = stage->findProperty(prim(*stage, "/World/Box"), "size");
   ASSERT_TRUE(size);
-  EXPECT_EQ(size->opinionCount, 3u);
+  EXPECT_EQ(size->opinions.size(), 3u);
   const auto muted = std::find_if(stage->layers.begin(), stage->layers.end(),
                                   [](const StageLayer& l) { return l.name == "stack_muted.usda"; });
   ASSERT_NE(muted, stage->layers.end());
@@ -124,10 +140,10 @@ TEST(StageComposerReferences, DefaultPrimReferenceBringsTheAssetUnderTheLocalNam
   EXPECT_EQ(valueOf(*stage, "/World/WithDefault/Geom", "size"), "2");
   EXPECT_EQ(childNames(*stage, "/World/WithDefault"), (std::vector<std::string>{"Geom", "Looks"}));
   // Targets inside the asset follow it; targets outside it stay as written.
-  const ComposedProperty* binding = Stage::findProperty(withDefault, "material:binding");
+  const auto binding = stage->findProperty(withDefault, "material:binding");
   ASSERT_TRUE(binding);
   EXPECT_EQ(binding->targets, (std::vector<std::string>{"/World/WithDefault/Looks/Red"}));
-  EXPECT_EQ(Stage::findProperty(withDefault, "outside")->targets, (std::vector<std::string>{"/Elsewhere"}));
+  EXPECT_EQ(stage->findProperty(withDefault, "outside")->targets, (std::vector<std::string>{"/Elsewhere"}));
   // The asset's default variant applies.
   EXPECT_EQ(valueOf(*stage, "/World/WithDefault", "primvars:displayColor"), "[(1, 0, 0)]");
   // The referenced layer is listed, outside the root layer stack.
@@ -250,7 +266,7 @@ TEST(SceneGenerator, GeneratesExactlyTheAskedNumberOfPrimsWithUniqueEntityIds) {
     for (const ComposedPrim& p : stage.prims) {
       if (p.kind != "component") continue;
       ++entities;
-      const ComposedProperty* id = Stage::findProperty(p, "orvan:entityId");
+      const auto id = stage.findProperty(p, "orvan:entityId");
       ASSERT_TRUE(id && id->value);
       ids.insert(std::string(id->value->text));
     }
@@ -269,15 +285,15 @@ TEST(StageComposerChains, PathsMapThroughEveryLevelOfNestedReferences) {
   ASSERT_TRUE(stage);
   ASSERT_NE(stage->findPrim("/Outer/Inner/Part"), nullptr);
   const ComposedPrim& inner = prim(*stage, "/Outer/Inner");
-  EXPECT_EQ(Stage::findProperty(inner, "absolute")->targets, (std::vector<std::string>{"/Outer/Inner/Part"}));
-  EXPECT_EQ(Stage::findProperty(inner, "relative")->targets, (std::vector<std::string>{"/Outer/Inner/Part"}));
-  EXPECT_EQ(Stage::findProperty(inner, "inputs:tint")->targets,
+  EXPECT_EQ(stage->findProperty(inner, "absolute")->targets, (std::vector<std::string>{"/Outer/Inner/Part"}));
+  EXPECT_EQ(stage->findProperty(inner, "relative")->targets, (std::vector<std::string>{"/Outer/Inner/Part"}));
+  EXPECT_EQ(stage->findProperty(inner, "inputs:tint")->targets,
             (std::vector<std::string>{"/Outer/Inner/Part.outputs:rgb"}));
-  EXPECT_EQ(Stage::findProperty(prim(*stage, "/Outer"), "pick")->targets,
+  EXPECT_EQ(stage->findProperty(prim(*stage, "/Outer"), "pick")->targets,
             (std::vector<std::string>{"/Outer/Inner/Part"}));
   // A reference authored inside a variant of a referenced asset still arrives.
   EXPECT_NE(stage->findPrim("/Outer/Extra/Part"), nullptr);
-  EXPECT_EQ(Stage::findProperty(prim(*stage, "/Outer/Extra"), "absolute")->targets,
+  EXPECT_EQ(stage->findProperty(prim(*stage, "/Outer/Extra"), "absolute")->targets,
             (std::vector<std::string>{"/Outer/Extra/Part"}));
 }
 
@@ -300,7 +316,7 @@ TEST(StageComposerChains, AStrongerDeleteRemovesAWeakerReference) {
   // The sublayer prepends leaf and middle; the root deletes leaf: only middle's children remain
   // (the variant's child first, being weaker).
   EXPECT_EQ(childNames(*stage, "/Trimmed"), (std::vector<std::string>{"Extra", "Inner", "Heavy"}));
-  EXPECT_EQ(Stage::findProperty(prim(*stage, "/Trimmed"), "absolute"), nullptr);
+  EXPECT_FALSE(stage->findProperty(prim(*stage, "/Trimmed"), "absolute").has_value());
 }
 
 TEST(StageComposerChains, ASublayerCycleIsReportedOnceAndTheRestComposes) {
@@ -334,13 +350,13 @@ TEST(StageComposerDemo, TheHelloWorldSceneComposesCleanlyWithItsSublayerAndRefer
   // The lighting sublayer adds the sun; its colour for the sphere is weaker than the root's own.
   EXPECT_EQ(prim(stage, "/World/Sun").typeName, "DistantLight");
   EXPECT_EQ(valueOf(stage, "/World/BlueSphere", "primvars:displayColor"), "[(0.16, 0.42, 0.9)]");
-  EXPECT_EQ(Stage::findProperty(prim(stage, "/World/BlueSphere"), "primvars:displayColor")->opinionCount, 2u);
+  EXPECT_EQ(stage.findProperty(prim(stage, "/World/BlueSphere"), "primvars:displayColor")->opinions.size(), 2u);
   EXPECT_EQ(childNames(stage, "/World/LampPost"), (std::vector<std::string>{"Pole", "Bulb", "Glow"}));
   // Every entity has its own id.
   std::set<std::string> ids;
   std::size_t entities = 0;
   for (const ComposedPrim& p : stage.prims) {
-    if (const ComposedProperty* id = Stage::findProperty(p, "orvan:entityId")) {
+    if (const auto id = stage.findProperty(p, "orvan:entityId")) {
       ++entities;
       ids.insert(std::string(id->value->text));
     }
