@@ -1,9 +1,9 @@
 #include "UsdText/LayerReader.h"
 
+#include <algorithm>
 #include <array>
 #include <fstream>
 #include <unordered_map>
-#include <unordered_set>
 
 #include "UsdText/Tokenizer.h"
 
@@ -135,23 +135,12 @@ std::string describeShape(std::string_view type, const TypeShape& shape) {
   return "a value";
 }
 
-struct SiblingKey {
-  std::uint32_t parent;
-  std::string_view name;
-  bool operator==(const SiblingKey&) const = default;
-};
-
-struct SiblingKeyHash {
-  std::size_t operator()(const SiblingKey& key) const {
-    return std::hash<std::string_view>()(key.name) ^ (static_cast<std::size_t>(key.parent) * 0x9E3779B97F4A7C15ull);
-  }
-};
-
 class Parser {
  public:
   Parser(Layer& layer, std::string_view source) : layer_(layer), tokens_(source) {
     // Roughly one prim per few hundred bytes of text: avoids most regrowth of the pool.
     layer_.prims.reserve(source.size() / 512 + 8);
+    namePositions_.reserve(source.size() / 512 + 8);
   }
 
   void parseLayer() {
@@ -163,10 +152,39 @@ class Parser {
       Comments comments = takeComments(current_);
       layer_.rootPrims.push_back(parsePrim(kNoPrim, std::move(comments)));
     }
+    checkSiblingNames(layer_.rootPrims);
     layer_.trailingComments = takeComments(current_);
   }
 
  private:
+  // Two siblings with one name would be one prim to everyone downstream: refuse the later one.
+  void checkSiblingNames(const std::vector<std::uint32_t>& children) {
+    if (children.size() < 2) return;
+    std::size_t duplicate = children.size();
+    if (children.size() <= 8) {
+      for (std::size_t j = 1; j < children.size() && duplicate == children.size(); ++j) {
+        for (std::size_t i = 0; i < j; ++i) {
+          if (layer_.prims[children[i]].name == layer_.prims[children[j]].name) {
+            duplicate = j;
+            break;
+          }
+        }
+      }
+    } else {
+      sortedNames_.clear();
+      for (std::size_t i = 0; i < children.size(); ++i) sortedNames_.emplace_back(layer_.prims[children[i]].name, i);
+      std::sort(sortedNames_.begin(), sortedNames_.end());
+      for (std::size_t k = 1; k < sortedNames_.size(); ++k) {
+        if (sortedNames_[k].first == sortedNames_[k - 1].first) duplicate = std::min(duplicate, sortedNames_[k].second);
+      }
+    }
+    if (duplicate == children.size()) return;
+    const std::uint32_t prim = children[duplicate];
+    throw ParseFailure{namePositions_[prim].first, namePositions_[prim].second,
+                       "expected a name that no sibling prim has already, found '\"" +
+                           std::string(layer_.prims[prim].name) + "\"'"};
+  }
+
   [[noreturn]] void fail(const Token& at, const std::string& expected) {
     throw ParseFailure{at.line, at.column, "expected " + expected + ", found " + describeToken(at)};
   }
@@ -431,6 +449,7 @@ class Parser {
     const auto index = static_cast<std::uint32_t>(layer_.prims.size());
     layer_.prims.emplace_back();
     layer_.prims.back().parent = parent;
+    namePositions_.emplace_back(0, 0);
     return index;
   }
 
@@ -455,9 +474,10 @@ class Parser {
     }
     if (current_.kind != TokenKind::String) fail(current_, "the prim name in quotes");
     const std::string_view name = unquotedName(current_);
-    if (!siblings_.insert({parent, name}).second) fail(current_, "a name that no sibling prim has already");
+    const Token nameToken = current_;
     advance();
     const std::uint32_t index = newPrim(parent);
+    namePositions_[index] = {nameToken.line, nameToken.column};
     {
       PrimSpec& prim = layer_.prims[index];
       prim.specifier = specifier;
@@ -484,6 +504,10 @@ class Parser {
 
   // Statements up to and including the closing brace.
   void parseBody(std::uint32_t index, const Token& open) {
+    // Properties gather in a buffer kept per nesting level, so each prim's list is allocated once,
+    // at its final size.
+    const std::size_t level = bodyLevel_++;
+    if (propertyBuffers_.size() <= level) propertyBuffers_.resize(level + 1);
     while (!current_.is('}')) {
       if (current_.kind == TokenKind::End) {
         fail(current_, "'}' to close the block opened at line " + std::to_string(open.line));
@@ -507,14 +531,20 @@ class Parser {
         if (entry.value.kind != ValueKind::List) fail(at, "a list of names");
         layer_.prims[index].reorders.push_back(std::move(entry));
       } else {
-        parseProperty(index, std::move(comments));
+        parseProperty(std::move(comments));
       }
     }
+    auto& buffer = propertyBuffers_[level];
+    layer_.prims[index].properties.assign(std::make_move_iterator(buffer.begin()), std::make_move_iterator(buffer.end()));
+    buffer.clear();
+    --bodyLevel_;
+    checkSiblingNames(layer_.prims[index].children);
     layer_.prims[index].trailingComments = takeComments(current_);
     advance();
   }
 
   void parseVariantSet(std::uint32_t owner, Comments comments) {
+    NestingGuard guard(*this, current_);
     advance();
     if (current_.kind != TokenKind::String) fail(current_, "the variant set name in quotes");
     VariantSetSpec set;
@@ -549,7 +579,7 @@ class Parser {
     layer_.prims[owner].variantSets.push_back(std::move(set));
   }
 
-  void parseProperty(std::uint32_t index, Comments comments) {
+  void parseProperty(Comments comments) {
     ListOp op = ListOp::Explicit;
     if (current_.kind == TokenKind::Identifier && isListOpWord(current_.text, op) &&
         peek().kind == TokenKind::Identifier) {
@@ -595,7 +625,7 @@ class Parser {
     std::vector<MetadataEntry> metadata;
     if (current_.is('(')) metadata = parseMetadataBlock();
     if (current_.is(';')) advance();
-    mergeProperty(index, kind, custom, variability, typeName, name, std::move(field), std::move(metadata),
+    mergeProperty(kind, custom, variability, typeName, name, std::move(field), std::move(metadata),
                   std::move(comments));
   }
 
@@ -650,10 +680,10 @@ class Parser {
     return finishItems(Value::ofKind(ValueKind::TimeSamples, {}), start);
   }
 
-  void mergeProperty(std::uint32_t index, PropertyKind kind, bool custom, Variability variability,
-                     std::string_view typeName, std::string_view name, PropertyField field,
-                     std::vector<MetadataEntry> metadata, Comments comments) {
-    auto& properties = layer_.prims[index].properties;
+  void mergeProperty(PropertyKind kind, bool custom, Variability variability, std::string_view typeName,
+                     std::string_view name, PropertyField field, std::vector<MetadataEntry> metadata,
+                     Comments comments) {
+    auto& properties = propertyBuffers_[bodyLevel_ - 1];
     for (PropertySpec& existing : properties) {
       if (existing.name != name || existing.kind != kind) continue;
       existing.custom = existing.custom || custom;
@@ -680,7 +710,10 @@ class Parser {
   Token current_;
   std::optional<Token> peeked_;
   std::vector<Value> scratch_;  // items of the values being read, innermost last
-  std::unordered_set<SiblingKey, SiblingKeyHash> siblings_;
+  std::vector<std::pair<std::uint32_t, std::uint32_t>> namePositions_;  // line and column per prim
+  std::vector<std::pair<std::string_view, std::size_t>> sortedNames_;
+  std::vector<std::vector<PropertySpec>> propertyBuffers_;
+  std::size_t bodyLevel_ = 0;
   std::unordered_map<std::string_view, TypeShape> shapes_;
   std::uint32_t commentsTaken_ = 0;
   int depth_ = 0;
