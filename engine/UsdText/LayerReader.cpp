@@ -92,7 +92,10 @@ TypeShape shapeOf(std::string_view type) {
   return {};
 }
 
-bool isNumeric(const Value& value) { return value.toNumber().has_value(); }
+// The tokenizer has already checked the digits of a Number; only words need a closer look.
+bool isNumeric(const Value& value) {
+  return value.kind == ValueKind::Number || (value.kind == ValueKind::Identifier && value.toNumber().has_value());
+}
 
 bool fitsTuple(const Value& value, int arity) {
   if (value.kind != ValueKind::Tuple || static_cast<int>(value.itemCount) != arity) return false;
