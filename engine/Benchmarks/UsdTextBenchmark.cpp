@@ -16,7 +16,8 @@ namespace {
 const std::string& sceneText(std::size_t prims) {
   static std::map<std::size_t, std::string> scenes;
   auto found = scenes.find(prims);
-  if (found == scenes.end()) found = scenes.emplace(prims, generateScene(prims)).first;
+  if (found == scenes.end())
+    found = scenes.emplace(prims, generateScene(prims)).first;
   return found->second;
 }
 
@@ -79,7 +80,8 @@ void composeAndResolveProperties(benchmark::State& state) {
   for (auto _ : state) {
     const StageOpenResult stage = composeStage(layer);
     properties = 0;
-    for (const ComposedPrim& prim : stage.stage->prims) properties += stage.stage->composeProperties(prim).size();
+    for (const ComposedPrim& prim : stage.stage->prims)
+      properties += stage.stage->composeProperties(prim).size();
     benchmark::DoNotOptimize(properties);
   }
   finish(state, text.size(), count);
@@ -97,10 +99,30 @@ void writeOnly(benchmark::State& state) {
   finish(state, text.size(), count);
 }
 
-BENCHMARK(readAndCompose)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(readOnly)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(composeOnly)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
-BENCHMARK(composeAndResolveProperties)->Arg(10'000)->Arg(100'000)->Arg(1'000'000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(readAndCompose)
+    ->Arg(10'000)
+    ->Arg(100'000)
+    ->Arg(1'000'000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(readOnly)
+    ->Arg(10'000)
+    ->Arg(100'000)
+    ->Arg(1'000'000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(composeOnly)
+    ->Arg(10'000)
+    ->Arg(100'000)
+    ->Arg(1'000'000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(composeAndResolveProperties)
+    ->Arg(10'000)
+    ->Arg(100'000)
+    ->Arg(1'000'000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
 BENCHMARK(writeOnly)->Arg(100'000)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace

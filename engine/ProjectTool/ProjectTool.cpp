@@ -28,7 +28,8 @@ bool writeFileAtomically(const std::string& path, const std::string& text, std::
   const std::string temporary = path + ".orvan-tmp";
   {
     std::ofstream file(temporary, std::ios::binary | std::ios::trunc);
-    if (!file || !file.write(text.data(), static_cast<std::streamsize>(text.size())) || !file.flush()) {
+    if (!file || !file.write(text.data(), static_cast<std::streamsize>(text.size())) ||
+        !file.flush()) {
       error = "could not write " + temporary;
       std::remove(temporary.c_str());
       return false;
@@ -45,10 +46,12 @@ bool writeFileAtomically(const std::string& path, const std::string& text, std::
 }
 
 int generate(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err) {
-  if (arguments.size() != 3) return usage(err, "generate needs a prim count and an output file");
+  if (arguments.size() != 3)
+    return usage(err, "generate needs a prim count and an output file");
   const std::string& countText = arguments[1];
   std::size_t count = 0;
-  const auto [end, code] = std::from_chars(countText.data(), countText.data() + countText.size(), count);
+  const auto [end, code] =
+      std::from_chars(countText.data(), countText.data() + countText.size(), count);
   if (code != std::errc() || end != countText.data() + countText.size() || count == 0) {
     return usage(err, "the prim count must be a whole number above 0, not '" + countText + "'");
   }
@@ -62,7 +65,8 @@ int generate(const std::vector<std::string>& arguments, std::ostream& out, std::
 }
 
 int check(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err) {
-  if (arguments.size() < 2) return usage(err, "check needs a scene");
+  if (arguments.size() < 2)
+    return usage(err, "check needs a scene");
   ComposeOptions options;
   for (std::size_t i = 2; i < arguments.size(); ++i) {
     if (arguments[i] == "--no-payloads") {
@@ -79,19 +83,21 @@ int check(const std::vector<std::string>& arguments, std::ostream& out, std::ost
     return kToolProblems;
   }
   const Stage& stage = *result.stage;
-  out << arguments[1] << ": " << stage.prims.size() << " prims, " << stage.layers.size() << " layers, "
-      << stage.problems.size() << " problems\n";
+  out << arguments[1] << ": " << stage.prims.size() << " prims, " << stage.layers.size()
+      << " layers, " << stage.problems.size() << " problems\n";
   for (const StageProblem& problem : stage.problems) {
-    out << "problem: " << (problem.primPath.empty() ? "layer stack" : "<" + problem.primPath + ">") << ": "
-        << problem.message << "\n";
+    out << "problem: " << (problem.primPath.empty() ? "layer stack" : "<" + problem.primPath + ">")
+        << ": " << problem.message << "\n";
   }
   return stage.problems.empty() ? kToolOk : kToolProblems;
 }
 
 int format(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err) {
-  if (arguments.size() < 2 || arguments.size() > 3) return usage(err, "format needs one layer");
+  if (arguments.size() < 2 || arguments.size() > 3)
+    return usage(err, "format needs one layer");
   const bool toStdout = arguments.size() == 3;
-  if (toStdout && arguments[2] != "--stdout") return usage(err, "unknown option '" + arguments[2] + "'");
+  if (toStdout && arguments[2] != "--stdout")
+    return usage(err, "unknown option '" + arguments[2] + "'");
   const LayerReadResult read = readLayerFile(arguments[1]);
   if (!read.ok()) {
     err << read.error->describe() << "\n";
@@ -112,12 +118,17 @@ int format(const std::vector<std::string>& arguments, std::ostream& out, std::os
 
 }  // namespace
 
-int runProjectTool(const std::vector<std::string>& arguments, std::ostream& out, std::ostream& err) {
-  if (arguments.empty()) return usage(err, "no command given");
+int runProjectTool(const std::vector<std::string>& arguments, std::ostream& out,
+                   std::ostream& err) {
+  if (arguments.empty())
+    return usage(err, "no command given");
   const std::string& command = arguments[0];
-  if (command == "generate") return generate(arguments, out, err);
-  if (command == "check") return check(arguments, out, err);
-  if (command == "format") return format(arguments, out, err);
+  if (command == "generate")
+    return generate(arguments, out, err);
+  if (command == "check")
+    return check(arguments, out, err);
+  if (command == "format")
+    return format(arguments, out, err);
   return usage(err, "unknown command '" + command + "'");
 }
 

@@ -6,7 +6,8 @@ namespace {
 template <typename Entries>
 auto findByKey(const Entries& entries, std::string_view key) -> decltype(&entries.front()) {
   for (const auto& entry : entries) {
-    if (entry.key == key) return &entry;
+    if (entry.key == key)
+      return &entry;
   }
   return nullptr;
 }
@@ -14,18 +15,22 @@ auto findByKey(const Entries& entries, std::string_view key) -> decltype(&entrie
 bool equivalentPrims(const Layer& a, std::uint32_t ia, const Layer& b, std::uint32_t ib);
 
 bool equivalentVariantSets(const Layer& a, const PrimSpec& pa, const Layer& b, const PrimSpec& pb) {
-  if (pa.variantSets.size() != pb.variantSets.size()) return false;
+  if (pa.variantSets.size() != pb.variantSets.size())
+    return false;
   for (std::size_t s = 0; s < pa.variantSets.size(); ++s) {
     const VariantSetSpec& sa = pa.variantSets[s];
     const VariantSetSpec& sb = pb.variantSets[s];
-    if (sa.name != sb.name || sa.comments != sb.comments || sa.variants.size() != sb.variants.size()) {
+    if (sa.name != sb.name || sa.comments != sb.comments ||
+        sa.variants.size() != sb.variants.size()) {
       return false;
     }
     for (std::size_t v = 0; v < sa.variants.size(); ++v) {
       const VariantSpec& va = sa.variants[v];
       const VariantSpec& vb = sb.variants[v];
-      if (va.name != vb.name || va.comments != vb.comments) return false;
-      if (!equivalentPrims(a, va.body, b, vb.body)) return false;
+      if (va.name != vb.name || va.comments != vb.comments)
+        return false;
+      if (!equivalentPrims(a, va.body, b, vb.body))
+        return false;
     }
   }
   return true;
@@ -41,7 +46,8 @@ bool equivalentPrims(const Layer& a, std::uint32_t ia, const Layer& b, std::uint
     return false;
   }
   for (std::size_t c = 0; c < pa.children.size(); ++c) {
-    if (!equivalentPrims(a, pa.children[c], b, pb.children[c])) return false;
+    if (!equivalentPrims(a, pa.children[c], b, pb.children[c]))
+      return false;
   }
   return equivalentVariantSets(a, pa, b, pb);
 }
@@ -50,28 +56,38 @@ bool equivalentPrims(const Layer& a, std::uint32_t ia, const Layer& b, std::uint
 
 std::string_view specifierKeyword(Specifier specifier) {
   switch (specifier) {
-    case Specifier::Def: return "def";
-    case Specifier::Over: return "over";
-    case Specifier::Class: return "class";
+    case Specifier::Def:
+      return "def";
+    case Specifier::Over:
+      return "over";
+    case Specifier::Class:
+      return "class";
   }
   return "def";
 }
 
 std::string_view listOpKeyword(ListOp op) {
   switch (op) {
-    case ListOp::Explicit: return "";
-    case ListOp::Prepend: return "prepend";
-    case ListOp::Append: return "append";
-    case ListOp::Add: return "add";
-    case ListOp::Delete: return "delete";
-    case ListOp::Reorder: return "reorder";
+    case ListOp::Explicit:
+      return "";
+    case ListOp::Prepend:
+      return "prepend";
+    case ListOp::Append:
+      return "append";
+    case ListOp::Add:
+      return "add";
+    case ListOp::Delete:
+      return "delete";
+    case ListOp::Reorder:
+      return "reorder";
   }
   return "";
 }
 
 const PropertyField* PropertySpec::findField(std::string_view suffix) const {
   for (const PropertyField& field : fields) {
-    if (field.suffix == suffix) return &field;
+    if (field.suffix == suffix)
+      return &field;
   }
   return nullptr;
 }
@@ -82,13 +98,15 @@ const MetadataEntry* PrimSpec::findMetadata(std::string_view key) const {
 
 const VariantSetSpec* PrimSpec::findVariantSet(std::string_view setName) const {
   for (const VariantSetSpec& set : variantSets) {
-    if (set.name == setName) return &set;
+    if (set.name == setName)
+      return &set;
   }
   return nullptr;
 }
 
 Layer::Layer(std::string identifier, std::string source)
-    : identifier_(std::move(identifier)), source_(std::make_unique<std::string>(std::move(source))) {}
+    : identifier_(std::move(identifier)),
+      source_(std::make_unique<std::string>(std::move(source))) {}
 
 std::string_view Layer::storeText(std::string text) {
   storedTexts_.push_back(std::move(text));
@@ -108,29 +126,33 @@ const MetadataEntry* Layer::findMetadata(std::string_view key) const {
 
 std::string Layer::defaultPrim() const {
   const MetadataEntry* entry = findMetadata("defaultPrim");
-  if (!entry) return {};
+  if (!entry)
+    return {};
   return entry->value.decoded();
 }
 
 std::vector<std::string> Layer::subLayerPaths() const {
   std::vector<std::string> paths;
   const MetadataEntry* entry = findMetadata("subLayers");
-  if (!entry) return paths;
+  if (!entry)
+    return paths;
   for (const Value& item : entry->value.items()) {
-    if (auto path = item.assetPath()) paths.push_back(std::move(*path));
+    if (auto path = item.assetPath())
+      paths.push_back(std::move(*path));
   }
   return paths;
 }
 
 std::uint32_t Layer::findPrim(std::string_view path) const {
-  if (path.empty() || path.front() != '/') return kNoPrim;
+  if (path.empty() || path.front() != '/')
+    return kNoPrim;
   const std::vector<std::uint32_t>* candidates = &rootPrims;
   std::uint32_t found = kNoPrim;
   std::size_t position = 1;
   while (position < path.size()) {
     const std::size_t slash = path.find('/', position);
-    const std::string_view name =
-        path.substr(position, slash == std::string_view::npos ? std::string_view::npos : slash - position);
+    const std::string_view name = path.substr(
+        position, slash == std::string_view::npos ? std::string_view::npos : slash - position);
     found = kNoPrim;
     for (const std::uint32_t candidate : *candidates) {
       if (prims[candidate].name == name) {
@@ -138,9 +160,11 @@ std::uint32_t Layer::findPrim(std::string_view path) const {
         break;
       }
     }
-    if (found == kNoPrim) return kNoPrim;
+    if (found == kNoPrim)
+      return kNoPrim;
     candidates = &prims[found].children;
-    if (slash == std::string_view::npos) break;
+    if (slash == std::string_view::npos)
+      break;
     position = slash + 1;
   }
   return found;
@@ -149,7 +173,8 @@ std::uint32_t Layer::findPrim(std::string_view path) const {
 std::string Layer::primPath(std::uint32_t index) const {
   std::vector<std::string_view> names;
   for (std::uint32_t at = index; at != kNoPrim; at = prims[at].parent) {
-    if (!prims[at].isVariantBody) names.push_back(prims[at].name);
+    if (!prims[at].isVariantBody)
+      names.push_back(prims[at].name);
   }
   std::string path;
   for (auto it = names.rbegin(); it != names.rend(); ++it) {
@@ -160,12 +185,14 @@ std::string Layer::primPath(std::uint32_t index) const {
 }
 
 bool Layer::equivalentTo(const Layer& other) const {
-  if (version != other.version || metadata != other.metadata || headerComments != other.headerComments ||
-      trailingComments != other.trailingComments || rootPrims.size() != other.rootPrims.size()) {
+  if (version != other.version || metadata != other.metadata ||
+      headerComments != other.headerComments || trailingComments != other.trailingComments ||
+      rootPrims.size() != other.rootPrims.size()) {
     return false;
   }
   for (std::size_t i = 0; i < rootPrims.size(); ++i) {
-    if (!equivalentPrims(*this, rootPrims[i], other, other.rootPrims[i])) return false;
+    if (!equivalentPrims(*this, rootPrims[i], other, other.rootPrims[i]))
+      return false;
   }
   return true;
 }

@@ -57,7 +57,7 @@ struct PropertySpec {
 inline constexpr std::uint32_t kNoPrim = 0xFFFFFFFFu;
 
 struct VariantSpec {
-  std::string_view name;  // decoded variant name
+  std::string_view name;         // decoded variant name
   std::uint32_t body = kNoPrim;  // a PrimSpec holding the variant's metadata and contents
   Comments comments;
 };
@@ -99,7 +99,9 @@ class Layer {
   Layer& operator=(Layer&&) = default;
 
   const std::string& identifier() const { return identifier_; }
-  std::string_view source() const { return source_ ? std::string_view(*source_) : std::string_view(); }
+  std::string_view source() const {
+    return source_ ? std::string_view(*source_) : std::string_view();
+  }
 
   // Keeps a copy of the text alive as long as the layer and returns a view of it.
   std::string_view storeText(std::string text);

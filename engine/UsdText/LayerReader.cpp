@@ -19,11 +19,14 @@ struct ParseFailure {
 };
 
 std::string describeToken(const Token& token) {
-  if (token.kind == TokenKind::End) return "the end of the file";
+  if (token.kind == TokenKind::End)
+    return "the end of the file";
   std::string_view text = token.text;
-  if (text.size() > 24) text = text.substr(0, 24);
+  if (text.size() > 24)
+    text = text.substr(0, 24);
   std::string shown;
-  for (const char c : text) shown += (c == '\n' || c == '\r') ? ' ' : c;
+  for (const char c : text)
+    shown += (c == '\n' || c == '\r') ? ' ' : c;
   return "'" + shown + (token.text.size() > 24 ? "...'" : "'");
 }
 
@@ -50,12 +53,16 @@ bool isArcKey(std::string_view key) {
 }
 
 bool isValidPrimName(std::string_view name) {
-  if (name.empty()) return false;
+  if (name.empty())
+    return false;
   const char first = name.front();
-  if (!((first >= 'a' && first <= 'z') || (first >= 'A' && first <= 'Z') || first == '_')) return false;
+  if (!((first >= 'a' && first <= 'z') || (first >= 'A' && first <= 'Z') || first == '_'))
+    return false;
   for (const char c : name) {
-    const bool ok = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
-    if (!ok) return false;
+    const bool ok =
+        (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
+    if (!ok)
+      return false;
   }
   return true;
 }
@@ -71,52 +78,74 @@ TypeShape shapeOf(std::string_view type) {
   static constexpr std::array<std::string_view, 10> kScalars{
       "bool", "uchar", "int", "uint", "int64", "uint64", "half", "float", "double", "timecode"};
   for (const auto scalar : kScalars) {
-    if (type == scalar) return {TypeShape::Scalar, 1};
+    if (type == scalar)
+      return {TypeShape::Scalar, 1};
   }
-  if (type == "string" || type == "token") return {TypeShape::Text, 1};
-  if (type == "asset") return {TypeShape::Asset, 1};
-  if (type == "dictionary") return {TypeShape::Dictionary, 0};
-  if (type == "matrix2d") return {TypeShape::Matrix, 2};
-  if (type == "matrix3d") return {TypeShape::Matrix, 3};
-  if (type == "matrix4d" || type == "frame4d") return {TypeShape::Matrix, 4};
-  if (type.size() == 5 && type.substr(0, 4) == "quat") return {TypeShape::Tuple, 4};
+  if (type == "string" || type == "token")
+    return {TypeShape::Text, 1};
+  if (type == "asset")
+    return {TypeShape::Asset, 1};
+  if (type == "dictionary")
+    return {TypeShape::Dictionary, 0};
+  if (type == "matrix2d")
+    return {TypeShape::Matrix, 2};
+  if (type == "matrix3d")
+    return {TypeShape::Matrix, 3};
+  if (type == "matrix4d" || type == "frame4d")
+    return {TypeShape::Matrix, 4};
+  if (type.size() == 5 && type.substr(0, 4) == "quat")
+    return {TypeShape::Tuple, 4};
   static constexpr std::array<std::string_view, 10> kTupleStems{
       "half", "float", "double", "int", "point", "normal", "vector", "color", "texCoord", "float"};
   for (const auto stem : kTupleStems) {
-    if (type.size() <= stem.size() || type.substr(0, stem.size()) != stem) continue;
+    if (type.size() <= stem.size() || type.substr(0, stem.size()) != stem)
+      continue;
     const char digit = type[stem.size()];
-    if (digit < '2' || digit > '4') continue;
+    if (digit < '2' || digit > '4')
+      continue;
     const std::string_view rest = type.substr(stem.size() + 1);
-    if (rest.empty() || rest == "h" || rest == "f" || rest == "d") return {TypeShape::Tuple, digit - '0'};
+    if (rest.empty() || rest == "h" || rest == "f" || rest == "d")
+      return {TypeShape::Tuple, digit - '0'};
   }
   return {};
 }
 
 // The tokenizer has already checked the digits of a Number; only words need a closer look.
 bool isNumeric(const Value& value) {
-  return value.kind == ValueKind::Number || (value.kind == ValueKind::Identifier && value.toNumber().has_value());
+  return value.kind == ValueKind::Number ||
+         (value.kind == ValueKind::Identifier && value.toNumber().has_value());
 }
 
 bool fitsTuple(const Value& value, int arity) {
-  if (value.kind != ValueKind::Tuple || static_cast<int>(value.itemCount) != arity) return false;
+  if (value.kind != ValueKind::Tuple || static_cast<int>(value.itemCount) != arity)
+    return false;
   for (const Value& item : value.items()) {
-    if (!isNumeric(item)) return false;
+    if (!isNumeric(item))
+      return false;
   }
   return true;
 }
 
 bool fitsShape(const Value& value, const TypeShape& shape) {
   switch (shape.kind) {
-    case TypeShape::Any: return true;
-    case TypeShape::Scalar: return isNumeric(value);
-    case TypeShape::Text: return value.kind == ValueKind::String;
-    case TypeShape::Asset: return value.kind == ValueKind::Asset;
-    case TypeShape::Dictionary: return value.kind == ValueKind::Dictionary;
-    case TypeShape::Tuple: return fitsTuple(value, shape.arity);
+    case TypeShape::Any:
+      return true;
+    case TypeShape::Scalar:
+      return isNumeric(value);
+    case TypeShape::Text:
+      return value.kind == ValueKind::String;
+    case TypeShape::Asset:
+      return value.kind == ValueKind::Asset;
+    case TypeShape::Dictionary:
+      return value.kind == ValueKind::Dictionary;
+    case TypeShape::Tuple:
+      return fitsTuple(value, shape.arity);
     case TypeShape::Matrix:
-      if (value.kind != ValueKind::Tuple || static_cast<int>(value.itemCount) != shape.arity) return false;
+      if (value.kind != ValueKind::Tuple || static_cast<int>(value.itemCount) != shape.arity)
+        return false;
       for (const Value& row : value.items()) {
-        if (!fitsTuple(row, shape.arity)) return false;
+        if (!fitsTuple(row, shape.arity))
+          return false;
       }
       return true;
   }
@@ -125,15 +154,21 @@ bool fitsShape(const Value& value, const TypeShape& shape) {
 
 std::string describeShape(std::string_view type, const TypeShape& shape) {
   switch (shape.kind) {
-    case TypeShape::Scalar: return "a number for " + std::string(type);
-    case TypeShape::Text: return "a quoted string for " + std::string(type);
-    case TypeShape::Asset: return "an asset path @...@ for " + std::string(type);
-    case TypeShape::Dictionary: return "a dictionary { ... } for " + std::string(type);
-    case TypeShape::Tuple: return "a tuple of " + std::to_string(shape.arity) + " numbers for " + std::string(type);
+    case TypeShape::Scalar:
+      return "a number for " + std::string(type);
+    case TypeShape::Text:
+      return "a quoted string for " + std::string(type);
+    case TypeShape::Asset:
+      return "an asset path @...@ for " + std::string(type);
+    case TypeShape::Dictionary:
+      return "a dictionary { ... } for " + std::string(type);
+    case TypeShape::Tuple:
+      return "a tuple of " + std::to_string(shape.arity) + " numbers for " + std::string(type);
     case TypeShape::Matrix:
-      return "a tuple of " + std::to_string(shape.arity) + " rows of " + std::to_string(shape.arity) +
-             " numbers for " + std::string(type);
-    case TypeShape::Any: break;
+      return "a tuple of " + std::to_string(shape.arity) + " rows of " +
+             std::to_string(shape.arity) + " numbers for " + std::string(type);
+    case TypeShape::Any:
+      break;
   }
   return "a value";
 }
@@ -150,7 +185,8 @@ class Parser {
     readHeader();
     advance();
     layer_.headerComments = takeComments(current_);
-    if (current_.is('(')) layer_.metadata = parseMetadataBlock();
+    if (current_.is('('))
+      layer_.metadata = parseMetadataBlock();
     while (current_.kind != TokenKind::End) {
       Comments comments = takeComments(current_);
       layer_.rootPrims.push_back(parsePrim(kNoPrim, std::move(comments)));
@@ -162,7 +198,8 @@ class Parser {
  private:
   // Two siblings with one name would be one prim to everyone downstream: refuse the later one.
   void checkSiblingNames(const std::vector<std::uint32_t>& children) {
-    if (children.size() < 2) return;
+    if (children.size() < 2)
+      return;
     std::size_t duplicate = children.size();
     if (children.size() <= 8) {
       for (std::size_t j = 1; j < children.size() && duplicate == children.size(); ++j) {
@@ -175,13 +212,16 @@ class Parser {
       }
     } else {
       sortedNames_.clear();
-      for (std::size_t i = 0; i < children.size(); ++i) sortedNames_.emplace_back(layer_.prims[children[i]].name, i);
+      for (std::size_t i = 0; i < children.size(); ++i)
+        sortedNames_.emplace_back(layer_.prims[children[i]].name, i);
       std::sort(sortedNames_.begin(), sortedNames_.end());
       for (std::size_t k = 1; k < sortedNames_.size(); ++k) {
-        if (sortedNames_[k].first == sortedNames_[k - 1].first) duplicate = std::min(duplicate, sortedNames_[k].second);
+        if (sortedNames_[k].first == sortedNames_[k - 1].first)
+          duplicate = std::min(duplicate, sortedNames_[k].second);
       }
     }
-    if (duplicate == children.size()) return;
+    if (duplicate == children.size())
+      return;
     const std::uint32_t prim = children[duplicate];
     throw ParseFailure{namePositions_[prim].first, namePositions_[prim].second,
                        "expected a name that no sibling prim has already, found '\"" +
@@ -200,9 +240,12 @@ class Parser {
     }
     std::string_view line = tokens_.takeLine();
     line.remove_prefix(magic.size());
-    while (!line.empty() && (line.back() == ' ' || line.back() == '\r' || line.back() == '\t')) line.remove_suffix(1);
-    const bool versionOk = !line.empty() && line.find_first_not_of("0123456789.") == std::string_view::npos;
-    if (!versionOk) throw ParseFailure{1, 7, "expected a version number such as 1.0 after '#usda'"};
+    while (!line.empty() && (line.back() == ' ' || line.back() == '\r' || line.back() == '\t'))
+      line.remove_suffix(1);
+    const bool versionOk =
+        !line.empty() && line.find_first_not_of("0123456789.") == std::string_view::npos;
+    if (!versionOk)
+      throw ParseFailure{1, 7, "expected a version number such as 1.0 after '#usda'"};
     layer_.version = line;
   }
 
@@ -213,21 +256,25 @@ class Parser {
     } else {
       current_ = tokens_.next();
     }
-    if (current_.kind == TokenKind::Invalid) fail(current_, current_.problem);
+    if (current_.kind == TokenKind::Invalid)
+      fail(current_, current_.problem);
   }
 
   const Token& peek() {
-    if (!peeked_) peeked_ = tokens_.next();
+    if (!peeked_)
+      peeked_ = tokens_.next();
     return *peeked_;
   }
 
   void expect(char punct, const char* what) {
-    if (!current_.is(punct)) fail(current_, what);
+    if (!current_.is(punct))
+      fail(current_, what);
     advance();
   }
 
   std::string_view expectWord(const char* what) {
-    if (current_.kind != TokenKind::Identifier) fail(current_, what);
+    if (current_.kind != TokenKind::Identifier)
+      fail(current_, what);
     const std::string_view word = current_.text;
     advance();
     return word;
@@ -239,13 +286,15 @@ class Parser {
     for (std::uint32_t i = commentsTaken_; i < token.commentsBefore && i < all.size(); ++i) {
       comments.push_back(all[i]);
     }
-    if (token.commentsBefore > commentsTaken_) commentsTaken_ = token.commentsBefore;
+    if (token.commentsBefore > commentsTaken_)
+      commentsTaken_ = token.commentsBefore;
     return comments;
   }
 
   struct NestingGuard {
     explicit NestingGuard(Parser& parser, const Token& at) : parser(parser) {
-      if (++parser.depth_ > kMaxNesting) parser.fail(at, "at most 256 levels of nesting");
+      if (++parser.depth_ > kMaxNesting)
+        parser.fail(at, "at most 256 levels of nesting");
     }
     ~NestingGuard() { --parser.depth_; }
     Parser& parser;
@@ -256,7 +305,8 @@ class Parser {
     expect('(', "'('");
     std::vector<MetadataEntry> entries;
     while (!current_.is(')')) {
-      if (current_.kind == TokenKind::End) fail(current_, "')' to close the metadata");
+      if (current_.kind == TokenKind::End)
+        fail(current_, "')' to close the metadata");
       MetadataEntry entry;
       entry.comments = takeComments(current_);
       if (current_.kind == TokenKind::String) {
@@ -275,7 +325,8 @@ class Parser {
         entry.value = parseValue(isArcKey(entry.key));
       }
       entries.push_back(std::move(entry));
-      if (current_.is(';')) advance();
+      if (current_.is(';'))
+        advance();
     }
     advance();
     return entries;
@@ -296,8 +347,9 @@ class Parser {
           advance();
           return Value::none();
         }
-        if (token.text == "true" || token.text == "false" || token.text == "inf" || token.text == "-inf" ||
-            token.text == "nan" || token.text == "-nan" || token.text == "+inf") {
+        if (token.text == "true" || token.text == "false" || token.text == "inf" ||
+            token.text == "-inf" || token.text == "nan" || token.text == "-nan" ||
+            token.text == "+inf") {
           advance();
           return Value::ofKind(ValueKind::Identifier, token.text);
         }
@@ -305,7 +357,8 @@ class Parser {
       case TokenKind::Asset: {
         advance();
         Value value = Value::ofKind(ValueKind::Asset, token.text);
-        if (!allowArcs) return value;
+        if (!allowArcs)
+          return value;
         const std::size_t start = scratch_.size();
         if (current_.kind == TokenKind::Path) {
           value.kind = ValueKind::Reference;
@@ -332,9 +385,12 @@ class Parser {
         return value;
       }
       case TokenKind::Punct:
-        if (token.is('(')) return parseSequence(ValueKind::Tuple, ')', allowArcs);
-        if (token.is('[')) return parseSequence(ValueKind::List, ']', allowArcs);
-        if (token.is('{')) return parseDictionary();
+        if (token.is('('))
+          return parseSequence(ValueKind::Tuple, ')', allowArcs);
+        if (token.is('['))
+          return parseSequence(ValueKind::List, ']', allowArcs);
+        if (token.is('{'))
+          return parseDictionary();
         break;
       default:
         break;
@@ -387,7 +443,8 @@ class Parser {
       scratch_.push_back(Value::ofKind(ValueKind::Identifier, typeName));
       const Value entry = finishItems(Value::ofKind(ValueKind::Entry, key), entryStart);
       scratch_.push_back(entry);
-      if (current_.is(';') || current_.is(',')) advance();
+      if (current_.is(';') || current_.is(','))
+        advance();
     }
     advance();
     return finishItems(Value::ofKind(ValueKind::Dictionary, {}), start);
@@ -405,44 +462,55 @@ class Parser {
       scratch_.push_back(item);
       const Value entry = finishItems(Value::ofKind(ValueKind::Entry, key), entryStart);
       scratch_.push_back(entry);
-      if (current_.is(';') || current_.is(',')) advance();
+      if (current_.is(';') || current_.is(','))
+        advance();
     }
     advance();
     return finishItems(Value::ofKind(ValueKind::Dictionary, {}), start);
   }
 
   std::string_view parseTypeName(const char* what) {
-    if (current_.kind != TokenKind::Identifier) fail(current_, what);
+    if (current_.kind != TokenKind::Identifier)
+      fail(current_, what);
     const Token type = current_;
     advance();
-    if (!current_.is('[')) return type.text;
+    if (!current_.is('['))
+      return type.text;
     advance();
-    if (!current_.is(']')) fail(current_, "']' after '[' in the array type");
+    if (!current_.is(']'))
+      fail(current_, "']' after '[' in the array type");
     const char* end = current_.text.data() + 1;
     advance();
-    const std::string_view contiguous(type.text.data(), static_cast<std::size_t>(end - type.text.data()));
-    if (contiguous.size() == type.text.size() + 2) return contiguous;
+    const std::string_view contiguous(type.text.data(),
+                                      static_cast<std::size_t>(end - type.text.data()));
+    if (contiguous.size() == type.text.size() + 2)
+      return contiguous;
     return layer_.storeText(std::string(type.text) + "[]");
   }
 
   void checkValue(std::string_view typeName, const Value& value, const Token& at) {
-    if (value.isNone()) return;
+    if (value.isNone())
+      return;
     const bool array = typeName.size() > 2 && typeName.substr(typeName.size() - 2) == "[]";
     const std::string_view base = array ? typeName.substr(0, typeName.size() - 2) : typeName;
     const TypeShape shape = cachedShapeOf(base);
     if (array) {
-      if (value.kind != ValueKind::List) fail(at, "a list [ ... ] for " + std::string(typeName));
+      if (value.kind != ValueKind::List)
+        fail(at, "a list [ ... ] for " + std::string(typeName));
       for (const Value& item : value.items()) {
-        if (!fitsShape(item, shape)) fail(at, describeShape(base, shape) + " in every element");
+        if (!fitsShape(item, shape))
+          fail(at, describeShape(base, shape) + " in every element");
       }
       return;
     }
-    if (!fitsShape(value, shape)) fail(at, describeShape(base, shape));
+    if (!fitsShape(value, shape))
+      fail(at, describeShape(base, shape));
   }
 
   TypeShape cachedShapeOf(std::string_view type) {
     const auto found = shapes_.find(type);
-    if (found != shapes_.end()) return found->second;
+    if (found != shapes_.end())
+      return found->second;
     const TypeShape shape = shapeOf(type);
     shapes_.emplace(type, shape);
     return shape;
@@ -475,7 +543,8 @@ class Parser {
       typeName = current_.text;
       advance();
     }
-    if (current_.kind != TokenKind::String) fail(current_, "the prim name in quotes");
+    if (current_.kind != TokenKind::String)
+      fail(current_, "the prim name in quotes");
     const std::string_view name = unquotedName(current_);
     const Token nameToken = current_;
     advance();
@@ -499,9 +568,13 @@ class Parser {
   }
 
   std::string_view unquotedName(const Token& token) {
-    const std::size_t quote = token.text.size() >= 6 && token.text[1] == token.text[0] && token.text[2] == token.text[0] ? 3 : 1;
+    const std::size_t quote =
+        token.text.size() >= 6 && token.text[1] == token.text[0] && token.text[2] == token.text[0]
+            ? 3
+            : 1;
     const std::string_view name = token.text.substr(quote, token.text.size() - 2 * quote);
-    if (!isValidPrimName(name)) fail(token, "a prim name made of letters, digits and '_'");
+    if (!isValidPrimName(name))
+      fail(token, "a prim name made of letters, digits and '_'");
     return name;
   }
 
@@ -510,7 +583,8 @@ class Parser {
     // Properties gather in a buffer kept per nesting level, so each prim's list is allocated once,
     // at its final size.
     const std::size_t level = bodyLevel_++;
-    if (propertyBuffers_.size() <= level) propertyBuffers_.resize(level + 1);
+    if (propertyBuffers_.size() <= level)
+      propertyBuffers_.resize(level + 1);
     while (!current_.is('}')) {
       if (current_.kind == TokenKind::End) {
         fail(current_, "'}' to close the block opened at line " + std::to_string(open.line));
@@ -521,7 +595,8 @@ class Parser {
         layer_.prims[index].children.push_back(child);
       } else if (current_.isWord("variantSet")) {
         parseVariantSet(index, std::move(comments));
-      } else if (current_.isWord("reorder") && (peek().isWord("nameChildren") || peek().isWord("properties"))) {
+      } else if (current_.isWord("reorder") &&
+                 (peek().isWord("nameChildren") || peek().isWord("properties"))) {
         advance();
         MetadataEntry entry;
         entry.op = ListOp::Reorder;
@@ -531,14 +606,16 @@ class Parser {
         expect('=', "'=' after the reorder statement");
         const Token at = current_;
         entry.value = parseValue();
-        if (entry.value.kind != ValueKind::List) fail(at, "a list of names");
+        if (entry.value.kind != ValueKind::List)
+          fail(at, "a list of names");
         layer_.prims[index].reorders.push_back(std::move(entry));
       } else {
         parseProperty(std::move(comments));
       }
     }
     auto& buffer = propertyBuffers_[level];
-    layer_.prims[index].properties.assign(std::make_move_iterator(buffer.begin()), std::make_move_iterator(buffer.end()));
+    layer_.prims[index].properties.assign(std::make_move_iterator(buffer.begin()),
+                                          std::make_move_iterator(buffer.end()));
     buffer.clear();
     --bodyLevel_;
     checkSiblingNames(layer_.prims[index].children);
@@ -549,7 +626,8 @@ class Parser {
   void parseVariantSet(std::uint32_t owner, Comments comments) {
     NestingGuard guard(*this, current_);
     advance();
-    if (current_.kind != TokenKind::String) fail(current_, "the variant set name in quotes");
+    if (current_.kind != TokenKind::String)
+      fail(current_, "the variant set name in quotes");
     VariantSetSpec set;
     set.name = unquotedName(current_);
     set.comments = std::move(comments);
@@ -559,7 +637,8 @@ class Parser {
     while (!current_.is('}')) {
       VariantSpec variant;
       variant.comments = takeComments(current_);
-      if (current_.kind != TokenKind::String) fail(current_, "a variant name in quotes or '}'");
+      if (current_.kind != TokenKind::String)
+        fail(current_, "a variant name in quotes or '}'");
       variant.name = unquotedName(current_);
       advance();
       variant.body = newPrim(owner);
@@ -611,9 +690,9 @@ class Parser {
     } else {
       typeName = parseTypeName("a prim, a property, a variantSet or '}'");
     }
-    const std::string_view name = expectWord(kind == PropertyKind::Relationship
-                                                 ? "the relationship name"
-                                                 : "the attribute name after its type");
+    const std::string_view name =
+        expectWord(kind == PropertyKind::Relationship ? "the relationship name"
+                                                      : "the attribute name after its type");
     PropertyField field;
     field.op = op;
     if (current_.is('.')) {
@@ -626,35 +705,43 @@ class Parser {
       field.value = parseFieldValue(kind, typeName, field.suffix);
     }
     std::vector<MetadataEntry> metadata;
-    if (current_.is('(')) metadata = parseMetadataBlock();
-    if (current_.is(';')) advance();
+    if (current_.is('('))
+      metadata = parseMetadataBlock();
+    if (current_.is(';'))
+      advance();
     mergeProperty(kind, custom, variability, typeName, name, std::move(field), std::move(metadata),
                   std::move(comments));
   }
 
   Value parseFieldValue(PropertyKind kind, std::string_view typeName, std::string_view suffix) {
     const Token at = current_;
-    if (suffix == "timeSamples") return parseTimeSamples(typeName);
+    if (suffix == "timeSamples")
+      return parseTimeSamples(typeName);
     if (suffix == "spline") {
-      if (!current_.is('{') || peeked_) fail(current_, "'{' to open the spline");
+      if (!current_.is('{') || peeked_)
+        fail(current_, "'{' to open the spline");
       std::string_view block;
-      if (!tokens_.takeBalancedBlock(current_, block)) fail(current_, "a '}' that closes the spline");
+      if (!tokens_.takeBalancedBlock(current_, block))
+        fail(current_, "a '}' that closes the spline");
       advance();
       return Value::ofKind(ValueKind::RawText, block);
     }
     Value value = parseValue();
     if (kind == PropertyKind::Relationship || suffix == "connect") {
-      const bool paths = value.kind == ValueKind::Path || value.isNone() ||
-                         (value.kind == ValueKind::List && [&] {
-                           for (const Value& item : value.items()) {
-                             if (item.kind != ValueKind::Path) return false;
-                           }
-                           return true;
-                         }());
-      if (!paths) fail(at, "a path <...>, a list of paths or None");
+      const bool paths =
+          value.kind == ValueKind::Path || value.isNone() || (value.kind == ValueKind::List && [&] {
+            for (const Value& item : value.items()) {
+              if (item.kind != ValueKind::Path)
+                return false;
+            }
+            return true;
+          }());
+      if (!paths)
+        fail(at, "a path <...>, a list of paths or None");
       return value;
     }
-    if (suffix.empty()) checkValue(typeName, value, at);
+    if (suffix.empty())
+      checkValue(typeName, value, at);
     return value;
   }
 
@@ -662,7 +749,8 @@ class Parser {
     const std::size_t start = scratch_.size();
     expect('{', "'{' to open the time samples");
     while (!current_.is('}')) {
-      if (current_.kind != TokenKind::Number) fail(current_, "a time (a number) or '}'");
+      if (current_.kind != TokenKind::Number)
+        fail(current_, "a time (a number) or '}'");
       const std::string_view time = current_.text;
       advance();
       expect(':', "':' after the sample time");
@@ -683,16 +771,19 @@ class Parser {
     return finishItems(Value::ofKind(ValueKind::TimeSamples, {}), start);
   }
 
-  void mergeProperty(PropertyKind kind, bool custom, Variability variability, std::string_view typeName,
-                     std::string_view name, PropertyField field, std::vector<MetadataEntry> metadata,
-                     Comments comments) {
+  void mergeProperty(PropertyKind kind, bool custom, Variability variability,
+                     std::string_view typeName, std::string_view name, PropertyField field,
+                     std::vector<MetadataEntry> metadata, Comments comments) {
     auto& properties = propertyBuffers_[bodyLevel_ - 1];
     for (PropertySpec& existing : properties) {
-      if (existing.name != name || existing.kind != kind) continue;
+      if (existing.name != name || existing.kind != kind)
+        continue;
       existing.custom = existing.custom || custom;
-      if (existing.typeName.empty()) existing.typeName = typeName;
+      if (existing.typeName.empty())
+        existing.typeName = typeName;
       existing.fields.push_back(std::move(field));
-      for (auto& entry : metadata) existing.metadata.push_back(std::move(entry));
+      for (auto& entry : metadata)
+        existing.metadata.push_back(std::move(entry));
       existing.comments.insert(existing.comments.end(), comments.begin(), comments.end());
       return;
     }

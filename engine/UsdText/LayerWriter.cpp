@@ -15,9 +15,9 @@ class Writer {
     writeComments(layer_.headerComments);
     // The reader gives every comment before the first statement to the header, so an empty
     // metadata block marks where the header's comments end and the first prim's begin.
-    const bool firstHasComments =
-        layer_.rootPrims.empty() ? !layer_.trailingComments.empty()
-                                 : !layer_.prims[layer_.rootPrims.front()].comments.empty();
+    const bool firstHasComments = layer_.rootPrims.empty()
+                                      ? !layer_.trailingComments.empty()
+                                      : !layer_.prims[layer_.rootPrims.front()].comments.empty();
     if (!layer_.metadata.empty() || firstHasComments) {
       out_ += "(\n";
       writeMetadataEntries(layer_.metadata, 1);
@@ -27,7 +27,8 @@ class Writer {
       out_ += '\n';
       writePrim(root);
     }
-    if (!layer_.trailingComments.empty()) out_ += '\n';
+    if (!layer_.trailingComments.empty())
+      out_ += '\n';
     writeComments(layer_.trailingComments);
     return std::move(out_);
   }
@@ -39,12 +40,24 @@ class Writer {
 
   void writeValue(const Value& value) {
     switch (value.kind) {
-      case ValueKind::None: out_ += "None"; return;
-      case ValueKind::Tuple: writeSequence(value, '(', ')'); return;
-      case ValueKind::List: writeSequence(value, '[', ']'); return;
-      case ValueKind::Dictionary: writeDictionary(value); return;
-      case ValueKind::TimeSamples: writeTimeSamples(value); return;
-      case ValueKind::Reference: writeReference(value); return;
+      case ValueKind::None:
+        out_ += "None";
+        return;
+      case ValueKind::Tuple:
+        writeSequence(value, '(', ')');
+        return;
+      case ValueKind::List:
+        writeSequence(value, '[', ']');
+        return;
+      case ValueKind::Dictionary:
+        writeDictionary(value);
+        return;
+      case ValueKind::TimeSamples:
+        writeTimeSamples(value);
+        return;
+      case ValueKind::Reference:
+        writeReference(value);
+        return;
       case ValueKind::Entry:
         out_ += value.text;
         if (value.itemCount > 0) {
@@ -52,7 +65,9 @@ class Writer {
           writeValue(value.items()[0]);
         }
         return;
-      default: out_ += value.text; return;
+      default:
+        out_ += value.text;
+        return;
     }
   }
 
@@ -70,7 +85,8 @@ class Writer {
   void writeSequence(const Value& value, char open, char close) {
     out_ += open;
     for (std::size_t i = 0; i < value.itemCount; ++i) {
-      if (i > 0) out_ += ", ";
+      if (i > 0)
+        out_ += ", ";
       writeValue(value.items()[i]);
     }
     out_ += close;
@@ -106,7 +122,8 @@ class Writer {
       indent();
       out_ += entry.text;
       out_ += ": ";
-      if (entry.itemCount > 0) writeValue(entry.items()[0]);
+      if (entry.itemCount > 0)
+        writeValue(entry.items()[0]);
       out_ += ",\n";
     }
     --level_;
@@ -117,7 +134,8 @@ class Writer {
   void writeArguments(const Value& args) {
     out_ += " (";
     for (std::size_t i = 0; i < args.itemCount; ++i) {
-      if (i > 0) out_ += "; ";
+      if (i > 0)
+        out_ += "; ";
       writeValue(args.items()[i]);
     }
     out_ += ')';
@@ -158,9 +176,11 @@ class Writer {
 
   // Sublayer and reference lists read best one layer per line.
   static bool isLayerList(const Value& value) {
-    if (value.kind != ValueKind::List || value.itemCount == 0) return false;
+    if (value.kind != ValueKind::List || value.itemCount == 0)
+      return false;
     for (const Value& item : value.items()) {
-      if (item.kind != ValueKind::Asset && item.kind != ValueKind::Reference) return false;
+      if (item.kind != ValueKind::Asset && item.kind != ValueKind::Reference)
+        return false;
     }
     return true;
   }
@@ -171,7 +191,8 @@ class Writer {
     for (std::size_t i = 0; i < value.itemCount; ++i) {
       indent();
       writeValue(value.items()[i]);
-      if (i + 1 < value.itemCount) out_ += ',';
+      if (i + 1 < value.itemCount)
+        out_ += ',';
       out_ += '\n';
     }
     --level_;
@@ -198,7 +219,8 @@ class Writer {
     out_ += " \"";
     out_ += prim.name;
     out_ += '"';
-    if (!prim.metadata.empty()) writeMetadataBlock(prim.metadata);
+    if (!prim.metadata.empty())
+      writeMetadataBlock(prim.metadata);
     out_ += '\n';
     indent();
     out_ += "{\n";
@@ -211,7 +233,8 @@ class Writer {
     ++level_;
     bool first = true;
     auto separate = [&] {
-      if (!first) out_ += '\n';
+      if (!first)
+        out_ += '\n';
       first = false;
     };
     for (const MetadataEntry& reorder : prim.reorders) {
@@ -254,7 +277,8 @@ class Writer {
       out_ += '"';
       out_ += variant.name;
       out_ += '"';
-      if (!body.metadata.empty()) writeMetadataBlock(body.metadata);
+      if (!body.metadata.empty())
+        writeMetadataBlock(body.metadata);
       out_ += " {\n";
       writeBody(body);
       indent();
@@ -274,9 +298,12 @@ class Writer {
         out_ += listOpKeyword(field.op);
         out_ += ' ';
       }
-      if (property.custom) out_ += "custom ";
-      if (property.variability == Variability::Uniform) out_ += "uniform ";
-      if (property.variability == Variability::Config) out_ += "config ";
+      if (property.custom)
+        out_ += "custom ";
+      if (property.variability == Variability::Uniform)
+        out_ += "uniform ";
+      if (property.variability == Variability::Config)
+        out_ += "config ";
       if (property.kind == PropertyKind::Relationship) {
         out_ += "rel ";
       } else {
@@ -292,7 +319,8 @@ class Writer {
         out_ += " = ";
         writeValue(field.value);
       }
-      if (!metadataWritten && !property.metadata.empty()) writeMetadataBlock(property.metadata);
+      if (!metadataWritten && !property.metadata.empty())
+        writeMetadataBlock(property.metadata);
       metadataWritten = true;
       out_ += '\n';
     }
@@ -305,7 +333,9 @@ class Writer {
 
 }  // namespace
 
-std::string writeLayer(const Layer& layer) { return Writer(layer).write(); }
+std::string writeLayer(const Layer& layer) {
+  return Writer(layer).write();
+}
 
 std::string formatValue(const Value& value) {
   static const Layer kNoLayer;

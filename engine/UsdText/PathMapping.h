@@ -17,10 +17,12 @@ struct PathMapping {
 
 // Whether `path` is `prefix` or lies below it (a child, a property or a variant selection).
 bool hasPrefixPath(std::string_view path, std::string_view prefix);
-// Turns a target written relative to a prim ("../Looks/Red", ".size", "Child") into an absolute path.
+// Turns a target written relative to a prim ("../Looks/Red", ".size", "Child") into an absolute
+// path.
 std::string absolutePath(std::string_view target, std::string_view anchor);
 // A target authored at `anchor` (in the namespace of the mapping's innermost arc) in stage
 // namespace. Targets outside what an arc brings in are kept as written.
-std::string mapTargetToStage(std::string_view target, std::string_view anchor, const PathMapping* mapping);
+std::string mapTargetToStage(std::string_view target, std::string_view anchor,
+                             const PathMapping* mapping);
 
 }  // namespace orvan::engine

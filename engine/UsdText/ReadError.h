@@ -15,7 +15,8 @@ struct ReadError {
 
   // "file:line:column: message", the one-line form tools print.
   std::string describe() const {
-    if (line == 0) return file + ": " + message;
+    if (line == 0)
+      return file + ": " + message;
     return file + ":" + std::to_string(line) + ":" + std::to_string(column) + ": " + message;
   }
 };

@@ -8,7 +8,8 @@ namespace {
 
 class Random {
  public:
-  explicit Random(std::uint64_t seed) : state_(seed * 6364136223846793005ull + 1442695040888963407ull) {}
+  explicit Random(std::uint64_t seed)
+      : state_(seed * 6364136223846793005ull + 1442695040888963407ull) {}
   double unit() {
     state_ = state_ * 6364136223846793005ull + 1442695040888963407ull;
     return static_cast<double>(state_ >> 11) / static_cast<double>(1ull << 53);
@@ -53,7 +54,8 @@ class Generator {
         "    custom color3f orvan:backgroundColor = (0.03, 0.035, 0.045)\n"
         "    custom bool orvan:shadowsEnabled = true\n";
     --budget_;
-    for (std::size_t zone = 0; budget_ > 0; ++zone) writeZone(zone);
+    for (std::size_t zone = 0; budget_ > 0; ++zone)
+      writeZone(zone);
     out_ += "}\n";
     return std::move(out_);
   }
@@ -62,7 +64,8 @@ class Generator {
   void line(const char* format, auto... values) {
     char buffer[256];
     const int length = std::snprintf(buffer, sizeof buffer, format, values...);
-    if (length > 0) out_.append(buffer, static_cast<std::size_t>(length));
+    if (length > 0)
+      out_.append(buffer, static_cast<std::size_t>(length));
   }
 
   void writeZone(std::size_t zone) {
@@ -81,7 +84,8 @@ class Generator {
     line("\n        def Xform \"Cluster_%zu\"\n        {\n", cluster);
     line("            double3 xformOp:translate = (0, 0, %zu)\n", cluster * 20);
     out_ += "            uniform token[] xformOpOrder = [\"xformOp:translate\"]\n";
-    for (std::size_t entity = 0; entity < shape_.entitiesPerCluster && budget_ > 0; ++entity) writeEntity(entity);
+    for (std::size_t entity = 0; entity < shape_.entitiesPerCluster && budget_ > 0; ++entity)
+      writeEntity(entity);
     out_ += "        }\n";
   }
 
@@ -93,13 +97,14 @@ class Generator {
     out_ += "                kind = \"component\"\n            )\n            {\n";
     line("                custom uint64 orvan:entityId = %llu\n",
          static_cast<unsigned long long>(0x9E3779B97F4A7C15ull * nextId_ >> 1));
-    line("                double3 xformOp:translate = (%.3f, %.3f, %.3f)\n", random_.unit() * 20 - 10,
-         random_.unit() * 2, random_.unit() * 20 - 10);
+    line("                double3 xformOp:translate = (%.3f, %.3f, %.3f)\n",
+         random_.unit() * 20 - 10, random_.unit() * 2, random_.unit() * 20 - 10);
     line("                float3 xformOp:rotateXYZ = (0, %.1f, 0)\n", random_.unit() * 360);
     const double scale = 0.5 + random_.unit();
     line("                float3 xformOp:scale = (%.3f, %.3f, %.3f)\n", scale, scale, scale);
     out_ +=
-        "                uniform token[] xformOpOrder = [\"xformOp:translate\", \"xformOp:rotateXYZ\", "
+        "                uniform token[] xformOpOrder = [\"xformOp:translate\", "
+        "\"xformOp:rotateXYZ\", "
         "\"xformOp:scale\"]\n";
     line("                color3f[] primvars:displayColor = [(%.3f, %.3f, %.3f)]\n", random_.unit(),
          random_.unit(), random_.unit());

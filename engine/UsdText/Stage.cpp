@@ -20,7 +20,8 @@ struct PropertyEntry {
 void Stage::buildPathIndex() {
   byPath_.clear();
   byPath_.reserve(prims.size());
-  for (std::uint32_t i = 0; i < prims.size(); ++i) byPath_.emplace(prims[i].path, i);
+  for (std::uint32_t i = 0; i < prims.size(); ++i)
+    byPath_.emplace(prims[i].path, i);
 }
 
 const ComposedPrim* Stage::findPrim(std::string_view path) const {
@@ -52,27 +53,35 @@ void resolveProperty(const Stage& stage, const ComposedPrim& prim, ComposedPrope
   for (std::size_t i = 0; i < count; ++i) {
     const PropertySpec& spec = *entries[i].spec;
     out.opinions.push_back({entries[i].opinion->layer, &spec});
-    if (out.typeName.empty()) out.typeName = spec.typeName;
+    if (out.typeName.empty())
+      out.typeName = spec.typeName;
     for (const PropertyField& field : spec.fields) {
-      if (!field.hasValue) continue;
-      if (field.suffix.empty() && out.kind == PropertyKind::Attribute && !out.value) out.value = &field.value;
-      if (field.suffix == "timeSamples" && !out.timeSamples) out.timeSamples = &field.value;
-      if (field.suffix == "spline" && !out.spline) out.spline = &field.value;
+      if (!field.hasValue)
+        continue;
+      if (field.suffix.empty() && out.kind == PropertyKind::Attribute && !out.value)
+        out.value = &field.value;
+      if (field.suffix == "timeSamples" && !out.timeSamples)
+        out.timeSamples = &field.value;
+      if (field.suffix == "spline" && !out.spline)
+        out.spline = &field.value;
     }
   }
   // Targets and connections are list edits: apply them from the weakest opinion up.
   for (std::size_t i = count; i-- > 0;) {
     const std::uint32_t site = entries[i].opinion->site;
-    const std::string_view anchor = site == kLocalSite ? std::string_view(prim.path) : stage.sites[site].path;
+    const std::string_view anchor =
+        site == kLocalSite ? std::string_view(prim.path) : stage.sites[site].path;
     const PathMapping* mapping = site == kLocalSite ? nullptr : stage.sites[site].mapping.get();
     for (const PropertyField& field : entries[i].spec->fields) {
-      if (!field.hasValue || field.suffix != targetField) continue;
+      if (!field.hasValue || field.suffix != targetField)
+        continue;
       out.hasTargets = true;
       std::vector<std::string> items;
       for (const Value* item : listItems(field.value)) {
         items.push_back(mapTargetToStage(item->decoded(), anchor, mapping));
       }
-      applyListOp(out.targets, field.op, items, [](const std::string& a, const std::string& b) { return a == b; });
+      applyListOp(out.targets, field.op, items,
+                  [](const std::string& a, const std::string& b) { return a == b; });
     }
   }
 }
@@ -82,8 +91,10 @@ void resolveProperty(const Stage& stage, const ComposedPrim& prim, ComposedPrope
 std::vector<ComposedProperty> Stage::composeProperties(const ComposedPrim& prim) const {
   std::vector<ComposedProperty> properties;
   std::size_t total = 0;
-  for (std::uint32_t i = 0; i < prim.opinionCount; ++i) total += spec(primOpinions[prim.firstOpinion + i]).properties.size();
-  if (total == 0) return properties;
+  for (std::uint32_t i = 0; i < prim.opinionCount; ++i)
+    total += spec(primOpinions[prim.firstOpinion + i]).properties.size();
+  if (total == 0)
+    return properties;
   std::vector<PropertyEntry> entries;
   entries.reserve(total);
   std::vector<std::string_view> order;
@@ -92,11 +103,13 @@ std::vector<ComposedProperty> Stage::composeProperties(const ComposedPrim& prim)
   auto indexOf = [&](std::string_view name) -> std::uint32_t {
     if (useMap) {
       const auto [at, inserted] = byName.emplace(name, static_cast<std::uint32_t>(order.size()));
-      if (inserted) order.push_back(name);
+      if (inserted)
+        order.push_back(name);
       return at->second;
     }
     for (std::uint32_t i = 0; i < order.size(); ++i) {
-      if (order[i] == name) return i;
+      if (order[i] == name)
+        return i;
     }
     order.push_back(name);
     return static_cast<std::uint32_t>(order.size() - 1);
@@ -114,22 +127,27 @@ std::vector<ComposedProperty> Stage::composeProperties(const ComposedPrim& prim)
   std::size_t begin = 0;
   while (begin < entries.size()) {
     std::size_t end = begin;
-    while (end < entries.size() && entries[end].property == entries[begin].property) ++end;
-    resolveProperty(*this, prim, properties[entries[begin].property], entries.data() + begin, end - begin);
+    while (end < entries.size() && entries[end].property == entries[begin].property)
+      ++end;
+    resolveProperty(*this, prim, properties[entries[begin].property], entries.data() + begin,
+                    end - begin);
     begin = end;
   }
   return properties;
 }
 
-std::optional<ComposedProperty> Stage::findProperty(const ComposedPrim& prim, std::string_view name) const {
+std::optional<ComposedProperty> Stage::findProperty(const ComposedPrim& prim,
+                                                    std::string_view name) const {
   std::vector<PropertyEntry> entries;
   for (std::uint32_t o = 0; o < prim.opinionCount; ++o) {
     const PrimOpinion& opinion = primOpinions[prim.firstOpinion + o];
     for (const PropertySpec& property : spec(opinion).properties) {
-      if (property.name == name) entries.push_back({0, o, &opinion, &property});
+      if (property.name == name)
+        entries.push_back({0, o, &opinion, &property});
     }
   }
-  if (entries.empty()) return std::nullopt;
+  if (entries.empty())
+    return std::nullopt;
   ComposedProperty property;
   resolveProperty(*this, prim, property, entries.data(), entries.size());
   return property;

@@ -14,14 +14,14 @@
 namespace orvan::engine {
 
 struct StageLayer {
-  std::string identifier;  // the absolute, normalised file path
-  std::string name;        // the file name
+  std::string identifier;              // the absolute, normalised file path
+  std::string name;                    // the file name
   std::shared_ptr<const Layer> layer;  // null when muted or unreadable
-  int depth = 0;           // 0 for the root layer, 1 for its sublayers, ...
+  int depth = 0;                       // 0 for the root layer, 1 for its sublayers, ...
   bool root = false;
   bool muted = false;
   bool inRootLayerStack = true;  // false for layers reached through references and payloads
-  std::string error;       // why the layer could not be used, empty when it could
+  std::string error;             // why the layer could not be used, empty when it could
 };
 
 // Something that went wrong while composing; composition goes on around it.
@@ -41,9 +41,9 @@ struct OpinionSite {
 
 // One prim spec that contributes to a composed prim, strongest first.
 struct PrimOpinion {
-  std::uint32_t layer;               // index into Stage::layers
-  std::uint32_t spec;                // index into that layer's prims
-  std::uint32_t site = kLocalSite;   // index into Stage::sites, or kLocalSite
+  std::uint32_t layer;              // index into Stage::layers
+  std::uint32_t spec;               // index into that layer's prims
+  std::uint32_t site = kLocalSite;  // index into Stage::sites, or kLocalSite
 };
 
 struct PropertyOpinion {
@@ -57,11 +57,11 @@ struct ComposedProperty {
   std::string_view typeName;
   bool custom = false;
   Variability variability = Variability::Varying;
-  const Value* value = nullptr;        // the strongest default (None when blocked); null when unauthored
+  const Value* value = nullptr;  // the strongest default (None when blocked); null when unauthored
   const Value* timeSamples = nullptr;  // the strongest .timeSamples
   const Value* spline = nullptr;       // the strongest .spline, as authored text
   bool hasTargets = false;
-  std::vector<std::string> targets;    // relationship targets or connections, in stage namespace
+  std::vector<std::string> targets;       // relationship targets or connections, in stage namespace
   std::vector<PropertyOpinion> opinions;  // every contributing spec, strongest first
 };
 
@@ -70,14 +70,14 @@ struct ComposedPrim {
   std::string_view name;
   std::string_view typeName;
   Specifier specifier = Specifier::Over;
-  bool defined = false;        // some opinion says def or class
+  bool defined = false;  // some opinion says def or class
   bool active = true;
   bool instanceable = false;
   bool isInstance = false;     // instanceable and brought in through an arc
   bool instanceProxy = false;  // below an instance: shown, but not editable on its own
   bool hasPayload = false;
   bool payloadLoaded = false;
-  bool hasArcs = false;        // references, payloads, inherits, specializes or variants contribute
+  bool hasArcs = false;  // references, payloads, inherits, specializes or variants contribute
   std::string kind;
   std::vector<std::pair<std::string, std::string>> variantSelections;
   std::uint32_t parent = kNoPrim;
@@ -101,7 +101,8 @@ class Stage {
   const ComposedPrim* findPrim(std::string_view path) const;
   // All properties of a prim: weaker opinions name theirs first, stronger ones add theirs after.
   std::vector<ComposedProperty> composeProperties(const ComposedPrim& prim) const;
-  std::optional<ComposedProperty> findProperty(const ComposedPrim& prim, std::string_view name) const;
+  std::optional<ComposedProperty> findProperty(const ComposedPrim& prim,
+                                               std::string_view name) const;
   // The strongest opinion for a prim metadata key, or null.
   const MetadataEntry* findMetadata(const ComposedPrim& prim, std::string_view key) const;
   const PrimSpec& spec(const PrimOpinion& opinion) const {

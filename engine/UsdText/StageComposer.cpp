@@ -52,7 +52,8 @@ struct ChildKey {
 
 struct ChildKeyHash {
   std::size_t operator()(const ChildKey& key) const {
-    return std::hash<std::string_view>()(key.name) ^ (static_cast<std::size_t>(key.parent) * 0x9E3779B97F4A7C15ull);
+    return std::hash<std::string_view>()(key.name) ^
+           (static_cast<std::size_t>(key.parent) * 0x9E3779B97F4A7C15ull);
   }
 };
 
@@ -75,16 +76,21 @@ struct ArcItem {
 std::string normalisedPath(const std::string& path) {
   std::error_code error;
   fs::path absolute = fs::absolute(fs::path(path), error);
-  if (error) absolute = fs::path(path);
+  if (error)
+    absolute = fs::path(path);
   return absolute.lexically_normal().string();
 }
 
-std::string fileNameOf(const std::string& path) { return fs::path(path).filename().string(); }
+std::string fileNameOf(const std::string& path) {
+  return fs::path(path).filename().string();
+}
 
 const char* foreignFormat(const std::string& path) {
   const std::string extension = fs::path(path).extension().string();
-  if (extension == ".usdc") return "a binary crate file";
-  if (extension == ".usdz") return "a zipped package";
+  if (extension == ".usdc")
+    return "a binary crate file";
+  if (extension == ".usdz")
+    return "a zipped package";
   if (extension == ".fbx" || extension == ".obj" || extension == ".abc" || extension == ".gltf" ||
       extension == ".glb") {
     return "not a USD text layer";
@@ -95,7 +101,8 @@ const char* foreignFormat(const std::string& path) {
 class Composer {
  public:
   explicit Composer(const ComposeOptions& options) : options_(options) {
-    for (const std::string& muted : options.mutedLayers) muted_.insert(normalisedPath(muted));
+    for (const std::string& muted : options.mutedLayers)
+      muted_.insert(normalisedPath(muted));
   }
 
   std::shared_ptr<Stage> compose(std::shared_ptr<const Layer> root, const std::string& rootPath) {
@@ -105,7 +112,8 @@ class Composer {
     const std::uint32_t rootStack = layerStackFor(rootIndex, true);
 
     std::size_t specs = 0;
-    for (const std::uint32_t layer : stacks_[rootStack].layers) specs += layerAt(layer).prims.size();
+    for (const std::uint32_t layer : stacks_[rootStack].layers)
+      specs += layerAt(layer).prims.size();
     stage_->prims.reserve(specs);
     stage_->primOpinions.reserve(specs);
 
@@ -114,7 +122,8 @@ class Composer {
     pseudoRoot.path = "/";
     pseudoRoot.specs.assign(stacks_[rootStack].layers.size(), kPseudoRoot);
     std::vector<OpinionRef> opinions;
-    for (const std::uint32_t layer : stacks_[rootStack].layers) opinions.push_back({layer, kPseudoRoot, &pseudoRoot});
+    for (const std::uint32_t layer : stacks_[rootStack].layers)
+      opinions.push_back({layer, kPseudoRoot, &pseudoRoot});
     composeChildren(pseudoRoot, opinions, kNoPrim, "", 0, false);
     stage_->buildPathIndex();
     return std::move(stage_);
@@ -123,8 +132,8 @@ class Composer {
  private:
   // ---- layers and layer stacks ----
 
-  std::uint32_t addLayer(const std::string& path, std::shared_ptr<const Layer> layer, std::string error,
-                         int depth, bool inRoot) {
+  std::uint32_t addLayer(const std::string& path, std::shared_ptr<const Layer> layer,
+                         std::string error, int depth, bool inRoot) {
     const auto index = static_cast<std::uint32_t>(stage_->layers.size());
     StageLayer entry;
     entry.identifier = path;
@@ -142,16 +151,19 @@ class Composer {
   const Layer& layerAt(std::uint32_t index) const { return *stage_->layers[index].layer; }
 
   // The index of a readable layer, or nullopt with the reason in `error`.
-  std::optional<std::uint32_t> loadLayer(const std::string& path, int depth, bool inRoot, std::string& error) {
+  std::optional<std::uint32_t> loadLayer(const std::string& path, int depth, bool inRoot,
+                                         std::string& error) {
     if (const auto found = layerByPath_.find(path); found != layerByPath_.end()) {
       const StageLayer& known = stage_->layers[found->second];
-      if (known.layer) return found->second;
+      if (known.layer)
+        return found->second;
       error = known.error.empty() ? "the layer is muted" : known.error;
       return std::nullopt;
     }
     std::shared_ptr<const Layer> layer;
     if (const char* format = foreignFormat(path)) {
-      error = std::string("'") + fileNameOf(path) + "' is " + format + ", which this engine cannot compose";
+      error = std::string("'") + fileNameOf(path) + "' is " + format +
+              ", which this engine cannot compose";
     } else if (std::error_code exists; !fs::exists(path, exists)) {
       error = "the file " + path + " does not exist";
     } else {
@@ -159,13 +171,15 @@ class Composer {
       if (read.ok()) {
         layer = std::move(read.layer);
       } else if (isBinaryCrate(path)) {
-        error = "'" + fileNameOf(path) + "' is a binary crate file, which this engine cannot compose";
+        error =
+            "'" + fileNameOf(path) + "' is a binary crate file, which this engine cannot compose";
       } else {
         error = read.error->describe();
       }
     }
     const std::uint32_t index = addLayer(path, layer, error, depth, inRoot);
-    if (!layer) return std::nullopt;
+    if (!layer)
+      return std::nullopt;
     return index;
   }
 
@@ -178,13 +192,15 @@ class Composer {
 
   std::string resolveAsset(std::uint32_t anchorLayer, const std::string& asset) const {
     const fs::path path(asset);
-    if (path.is_absolute()) return path.lexically_normal().string();
+    if (path.is_absolute())
+      return path.lexically_normal().string();
     const fs::path anchor(stage_->layers[anchorLayer].identifier);
     return (anchor.parent_path() / path).lexically_normal().string();
   }
 
   std::uint32_t layerStackFor(std::uint32_t rootLayer, bool inRoot) {
-    if (const auto found = stackByRoot_.find(rootLayer); found != stackByRoot_.end()) return found->second;
+    if (const auto found = stackByRoot_.find(rootLayer); found != stackByRoot_.end())
+      return found->second;
     LayerStack stack;
     std::vector<std::uint32_t> visiting;
     appendToStack(stack, rootLayer, 0, inRoot, visiting);
@@ -239,12 +255,14 @@ class Composer {
 
   std::uint32_t childSpec(std::uint32_t layer, std::uint32_t spec, std::string_view name) {
     // The child being composed is usually known already from listing the names.
-    if (hint_.layer == layer && hint_.parent == spec) return hint_.child;
+    if (hint_.layer == layer && hint_.parent == spec)
+      return hint_.child;
     const std::vector<std::uint32_t>& children = childrenOf(layer, spec);
     const Layer& l = layerAt(layer);
     if (children.size() <= 8) {
       for (const std::uint32_t child : children) {
-        if (l.prims[child].name == name) return child;
+        if (l.prims[child].name == name)
+          return child;
       }
       return kNoPrim;
     }
@@ -252,7 +270,8 @@ class Composer {
     if (index.empty()) {
       index.reserve(l.prims.size());
       for (std::uint32_t i = 0; i < l.prims.size(); ++i) {
-        if (!l.prims[i].isVariantBody) index.emplace(ChildKey{l.prims[i].parent, l.prims[i].name}, i);
+        if (!l.prims[i].isVariantBody)
+          index.emplace(ChildKey{l.prims[i].parent, l.prims[i].name}, i);
       }
     }
     const auto found = index.find(ChildKey{spec == kPseudoRoot ? kNoPrim : spec, name});
@@ -260,15 +279,19 @@ class Composer {
   }
 
   std::uint32_t findSpec(std::uint32_t layer, std::string_view path) {
-    if (path.empty() || path.front() != '/') return kNoPrim;
+    if (path.empty() || path.front() != '/')
+      return kNoPrim;
     std::uint32_t spec = kPseudoRoot;
     std::size_t position = 1;
     while (position < path.size()) {
       const std::size_t slash = path.find('/', position);
-      const std::string_view name = path.substr(position, slash == std::string_view::npos ? slash : slash - position);
+      const std::string_view name =
+          path.substr(position, slash == std::string_view::npos ? slash : slash - position);
       spec = childSpec(layer, spec, name);
-      if (spec == kNoPrim) return kNoPrim;
-      if (slash == std::string_view::npos) break;
+      if (spec == kNoPrim)
+        return kNoPrim;
+      if (slash == std::string_view::npos)
+        break;
       position = slash + 1;
     }
     return spec == kPseudoRoot ? kNoPrim : spec;
@@ -295,13 +318,15 @@ class Composer {
     out.mapping = from.mapping;
     out.path.reserve(from.path.size() + name.size() + 1);
     out.path = from.path;
-    if (out.path != "/") out.path += '/';
+    if (out.path != "/")
+      out.path += '/';
     out.path += name;
     const auto& layers = stacks_[from.stack].layers;
     out.specs.assign(from.specs.size(), kNoPrim);
     bool any = false;
     for (std::size_t i = 0; i < from.specs.size(); ++i) {
-      if (from.specs[i] == kNoPrim) continue;
+      if (from.specs[i] == kNoPrim)
+        continue;
       out.specs[i] = childSpec(layers[i], from.specs[i], name);
       any = any || out.specs[i] != kNoPrim;
     }
@@ -318,25 +343,31 @@ class Composer {
   void collectOpinions(const Node& node, std::vector<OpinionRef>& out) const {
     const auto& layers = stacks_[node.stack].layers;
     for (std::size_t i = 0; i < node.specs.size(); ++i) {
-      if (node.specs[i] != kNoPrim) out.push_back({layers[i], node.specs[i], &node});
+      if (node.specs[i] != kNoPrim)
+        out.push_back({layers[i], node.specs[i], &node});
     }
-    for (const Node& child : node.children) collectOpinions(child, out);
+    for (const Node& child : node.children)
+      collectOpinions(child, out);
   }
 
   std::string selectionFor(const Node& node, std::string_view setName) const {
     const auto& layers = stacks_[node.stack].layers;
     for (std::size_t i = 0; i < node.specs.size(); ++i) {
-      if (node.specs[i] == kNoPrim) continue;
+      if (node.specs[i] == kNoPrim)
+        continue;
       for (const MetadataEntry& entry : layerAt(layers[i]).prims[node.specs[i]].metadata) {
-        if (entry.key != "variants") continue;
-        if (const Value* selection = entry.value.findEntry(setName); selection && selection->itemCount > 0) {
+        if (entry.key != "variants")
+          continue;
+        if (const Value* selection = entry.value.findEntry(setName);
+            selection && selection->itemCount > 0) {
           return selection->items()[0].decoded();
         }
       }
     }
     for (const Node& child : node.children) {
       std::string found = selectionFor(child, setName);
-      if (!found.empty()) return found;
+      if (!found.empty())
+        return found;
     }
     return {};
   }
@@ -345,12 +376,16 @@ class Composer {
     std::vector<ArcItem> result;
     const auto& layers = stacks_[node.stack].layers;
     for (std::size_t i = node.specs.size(); i-- > 0;) {
-      if (node.specs[i] == kNoPrim) continue;
+      if (node.specs[i] == kNoPrim)
+        continue;
       for (const MetadataEntry& entry : layerAt(layers[i]).prims[node.specs[i]].metadata) {
-        if (entry.key != key) continue;
+        if (entry.key != key)
+          continue;
         std::vector<ArcItem> items;
-        for (const Value* value : listItems(entry.value)) items.push_back({value, layers[i]});
-        applyListOp(result, entry.op, items, [](const ArcItem& a, const ArcItem& b) { return *a.value == *b.value; });
+        for (const Value* value : listItems(entry.value))
+          items.push_back({value, layers[i]});
+        applyListOp(result, entry.op, items,
+                    [](const ArcItem& a, const ArcItem& b) { return *a.value == *b.value; });
       }
     }
     return result;
@@ -367,12 +402,15 @@ class Composer {
   void expand(Node& node, ExpandContext& context) {
     addArcs(node, context);
     context.ancestors.push_back(&node);
-    for (std::size_t i = 0; i < node.children.size(); ++i) expand(node.children[i], context);
+    for (std::size_t i = 0; i < node.children.size(); ++i)
+      expand(node.children[i], context);
     context.ancestors.pop_back();
   }
 
-  bool formsCycle(const ExpandContext& context, const Node& node, std::uint32_t stack, std::string_view path) const {
-    if (node.stack == stack && node.path == path) return true;
+  bool formsCycle(const ExpandContext& context, const Node& node, std::uint32_t stack,
+                  std::string_view path) const {
+    if (node.stack == stack && node.path == path)
+      return true;
     return std::any_of(context.ancestors.begin(), context.ancestors.end(),
                        [&](const Node* a) { return a->stack == stack && a->path == path; });
   }
@@ -398,11 +436,14 @@ class Composer {
     addReferenceArcs(node, context, "references", ArcType::Reference, added);
     addReferenceArcs(node, context, "payload", ArcType::Payload, added);
     addClassArcs(node, context, "specializes", ArcType::Specialize, added);
-    if (added.empty()) return;
+    if (added.empty())
+      return;
     context.arcs->hasArcs = true;
-    for (Node& child : added) node.children.push_back(std::move(child));
+    for (Node& child : added)
+      node.children.push_back(std::move(child));
     std::stable_sort(node.children.begin(), node.children.end(), [](const Node& a, const Node& b) {
-      if (a.arc != b.arc) return a.arc < b.arc;
+      if (a.arc != b.arc)
+        return a.arc < b.arc;
       return a.introDepth > b.introDepth;  // arcs authored on the prim itself beat inherited ones
     });
   }
@@ -411,13 +452,17 @@ class Composer {
                     std::vector<Node>& added) {
     for (const ArcItem& item : composeArcList(node, key)) {
       const auto target = item.value->targetPath();
-      if (!target) continue;
+      if (!target)
+        continue;
       std::string path = absolutePath(*target, node.path);
-      if (formsCycle(context, node, node.stack, path)) continue;
+      if (formsCycle(context, node, node.stack, path))
+        continue;
       bool any = false;
       auto specs = specsAt(node.stack, path, any);
-      if (!any) continue;  // a class nobody wrote yet is no error
-      added.push_back(makeArcNode(node, arc, node.stack, std::move(path), std::move(specs), context.depth));
+      if (!any)
+        continue;  // a class nobody wrote yet is no error
+      added.push_back(
+          makeArcNode(node, arc, node.stack, std::move(path), std::move(specs), context.depth));
     }
   }
 
@@ -425,16 +470,20 @@ class Composer {
     const auto& layers = stacks_[node.stack].layers;
     std::vector<std::string_view> seen;
     for (std::size_t i = 0; i < node.specs.size(); ++i) {
-      if (node.specs[i] == kNoPrim) continue;
+      if (node.specs[i] == kNoPrim)
+        continue;
       for (const VariantSetSpec& set : layerAt(layers[i]).prims[node.specs[i]].variantSets) {
-        if (std::find(seen.begin(), seen.end(), set.name) != seen.end()) continue;
+        if (std::find(seen.begin(), seen.end(), set.name) != seen.end())
+          continue;
         seen.push_back(set.name);
         const std::string selection = selectionFor(*context.root, set.name);
         auto& selections = context.arcs->selections;
-        if (std::none_of(selections.begin(), selections.end(), [&](const auto& s) { return s.first == set.name; })) {
+        if (std::none_of(selections.begin(), selections.end(),
+                         [&](const auto& s) { return s.first == set.name; })) {
           selections.emplace_back(std::string(set.name), selection);
         }
-        if (selection.empty()) continue;
+        if (selection.empty())
+          continue;
         Node variant;
         variant.arc = ArcType::Variant;
         variant.stack = node.stack;
@@ -444,9 +493,12 @@ class Composer {
         variant.specs.assign(node.specs.size(), kNoPrim);
         bool any = false;
         for (std::size_t j = 0; j < node.specs.size(); ++j) {
-          if (node.specs[j] == kNoPrim) continue;
-          const VariantSetSpec* inLayer = layerAt(layers[j]).prims[node.specs[j]].findVariantSet(set.name);
-          if (!inLayer) continue;
+          if (node.specs[j] == kNoPrim)
+            continue;
+          const VariantSetSpec* inLayer =
+              layerAt(layers[j]).prims[node.specs[j]].findVariantSet(set.name);
+          if (!inLayer)
+            continue;
           for (const VariantSpec& candidate : inLayer->variants) {
             if (candidate.name == selection) {
               variant.specs[j] = candidate.body;
@@ -454,7 +506,8 @@ class Composer {
             }
           }
         }
-        if (any) added.push_back(std::move(variant));
+        if (any)
+          added.push_back(std::move(variant));
       }
     }
   }
@@ -468,7 +521,8 @@ class Composer {
       const std::string shown = asset.empty() ? "<" + target + ">" : asset;
       if (arc == ArcType::Payload) {
         context.arcs->hasPayload = true;
-        if (!options_.loadPayloads) continue;
+        if (!options_.loadPayloads)
+          continue;
       }
       std::uint32_t stack = node.stack;
       if (!asset.empty()) {
@@ -476,7 +530,8 @@ class Composer {
         const std::string path = resolveAsset(item.layer, asset);
         const auto layer = loadLayer(path, 0, false, error);
         if (!layer) {
-          context.arcs->problems.push_back(std::string("The ") + what + " to '" + asset + "' is left out: " + error);
+          context.arcs->problems.push_back(std::string("The ") + what + " to '" + asset +
+                                           "' is left out: " + error);
           continue;
         }
         stack = layerStackFor(*layer, false);
@@ -487,7 +542,8 @@ class Composer {
                                              "' names no prim and the layer has no defaultPrim");
             continue;
           }
-          if (target.front() != '/') target.insert(target.begin(), '/');
+          if (target.front() != '/')
+            target.insert(target.begin(), '/');
         }
       } else if (target.empty()) {
         context.arcs->problems.push_back(std::string("An internal ") + what + " names no prim");
@@ -496,19 +552,21 @@ class Composer {
         target = absolutePath(target, node.path);
       }
       if (formsCycle(context, node, stack, target)) {
-        context.arcs->problems.push_back(std::string("The ") + what + " to '" + shown + "' at <" + target +
-                                         "> leads back to itself and is left out");
+        context.arcs->problems.push_back(std::string("The ") + what + " to '" + shown + "' at <" +
+                                         target + "> leads back to itself and is left out");
         continue;
       }
       bool any = false;
       auto specs = specsAt(stack, target, any);
       if (!any) {
-        context.arcs->problems.push_back(std::string("The ") + what + " to '" + shown + "' is left out: no prim <" +
-                                         target + "> there");
+        context.arcs->problems.push_back(std::string("The ") + what + " to '" + shown +
+                                         "' is left out: no prim <" + target + "> there");
         continue;
       }
-      if (arc == ArcType::Payload) context.arcs->payloadLoaded = true;
-      added.push_back(makeArcNode(node, arc, stack, std::move(target), std::move(specs), context.depth));
+      if (arc == ArcType::Payload)
+        context.arcs->payloadLoaded = true;
+      added.push_back(
+          makeArcNode(node, arc, stack, std::move(target), std::move(specs), context.depth));
     }
   }
 
@@ -519,43 +577,52 @@ class Composer {
     std::uint32_t spec;  // the child's spec when a single opinion names every child, else kNoPrim
   };
 
-  void composeChildren(const Node& tree, const std::vector<OpinionRef>& opinions, std::uint32_t parentIndex,
-                       const std::string& parentPath, int depth, bool proxy) {
+  void composeChildren(const Node& tree, const std::vector<OpinionRef>& opinions,
+                       std::uint32_t parentIndex, const std::string& parentPath, int depth,
+                       bool proxy) {
     const OpinionRef* only = nullptr;
     for (const ChildName& child : childNames(opinions, only)) {
-      if (only) hint_ = {only->layer, only->spec, child.spec};
+      if (only)
+        hint_ = {only->layer, only->spec, child.spec};
       Node node;
       const bool mapped = mapNode(tree, child.name, node);
       hint_ = {};
-      if (!mapped) continue;
+      if (!mapped)
+        continue;
       composePrim(std::move(node), child.name, parentIndex, parentPath, depth + 1, proxy);
     }
   }
 
   // The children's names in composed order. When a single opinion names them all, `only` points
   // to it and each name comes with its spec, so no lookup by name is needed.
-  std::vector<ChildName> childNames(const std::vector<OpinionRef>& opinions, const OpinionRef*& only) {
+  std::vector<ChildName> childNames(const std::vector<OpinionRef>& opinions,
+                                    const OpinionRef*& only) {
     std::vector<ChildName> names;
     std::size_t contributing = 0;
     for (const OpinionRef& opinion : opinions) {
-      if (childrenOf(opinion.layer, opinion.spec).empty()) continue;
+      if (childrenOf(opinion.layer, opinion.spec).empty())
+        continue;
       ++contributing;
       only = &opinion;
     }
-    if (contributing != 1) only = nullptr;
-    if (contributing == 0) return names;
+    if (contributing != 1)
+      only = nullptr;
+    if (contributing == 0)
+      return names;
     if (only) {
       const Layer& layer = layerAt(only->layer);
       const auto& children = childrenOf(only->layer, only->spec);
       names.reserve(children.size());
-      for (const std::uint32_t child : children) names.push_back({layer.prims[child].name, child});
+      for (const std::uint32_t child : children)
+        names.push_back({layer.prims[child].name, child});
     } else {
       // Weaker opinions name their children first; stronger ones add theirs after.
       std::unordered_set<std::string_view> seen;
       for (auto it = opinions.rbegin(); it != opinions.rend(); ++it) {
         for (const std::uint32_t child : childrenOf(it->layer, it->spec)) {
           const std::string_view name = layerAt(it->layer).prims[child].name;
-          if (seen.insert(name).second) names.push_back({name, kNoPrim});
+          if (seen.insert(name).second)
+            names.push_back({name, kNoPrim});
         }
       }
     }
@@ -565,24 +632,28 @@ class Composer {
 
   void applyReorder(const std::vector<OpinionRef>& opinions, std::vector<ChildName>& names) const {
     for (const OpinionRef& opinion : opinions) {
-      if (opinion.spec == kPseudoRoot) continue;
+      if (opinion.spec == kPseudoRoot)
+        continue;
       for (const MetadataEntry& reorder : layerAt(opinion.layer).prims[opinion.spec].reorders) {
-        if (reorder.key != "nameChildren") continue;
+        if (reorder.key != "nameChildren")
+          continue;
         std::vector<std::string> order;
-        for (const Value& item : reorder.value.items()) order.push_back(item.decoded());
+        for (const Value& item : reorder.value.items())
+          order.push_back(item.decoded());
         const auto rank = [&](std::string_view name) {
           const auto at = std::find(order.begin(), order.end(), name);
           return static_cast<std::size_t>(at - order.begin());
         };
-        std::stable_sort(names.begin(), names.end(),
-                         [&](const ChildName& a, const ChildName& b) { return rank(a.name) < rank(b.name); });
+        std::stable_sort(names.begin(), names.end(), [&](const ChildName& a, const ChildName& b) {
+          return rank(a.name) < rank(b.name);
+        });
         return;  // the strongest reorder statement decides
       }
     }
   }
 
-  void composePrim(Node tree, std::string_view name, std::uint32_t parentIndex, const std::string& parentPath,
-                   int depth, bool proxy) {
+  void composePrim(Node tree, std::string_view name, std::uint32_t parentIndex,
+                   const std::string& parentPath, int depth, bool proxy) {
     std::string path;
     path.reserve(parentPath.size() + name.size() + 1);
     path = parentPath;
@@ -597,7 +668,8 @@ class Composer {
     expand(tree, context);
     std::vector<OpinionRef> opinions;
     collectOpinions(tree, opinions);
-    if (opinions.empty()) return;
+    if (opinions.empty())
+      return;
 
     const auto index = static_cast<std::uint32_t>(stage_->prims.size());
     stage_->prims.emplace_back();
@@ -616,12 +688,14 @@ class Composer {
       prim.hasPayload = arcs.hasPayload;
       prim.payloadLoaded = arcs.payloadLoaded;
       prim.variantSelections = std::move(arcs.selections);
-      for (std::string& problem : arcs.problems) prim.problems.push_back(addProblem(prim.path, std::move(problem)));
+      for (std::string& problem : arcs.problems)
+        prim.problems.push_back(addProblem(prim.path, std::move(problem)));
       composePrimFields(prim, opinions);
       prim.isInstance = prim.instanceable && !tree.children.empty();
     }
     const ComposedPrim& prim = stage_->prims[index];
-    if (!prim.active) return;  // an inactive prim hides its whole subtree
+    if (!prim.active)
+      return;  // an inactive prim hides its whole subtree
     const bool childProxy = proxy || prim.isInstance;
     const std::string primPath = prim.path;
     composeChildren(tree, opinions, index, primPath, depth, childProxy);
@@ -646,7 +720,8 @@ class Composer {
         prim.specifier = spec.specifier;
         haveSpecifier = true;
       }
-      if (prim.typeName.empty()) prim.typeName = spec.typeName;
+      if (prim.typeName.empty())
+        prim.typeName = spec.typeName;
       for (const MetadataEntry& entry : spec.metadata) {
         if (!haveActive && entry.key == "active") {
           prim.active = entry.value.toBool().value_or(true);
@@ -683,7 +758,8 @@ StageOpenResult openStage(const std::string& rootLayerPath, const ComposeOptions
   StageOpenResult result;
   const std::string path = normalisedPath(rootLayerPath);
   if (const char* format = foreignFormat(path)) {
-    result.error = ReadError{rootLayerPath, 0, 0, std::string("the scene is ") + format + ", not a USD text layer"};
+    result.error = ReadError{rootLayerPath, 0, 0,
+                             std::string("the scene is ") + format + ", not a USD text layer"};
     return result;
   }
   LayerReadResult read = readLayerFile(path);
@@ -696,7 +772,8 @@ StageOpenResult openStage(const std::string& rootLayerPath, const ComposeOptions
   return result;
 }
 
-StageOpenResult composeStage(std::shared_ptr<const Layer> rootLayer, const ComposeOptions& options) {
+StageOpenResult composeStage(std::shared_ptr<const Layer> rootLayer,
+                             const ComposeOptions& options) {
   StageOpenResult result;
   const std::string path = normalisedPath(rootLayer->identifier());
   result.stage = Composer(options).compose(std::move(rootLayer), path);

@@ -30,6 +30,7 @@ struct StageOpenResult {
 // the stage, on the prim where it happened.
 StageOpenResult openStage(const std::string& rootLayerPath, const ComposeOptions& options = {});
 // The same for a root layer already in memory; relative asset paths resolve against its identifier.
-StageOpenResult composeStage(std::shared_ptr<const Layer> rootLayer, const ComposeOptions& options = {});
+StageOpenResult composeStage(std::shared_ptr<const Layer> rootLayer,
+                             const ComposeOptions& options = {});
 
 }  // namespace orvan::engine

@@ -13,8 +13,8 @@ enum class TokenKind : std::uint8_t {
   String,
   Asset,
   Path,
-  Punct,       // one of ( ) [ ] { } = , ; : .
-  Invalid,     // text the tokenizer could not make sense of; `problem` says why
+  Punct,    // one of ( ) [ ] { } = , ; : .
+  Invalid,  // text the tokenizer could not make sense of; `problem` says why
 };
 
 struct Token {
@@ -27,7 +27,9 @@ struct Token {
   std::uint32_t commentsBefore = 0;
   const char* problem = nullptr;
 
-  bool is(char punct) const { return kind == TokenKind::Punct && text.size() == 1 && text[0] == punct; }
+  bool is(char punct) const {
+    return kind == TokenKind::Punct && text.size() == 1 && text[0] == punct;
+  }
   bool isWord(std::string_view word) const { return kind == TokenKind::Identifier && text == word; }
 };
 
@@ -51,7 +53,8 @@ class Tokenizer {
   void skipTrivia();
   void advance();
   Token make(TokenKind kind, std::size_t start, std::uint32_t line, std::uint32_t column) const;
-  Token invalid(const char* problem, std::uint32_t line, std::uint32_t column, std::size_t start) const;
+  Token invalid(const char* problem, std::uint32_t line, std::uint32_t column,
+                std::size_t start) const;
   Token lexString(std::size_t start, std::uint32_t line, std::uint32_t column);
   Token lexAsset(std::size_t start, std::uint32_t line, std::uint32_t column);
   Token lexNumber(std::size_t start, std::uint32_t line, std::uint32_t column);

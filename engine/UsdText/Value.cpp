@@ -9,9 +9,12 @@ namespace orvan::engine {
 namespace {
 
 int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  if (c >= '0' && c <= '9')
+    return c - '0';
+  if (c >= 'a' && c <= 'f')
+    return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F')
+    return c - 'A' + 10;
   return -1;
 }
 
@@ -36,7 +39,8 @@ void appendUtf8(std::string& out, std::uint32_t code) {
 }  // namespace
 
 std::string decodeStringLiteral(std::string_view literal) {
-  if (literal.size() < 2) return std::string(literal);
+  if (literal.size() < 2)
+    return std::string(literal);
   const bool triple = literal.size() >= 6 && literal[1] == literal[0] && literal[2] == literal[0];
   const std::size_t quote = triple ? 3 : 1;
   const std::string_view body = literal.substr(quote, literal.size() - 2 * quote);
@@ -50,13 +54,27 @@ std::string decodeStringLiteral(std::string_view literal) {
     }
     const char e = body[++i];
     switch (e) {
-      case 'n': out += '\n'; break;
-      case 't': out += '\t'; break;
-      case 'r': out += '\r'; break;
-      case 'a': out += '\a'; break;
-      case 'b': out += '\b'; break;
-      case 'f': out += '\f'; break;
-      case 'v': out += '\v'; break;
+      case 'n':
+        out += '\n';
+        break;
+      case 't':
+        out += '\t';
+        break;
+      case 'r':
+        out += '\r';
+        break;
+      case 'a':
+        out += '\a';
+        break;
+      case 'b':
+        out += '\b';
+        break;
+      case 'f':
+        out += '\f';
+        break;
+      case 'v':
+        out += '\v';
+        break;
       case 'x': {
         int value = 0;
         int digits = 0;
@@ -110,11 +128,21 @@ std::string encodeStringLiteral(std::string_view text) {
   out += '"';
   for (const char c : text) {
     switch (c) {
-      case '"': out += "\\\""; break;
-      case '\\': out += "\\\\"; break;
-      case '\n': out += "\\n"; break;
-      case '\t': out += "\\t"; break;
-      case '\r': out += "\\r"; break;
+      case '"':
+        out += "\\\"";
+        break;
+      case '\\':
+        out += "\\\\";
+        break;
+      case '\n':
+        out += "\\n";
+        break;
+      case '\t':
+        out += "\\t";
+        break;
+      case '\r':
+        out += "\\r";
+        break;
       default:
         if (static_cast<unsigned char>(c) < 0x20) {
           static constexpr char kHex[] = "0123456789abcdef";
@@ -145,7 +173,8 @@ std::string decodeAssetLiteral(std::string_view literal) {
     }
     return out;
   }
-  if (literal.size() >= 2) return std::string(literal.substr(1, literal.size() - 2));
+  if (literal.size() >= 2)
+    return std::string(literal.substr(1, literal.size() - 2));
   return std::string(literal);
 }
 
@@ -172,15 +201,18 @@ std::string encodeAssetLiteral(std::string_view path) {
 }
 
 bool Value::operator==(const Value& other) const {
-  if (kind != other.kind || text != other.text || itemCount != other.itemCount) return false;
+  if (kind != other.kind || text != other.text || itemCount != other.itemCount)
+    return false;
   for (std::uint32_t i = 0; i < itemCount; ++i) {
-    if (!(itemData[i] == other.itemData[i])) return false;
+    if (!(itemData[i] == other.itemData[i]))
+      return false;
   }
   return true;
 }
 
 const Value* ValueArena::store(std::span<const Value> values) {
-  if (values.empty()) return nullptr;
+  if (values.empty())
+    return nullptr;
   if (capacity_ - used_ < values.size()) {
     const std::size_t size = std::max(kChunk, values.size());
     chunks_.push_back(std::make_unique<Value[]>(size));
@@ -195,64 +227,84 @@ const Value* ValueArena::store(std::span<const Value> values) {
 
 std::string Value::decoded() const {
   switch (kind) {
-    case ValueKind::String: return decodeStringLiteral(text);
+    case ValueKind::String:
+      return decodeStringLiteral(text);
     case ValueKind::Asset:
-    case ValueKind::Reference: return decodeAssetLiteral(text);
+    case ValueKind::Reference:
+      return decodeAssetLiteral(text);
     case ValueKind::Path:
       return text.size() >= 2 ? std::string(text.substr(1, text.size() - 2)) : std::string();
-    default: return std::string(text);
+    default:
+      return std::string(text);
   }
 }
 
 std::optional<double> Value::toNumber() const {
   if (kind == ValueKind::Identifier) {
-    if (text == "true") return 1.0;
-    if (text == "false") return 0.0;
-    if (text == "inf" || text == "+inf") return std::numeric_limits<double>::infinity();
-    if (text == "-inf") return -std::numeric_limits<double>::infinity();
-    if (text == "nan" || text == "-nan") return std::numeric_limits<double>::quiet_NaN();
+    if (text == "true")
+      return 1.0;
+    if (text == "false")
+      return 0.0;
+    if (text == "inf" || text == "+inf")
+      return std::numeric_limits<double>::infinity();
+    if (text == "-inf")
+      return -std::numeric_limits<double>::infinity();
+    if (text == "nan" || text == "-nan")
+      return std::numeric_limits<double>::quiet_NaN();
     return std::nullopt;
   }
-  if (kind != ValueKind::Number) return std::nullopt;
+  if (kind != ValueKind::Number)
+    return std::nullopt;
   double value = 0;
   std::string_view digits = text;
-  if (!digits.empty() && digits.front() == '+') digits.remove_prefix(1);
+  if (!digits.empty() && digits.front() == '+')
+    digits.remove_prefix(1);
   const auto [end, error] = std::from_chars(digits.data(), digits.data() + digits.size(), value);
-  if (error != std::errc() || end != digits.data() + digits.size()) return std::nullopt;
+  if (error != std::errc() || end != digits.data() + digits.size())
+    return std::nullopt;
   return value;
 }
 
 std::optional<bool> Value::toBool() const {
   if (kind == ValueKind::Identifier) {
-    if (text == "true") return true;
-    if (text == "false") return false;
+    if (text == "true")
+      return true;
+    if (text == "false")
+      return false;
     return std::nullopt;
   }
   const auto number = toNumber();
-  if (!number) return std::nullopt;
+  if (!number)
+    return std::nullopt;
   return *number != 0.0;
 }
 
 std::optional<std::string> Value::assetPath() const {
-  if (kind != ValueKind::Asset && kind != ValueKind::Reference) return std::nullopt;
+  if (kind != ValueKind::Asset && kind != ValueKind::Reference)
+    return std::nullopt;
   return decodeAssetLiteral(text);
 }
 
 std::optional<std::string> Value::targetPath() const {
-  if (kind == ValueKind::Path) return decoded();
+  if (kind == ValueKind::Path)
+    return decoded();
   if (kind == ValueKind::Reference) {
     for (const Value& item : items()) {
-      if (item.kind == ValueKind::Path) return item.decoded();
+      if (item.kind == ValueKind::Path)
+        return item.decoded();
     }
   }
   return std::nullopt;
 }
 
 const Value* Value::findEntry(std::string_view key) const {
-  if (kind != ValueKind::Dictionary) return nullptr;
+  if (kind != ValueKind::Dictionary)
+    return nullptr;
   for (const Value& entry : items()) {
-    const bool quoted = !entry.text.empty() && (entry.text.front() == '"' || entry.text.front() == '\'');
-    if (quoted ? decodeStringLiteral(entry.text) == key : entry.text == key) return &entry;
+    const bool quoted =
+        !entry.text.empty() && (entry.text.front() == '"' || entry.text.front() == '\'');
+    if (quoted ? decodeStringLiteral(entry.text) == key : entry.text == key)
+      return &entry;
   }
   return nullptr;
 }

@@ -14,19 +14,20 @@ namespace orvan::engine {
 // back says "1.50" where the author wrote "1.50"; structure (tuples, lists, dictionaries) is parsed
 // so that the writer can lay it out canonically.
 enum class ValueKind : std::uint8_t {
-  None,        // the blocking value None
-  Number,      // text: the number as written ("1", "-2.5e3")
-  Identifier,  // text: a bare word (true, false, inf, nan, -inf, or a token the format allows)
-  String,      // text: the literal including its quotes and escapes
-  Asset,       // text: the literal including its @ or @@@ delimiters
-  Path,        // text: the literal including < and >
-  Tuple,       // items: the elements of ( ... )
-  List,        // items: the elements of [ ... ]
-  Dictionary,  // items: Entry values, in authored order
-  Entry,       // text: key as written; items[0]: value; items[1]: declared type, when there is one
-  TimeSamples, // items: Entry values keyed by time
-  Reference,   // text: the asset literal; items: optional Path, then optional Dictionary of arguments
-  RawText,     // text: an exact span of source kept untouched (spline blocks)
+  None,         // the blocking value None
+  Number,       // text: the number as written ("1", "-2.5e3")
+  Identifier,   // text: a bare word (true, false, inf, nan, -inf, or a token the format allows)
+  String,       // text: the literal including its quotes and escapes
+  Asset,        // text: the literal including its @ or @@@ delimiters
+  Path,         // text: the literal including < and >
+  Tuple,        // items: the elements of ( ... )
+  List,         // items: the elements of [ ... ]
+  Dictionary,   // items: Entry values, in authored order
+  Entry,        // text: key as written; items[0]: value; items[1]: declared type, when there is one
+  TimeSamples,  // items: Entry values keyed by time
+  Reference,    // text: the asset literal; items: optional Path, then optional Dictionary of
+                // arguments
+  RawText,      // text: an exact span of source kept untouched (spline blocks)
 };
 
 // A value is a small handle (32 bytes): its text is a view of the layer's text and its items live
@@ -39,7 +40,9 @@ struct Value {
 
   std::span<const Value> items() const { return {itemData, itemCount}; }
   // The declared type of a dictionary Entry, empty for untyped entries.
-  std::string_view entryType() const { return itemCount > 1 ? itemData[1].text : std::string_view(); }
+  std::string_view entryType() const {
+    return itemCount > 1 ? itemData[1].text : std::string_view();
+  }
 
   bool operator==(const Value& other) const;
 
@@ -60,7 +63,9 @@ struct Value {
 
   static Value none() { return Value{}; }
   // Values whose text lives elsewhere (a layer's text storage): the caller keeps it alive.
-  static Value ofKind(ValueKind kind, std::string_view text) { return Value{kind, 0, text, nullptr}; }
+  static Value ofKind(ValueKind kind, std::string_view text) {
+    return Value{kind, 0, text, nullptr};
+  }
 };
 
 // Where the items of values live: fixed chunks that never move, so the items of a value stay put

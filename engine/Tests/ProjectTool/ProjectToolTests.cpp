@@ -17,9 +17,10 @@ namespace fs = std::filesystem;
 class ProjectToolTest : public testing::Test {
  protected:
   void SetUp() override {
-    directory_ = fs::temp_directory_path() /
-                 ("orvan_project_tool_" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) + "_" +
-                  ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    directory_ =
+        fs::temp_directory_path() /
+        ("orvan_project_tool_" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
+         "_" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
     fs::remove_all(directory_);
     fs::create_directories(directory_);
   }
@@ -61,21 +62,26 @@ TEST_F(ProjectToolTest, GenerateWritesASceneThatChecksClean) {
 }
 
 TEST_F(ProjectToolTest, CheckReportsEveryProblemAndFailsTheExitStatus) {
-  EXPECT_EQ(run({"check", ORVAN_ENGINE_FIXTURES_DIR "/UsdText/compose/refs_root.usda"}), kToolProblems);
+  EXPECT_EQ(run({"check", ORVAN_ENGINE_FIXTURES_DIR "/UsdText/compose/refs_root.usda"}),
+            kToolProblems);
   const std::string report = out_.str();
-  for (const char* prim : {"</World/NoDefault>", "</World/Missing>", "</World/Binary>", "</World/Foreign>",
-                           "</World/Cycle>"}) {
-    EXPECT_NE(report.find(std::string("problem: ") + prim), std::string::npos) << prim << "\n" << report;
+  for (const char* prim : {"</World/NoDefault>", "</World/Missing>", "</World/Binary>",
+                           "</World/Foreign>", "</World/Cycle>"}) {
+    EXPECT_NE(report.find(std::string("problem: ") + prim), std::string::npos) << prim << "\n"
+                                                                               << report;
   }
   // Muting the layer that is missing is how a user silences it.
-  EXPECT_EQ(run({"check", ORVAN_ENGINE_FIXTURES_DIR "/UsdText/compose/stack_root.usda"}), kToolProblems);
+  EXPECT_EQ(run({"check", ORVAN_ENGINE_FIXTURES_DIR "/UsdText/compose/stack_root.usda"}),
+            kToolProblems);
   EXPECT_EQ(run({"check", ORVAN_ENGINE_FIXTURES_DIR "/UsdText/compose/stack_root.usda", "--mute",
                  ORVAN_ENGINE_FIXTURES_DIR "/UsdText/compose/stack_missing.usda"}),
             kToolOk)
       << out_.str();
 
-  EXPECT_EQ(run({"check", ORVAN_ENGINE_FIXTURES_DIR "/UsdText/bad_tuple_arity.usda"}), kToolProblems);
-  EXPECT_NE(err_.str().find("bad_tuple_arity.usda:5:28: expected a tuple of 3 numbers"), std::string::npos)
+  EXPECT_EQ(run({"check", ORVAN_ENGINE_FIXTURES_DIR "/UsdText/bad_tuple_arity.usda"}),
+            kToolProblems);
+  EXPECT_NE(err_.str().find("bad_tuple_arity.usda:5:28: expected a tuple of 3 numbers"),
+            std::string::npos)
       << err_.str();
 }
 

@@ -22,9 +22,11 @@ std::vector<std::string> fixtures(bool bad) {
   std::vector<std::string> found;
   for (const char* root : {ORVAN_ENGINE_FIXTURES_DIR "/UsdText", ORVAN_DEMO_DIR}) {
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
-      if (!entry.is_regular_file() || entry.path().extension() != ".usda") continue;
+      if (!entry.is_regular_file() || entry.path().extension() != ".usda")
+        continue;
       const bool isBad = entry.path().filename().string().rfind("bad_", 0) == 0;
-      if (isBad == bad) found.push_back(entry.path().string());
+      if (isBad == bad)
+        found.push_back(entry.path().string());
     }
   }
   std::sort(found.begin(), found.end());
@@ -40,7 +42,9 @@ std::string readFile(const std::string& path) {
 
 std::string testName(const testing::TestParamInfo<std::string>& info) {
   std::string name = fs::path(info.param).stem().string();
-  std::replace_if(name.begin(), name.end(), [](char c) { return !std::isalnum(static_cast<unsigned char>(c)); }, '_');
+  std::replace_if(
+      name.begin(), name.end(), [](char c) { return !std::isalnum(static_cast<unsigned char>(c)); },
+      '_');
   return name;
 }
 
@@ -65,8 +69,10 @@ TEST_P(GoodLayer, EveryPrefixOfTheFileFailsCleanlyOrReads) {
   for (std::size_t length = 0; length < text.size(); length += 1 + length / 64) {
     const std::string prefix = text.substr(0, length);
     const LayerReadResult result = readLayerText("prefix.usda", prefix);
-    if (result.ok()) continue;
-    const auto lines = static_cast<std::uint32_t>(std::count(prefix.begin(), prefix.end(), '\n')) + 1;
+    if (result.ok())
+      continue;
+    const auto lines =
+        static_cast<std::uint32_t>(std::count(prefix.begin(), prefix.end(), '\n')) + 1;
     EXPECT_GE(result.error->line, 1u) << length;
     EXPECT_LE(result.error->line, lines) << length;
     EXPECT_GE(result.error->column, 1u) << length;
@@ -88,11 +94,20 @@ TEST_P(GoodLayer, MutatedCopiesEitherFailInsideTheTextOrRoundTrip) {
     std::string text = original;
     for (int edits = 1 + static_cast<int>(next() % 3); edits > 0 && !text.empty(); --edits) {
       const std::size_t at = 10 + next() % (text.size() > 10 ? text.size() - 10 : 1);
-      const char c = (next() % 4 == 0) ? static_cast<char>(next()) : kInteresting[next() % kInteresting.size()];
+      const char c = (next() % 4 == 0) ? static_cast<char>(next())
+                                       : kInteresting[next() % kInteresting.size()];
       switch (next() % 3) {
-        case 0: text.insert(text.begin() + static_cast<std::ptrdiff_t>(std::min(at, text.size())), c); break;
-        case 1: if (at < text.size()) text.erase(at, 1); break;
-        default: if (at < text.size()) text[at] = c; break;
+        case 0:
+          text.insert(text.begin() + static_cast<std::ptrdiff_t>(std::min(at, text.size())), c);
+          break;
+        case 1:
+          if (at < text.size())
+            text.erase(at, 1);
+          break;
+        default:
+          if (at < text.size())
+            text[at] = c;
+          break;
       }
     }
     const LayerReadResult first = readLayerText(GetParam(), text);
@@ -105,8 +120,12 @@ TEST_P(GoodLayer, MutatedCopiesEitherFailInsideTheTextOrRoundTrip) {
     ++readable;
     const std::string written = writeLayer(*first.layer);
     const LayerReadResult second = readLayerText("rewritten.usda", written);
-    ASSERT_TRUE(second.ok()) << second.error->describe() << "\n--- input\n" << text << "\n--- written\n" << written;
-    EXPECT_TRUE(first.layer->equivalentTo(*second.layer)) << "--- input\n" << text << "\n--- written\n" << written;
+    ASSERT_TRUE(second.ok()) << second.error->describe() << "\n--- input\n"
+                             << text << "\n--- written\n"
+                             << written;
+    EXPECT_TRUE(first.layer->equivalentTo(*second.layer)) << "--- input\n"
+                                                          << text << "\n--- written\n"
+                                                          << written;
     const StageOpenResult composed = composeStage(first.layer);
     EXPECT_TRUE(composed.ok());
   }

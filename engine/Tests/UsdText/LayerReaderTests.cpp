@@ -11,15 +11,18 @@ namespace {
 
 std::shared_ptr<Layer> readFixture(const std::string& name) {
   LayerReadResult result = readLayerFile(std::string(ORVAN_ENGINE_FIXTURES_DIR "/UsdText/") + name);
-  if (!result.ok()) ADD_FAILURE() << result.error->describe();
+  if (!result.ok())
+    ADD_FAILURE() << result.error->describe();
   return result.layer;
 }
 
 const PropertySpec& property(const Layer& layer, std::string_view primPath, std::string_view name) {
   const std::uint32_t prim = layer.findPrim(primPath);
-  if (prim == kNoPrim) throw std::runtime_error("no prim " + std::string(primPath));
+  if (prim == kNoPrim)
+    throw std::runtime_error("no prim " + std::string(primPath));
   for (const PropertySpec& candidate : layer.prims[prim].properties) {
-    if (candidate.name == name) return candidate;
+    if (candidate.name == name)
+      return candidate;
   }
   throw std::runtime_error("no property " + std::string(name));
 }
@@ -46,7 +49,9 @@ TEST(LayerReaderValues, StringsDecodeEveryEscapeAndQuoteStyle) {
 TEST(LayerReaderValues, NumbersKeepTheirTextAndConvert) {
   const auto layer = readFixture("attributes.usda");
   ASSERT_TRUE(layer);
-  const auto field = [&](std::string_view name) { return property(*layer, "/Everything", name).findField("")->value; };
+  const auto field = [&](std::string_view name) {
+    return property(*layer, "/Everything", name).findField("")->value;
+  };
   EXPECT_EQ(field("ratio").text, "1.25e-3");
   EXPECT_DOUBLE_EQ(*field("ratio").toNumber(), 0.00125);
   EXPECT_EQ(*field("flag").toBool(), true);
@@ -79,7 +84,8 @@ TEST(LayerReaderProperties, DeclarationsSamplesSplinesAndConnectionsStayApart) {
   EXPECT_EQ(spline->value.kind, ValueKind::RawText);
   EXPECT_NE(spline->value.text.find("\"a } in a string\" },\n    }"), std::string_view::npos);
 
-  const PropertyField* connect = property(*layer, "/Everything", "inputs:bias").findField("connect");
+  const PropertyField* connect =
+      property(*layer, "/Everything", "inputs:bias").findField("connect");
   ASSERT_TRUE(connect);
   EXPECT_EQ(connect->op, ListOp::Prepend);
   EXPECT_EQ(connect->value.decoded(), "/Everything/C.outputs:y");
@@ -98,9 +104,11 @@ TEST(LayerReaderProperties, PropertyOrderIsTheAuthoredOrder) {
   ASSERT_TRUE(layer);
   const PrimSpec& scene = layer->prims[layer->findPrim("/Scene")];
   std::vector<std::string_view> names;
-  for (const PropertySpec& p : scene.properties) names.push_back(p.name);
-  EXPECT_EQ(names, (std::vector<std::string_view>{"material:binding", "proxyPrim", "lights", "blocked",
-                                                  "orvan:targets", "orvan:follow", "orvan:self"}));
+  for (const PropertySpec& p : scene.properties)
+    names.push_back(p.name);
+  EXPECT_EQ(names,
+            (std::vector<std::string_view>{"material:binding", "proxyPrim", "lights", "blocked",
+                                           "orvan:targets", "orvan:follow", "orvan:self"}));
   const PropertySpec& targets = scene.properties[4];
   ASSERT_EQ(targets.fields.size(), 3u);
   EXPECT_EQ(targets.fields[2].op, ListOp::Delete);
@@ -111,15 +119,18 @@ TEST(LayerReaderMetadata, LayerAndPrimMetadataKeepListOpsAndUnknownKeys) {
   const auto layer = readFixture("layer_metadata.usda");
   ASSERT_TRUE(layer);
   EXPECT_EQ(layer->defaultPrim(), "World");
-  EXPECT_EQ(layer->subLayerPaths(), (std::vector<std::string>{"./shot_anim.usda", "./weird@name.usda", "/abs/base.usda"}));
+  EXPECT_EQ(layer->subLayerPaths(),
+            (std::vector<std::string>{"./shot_anim.usda", "./weird@name.usda", "/abs/base.usda"}));
   ASSERT_TRUE(layer->findMetadata("doc"));
-  EXPECT_EQ(layer->findMetadata("doc")->value.decoded(), "Layer documentation given as a bare string");
+  EXPECT_EQ(layer->findMetadata("doc")->value.decoded(),
+            "Layer documentation given as a bare string");
   EXPECT_EQ(layer->findMetadata("orvanUnknownKey")->value.decoded(), "kept as a value");
   const Value& custom = layer->findMetadata("customLayerData")->value;
   const Value* review = custom.findEntry("review");
   ASSERT_TRUE(review);
   EXPECT_EQ(review->entryType(), "dictionary");
-  EXPECT_EQ(formatValue(*review->items()[0].findEntry("notes")), "notes = [\"light too warm\", \"move the cone\"]");
+  EXPECT_EQ(formatValue(*review->items()[0].findEntry("notes")),
+            "notes = [\"light too warm\", \"move the cone\"]");
   const Value& first = layer->findMetadata("subLayers")->value.items()[0];
   EXPECT_EQ(formatValue(first), "@./shot_anim.usda@ (offset = 10; scale = 2)");
 
@@ -137,7 +148,8 @@ TEST(LayerReaderMetadata, LayerAndPrimMetadataKeepListOpsAndUnknownKeys) {
   EXPECT_EQ(referenced.findMetadata("payload")->op, ListOp::Append);
   const PrimSpec& overridden = prims->prims[prims->findPrim("/World/Overridden")];
   EXPECT_EQ(overridden.specifier, Specifier::Over);
-  EXPECT_EQ(overridden.findMetadata("variants")->value.findEntry("lod")->items()[0].decoded(), "high");
+  EXPECT_EQ(overridden.findMetadata("variants")->value.findEntry("lod")->items()[0].decoded(),
+            "high");
   EXPECT_EQ(prims->prims[prims->findPrim("/_Class")].specifier, Specifier::Class);
   EXPECT_TRUE(prims->prims[prims->findPrim("/World/Typeless")].typeName.empty());
 }
@@ -164,13 +176,15 @@ TEST(LayerReaderVariants, VariantBodiesHoldPropertiesChildrenAndNestedSets) {
 TEST(LayerReaderComments, CommentsStayWithTheStatementThatFollowsThem) {
   const auto layer = readFixture("comments.usda");
   ASSERT_TRUE(layer);
-  EXPECT_EQ(layer->headerComments, (Comments{"# Comments before the layer metadata stay at the top.",
-                                             "// Both comment styles are kept."}));
+  EXPECT_EQ(layer->headerComments,
+            (Comments{"# Comments before the layer metadata stay at the top.",
+                      "// Both comment styles are kept."}));
   EXPECT_EQ(layer->metadata[0].comments, (Comments{"# a comment inside the metadata"}));
   const PrimSpec& root = layer->prims[layer->findPrim("/Root")];
   EXPECT_EQ(root.comments, (Comments{"# The root prim."}));
   EXPECT_EQ(root.properties[0].comments, (Comments{"# Before a property."}));
-  EXPECT_EQ(root.properties[1].comments, (Comments{"# after a value: moves to the next statement"}));
+  EXPECT_EQ(root.properties[1].comments,
+            (Comments{"# after a value: moves to the next statement"}));
   EXPECT_EQ(root.trailingComments, (Comments{"# The last thing in the root."}));
   EXPECT_EQ(root.variantSets[0].variants[0].comments, (Comments{"# Before a variant."}));
   EXPECT_EQ(layer->trailingComments, (Comments{"# The end of the file."}));
@@ -184,8 +198,9 @@ TEST(LayerWriterEdits, AnEditedValueIsWrittenAndEverythingElseIsKept) {
   PropertySpec added;
   added.typeName = "string";
   added.name = "orvan:label";
-  added.fields.push_back({"", ListOp::Explicit, true,
-                          Value::ofKind(ValueKind::String, layer->storeText(encodeStringLiteral("say \"hi\"\n")))});
+  added.fields.push_back(
+      {"", ListOp::Explicit, true,
+       Value::ofKind(ValueKind::String, layer->storeText(encodeStringLiteral("say \"hi\"\n")))});
   root.properties.push_back(added);
 
   const std::string written = writeLayer(*layer);
@@ -200,11 +215,13 @@ TEST(LayerWriterEdits, AnEditedValueIsWrittenAndEverythingElseIsKept) {
 }
 
 TEST(LayerReaderText, StringLiteralHelpersRoundTrip) {
-  for (const std::string& text : {std::string("plain"), std::string("quote \" and \\ slash"),
-                                 std::string("new\nline\ttab"), std::string("ctrl \x01 byte"), std::string("")}) {
+  for (const std::string& text :
+       {std::string("plain"), std::string("quote \" and \\ slash"), std::string("new\nline\ttab"),
+        std::string("ctrl \x01 byte"), std::string("")}) {
     EXPECT_EQ(decodeStringLiteral(encodeStringLiteral(text)), text);
   }
-  for (const std::string& path : {std::string("./a.usda"), std::string("odd@name.usda"), std::string("three@@@at.usda")}) {
+  for (const std::string& path :
+       {std::string("./a.usda"), std::string("odd@name.usda"), std::string("three@@@at.usda")}) {
     EXPECT_EQ(decodeAssetLiteral(encodeAssetLiteral(path)), path);
   }
 }

@@ -8,8 +8,10 @@ namespace orvan::engine {
 namespace {
 
 std::string formatFirstDefault(const std::string& declaration) {
-  const LayerReadResult result = readLayerText("value.usda", "#usda 1.0\ndef \"A\"\n{\n" + declaration + "\n}\n");
-  if (!result.ok()) return "error: " + result.error->describe();
+  const LayerReadResult result =
+      readLayerText("value.usda", "#usda 1.0\ndef \"A\"\n{\n" + declaration + "\n}\n");
+  if (!result.ok())
+    return "error: " + result.error->describe();
   return formatValue(result.layer->prims[0].properties[0].fields[0].value);
 }
 
@@ -24,7 +26,8 @@ TEST(LayerWriterValues, EachKindHasOneCanonicalSpelling) {
   EXPECT_EQ(formatFirstDefault("dictionary d = {int a = 1; dictionary b = {string c = \"x\"}}"),
             "{\n    int a = 1\n    dictionary b = {\n        string c = \"x\"\n    }\n}");
   EXPECT_EQ(formatFirstDefault("dictionary d = {}"), "{\n}");
-  EXPECT_EQ(formatFirstDefault("double v.timeSamples = {1:2,3.5:None}"), "{\n    1: 2,\n    3.5: None,\n}");
+  EXPECT_EQ(formatFirstDefault("double v.timeSamples = {1:2,3.5:None}"),
+            "{\n    1: 2,\n    3.5: None,\n}");
 }
 
 TEST(LayerWriterStatements, QualifiersListOpsAndMetadataLandOnTheRightLines) {
@@ -74,13 +77,16 @@ TEST(LayerWriterStatements, QualifiersListOpsAndMetadataLandOnTheRightLines) {
 
 TEST(LayerWriterBuilt, ALayerMadeInMemoryWritesAndReadsBack) {
   Layer layer("built.usda", "");
-  layer.metadata.push_back(
-      {ListOp::Explicit, "defaultPrim", Value::ofKind(ValueKind::String, layer.storeText("\"World\"")), {}});
+  layer.metadata.push_back({ListOp::Explicit,
+                            "defaultPrim",
+                            Value::ofKind(ValueKind::String, layer.storeText("\"World\"")),
+                            {}});
   PrimSpec world;
   world.typeName = "Xform";
   world.name = "World";
   world.comments.push_back("# made by hand");
-  const Value components[] = {Value::ofKind(ValueKind::Number, "0.1"), Value::ofKind(ValueKind::Number, "0.2"),
+  const Value components[] = {Value::ofKind(ValueKind::Number, "0.1"),
+                              Value::ofKind(ValueKind::Number, "0.2"),
                               Value::ofKind(ValueKind::Number, "0.3")};
   const Value color = layer.makeValue(ValueKind::Tuple, {}, components);
   PropertySpec background;
@@ -93,7 +99,8 @@ TEST(LayerWriterBuilt, ALayerMadeInMemoryWritesAndReadsBack) {
   layer.rootPrims.push_back(0);
 
   const std::string written = writeLayer(layer);
-  EXPECT_NE(written.find("# made by hand\ndef Xform \"World\"\n{\n    custom color3f orvan:backgroundColor = (0.1, 0.2, 0.3)\n}\n"),
+  EXPECT_NE(written.find("# made by hand\ndef Xform \"World\"\n{\n    custom color3f "
+                         "orvan:backgroundColor = (0.1, 0.2, 0.3)\n}\n"),
             std::string::npos)
       << written;
   const LayerReadResult reread = readLayerText("built.usda", written);
@@ -103,15 +110,22 @@ TEST(LayerWriterBuilt, ALayerMadeInMemoryWritesAndReadsBack) {
 }
 
 TEST(LayerWriterBuilt, EquivalenceNoticesEveryKindOfDifference) {
-  const std::string base = "#usda 1.0\ndef \"A\" (kind = \"group\")\n{\n    double v = 1\n    def \"B\"\n    {\n    }\n}\n";
+  const std::string base =
+      "#usda 1.0\ndef \"A\" (kind = \"group\")\n{\n    double v = 1\n    def \"B\"\n    {\n    "
+      "}\n}\n";
   const auto a = readLayerText("a.usda", base).layer;
   ASSERT_TRUE(a);
   for (const std::string& changed :
-       {std::string("#usda 1.0\ndef \"A\" (kind = \"model\")\n{\n    double v = 1\n    def \"B\"\n    {\n    }\n}\n"),
-        std::string("#usda 1.0\ndef \"A\" (kind = \"group\")\n{\n    double v = 2\n    def \"B\"\n    {\n    }\n}\n"),
-        std::string("#usda 1.0\ndef \"A\" (kind = \"group\")\n{\n    double v = 1\n    def \"C\"\n    {\n    }\n}\n"),
-        std::string("#usda 1.0\nover \"A\" (kind = \"group\")\n{\n    double v = 1\n    def \"B\"\n    {\n    }\n}\n"),
-        std::string("#usda 1.0\n# note\ndef \"A\" (kind = \"group\")\n{\n    double v = 1\n    def \"B\"\n    {\n    }\n}\n")}) {
+       {std::string("#usda 1.0\ndef \"A\" (kind = \"model\")\n{\n    double v = 1\n    def \"B\"\n "
+                    "   {\n    }\n}\n"),
+        std::string("#usda 1.0\ndef \"A\" (kind = \"group\")\n{\n    double v = 2\n    def \"B\"\n "
+                    "   {\n    }\n}\n"),
+        std::string("#usda 1.0\ndef \"A\" (kind = \"group\")\n{\n    double v = 1\n    def \"C\"\n "
+                    "   {\n    }\n}\n"),
+        std::string("#usda 1.0\nover \"A\" (kind = \"group\")\n{\n    double v = 1\n    def "
+                    "\"B\"\n    {\n    }\n}\n"),
+        std::string("#usda 1.0\n# note\ndef \"A\" (kind = \"group\")\n{\n    double v = 1\n    def "
+                    "\"B\"\n    {\n    }\n}\n")}) {
     const auto b = readLayerText("b.usda", changed).layer;
     ASSERT_TRUE(b) << changed;
     EXPECT_FALSE(a->equivalentTo(*b)) << changed;

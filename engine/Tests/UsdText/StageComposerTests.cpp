@@ -18,31 +18,36 @@ const std::string kCompose = ORVAN_ENGINE_FIXTURES_DIR "/UsdText/compose/";
 
 std::shared_ptr<Stage> open(const std::string& name, ComposeOptions options = {}) {
   StageOpenResult result = openStage(kCompose + name, options);
-  if (!result.ok()) ADD_FAILURE() << result.error->describe();
+  if (!result.ok())
+    ADD_FAILURE() << result.error->describe();
   return result.stage;
 }
 
 const ComposedPrim& prim(const Stage& stage, std::string_view path) {
   const ComposedPrim* found = stage.findPrim(path);
-  if (!found) throw std::runtime_error("no composed prim " + std::string(path));
+  if (!found)
+    throw std::runtime_error("no composed prim " + std::string(path));
   return *found;
 }
 
 std::string valueOf(const Stage& stage, std::string_view path, std::string_view name) {
   const auto property = stage.findProperty(prim(stage, path), name);
-  if (!property || !property->value) return "<none>";
+  if (!property || !property->value)
+    return "<none>";
   return formatValue(*property->value);
 }
 
 std::vector<std::string> childNames(const Stage& stage, std::string_view path) {
   std::vector<std::string> names;
-  for (const std::uint32_t child : prim(stage, path).children) names.emplace_back(stage.prims[child].name);
+  for (const std::uint32_t child : prim(stage, path).children)
+    names.emplace_back(stage.prims[child].name);
   return names;
 }
 
 bool hasProblemContaining(const Stage& stage, const ComposedPrim& at, std::string_view text) {
   for (const std::uint32_t index : at.problems) {
-    if (stage.problems[index].message.find(text) != std::string::npos) return true;
+    if (stage.problems[index].message.find(text) != std::string::npos)
+      return true;
   }
   return false;
 }
@@ -58,7 +63,8 @@ TEST(StageComposerLayerStack, StrongerLayersWinAndNestedSublayersSitBetween) {
   EXPECT_EQ(valueOf(*stage, "/World", "weakOnly"), "5");
 
   std::vector<std::pair<std::string, int>> layers;
-  for (const StageLayer& layer : stage->layers) layers.emplace_back(layer.name, layer.depth);
+  for (const StageLayer& layer : stage->layers)
+    layers.emplace_back(layer.name, layer.depth);
   EXPECT_EQ(layers, (std::vector<std::pair<std::string, int>>{{"stack_root.usda", 0},
                                                               {"stack_strong.usda", 1},
                                                               {"stack_nested.usda", 2},
@@ -74,9 +80,10 @@ TEST(StageComposerLayerStack, StrongerLayersWinAndNestedSublayersSitBetween) {
   const auto size = stage->findProperty(prim(*stage, "/World/Box"), "size");
   ASSERT_TRUE(size);
   std::vector<std::string> contributing;
-  for (const PropertyOpinion& opinion : size->opinions) contributing.push_back(stage->layers[opinion.layer].name);
-  EXPECT_EQ(contributing, (std::vector<std::string>{"stack_strong.usda", "stack_nested.usda", "stack_weak.usda",
-                                                    "stack_muted.usda"}));
+  for (const PropertyOpinion& opinion : size->opinions)
+    contributing.push_back(stage->layers[opinion.layer].name);
+  EXPECT_EQ(contributing, (std::vector<std::string>{"stack_strong.usda", "stack_nested.usda",
+                                                    "stack_weak.usda", "stack_muted.usda"}));
 }
 
 TEST(StageComposerLayerStack, AllPropertiesOfAPrimAgreeWithLookupsByName) {
@@ -109,7 +116,8 @@ TEST(StageComposerLayerStack, OverContributesWithoutDefining) {
   EXPECT_EQ(never.specifier, Specifier::Over);
   // Children appear weakest layer first (the muted one is not muted here), new names from stronger
   // layers after.
-  EXPECT_EQ(childNames(*stage, "/World"), (std::vector<std::string>{"Box", "MutedOnly", "OnlyWeak", "NeverDefined"}));
+  EXPECT_EQ(childNames(*stage, "/World"),
+            (std::vector<std::string>{"Box", "MutedOnly", "OnlyWeak", "NeverDefined"}));
 }
 
 TEST(StageComposerLayerStack, AMutedLayerContributesNothing) {
@@ -143,7 +151,8 @@ TEST(StageComposerReferences, DefaultPrimReferenceBringsTheAssetUnderTheLocalNam
   const auto binding = stage->findProperty(withDefault, "material:binding");
   ASSERT_TRUE(binding);
   EXPECT_EQ(binding->targets, (std::vector<std::string>{"/World/WithDefault/Looks/Red"}));
-  EXPECT_EQ(stage->findProperty(withDefault, "outside")->targets, (std::vector<std::string>{"/Elsewhere"}));
+  EXPECT_EQ(stage->findProperty(withDefault, "outside")->targets,
+            (std::vector<std::string>{"/Elsewhere"}));
   // The asset's default variant applies.
   EXPECT_EQ(valueOf(*stage, "/World/WithDefault", "primvars:displayColor"), "[(1, 0, 0)]");
   // The referenced layer is listed, outside the root layer stack.
@@ -174,7 +183,8 @@ TEST(StageComposerReferences, BrokenReferencesAreReportedOnThePrimAndComposition
   EXPECT_TRUE(hasProblemContaining(*stage, prim(*stage, "/World/Cycle"), "back to itself"));
   // Everything after the broken prims is still there.
   EXPECT_NE(stage->findPrim("/World/Switch/Shape"), nullptr);
-  for (const StageProblem& problem : stage->problems) EXPECT_FALSE(problem.primPath.empty()) << problem.message;
+  for (const StageProblem& problem : stage->problems)
+    EXPECT_FALSE(problem.primPath.empty()) << problem.message;
 }
 
 TEST(StageComposerReferences, PayloadsLoadUnlessAskedNotTo) {
@@ -207,7 +217,8 @@ TEST(StageComposerVariants, TheSelectedVariantContributesAndAStrongerSelectionWi
   // The local selection beats the asset's own default.
   EXPECT_EQ(valueOf(*stage, "/World/BlueLook", "primvars:displayColor"), "[(0, 0, 1)]");
   // The variant is weaker than the asset's own prim, so its child comes first.
-  EXPECT_EQ(childNames(*stage, "/World/BlueLook"), (std::vector<std::string>{"BlueOnly", "Geom", "Looks"}));
+  EXPECT_EQ(childNames(*stage, "/World/BlueLook"),
+            (std::vector<std::string>{"BlueOnly", "Geom", "Looks"}));
 }
 
 TEST(StageComposerInstancing, DescendantsOfAnInstanceAreProxies) {
@@ -244,7 +255,8 @@ TEST(StageComposerActivation, AnInactivePrimHidesItsSubtree) {
 }
 
 TEST(StageComposerFailures, AnUnreadableRootLayerFailsWithItsLocation) {
-  const StageOpenResult bad = openStage(ORVAN_ENGINE_FIXTURES_DIR "/UsdText/bad_unclosed_prim.usda");
+  const StageOpenResult bad =
+      openStage(ORVAN_ENGINE_FIXTURES_DIR "/UsdText/bad_unclosed_prim.usda");
   ASSERT_FALSE(bad.ok());
   EXPECT_EQ(bad.error->line, 9u);
   const StageOpenResult binary = openStage(kCompose + "mesh.usdc");
@@ -253,7 +265,8 @@ TEST(StageComposerFailures, AnUnreadableRootLayerFailsWithItsLocation) {
 }
 
 TEST(SceneGenerator, GeneratesExactlyTheAskedNumberOfPrimsWithUniqueEntityIds) {
-  for (const std::size_t count : {std::size_t{1}, std::size_t{2}, std::size_t{23}, std::size_t{2500}}) {
+  for (const std::size_t count :
+       {std::size_t{1}, std::size_t{2}, std::size_t{23}, std::size_t{2500}}) {
     LayerReadResult read = readLayerText("generated.usda", generateScene(count));
     ASSERT_TRUE(read.ok()) << read.error->describe();
     const StageOpenResult composed = composeStage(read.layer);
@@ -264,7 +277,8 @@ TEST(SceneGenerator, GeneratesExactlyTheAskedNumberOfPrimsWithUniqueEntityIds) {
     std::set<std::string> ids;
     std::size_t entities = 0;
     for (const ComposedPrim& p : stage.prims) {
-      if (p.kind != "component") continue;
+      if (p.kind != "component")
+        continue;
       ++entities;
       const auto id = stage.findProperty(p, "orvan:entityId");
       ASSERT_TRUE(id && id->value);
@@ -285,8 +299,10 @@ TEST(StageComposerChains, PathsMapThroughEveryLevelOfNestedReferences) {
   ASSERT_TRUE(stage);
   ASSERT_NE(stage->findPrim("/Outer/Inner/Part"), nullptr);
   const ComposedPrim& inner = prim(*stage, "/Outer/Inner");
-  EXPECT_EQ(stage->findProperty(inner, "absolute")->targets, (std::vector<std::string>{"/Outer/Inner/Part"}));
-  EXPECT_EQ(stage->findProperty(inner, "relative")->targets, (std::vector<std::string>{"/Outer/Inner/Part"}));
+  EXPECT_EQ(stage->findProperty(inner, "absolute")->targets,
+            (std::vector<std::string>{"/Outer/Inner/Part"}));
+  EXPECT_EQ(stage->findProperty(inner, "relative")->targets,
+            (std::vector<std::string>{"/Outer/Inner/Part"}));
   EXPECT_EQ(stage->findProperty(inner, "inputs:tint")->targets,
             (std::vector<std::string>{"/Outer/Inner/Part.outputs:rgb"}));
   EXPECT_EQ(stage->findProperty(prim(*stage, "/Outer"), "pick")->targets,
@@ -324,7 +340,8 @@ TEST(StageComposerChains, ASublayerCycleIsReportedOnceAndTheRestComposes) {
   ASSERT_TRUE(stage);
   std::size_t cycles = 0;
   for (const StageProblem& problem : stage->problems) {
-    if (problem.message.find("includes itself") != std::string::npos) ++cycles;
+    if (problem.message.find("includes itself") != std::string::npos)
+      ++cycles;
   }
   EXPECT_EQ(cycles, 1u);
   EXPECT_EQ(valueOf(*stage, "/Outer", "fromCycleB"), "1");
@@ -350,8 +367,11 @@ TEST(StageComposerDemo, TheHelloWorldSceneComposesCleanlyWithItsSublayerAndRefer
   // The lighting sublayer adds the sun; its colour for the sphere is weaker than the root's own.
   EXPECT_EQ(prim(stage, "/World/Sun").typeName, "DistantLight");
   EXPECT_EQ(valueOf(stage, "/World/BlueSphere", "primvars:displayColor"), "[(0.16, 0.42, 0.9)]");
-  EXPECT_EQ(stage.findProperty(prim(stage, "/World/BlueSphere"), "primvars:displayColor")->opinions.size(), 2u);
-  EXPECT_EQ(childNames(stage, "/World/LampPost"), (std::vector<std::string>{"Pole", "Bulb", "Glow"}));
+  EXPECT_EQ(stage.findProperty(prim(stage, "/World/BlueSphere"), "primvars:displayColor")
+                ->opinions.size(),
+            2u);
+  EXPECT_EQ(childNames(stage, "/World/LampPost"),
+            (std::vector<std::string>{"Pole", "Bulb", "Glow"}));
   // Every entity has its own id.
   std::set<std::string> ids;
   std::size_t entities = 0;
@@ -369,7 +389,8 @@ TEST(StageComposerFailures, ABinaryFileWithATextExtensionIsToldApart) {
   const auto directory = std::filesystem::temp_directory_path() / "orvan_compose_binary";
   std::filesystem::create_directories(directory);
   std::ofstream(directory / "crate.usd", std::ios::binary) << std::string("PXR-USDC\x08\0\0\0", 12);
-  std::ofstream(directory / "root.usda") << "#usda 1.0\ndef \"A\" (\n    references = @./crate.usd@\n)\n{\n}\n";
+  std::ofstream(directory / "root.usda")
+      << "#usda 1.0\ndef \"A\" (\n    references = @./crate.usd@\n)\n{\n}\n";
   const StageOpenResult result = openStage((directory / "root.usda").string());
   ASSERT_TRUE(result.ok());
   EXPECT_TRUE(hasProblemContaining(*result.stage, prim(*result.stage, "/A"), "binary crate"));

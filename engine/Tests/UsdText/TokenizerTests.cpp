@@ -16,7 +16,8 @@ struct Seen {
 };
 
 std::ostream& operator<<(std::ostream& out, const Seen& seen) {
-  return out << static_cast<int>(seen.kind) << " '" << seen.text << "' " << seen.line << ":" << seen.column;
+  return out << static_cast<int>(seen.kind) << " '" << seen.text << "' " << seen.line << ":"
+             << seen.column;
 }
 
 std::vector<Seen> tokenize(std::string_view text) {
@@ -24,7 +25,8 @@ std::vector<Seen> tokenize(std::string_view text) {
   std::vector<Seen> seen;
   for (Token token = tokenizer.next(); token.kind != TokenKind::End; token = tokenizer.next()) {
     seen.push_back({token.kind, std::string(token.text), token.line, token.column});
-    if (token.kind == TokenKind::Invalid) break;
+    if (token.kind == TokenKind::Invalid)
+      break;
   }
   return seen;
 }
@@ -76,8 +78,8 @@ TEST(Tokenizer, CommentsAreCollectedWithoutLineEndingsAndCountedPerToken) {
 
 TEST(Tokenizer, MalformedTokensAreRefusedWhereTheyStart) {
   const std::vector<std::pair<std::string, std::uint32_t>> cases{
-      {"1e", 1},        {"12abc", 1},   {"-word", 1},   {"  \"open", 3}, {"'a\nb'", 1},
-      {"x @no end", 3}, {"<no/end", 1}, {"@@@a@@", 1},  {"$", 1},        {"+", 1},
+      {"1e", 1},        {"12abc", 1},   {"-word", 1},  {"  \"open", 3}, {"'a\nb'", 1},
+      {"x @no end", 3}, {"<no/end", 1}, {"@@@a@@", 1}, {"$", 1},        {"+", 1},
   };
   for (const auto& [text, column] : cases) {
     const auto seen = tokenize(text);
@@ -110,16 +112,17 @@ TEST(LayerReaderPositions, WindowsLineEndingsAndTabsKeepLinesAndByteColumns) {
   EXPECT_EQ(result.error->line, 5u);
   EXPECT_EQ(result.error->column, 13u);
 
-  const LayerReadResult good = readLayerText("crlf.usda", "#usda 1.0\r\ndef \"A\"\r\n{\r\n\tdouble v = 1\r\n}\r\n");
+  const LayerReadResult good =
+      readLayerText("crlf.usda", "#usda 1.0\r\ndef \"A\"\r\n{\r\n\tdouble v = 1\r\n}\r\n");
   ASSERT_TRUE(good.ok()) << good.error->describe();
   EXPECT_EQ(good.layer->prims[0].properties[0].name, "v");
 }
 
 TEST(LayerReaderPositions, StatementSeparatorsAndRepeatedStatementsMergeIntoOneProperty) {
-  const LayerReadResult result = readLayerText(
-      "merge.usda",
-      "#usda 1.0\ndef \"A\" { double a = 1; double a.timeSamples = { 0: 1 }\n"
-      "double a (doc = \"late metadata\")\nreorder properties = [\"a\"] }\n");
+  const LayerReadResult result =
+      readLayerText("merge.usda",
+                    "#usda 1.0\ndef \"A\" { double a = 1; double a.timeSamples = { 0: 1 }\n"
+                    "double a (doc = \"late metadata\")\nreorder properties = [\"a\"] }\n");
   ASSERT_TRUE(result.ok()) << result.error->describe();
   const PrimSpec& prim = result.layer->prims[0];
   ASSERT_EQ(prim.properties.size(), 1u);
