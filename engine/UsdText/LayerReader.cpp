@@ -95,8 +95,8 @@ TypeShape shapeOf(std::string_view type) {
     return {TypeShape::Matrix, 4};
   if (type.size() == 5 && type.substr(0, 4) == "quat")
     return {TypeShape::Tuple, 4};
-  static constexpr std::array<std::string_view, 10> kTupleStems{
-      "half", "float", "double", "int", "point", "normal", "vector", "color", "texCoord", "float"};
+  static constexpr std::array<std::string_view, 9> kTupleStems{
+      "half", "float", "double", "int", "point", "normal", "vector", "color", "texCoord"};
   for (const auto stem : kTupleStems) {
     if (type.size() <= stem.size() || type.substr(0, stem.size()) != stem)
       continue;

@@ -385,6 +385,25 @@ TEST(StageComposerDemo, TheHelloWorldSceneComposesCleanlyWithItsSublayerAndRefer
   EXPECT_GE(entities, 8u);
 }
 
+TEST(StageComposerFailures, ABrokenSublayerOrReferencedLayerIsReportedWithItsLocation) {
+  const auto directory = std::filesystem::temp_directory_path() / "orvan_compose_broken";
+  std::filesystem::create_directories(directory);
+  std::ofstream(directory / "broken.usda") << "#usda 1.0\ndef \"B\"\n{\n    float3 v = (1, 2)\n}\n";
+  std::ofstream(directory / "root.usda")
+      << "#usda 1.0\n(\n    subLayers = [@./broken.usda@]\n)\n"
+         "def \"A\" (\n    references = @./broken.usda@</B>\n)\n{\n}\n";
+  const StageOpenResult result = openStage((directory / "root.usda").string());
+  ASSERT_TRUE(result.ok());
+  const Stage& stage = *result.stage;
+  ASSERT_EQ(stage.problems.size(), 2u);
+  EXPECT_TRUE(stage.problems[0].primPath.empty());
+  EXPECT_NE(stage.problems[0].message.find("broken.usda:4:16: expected a tuple of 3 numbers"),
+            std::string::npos)
+      << stage.problems[0].message;
+  EXPECT_TRUE(hasProblemContaining(stage, prim(stage, "/A"), "broken.usda:4:16"));
+  std::filesystem::remove_all(directory);
+}
+
 TEST(StageComposerFailures, ABinaryFileWithATextExtensionIsToldApart) {
   const auto directory = std::filesystem::temp_directory_path() / "orvan_compose_binary";
   std::filesystem::create_directories(directory);
