@@ -3,6 +3,8 @@
 #include <benchmark/benchmark.h>
 #include <sys/resource.h>
 
+#include <filesystem>
+#include <fstream>
 #include <map>
 
 #include "UsdText/LayerReader.h"
@@ -88,6 +90,43 @@ void composeAndResolveProperties(benchmark::State& state) {
   state.counters["properties"] = static_cast<double>(properties);
 }
 
+// A street of lamp posts: groups of 200 prims that each reference one small asset layer, so
+// that about a fifth of the stage's prims are reference roots. Read from disk, as a scene is.
+void openStageWithReferences(benchmark::State& state) {
+  const auto lamps = static_cast<std::size_t>(state.range(0));
+  const std::filesystem::path directory =
+      std::filesystem::temp_directory_path() / "orvan_bench_refs";
+  std::filesystem::create_directories(directory);
+  std::ofstream(directory / "lamp.usda")
+      << "#usda 1.0\n(\n    defaultPrim = \"Lamp\"\n)\n\n"
+         "def Xform \"Lamp\"\n{\n"
+         "    rel material:binding = </Lamp/Looks/Glow>\n"
+         "    def Cylinder \"Pole\" { double height = 3 }\n"
+         "    def Sphere \"Bulb\" { double radius = 0.2 }\n"
+         "    def Scope \"Looks\" { def Material \"Glow\" {} }\n}\n";
+  std::string root = "#usda 1.0\n\ndef Xform \"World\"\n{\n";
+  for (std::size_t lamp = 0; lamp < lamps; ++lamp) {
+    if (lamp % 200 == 0)
+      root += (lamp == 0 ? "" : "    }\n") + std::string("    def Xform \"Street_") +
+              std::to_string(lamp / 200) + "\"\n    {\n";
+    root += "        def Xform \"Lamp_" + std::to_string(lamp) +
+            "\" (\n            prepend references = @./lamp.usda@\n        )\n        {\n"
+            "            double3 xformOp:translate = (" +
+            std::to_string(lamp % 200) + ", 0, 0)\n        }\n";
+  }
+  root += "    }\n}\n";
+  std::ofstream(directory / "street.usda") << root;
+  std::size_t prims = 0;
+  for (auto _ : state) {
+    const StageOpenResult stage = openStage((directory / "street.usda").string());
+    prims = stage.stage->prims.size();
+    benchmark::DoNotOptimize(prims);
+  }
+  finish(state, root.size(), prims);
+  state.counters["references"] = static_cast<double>(lamps);
+  std::filesystem::remove_all(directory);
+}
+
 void writeOnly(benchmark::State& state) {
   const auto count = static_cast<std::size_t>(state.range(0));
   const std::string& text = sceneText(count);
@@ -121,6 +160,11 @@ BENCHMARK(composeAndResolveProperties)
     ->Arg(10'000)
     ->Arg(100'000)
     ->Arg(1'000'000)
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+BENCHMARK(openStageWithReferences)
+    ->Arg(2'000)
+    ->Arg(20'000)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 BENCHMARK(writeOnly)->Arg(100'000)->Unit(benchmark::kMillisecond)->UseRealTime();
