@@ -427,6 +427,8 @@ class Parser {
   Value parseDictionary() {
     const std::size_t start = scratch_.size();
     advance();
+    if (current_.kind == TokenKind::Path)
+      return parsePathMapping(start);
     while (!current_.is('}')) {
       const std::string_view typeName = parseTypeName("a type name or '}' in the dictionary");
       if (current_.kind != TokenKind::Identifier && current_.kind != TokenKind::String) {
@@ -448,6 +450,31 @@ class Parser {
     }
     advance();
     return finishItems(Value::ofKind(ValueKind::Dictionary, {}), start);
+  }
+
+  // { </From>: </To>, ... } as in relocates; the opening brace is already read.
+  Value parsePathMapping(std::size_t start) {
+    while (!current_.is('}')) {
+      if (current_.kind != TokenKind::Path)
+        fail(current_, "a path <...> or '}' in the path mapping");
+      const std::string_view from = current_.text;
+      advance();
+      expect(':', "':' after the path");
+      if (current_.kind != TokenKind::Path)
+        fail(current_, "the path it maps to");
+      const std::size_t entryStart = scratch_.size();
+      scratch_.push_back(Value::ofKind(ValueKind::Path, current_.text));
+      advance();
+      const Value entry = finishItems(Value::ofKind(ValueKind::Entry, from), entryStart);
+      scratch_.push_back(entry);
+      if (current_.is(',')) {
+        advance();
+      } else if (!current_.is('}')) {
+        fail(current_, "',' or '}' after the mapping");
+      }
+    }
+    advance();
+    return finishItems(Value::ofKind(ValueKind::PathMap, {}), start);
   }
 
   // (offset = 10; scale = 2) after a sublayer or reference.

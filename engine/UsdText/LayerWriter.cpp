@@ -52,8 +52,9 @@ class Writer {
       case ValueKind::Dictionary:
         writeDictionary(value);
         return;
+      case ValueKind::PathMap:
       case ValueKind::TimeSamples:
-        writeTimeSamples(value);
+        writeKeyedEntries(value);
         return;
       case ValueKind::Reference:
         writeReference(value);
@@ -115,7 +116,7 @@ class Writer {
     out_ += '}';
   }
 
-  void writeTimeSamples(const Value& value) {
+  void writeKeyedEntries(const Value& value) {
     out_ += "{\n";
     ++level_;
     for (const Value& entry : value.items()) {

@@ -25,6 +25,7 @@ enum class ValueKind : std::uint8_t {
   Dictionary,   // items: Entry values, in authored order
   Entry,        // text: key as written; items[0]: value; items[1]: declared type, when there is one
   TimeSamples,  // items: Entry values keyed by time
+  PathMap,      // items: Entry values mapping one path to another ({ </A>: </B> })
   Reference,    // text: the asset literal; items: optional Path, then optional Dictionary of
                 // arguments
   RawText,      // text: an exact span of source kept untouched (spline blocks)

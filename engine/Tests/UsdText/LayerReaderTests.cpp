@@ -131,6 +131,11 @@ TEST(LayerReaderMetadata, LayerAndPrimMetadataKeepListOpsAndUnknownKeys) {
   EXPECT_EQ(review->entryType(), "dictionary");
   EXPECT_EQ(formatValue(*review->items()[0].findEntry("notes")),
             "notes = [\"light too warm\", \"move the cone\"]");
+  const Value& relocates = layer->findMetadata("relocates")->value;
+  EXPECT_EQ(relocates.kind, ValueKind::PathMap);
+  ASSERT_EQ(relocates.itemCount, 2u);
+  EXPECT_EQ(relocates.items()[1].text, "</World/Lamp/Bulb>");
+  EXPECT_EQ(relocates.items()[1].items()[0].decoded(), "/World/Bulb");
   const Value& first = layer->findMetadata("subLayers")->value.items()[0];
   EXPECT_EQ(formatValue(first), "@./shot_anim.usda@ (offset = 10; scale = 2)");
 
