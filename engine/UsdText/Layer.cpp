@@ -14,19 +14,20 @@ auto findByKey(const Entries& entries, std::string_view key) -> decltype(&entrie
 
 bool equivalentPrims(const Layer& a, std::uint32_t ia, const Layer& b, std::uint32_t ib);
 
-bool equivalentVariantSets(const Layer& a, const PrimSpec& pa, const Layer& b, const PrimSpec& pb) {
+bool equivalentVariantSets(const Layer& a, const LayerPrim& pa, const Layer& b,
+                           const LayerPrim& pb) {
   if (pa.variantSets.size() != pb.variantSets.size())
     return false;
   for (std::size_t s = 0; s < pa.variantSets.size(); ++s) {
-    const VariantSetSpec& sa = pa.variantSets[s];
-    const VariantSetSpec& sb = pb.variantSets[s];
+    const LayerVariantSet& sa = pa.variantSets[s];
+    const LayerVariantSet& sb = pb.variantSets[s];
     if (sa.name != sb.name || sa.comments != sb.comments ||
         sa.variants.size() != sb.variants.size()) {
       return false;
     }
     for (std::size_t v = 0; v < sa.variants.size(); ++v) {
-      const VariantSpec& va = sa.variants[v];
-      const VariantSpec& vb = sb.variants[v];
+      const LayerVariant& va = sa.variants[v];
+      const LayerVariant& vb = sb.variants[v];
       if (va.name != vb.name || va.comments != vb.comments)
         return false;
       if (!equivalentPrims(a, va.body, b, vb.body))
@@ -37,8 +38,8 @@ bool equivalentVariantSets(const Layer& a, const PrimSpec& pa, const Layer& b, c
 }
 
 bool equivalentPrims(const Layer& a, std::uint32_t ia, const Layer& b, std::uint32_t ib) {
-  const PrimSpec& pa = a.prims[ia];
-  const PrimSpec& pb = b.prims[ib];
+  const LayerPrim& pa = a.prims[ia];
+  const LayerPrim& pb = b.prims[ib];
   if (pa.specifier != pb.specifier || pa.typeName != pb.typeName || pa.name != pb.name ||
       pa.isVariantBody != pb.isVariantBody || pa.metadata != pb.metadata ||
       pa.properties != pb.properties || pa.reorders != pb.reorders || pa.comments != pb.comments ||
@@ -84,7 +85,7 @@ std::string_view listOpKeyword(ListOp op) {
   return "";
 }
 
-const PropertyField* PropertySpec::findField(std::string_view suffix) const {
+const PropertyField* LayerProperty::findField(std::string_view suffix) const {
   for (const PropertyField& field : fields) {
     if (field.suffix == suffix)
       return &field;
@@ -92,12 +93,12 @@ const PropertyField* PropertySpec::findField(std::string_view suffix) const {
   return nullptr;
 }
 
-const MetadataEntry* PrimSpec::findMetadata(std::string_view key) const {
+const MetadataEntry* LayerPrim::findMetadata(std::string_view key) const {
   return findByKey(metadata, key);
 }
 
-const VariantSetSpec* PrimSpec::findVariantSet(std::string_view setName) const {
-  for (const VariantSetSpec& set : variantSets) {
+const LayerVariantSet* LayerPrim::findVariantSet(std::string_view setName) const {
+  for (const LayerVariantSet& set : variantSets) {
     if (set.name == setName)
       return &set;
   }

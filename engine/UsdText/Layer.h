@@ -19,7 +19,8 @@ enum class Variability : std::uint8_t { Varying, Uniform, Config };
 std::string_view specifierKeyword(Specifier specifier);
 std::string_view listOpKeyword(ListOp op);  // empty for Explicit
 
-// Comments are kept as their exact text ("# ...") and written back before the spec they preceded.
+// Comments are kept as their exact text ("# ...") and written back before the statement they
+// preceded.
 using Comments = std::vector<std::string_view>;
 
 struct MetadataEntry {
@@ -40,7 +41,7 @@ struct PropertyField {
   bool operator==(const PropertyField&) const = default;
 };
 
-struct PropertySpec {
+struct LayerProperty {
   PropertyKind kind = PropertyKind::Attribute;
   bool custom = false;
   Variability variability = Variability::Varying;
@@ -49,46 +50,46 @@ struct PropertySpec {
   std::vector<PropertyField> fields;
   std::vector<MetadataEntry> metadata;
   Comments comments;
-  bool operator==(const PropertySpec&) const = default;
+  bool operator==(const LayerProperty&) const = default;
 
   const PropertyField* findField(std::string_view suffix) const;
 };
 
 inline constexpr std::uint32_t kNoPrim = 0xFFFFFFFFu;
 
-struct VariantSpec {
+struct LayerVariant {
   std::string_view name;         // decoded variant name
-  std::uint32_t body = kNoPrim;  // a PrimSpec holding the variant's metadata and contents
+  std::uint32_t body = kNoPrim;  // a LayerPrim holding the variant's metadata and contents
   Comments comments;
 };
 
-struct VariantSetSpec {
+struct LayerVariantSet {
   std::string_view name;
-  std::vector<VariantSpec> variants;
+  std::vector<LayerVariant> variants;
   Comments comments;
 };
 
-struct PrimSpec {
+struct LayerPrim {
   Specifier specifier = Specifier::Def;
   std::string_view typeName;
   std::string_view name;
   std::uint32_t parent = kNoPrim;
   bool isVariantBody = false;
   std::vector<MetadataEntry> metadata;
-  std::vector<PropertySpec> properties;
+  std::vector<LayerProperty> properties;
   std::vector<std::uint32_t> children;
-  std::vector<VariantSetSpec> variantSets;
+  std::vector<LayerVariantSet> variantSets;
   std::vector<MetadataEntry> reorders;  // "reorder nameChildren/properties = [...]" statements
   Comments comments;
   Comments trailingComments;
 
   const MetadataEntry* findMetadata(std::string_view key) const;
-  const VariantSetSpec* findVariantSet(std::string_view name) const;
+  const LayerVariantSet* findVariantSet(std::string_view name) const;
 };
 
-// One text layer in memory. The layer owns its source text; every string_view in its specs points
-// into that text or into the layer's own text storage (for values made by edits), so a layer is
-// moved, never copied.
+// One text layer in memory. The layer owns its source text; every string_view in its prims and
+// properties points into that text or into the layer's own text storage (for values made by edits),
+// so a layer is moved, never copied.
 class Layer {
  public:
   Layer() = default;
@@ -114,11 +115,11 @@ class Layer {
   std::string defaultPrim() const;
   // The sublayer asset paths in authored order (strongest first).
   std::vector<std::string> subLayerPaths() const;
-  // The spec at an absolute prim path such as "/World/Ground" (no variant selections), or kNoPrim.
+  // The prim at an absolute path such as "/World/Ground" (no variant selections), or kNoPrim.
   std::uint32_t findPrim(std::string_view path) const;
   std::string primPath(std::uint32_t index) const;
 
-  // Structural equality of everything the layer says, independent of where specs sit in the pool.
+  // Structural equality of everything the layer says, independent of where prims sit in the pool.
   bool equivalentTo(const Layer& other) const;
 
   std::string_view version = "1.0";
@@ -126,7 +127,7 @@ class Layer {
   Comments headerComments;
   Comments trailingComments;
   std::vector<std::uint32_t> rootPrims;
-  std::vector<PrimSpec> prims;
+  std::vector<LayerPrim> prims;
 
  private:
   std::string identifier_;

@@ -578,7 +578,7 @@ class Parser {
     const std::uint32_t index = newPrim(parent);
     namePositions_[index] = {nameToken.line, nameToken.column};
     {
-      PrimSpec& prim = layer_.prims[index];
+      LayerPrim& prim = layer_.prims[index];
       prim.specifier = specifier;
       prim.typeName = typeName;
       prim.name = name;
@@ -655,14 +655,14 @@ class Parser {
     advance();
     if (current_.kind != TokenKind::String)
       fail(current_, "the variant set name in quotes");
-    VariantSetSpec set;
+    LayerVariantSet set;
     set.name = unquotedName(current_);
     set.comments = std::move(comments);
     advance();
     expect('=', "'=' after the variant set name");
     expect('{', "'{' to open the variant set");
     while (!current_.is('}')) {
-      VariantSpec variant;
+      LayerVariant variant;
       variant.comments = takeComments(current_);
       if (current_.kind != TokenKind::String)
         fail(current_, "a variant name in quotes or '}'");
@@ -670,7 +670,7 @@ class Parser {
       advance();
       variant.body = newPrim(owner);
       {
-        PrimSpec& body = layer_.prims[variant.body];
+        LayerPrim& body = layer_.prims[variant.body];
         body.specifier = Specifier::Over;
         body.name = variant.name;
         body.isVariantBody = true;
@@ -802,7 +802,7 @@ class Parser {
                      std::string_view typeName, std::string_view name, PropertyField field,
                      std::vector<MetadataEntry> metadata, Comments comments) {
     auto& properties = propertyBuffers_[bodyLevel_ - 1];
-    for (PropertySpec& existing : properties) {
+    for (LayerProperty& existing : properties) {
       if (existing.name != name || existing.kind != kind)
         continue;
       existing.custom = existing.custom || custom;
@@ -814,7 +814,7 @@ class Parser {
       existing.comments.insert(existing.comments.end(), comments.begin(), comments.end());
       return;
     }
-    PropertySpec property;
+    LayerProperty property;
     property.kind = kind;
     property.custom = custom;
     property.variability = variability;
@@ -833,7 +833,7 @@ class Parser {
   std::vector<Value> scratch_;  // items of the values being read, innermost last
   std::vector<std::pair<std::uint32_t, std::uint32_t>> namePositions_;  // line and column per prim
   std::vector<std::pair<std::string_view, std::size_t>> sortedNames_;
-  std::vector<std::vector<PropertySpec>> propertyBuffers_;
+  std::vector<std::vector<LayerProperty>> propertyBuffers_;
   std::size_t bodyLevel_ = 0;
   std::unordered_map<std::string_view, TypeShape> shapes_;
   std::uint32_t commentsTaken_ = 0;

@@ -209,7 +209,7 @@ class Writer {
   }
 
   void writePrim(std::uint32_t index) {
-    const PrimSpec& prim = layer_.prims[index];
+    const LayerPrim& prim = layer_.prims[index];
     writeComments(prim.comments);
     indent();
     out_ += specifierKeyword(prim.specifier);
@@ -230,7 +230,7 @@ class Writer {
     out_ += "}\n";
   }
 
-  void writeBody(const PrimSpec& prim) {
+  void writeBody(const LayerPrim& prim) {
     ++level_;
     bool first = true;
     auto separate = [&] {
@@ -248,7 +248,7 @@ class Writer {
       writeValue(reorder.value);
       out_ += '\n';
     }
-    for (const PropertySpec& property : prim.properties) {
+    for (const LayerProperty& property : prim.properties) {
       first = false;
       writeProperty(property);
     }
@@ -256,7 +256,7 @@ class Writer {
       separate();
       writePrim(child);
     }
-    for (const VariantSetSpec& set : prim.variantSets) {
+    for (const LayerVariantSet& set : prim.variantSets) {
       separate();
       writeVariantSet(set);
     }
@@ -264,15 +264,15 @@ class Writer {
     --level_;
   }
 
-  void writeVariantSet(const VariantSetSpec& set) {
+  void writeVariantSet(const LayerVariantSet& set) {
     writeComments(set.comments);
     indent();
     out_ += "variantSet \"";
     out_ += set.name;
     out_ += "\" = {\n";
     ++level_;
-    for (const VariantSpec& variant : set.variants) {
-      const PrimSpec& body = layer_.prims[variant.body];
+    for (const LayerVariant& variant : set.variants) {
+      const LayerPrim& body = layer_.prims[variant.body];
       writeComments(variant.comments);
       indent();
       out_ += '"';
@@ -290,7 +290,7 @@ class Writer {
     out_ += "}\n";
   }
 
-  void writeProperty(const PropertySpec& property) {
+  void writeProperty(const LayerProperty& property) {
     writeComments(property.comments);
     bool metadataWritten = false;
     for (const PropertyField& field : property.fields) {

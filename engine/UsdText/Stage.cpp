@@ -12,7 +12,7 @@ struct PropertyEntry {
   std::uint32_t property;  // index in the composed list
   std::uint32_t strength;  // 0 is the strongest opinion
   const PrimOpinion* opinion;
-  const PropertySpec* spec;
+  const LayerProperty* authored;
 };
 
 }  // namespace
@@ -31,7 +31,8 @@ const ComposedPrim* Stage::findPrim(std::string_view path) const {
 
 const MetadataEntry* Stage::findMetadata(const ComposedPrim& prim, std::string_view key) const {
   for (std::uint32_t i = 0; i < prim.opinionCount; ++i) {
-    if (const MetadataEntry* entry = spec(primOpinions[prim.firstOpinion + i]).findMetadata(key)) {
+    if (const MetadataEntry* entry =
+            authoredPrim(primOpinions[prim.firstOpinion + i]).findMetadata(key)) {
       return entry;
     }
   }
@@ -43,7 +44,7 @@ namespace {
 // Resolves one property from its opinions, strongest first.
 void resolveProperty(const Stage& stage, const ComposedPrim& prim, ComposedProperty& out,
                      const PropertyEntry* entries, std::size_t count) {
-  const PropertySpec& strongest = *entries[0].spec;
+  const LayerProperty& strongest = *entries[0].authored;
   out.name = strongest.name;
   out.kind = strongest.kind;
   out.custom = strongest.custom;
@@ -51,11 +52,11 @@ void resolveProperty(const Stage& stage, const ComposedPrim& prim, ComposedPrope
   out.opinions.reserve(count);
   const std::string_view targetField = out.kind == PropertyKind::Relationship ? "" : "connect";
   for (std::size_t i = 0; i < count; ++i) {
-    const PropertySpec& spec = *entries[i].spec;
-    out.opinions.push_back({entries[i].opinion->layer, &spec});
+    const LayerProperty& authored = *entries[i].authored;
+    out.opinions.push_back({entries[i].opinion->layer, &authored});
     if (out.typeName.empty())
-      out.typeName = spec.typeName;
-    for (const PropertyField& field : spec.fields) {
+      out.typeName = authored.typeName;
+    for (const PropertyField& field : authored.fields) {
       if (!field.hasValue)
         continue;
       if (field.suffix.empty() && out.kind == PropertyKind::Attribute && !out.value)
@@ -72,7 +73,7 @@ void resolveProperty(const Stage& stage, const ComposedPrim& prim, ComposedPrope
     const std::string_view anchor =
         site == kLocalSite ? std::string_view(prim.path) : stage.sites[site].path;
     const PathMapping* mapping = site == kLocalSite ? nullptr : stage.sites[site].mapping.get();
-    for (const PropertyField& field : entries[i].spec->fields) {
+    for (const PropertyField& field : entries[i].authored->fields) {
       if (!field.hasValue || field.suffix != targetField)
         continue;
       out.hasTargets = true;
@@ -92,7 +93,7 @@ std::vector<ComposedProperty> Stage::composeProperties(const ComposedPrim& prim)
   std::vector<ComposedProperty> properties;
   std::size_t total = 0;
   for (std::uint32_t i = 0; i < prim.opinionCount; ++i)
-    total += spec(primOpinions[prim.firstOpinion + i]).properties.size();
+    total += authoredPrim(primOpinions[prim.firstOpinion + i]).properties.size();
   if (total == 0)
     return properties;
   std::vector<PropertyEntry> entries;
@@ -116,7 +117,7 @@ std::vector<ComposedProperty> Stage::composeProperties(const ComposedPrim& prim)
   };
   for (std::uint32_t o = prim.opinionCount; o-- > 0;) {
     const PrimOpinion& opinion = primOpinions[prim.firstOpinion + o];
-    for (const PropertySpec& property : spec(opinion).properties) {
+    for (const LayerProperty& property : authoredPrim(opinion).properties) {
       entries.push_back({indexOf(property.name), o, &opinion, &property});
     }
   }
@@ -141,7 +142,7 @@ std::optional<ComposedProperty> Stage::findProperty(const ComposedPrim& prim,
   std::vector<PropertyEntry> entries;
   for (std::uint32_t o = 0; o < prim.opinionCount; ++o) {
     const PrimOpinion& opinion = primOpinions[prim.firstOpinion + o];
-    for (const PropertySpec& property : spec(opinion).properties) {
+    for (const LayerProperty& property : authoredPrim(opinion).properties) {
       if (property.name == name)
         entries.push_back({0, o, &opinion, &property});
     }

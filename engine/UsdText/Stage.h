@@ -39,16 +39,16 @@ struct OpinionSite {
   std::shared_ptr<const PathMapping> mapping;
 };
 
-// One prim spec that contributes to a composed prim, strongest first.
+// One authored prim that contributes to a composed prim, strongest first.
 struct PrimOpinion {
   std::uint32_t layer;              // index into Stage::layers
-  std::uint32_t spec;               // index into that layer's prims
+  std::uint32_t prim;               // index into that layer's prims
   std::uint32_t site = kLocalSite;  // index into Stage::sites, or kLocalSite
 };
 
 struct PropertyOpinion {
   std::uint32_t layer;
-  const PropertySpec* spec;
+  const LayerProperty* property;
 };
 
 struct ComposedProperty {
@@ -62,7 +62,7 @@ struct ComposedProperty {
   const Value* spline = nullptr;       // the strongest .spline, as authored text
   bool hasTargets = false;
   std::vector<std::string> targets;       // relationship targets or connections, in stage namespace
-  std::vector<PropertyOpinion> opinions;  // every contributing spec, strongest first
+  std::vector<PropertyOpinion> opinions;  // every contributing layer property, strongest first
 };
 
 struct ComposedPrim {
@@ -105,8 +105,8 @@ class Stage {
                                                std::string_view name) const;
   // The strongest opinion for a prim metadata key, or null.
   const MetadataEntry* findMetadata(const ComposedPrim& prim, std::string_view key) const;
-  const PrimSpec& spec(const PrimOpinion& opinion) const {
-    return layers[opinion.layer].layer->prims[opinion.spec];
+  const LayerPrim& authoredPrim(const PrimOpinion& opinion) const {
+    return layers[opinion.layer].layer->prims[opinion.prim];
   }
   // Called once the prims are final; findPrim uses it.
   void buildPathIndex();

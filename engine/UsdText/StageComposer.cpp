@@ -15,21 +15,21 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Stand-in spec index for "the layer itself", whose children are the layer's root prims.
+// Stand-in prim index for "the layer itself", whose children are the layer's root prims.
 constexpr std::uint32_t kPseudoRoot = kNoPrim - 1;
 constexpr int kMaxNamespaceDepth = 4096;
 
 // Arc kinds in the order of their strength among siblings.
 enum class ArcType : std::uint8_t { Root, Inherit, Variant, Reference, Payload, Specialize };
 
-// One site that contributes opinions to a prim: a path in a layer stack, with the spec found there
+// One site that contributes opinions to a prim: a path in a layer stack, with the prim found there
 // in each layer of the stack. Children are the arcs introduced at that site, strongest first.
 struct Node {
   ArcType arc = ArcType::Root;
   std::uint32_t stack = 0;
   int introDepth = 0;
   std::string path;
-  std::vector<std::uint32_t> specs;
+  std::vector<std::uint32_t> layerPrims;
   std::shared_ptr<const PathMapping> mapping;
   std::vector<Node> children;
 };
@@ -40,7 +40,7 @@ struct LayerStack {
 
 struct OpinionRef {
   std::uint32_t layer;
-  std::uint32_t spec;
+  std::uint32_t layerPrim;
   const Node* node;
 };
 
@@ -111,16 +111,16 @@ class Composer {
     stage_->layers[rootIndex].root = true;
     const std::uint32_t rootStack = layerStackFor(rootIndex, true);
 
-    std::size_t specs = 0;
+    std::size_t layerPrims = 0;
     for (const std::uint32_t layer : stacks_[rootStack].layers)
-      specs += layerAt(layer).prims.size();
-    stage_->prims.reserve(specs);
-    stage_->primOpinions.reserve(specs);
+      layerPrims += layerAt(layer).prims.size();
+    stage_->prims.reserve(layerPrims);
+    stage_->primOpinions.reserve(layerPrims);
 
     Node pseudoRoot;
     pseudoRoot.stack = rootStack;
     pseudoRoot.path = "/";
-    pseudoRoot.specs.assign(stacks_[rootStack].layers.size(), kPseudoRoot);
+    pseudoRoot.layerPrims.assign(stacks_[rootStack].layers.size(), kPseudoRoot);
     std::vector<OpinionRef> opinions;
     for (const std::uint32_t layer : stacks_[rootStack].layers)
       opinions.push_back({layer, kPseudoRoot, &pseudoRoot});
@@ -246,18 +246,18 @@ class Composer {
     return static_cast<std::uint32_t>(stage_->problems.size() - 1);
   }
 
-  // ---- specs ----
+  // ---- authored prims ----
 
-  const std::vector<std::uint32_t>& childrenOf(std::uint32_t layer, std::uint32_t spec) const {
+  const std::vector<std::uint32_t>& childrenOf(std::uint32_t layer, std::uint32_t layerPrim) const {
     const Layer& l = layerAt(layer);
-    return spec == kPseudoRoot ? l.rootPrims : l.prims[spec].children;
+    return layerPrim == kPseudoRoot ? l.rootPrims : l.prims[layerPrim].children;
   }
 
-  std::uint32_t childSpec(std::uint32_t layer, std::uint32_t spec, std::string_view name) {
+  std::uint32_t childPrim(std::uint32_t layer, std::uint32_t layerPrim, std::string_view name) {
     // The child being composed is usually known already from listing the names.
-    if (hint_.layer == layer && hint_.parent == spec)
+    if (hint_.layer == layer && hint_.parent == layerPrim)
       return hint_.child;
-    const std::vector<std::uint32_t>& children = childrenOf(layer, spec);
+    const std::vector<std::uint32_t>& children = childrenOf(layer, layerPrim);
     const Layer& l = layerAt(layer);
     if (children.size() <= 8) {
       for (const std::uint32_t child : children) {
@@ -274,43 +274,44 @@ class Composer {
           index.emplace(ChildKey{l.prims[i].parent, l.prims[i].name}, i);
       }
     }
-    const auto found = index.find(ChildKey{spec == kPseudoRoot ? kNoPrim : spec, name});
+    const auto found = index.find(ChildKey{layerPrim == kPseudoRoot ? kNoPrim : layerPrim, name});
     return found == index.end() ? kNoPrim : found->second;
   }
 
-  std::uint32_t findSpec(std::uint32_t layer, std::string_view path) {
+  std::uint32_t findAuthoredPrim(std::uint32_t layer, std::string_view path) {
     if (path.empty() || path.front() != '/')
       return kNoPrim;
-    std::uint32_t spec = kPseudoRoot;
+    std::uint32_t layerPrim = kPseudoRoot;
     std::size_t position = 1;
     while (position < path.size()) {
       const std::size_t slash = path.find('/', position);
       const std::string_view name =
           path.substr(position, slash == std::string_view::npos ? slash : slash - position);
-      spec = childSpec(layer, spec, name);
-      if (spec == kNoPrim)
+      layerPrim = childPrim(layer, layerPrim, name);
+      if (layerPrim == kNoPrim)
         return kNoPrim;
       if (slash == std::string_view::npos)
         break;
       position = slash + 1;
     }
-    return spec == kPseudoRoot ? kNoPrim : spec;
+    return layerPrim == kPseudoRoot ? kNoPrim : layerPrim;
   }
 
-  std::vector<std::uint32_t> specsAt(std::uint32_t stack, std::string_view path, bool& any) {
+  std::vector<std::uint32_t> primsAt(std::uint32_t stack, std::string_view path, bool& any) {
     const auto& layers = stacks_[stack].layers;
-    std::vector<std::uint32_t> specs(layers.size(), kNoPrim);
+    std::vector<std::uint32_t> layerPrims(layers.size(), kNoPrim);
     any = false;
     for (std::size_t i = 0; i < layers.size(); ++i) {
-      specs[i] = findSpec(layers[i], path);
-      any = any || specs[i] != kNoPrim;
+      layerPrims[i] = findAuthoredPrim(layers[i], path);
+      any = any || layerPrims[i] != kNoPrim;
     }
-    return specs;
+    return layerPrims;
   }
 
   // ---- the node tree of one prim ----
 
-  // The node for a child prim, following every node of the parent; false when no spec below it.
+  // The node for a child prim, following every node of the parent; false when nothing is authored
+  // below it.
   bool mapNode(const Node& from, std::string_view name, Node& out) {
     out.arc = from.arc;
     out.stack = from.stack;
@@ -322,13 +323,13 @@ class Composer {
       out.path += '/';
     out.path += name;
     const auto& layers = stacks_[from.stack].layers;
-    out.specs.assign(from.specs.size(), kNoPrim);
+    out.layerPrims.assign(from.layerPrims.size(), kNoPrim);
     bool any = false;
-    for (std::size_t i = 0; i < from.specs.size(); ++i) {
-      if (from.specs[i] == kNoPrim)
+    for (std::size_t i = 0; i < from.layerPrims.size(); ++i) {
+      if (from.layerPrims[i] == kNoPrim)
         continue;
-      out.specs[i] = childSpec(layers[i], from.specs[i], name);
-      any = any || out.specs[i] != kNoPrim;
+      out.layerPrims[i] = childPrim(layers[i], from.layerPrims[i], name);
+      any = any || out.layerPrims[i] != kNoPrim;
     }
     for (const Node& child : from.children) {
       Node mapped;
@@ -342,9 +343,9 @@ class Composer {
 
   void collectOpinions(const Node& node, std::vector<OpinionRef>& out) const {
     const auto& layers = stacks_[node.stack].layers;
-    for (std::size_t i = 0; i < node.specs.size(); ++i) {
-      if (node.specs[i] != kNoPrim)
-        out.push_back({layers[i], node.specs[i], &node});
+    for (std::size_t i = 0; i < node.layerPrims.size(); ++i) {
+      if (node.layerPrims[i] != kNoPrim)
+        out.push_back({layers[i], node.layerPrims[i], &node});
     }
     for (const Node& child : node.children)
       collectOpinions(child, out);
@@ -352,10 +353,10 @@ class Composer {
 
   std::string selectionFor(const Node& node, std::string_view setName) const {
     const auto& layers = stacks_[node.stack].layers;
-    for (std::size_t i = 0; i < node.specs.size(); ++i) {
-      if (node.specs[i] == kNoPrim)
+    for (std::size_t i = 0; i < node.layerPrims.size(); ++i) {
+      if (node.layerPrims[i] == kNoPrim)
         continue;
-      for (const MetadataEntry& entry : layerAt(layers[i]).prims[node.specs[i]].metadata) {
+      for (const MetadataEntry& entry : layerAt(layers[i]).prims[node.layerPrims[i]].metadata) {
         if (entry.key != "variants")
           continue;
         if (const Value* selection = entry.value.findEntry(setName);
@@ -375,10 +376,10 @@ class Composer {
   std::vector<ArcItem> composeArcList(const Node& node, std::string_view key) const {
     std::vector<ArcItem> result;
     const auto& layers = stacks_[node.stack].layers;
-    for (std::size_t i = node.specs.size(); i-- > 0;) {
-      if (node.specs[i] == kNoPrim)
+    for (std::size_t i = node.layerPrims.size(); i-- > 0;) {
+      if (node.layerPrims[i] == kNoPrim)
         continue;
-      for (const MetadataEntry& entry : layerAt(layers[i]).prims[node.specs[i]].metadata) {
+      for (const MetadataEntry& entry : layerAt(layers[i]).prims[node.layerPrims[i]].metadata) {
         if (entry.key != key)
           continue;
         std::vector<ArcItem> items;
@@ -416,12 +417,12 @@ class Composer {
   }
 
   Node makeArcNode(const Node& from, ArcType arc, std::uint32_t stack, std::string target,
-                   std::vector<std::uint32_t> specs, int depth) {
+                   std::vector<std::uint32_t> layerPrims, int depth) {
     Node node;
     node.arc = arc;
     node.stack = stack;
     node.introDepth = depth;
-    node.specs = std::move(specs);
+    node.layerPrims = std::move(layerPrims);
     if (target != from.path || from.mapping) {
       node.mapping = std::make_shared<PathMapping>(PathMapping{target, from.path, from.mapping});
     }
@@ -458,21 +459,21 @@ class Composer {
       if (formsCycle(context, node, node.stack, path))
         continue;
       bool any = false;
-      auto specs = specsAt(node.stack, path, any);
+      auto layerPrims = primsAt(node.stack, path, any);
       if (!any)
         continue;  // a class nobody wrote yet is no error
-      added.push_back(
-          makeArcNode(node, arc, node.stack, std::move(path), std::move(specs), context.depth));
+      added.push_back(makeArcNode(node, arc, node.stack, std::move(path), std::move(layerPrims),
+                                  context.depth));
     }
   }
 
   void addVariantArcs(const Node& node, ExpandContext& context, std::vector<Node>& added) {
     const auto& layers = stacks_[node.stack].layers;
     std::vector<std::string_view> seen;
-    for (std::size_t i = 0; i < node.specs.size(); ++i) {
-      if (node.specs[i] == kNoPrim)
+    for (std::size_t i = 0; i < node.layerPrims.size(); ++i) {
+      if (node.layerPrims[i] == kNoPrim)
         continue;
-      for (const VariantSetSpec& set : layerAt(layers[i]).prims[node.specs[i]].variantSets) {
+      for (const LayerVariantSet& set : layerAt(layers[i]).prims[node.layerPrims[i]].variantSets) {
         if (std::find(seen.begin(), seen.end(), set.name) != seen.end())
           continue;
         seen.push_back(set.name);
@@ -490,18 +491,18 @@ class Composer {
         variant.introDepth = context.depth;
         variant.path = node.path;
         variant.mapping = node.mapping;
-        variant.specs.assign(node.specs.size(), kNoPrim);
+        variant.layerPrims.assign(node.layerPrims.size(), kNoPrim);
         bool any = false;
-        for (std::size_t j = 0; j < node.specs.size(); ++j) {
-          if (node.specs[j] == kNoPrim)
+        for (std::size_t j = 0; j < node.layerPrims.size(); ++j) {
+          if (node.layerPrims[j] == kNoPrim)
             continue;
-          const VariantSetSpec* inLayer =
-              layerAt(layers[j]).prims[node.specs[j]].findVariantSet(set.name);
+          const LayerVariantSet* inLayer =
+              layerAt(layers[j]).prims[node.layerPrims[j]].findVariantSet(set.name);
           if (!inLayer)
             continue;
-          for (const VariantSpec& candidate : inLayer->variants) {
+          for (const LayerVariant& candidate : inLayer->variants) {
             if (candidate.name == selection) {
-              variant.specs[j] = candidate.body;
+              variant.layerPrims[j] = candidate.body;
               any = true;
             }
           }
@@ -557,7 +558,7 @@ class Composer {
         continue;
       }
       bool any = false;
-      auto specs = specsAt(stack, target, any);
+      auto layerPrims = primsAt(stack, target, any);
       if (!any) {
         context.arcs->problems.push_back(std::string("The ") + what + " to '" + shown +
                                          "' is left out: no prim <" + target + "> there");
@@ -566,7 +567,7 @@ class Composer {
       if (arc == ArcType::Payload)
         context.arcs->payloadLoaded = true;
       added.push_back(
-          makeArcNode(node, arc, stack, std::move(target), std::move(specs), context.depth));
+          makeArcNode(node, arc, stack, std::move(target), std::move(layerPrims), context.depth));
     }
   }
 
@@ -574,7 +575,8 @@ class Composer {
 
   struct ChildName {
     std::string_view name;
-    std::uint32_t spec;  // the child's spec when a single opinion names every child, else kNoPrim
+    // The child's index in its layer when a single opinion names every child, else kNoPrim.
+    std::uint32_t layerPrim;
   };
 
   void composeChildren(const Node& tree, const std::vector<OpinionRef>& opinions,
@@ -583,7 +585,7 @@ class Composer {
     const OpinionRef* only = nullptr;
     for (const ChildName& child : childNames(opinions, only)) {
       if (only)
-        hint_ = {only->layer, only->spec, child.spec};
+        hint_ = {only->layer, only->layerPrim, child.layerPrim};
       Node node;
       const bool mapped = mapNode(tree, child.name, node);
       hint_ = {};
@@ -594,13 +596,13 @@ class Composer {
   }
 
   // The children's names in composed order. When a single opinion names them all, `only` points
-  // to it and each name comes with its spec, so no lookup by name is needed.
+  // to it and each name comes with its index, so no lookup by name is needed.
   std::vector<ChildName> childNames(const std::vector<OpinionRef>& opinions,
                                     const OpinionRef*& only) {
     std::vector<ChildName> names;
     std::size_t contributing = 0;
     for (const OpinionRef& opinion : opinions) {
-      if (childrenOf(opinion.layer, opinion.spec).empty())
+      if (childrenOf(opinion.layer, opinion.layerPrim).empty())
         continue;
       ++contributing;
       only = &opinion;
@@ -611,7 +613,7 @@ class Composer {
       return names;
     if (only) {
       const Layer& layer = layerAt(only->layer);
-      const auto& children = childrenOf(only->layer, only->spec);
+      const auto& children = childrenOf(only->layer, only->layerPrim);
       names.reserve(children.size());
       for (const std::uint32_t child : children)
         names.push_back({layer.prims[child].name, child});
@@ -619,7 +621,7 @@ class Composer {
       // Weaker opinions name their children first; stronger ones add theirs after.
       std::unordered_set<std::string_view> seen;
       for (auto it = opinions.rbegin(); it != opinions.rend(); ++it) {
-        for (const std::uint32_t child : childrenOf(it->layer, it->spec)) {
+        for (const std::uint32_t child : childrenOf(it->layer, it->layerPrim)) {
           const std::string_view name = layerAt(it->layer).prims[child].name;
           if (seen.insert(name).second)
             names.push_back({name, kNoPrim});
@@ -632,9 +634,10 @@ class Composer {
 
   void applyReorder(const std::vector<OpinionRef>& opinions, std::vector<ChildName>& names) const {
     for (const OpinionRef& opinion : opinions) {
-      if (opinion.spec == kPseudoRoot)
+      if (opinion.layerPrim == kPseudoRoot)
         continue;
-      for (const MetadataEntry& reorder : layerAt(opinion.layer).prims[opinion.spec].reorders) {
+      for (const MetadataEntry& reorder :
+           layerAt(opinion.layer).prims[opinion.layerPrim].reorders) {
         if (reorder.key != "nameChildren")
           continue;
         std::vector<std::string> order;
@@ -714,15 +717,15 @@ class Composer {
         site = static_cast<std::uint32_t>(stage_->sites.size());
         stage_->sites.push_back({opinion.node->path, opinion.node->mapping});
       }
-      stage_->primOpinions.push_back({opinion.layer, opinion.spec, site});
-      const PrimSpec& spec = layerAt(opinion.layer).prims[opinion.spec];
-      if (!haveSpecifier && !spec.isVariantBody && spec.specifier != Specifier::Over) {
-        prim.specifier = spec.specifier;
+      stage_->primOpinions.push_back({opinion.layer, opinion.layerPrim, site});
+      const LayerPrim& layerPrim = layerAt(opinion.layer).prims[opinion.layerPrim];
+      if (!haveSpecifier && !layerPrim.isVariantBody && layerPrim.specifier != Specifier::Over) {
+        prim.specifier = layerPrim.specifier;
         haveSpecifier = true;
       }
       if (prim.typeName.empty())
-        prim.typeName = spec.typeName;
-      for (const MetadataEntry& entry : spec.metadata) {
+        prim.typeName = layerPrim.typeName;
+      for (const MetadataEntry& entry : layerPrim.metadata) {
         if (!haveActive && entry.key == "active") {
           prim.active = entry.value.toBool().value_or(true);
           haveActive = true;

@@ -16,11 +16,12 @@ std::shared_ptr<Layer> readFixture(const std::string& name) {
   return result.layer;
 }
 
-const PropertySpec& property(const Layer& layer, std::string_view primPath, std::string_view name) {
+const LayerProperty& property(const Layer& layer, std::string_view primPath,
+                              std::string_view name) {
   const std::uint32_t prim = layer.findPrim(primPath);
   if (prim == kNoPrim)
     throw std::runtime_error("no prim " + std::string(primPath));
-  for (const PropertySpec& candidate : layer.prims[prim].properties) {
+  for (const LayerProperty& candidate : layer.prims[prim].properties) {
     if (candidate.name == name)
       return candidate;
   }
@@ -68,14 +69,14 @@ TEST(LayerReaderValues, NumbersKeepTheirTextAndConvert) {
 TEST(LayerReaderProperties, DeclarationsSamplesSplinesAndConnectionsStayApart) {
   const auto layer = readFixture("attributes.usda");
   ASSERT_TRUE(layer);
-  const PropertySpec& fade = property(*layer, "/Everything", "fade");
+  const LayerProperty& fade = property(*layer, "/Everything", "fade");
   ASSERT_EQ(fade.fields.size(), 2u);
   EXPECT_EQ(fade.fields[0].value.text, "1");
   ASSERT_EQ(fade.fields[1].suffix, "timeSamples");
   ASSERT_EQ(fade.fields[1].value.items().size(), 2u);
   EXPECT_EQ(fade.fields[1].value.items()[1].text, "2.5");
 
-  const PropertySpec& translate = property(*layer, "/Everything", "xformOp:translate");
+  const LayerProperty& translate = property(*layer, "/Everything", "xformOp:translate");
   EXPECT_EQ(translate.typeName, "float3");
   EXPECT_TRUE(translate.fields[0].value.items()[2].items()[0].isNone());
 
@@ -90,11 +91,11 @@ TEST(LayerReaderProperties, DeclarationsSamplesSplinesAndConnectionsStayApart) {
   EXPECT_EQ(connect->op, ListOp::Prepend);
   EXPECT_EQ(connect->value.decoded(), "/Everything/C.outputs:y");
 
-  const PropertySpec& mode = property(*layer, "/Everything", "orvan:mode");
+  const LayerProperty& mode = property(*layer, "/Everything", "orvan:mode");
   EXPECT_TRUE(mode.custom);
   EXPECT_EQ(mode.variability, Variability::Uniform);
 
-  const PropertySpec& color = property(*layer, "/Everything", "primvars:displayColor");
+  const LayerProperty& color = property(*layer, "/Everything", "primvars:displayColor");
   ASSERT_EQ(color.metadata.size(), 3u);
   EXPECT_EQ(color.metadata[0].key, "interpolation");
 }
@@ -102,14 +103,14 @@ TEST(LayerReaderProperties, DeclarationsSamplesSplinesAndConnectionsStayApart) {
 TEST(LayerReaderProperties, PropertyOrderIsTheAuthoredOrder) {
   const auto layer = readFixture("relationships.usda");
   ASSERT_TRUE(layer);
-  const PrimSpec& scene = layer->prims[layer->findPrim("/Scene")];
+  const LayerPrim& scene = layer->prims[layer->findPrim("/Scene")];
   std::vector<std::string_view> names;
-  for (const PropertySpec& p : scene.properties)
+  for (const LayerProperty& p : scene.properties)
     names.push_back(p.name);
   EXPECT_EQ(names,
             (std::vector<std::string_view>{"material:binding", "proxyPrim", "lights", "blocked",
                                            "orvan:targets", "orvan:follow", "orvan:self"}));
-  const PropertySpec& targets = scene.properties[4];
+  const LayerProperty& targets = scene.properties[4];
   ASSERT_EQ(targets.fields.size(), 3u);
   EXPECT_EQ(targets.fields[2].op, ListOp::Delete);
   EXPECT_EQ(targets.kind, PropertyKind::Relationship);
@@ -141,7 +142,7 @@ TEST(LayerReaderMetadata, LayerAndPrimMetadataKeepListOpsAndUnknownKeys) {
 
   const auto prims = readFixture("prims_and_metadata.usda");
   ASSERT_TRUE(prims);
-  const PrimSpec& referenced = prims->prims[prims->findPrim("/World/Referenced")];
+  const LayerPrim& referenced = prims->prims[prims->findPrim("/World/Referenced")];
   EXPECT_EQ(referenced.typeName, "Mesh");
   const MetadataEntry* references = referenced.findMetadata("references");
   ASSERT_TRUE(references);
@@ -151,7 +152,7 @@ TEST(LayerReaderMetadata, LayerAndPrimMetadataKeepListOpsAndUnknownKeys) {
   EXPECT_EQ(*references->value.items()[0].targetPath(), "/Model");
   EXPECT_EQ(*references->value.items()[2].targetPath(), "/World/Typeless");
   EXPECT_EQ(referenced.findMetadata("payload")->op, ListOp::Append);
-  const PrimSpec& overridden = prims->prims[prims->findPrim("/World/Overridden")];
+  const LayerPrim& overridden = prims->prims[prims->findPrim("/World/Overridden")];
   EXPECT_EQ(overridden.specifier, Specifier::Over);
   EXPECT_EQ(overridden.findMetadata("variants")->value.findEntry("lod")->items()[0].decoded(),
             "high");
@@ -162,16 +163,16 @@ TEST(LayerReaderMetadata, LayerAndPrimMetadataKeepListOpsAndUnknownKeys) {
 TEST(LayerReaderVariants, VariantBodiesHoldPropertiesChildrenAndNestedSets) {
   const auto layer = readFixture("variants.usda");
   ASSERT_TRUE(layer);
-  const PrimSpec& asset = layer->prims[layer->findPrim("/Asset")];
+  const LayerPrim& asset = layer->prims[layer->findPrim("/Asset")];
   ASSERT_EQ(asset.variantSets.size(), 2u);
-  const VariantSetSpec& shape = asset.variantSets[0];
+  const LayerVariantSet& shape = asset.variantSets[0];
   ASSERT_EQ(shape.variants.size(), 2u);
-  const PrimSpec& cube = layer->prims[shape.variants[0].body];
+  const LayerPrim& cube = layer->prims[shape.variants[0].body];
   EXPECT_TRUE(cube.isVariantBody);
   EXPECT_EQ(cube.findMetadata("doc")->value.decoded(), "the boxy one");
   ASSERT_EQ(cube.children.size(), 1u);
   EXPECT_EQ(layer->prims[cube.children[0]].typeName, "Cube");
-  const PrimSpec& sphere = layer->prims[shape.variants[1].body];
+  const LayerPrim& sphere = layer->prims[shape.variants[1].body];
   ASSERT_EQ(sphere.variantSets.size(), 1u);
   EXPECT_EQ(sphere.variantSets[0].name, "detail");
   // Variant contents are not children of the prim itself.
@@ -185,7 +186,7 @@ TEST(LayerReaderComments, CommentsStayWithTheStatementThatFollowsThem) {
             (Comments{"# Comments before the layer metadata stay at the top.",
                       "// Both comment styles are kept."}));
   EXPECT_EQ(layer->metadata[0].comments, (Comments{"# a comment inside the metadata"}));
-  const PrimSpec& root = layer->prims[layer->findPrim("/Root")];
+  const LayerPrim& root = layer->prims[layer->findPrim("/Root")];
   EXPECT_EQ(root.comments, (Comments{"# The root prim."}));
   EXPECT_EQ(root.properties[0].comments, (Comments{"# Before a property."}));
   EXPECT_EQ(root.properties[1].comments,
@@ -198,9 +199,9 @@ TEST(LayerReaderComments, CommentsStayWithTheStatementThatFollowsThem) {
 TEST(LayerWriterEdits, AnEditedValueIsWrittenAndEverythingElseIsKept) {
   const auto layer = readFixture("comments.usda");
   ASSERT_TRUE(layer);
-  PrimSpec& root = layer->prims[layer->findPrim("/Root")];
+  LayerPrim& root = layer->prims[layer->findPrim("/Root")];
   root.properties[0].fields[0].value = Value::ofKind(ValueKind::Number, layer->storeText("42"));
-  PropertySpec added;
+  LayerProperty added;
   added.typeName = "string";
   added.name = "orvan:label";
   added.fields.push_back(
@@ -211,7 +212,7 @@ TEST(LayerWriterEdits, AnEditedValueIsWrittenAndEverythingElseIsKept) {
   const std::string written = writeLayer(*layer);
   const LayerReadResult reread = readLayerText("edited.usda", written);
   ASSERT_TRUE(reread.ok()) << reread.error->describe();
-  const PrimSpec& again = reread.layer->prims[reread.layer->findPrim("/Root")];
+  const LayerPrim& again = reread.layer->prims[reread.layer->findPrim("/Root")];
   EXPECT_EQ(again.properties[0].fields[0].value.text, "42");
   EXPECT_EQ(again.properties.back().fields[0].value.decoded(), "say \"hi\"\n");
   EXPECT_EQ(again.comments, root.comments);

@@ -81,7 +81,7 @@ TEST(LayerWriterBuilt, ALayerMadeInMemoryWritesAndReadsBack) {
                             "defaultPrim",
                             Value::ofKind(ValueKind::String, layer.storeText("\"World\"")),
                             {}});
-  PrimSpec world;
+  LayerPrim world;
   world.typeName = "Xform";
   world.name = "World";
   world.comments.push_back("# made by hand");
@@ -89,7 +89,7 @@ TEST(LayerWriterBuilt, ALayerMadeInMemoryWritesAndReadsBack) {
                               Value::ofKind(ValueKind::Number, "0.2"),
                               Value::ofKind(ValueKind::Number, "0.3")};
   const Value color = layer.makeValue(ValueKind::Tuple, {}, components);
-  PropertySpec background;
+  LayerProperty background;
   background.custom = true;
   background.typeName = "color3f";
   background.name = "orvan:backgroundColor";

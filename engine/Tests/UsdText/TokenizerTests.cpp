@@ -124,7 +124,7 @@ TEST(LayerReaderPositions, StatementSeparatorsAndRepeatedStatementsMergeIntoOneP
                     "#usda 1.0\ndef \"A\" { double a = 1; double a.timeSamples = { 0: 1 }\n"
                     "double a (doc = \"late metadata\")\nreorder properties = [\"a\"] }\n");
   ASSERT_TRUE(result.ok()) << result.error->describe();
-  const PrimSpec& prim = result.layer->prims[0];
+  const LayerPrim& prim = result.layer->prims[0];
   ASSERT_EQ(prim.properties.size(), 1u);
   EXPECT_EQ(prim.properties[0].fields.size(), 3u);
   ASSERT_EQ(prim.properties[0].metadata.size(), 1u);

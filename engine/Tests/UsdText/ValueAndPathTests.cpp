@@ -36,7 +36,7 @@ TEST(ValueConversions, NumbersBoolsAndLookups) {
       "#usda 1.0\ndef \"A\" (\n    customData = {string \"spaced key\" = \"v\"; int plain = 1}\n"
       "    references = @x.usda@</Target> (offset = 2)\n)\n{\n}\n");
   ASSERT_TRUE(read.ok()) << read.error->describe();
-  const PrimSpec& prim = read.layer->prims[0];
+  const LayerPrim& prim = read.layer->prims[0];
   const Value& custom = prim.findMetadata("customData")->value;
   ASSERT_TRUE(custom.findEntry("spaced key"));
   EXPECT_EQ(custom.findEntry("spaced key")->items()[0].decoded(), "v");
