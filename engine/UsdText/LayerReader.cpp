@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <filesystem>
 #include <fstream>
 #include <unordered_map>
 
@@ -850,6 +851,8 @@ LayerReadResult readLayerText(std::string identifier, std::string text) {
     parser.parseLayer();
   } catch (const ParseFailure& failure) {
     result.error = ReadError{std::move(identifier), failure.line, failure.column, failure.message};
+    return result;  } catch (const std::bad_alloc&) {
+    result.error = ReadError{std::move(identifier), 0, 0, "is too large to read into memory"};
     return result;
   }
   result.layer = std::move(layer);
@@ -857,21 +860,33 @@ LayerReadResult readLayerText(std::string identifier, std::string text) {
 }
 
 LayerReadResult readLayerFile(const std::string& path) {
+  const auto failure = [&](const char* why) {
+    LayerReadResult result;
+    result.error = ReadError{path, 0, 0, why};
+    return result;
+  };
+  std::error_code error;
+  if (std::filesystem::is_directory(path, error))
+    return failure("is a folder, not a layer file");
   std::ifstream file(path, std::ios::binary);
-  if (!file) {
-    LayerReadResult result;
-    result.error = ReadError{path, 0, 0, "could not open the file"};
-    return result;
+  if (!file)
+    return failure("could not open the file");
+  // Read in chunks rather than trusting a size up front: pipes and devices have none.
+  std::string contents;
+  try {
+    const auto size =
+        std::filesystem::is_regular_file(path, error) ? std::filesystem::file_size(path, error) : 0;
+    if (!error && size > 0)
+      contents.reserve(static_cast<std::size_t>(size));
+    char chunk[1 << 16];
+    while (file.read(chunk, sizeof chunk) || file.gcount() > 0) {
+      contents.append(chunk, static_cast<std::size_t>(file.gcount()));
+    }
+  } catch (const std::bad_alloc&) {
+    return failure("is too large to read into memory");
   }
-  file.seekg(0, std::ios::end);
-  const std::streamoff size = file.tellg();
-  file.seekg(0, std::ios::beg);
-  std::string contents(size > 0 ? static_cast<std::size_t>(size) : 0, '\0');
-  if (size > 0 && !file.read(contents.data(), size)) {
-    LayerReadResult result;
-    result.error = ReadError{path, 0, 0, "could not read the file"};
-    return result;
-  }
+  if (file.bad())
+    return failure("could not read the file");
   return readLayerText(path, std::move(contents));
 }
 

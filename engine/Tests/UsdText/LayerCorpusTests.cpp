@@ -165,6 +165,11 @@ TEST(LayerReaderFailures, FilesThatAreNotTextLayersFailWithoutCrashing) {
   EXPECT_EQ(missing.error->line, 0u);
   EXPECT_NE(missing.error->describe().find("/nonexistent/dir/scene.usda"), std::string::npos);
 
+  const LayerReadResult folder = readLayerFile(ORVAN_ENGINE_FIXTURES_DIR);
+  ASSERT_FALSE(folder.ok());
+  EXPECT_NE(folder.error->message.find("folder"), std::string::npos);
+  EXPECT_FALSE(readLayerFile("/dev/null").ok());
+
   const LayerReadResult binary = readLayerText("mesh.usdc", std::string("PXR-USDC\0\x01\x02", 11));
   ASSERT_FALSE(binary.ok());
   EXPECT_EQ(binary.error->line, 1u);
