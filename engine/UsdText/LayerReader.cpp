@@ -851,7 +851,8 @@ LayerReadResult readLayerText(std::string identifier, std::string text) {
     parser.parseLayer();
   } catch (const ParseFailure& failure) {
     result.error = ReadError{std::move(identifier), failure.line, failure.column, failure.message};
-    return result;  } catch (const std::bad_alloc&) {
+    return result;
+  } catch (const std::bad_alloc&) {
     result.error = ReadError{std::move(identifier), 0, 0, "is too large to read into memory"};
     return result;
   }
