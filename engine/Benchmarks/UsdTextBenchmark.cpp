@@ -2,6 +2,7 @@
 // bytes per second; peakRssMB is the process's peak resident memory so far.
 #include <benchmark/benchmark.h>
 #include <sys/resource.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -95,7 +96,7 @@ void composeAndResolveProperties(benchmark::State& state) {
 void openStageWithReferences(benchmark::State& state) {
   const auto lamps = static_cast<std::size_t>(state.range(0));
   const std::filesystem::path directory =
-      std::filesystem::temp_directory_path() / "orvan_bench_refs";
+      std::filesystem::temp_directory_path() / ("orvan_bench_refs_" + std::to_string(::getpid()));
   std::filesystem::create_directories(directory);
   std::ofstream(directory / "lamp.usda")
       << "#usda 1.0\n(\n    defaultPrim = \"Lamp\"\n)\n\n"

@@ -5,6 +5,8 @@
 #include <fstream>
 #include <sstream>
 
+#include <unistd.h>
+
 #include "ProjectTool/ProjectTool.h"
 #include "UsdText/LayerReader.h"
 #include "UsdText/StageComposer.h"
@@ -17,10 +19,9 @@ namespace fs = std::filesystem;
 class ProjectToolTest : public testing::Test {
  protected:
   void SetUp() override {
-    directory_ =
-        fs::temp_directory_path() /
-        ("orvan_project_tool_" + std::to_string(::testing::UnitTest::GetInstance()->random_seed()) +
-         "_" + ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    directory_ = fs::temp_directory_path() /
+                 ("orvan_project_tool_" + std::to_string(::getpid()) + "_" +
+                  ::testing::UnitTest::GetInstance()->current_test_info()->name());
     fs::remove_all(directory_);
     fs::create_directories(directory_);
   }

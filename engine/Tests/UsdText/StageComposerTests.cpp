@@ -6,6 +6,8 @@
 #include <fstream>
 #include <set>
 
+#include <unistd.h>
+
 #include "UsdText/LayerReader.h"
 #include "UsdText/LayerWriter.h"
 #include "UsdText/SceneGenerator.h"
@@ -386,7 +388,8 @@ TEST(StageComposerDemo, TheHelloWorldSceneComposesCleanlyWithItsSublayerAndRefer
 }
 
 TEST(StageComposerFailures, ABrokenSublayerOrReferencedLayerIsReportedWithItsLocation) {
-  const auto directory = std::filesystem::temp_directory_path() / "orvan_compose_broken";
+  const auto directory = std::filesystem::temp_directory_path() /
+                         ("orvan_compose_broken_" + std::to_string(::getpid()));
   std::filesystem::create_directories(directory);
   std::ofstream(directory / "broken.usda") << "#usda 1.0\ndef \"B\"\n{\n    float3 v = (1, 2)\n}\n";
   std::ofstream(directory / "root.usda")
@@ -405,7 +408,8 @@ TEST(StageComposerFailures, ABrokenSublayerOrReferencedLayerIsReportedWithItsLoc
 }
 
 TEST(StageComposerFailures, BinaryFilesAndFoldersWithLayerNamesAreToldApart) {
-  const auto directory = std::filesystem::temp_directory_path() / "orvan_compose_binary";
+  const auto directory = std::filesystem::temp_directory_path() /
+                         ("orvan_compose_binary_" + std::to_string(::getpid()));
   std::filesystem::create_directories(directory / "folder.usda");
   std::ofstream(directory / "crate.usd", std::ios::binary) << std::string("PXR-USDC\x08\0\0\0", 12);
   std::ofstream(directory / "root.usda")
