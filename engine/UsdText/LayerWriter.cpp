@@ -293,7 +293,9 @@ class Writer {
   void writeProperty(const LayerProperty& property) {
     writeComments(property.comments);
     bool metadataWritten = false;
-    for (const PropertyField& field : property.fields) {
+    // A property made in memory without any statement is still declared.
+    static const std::vector<PropertyField> kDeclarationOnly{PropertyField{}};
+    for (const PropertyField& field : property.fields.empty() ? kDeclarationOnly : property.fields) {
       indent();
       if (field.op != ListOp::Explicit) {
         out_ += listOpKeyword(field.op);

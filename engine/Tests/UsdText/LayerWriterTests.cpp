@@ -95,17 +95,23 @@ TEST(LayerWriterBuilt, ALayerMadeInMemoryWritesAndReadsBack) {
   background.name = "orvan:backgroundColor";
   background.fields.push_back({"", ListOp::Explicit, true, color});
   world.properties.push_back(background);
+  LayerProperty declared;
+  declared.kind = PropertyKind::Relationship;
+  declared.name = "orvan:target";
+  world.properties.push_back(declared);
   layer.prims.push_back(world);
   layer.rootPrims.push_back(0);
 
   const std::string written = writeLayer(layer);
   EXPECT_NE(written.find("# made by hand\ndef Xform \"World\"\n{\n    custom color3f "
-                         "orvan:backgroundColor = (0.1, 0.2, 0.3)\n}\n"),
+                         "orvan:backgroundColor = (0.1, 0.2, 0.3)\n    rel orvan:target\n}\n"),
             std::string::npos)
       << written;
   const LayerReadResult reread = readLayerText("built.usda", written);
   ASSERT_TRUE(reread.ok()) << reread.error->describe();
-  EXPECT_TRUE(layer.equivalentTo(*reread.layer));
+  ASSERT_EQ(reread.layer->prims[0].properties.size(), 2u);
+  EXPECT_EQ(reread.layer->prims[0].properties[0], layer.prims[0].properties[0]);
+  EXPECT_EQ(reread.layer->prims[0].properties[1].name, "orvan:target");
   EXPECT_EQ(reread.layer->defaultPrim(), "World");
 }
 
