@@ -28,7 +28,14 @@ struct MetadataEntry {
   std::string_view key;
   Value value;
   Comments comments;
-  bool operator==(const MetadataEntry&) const = default;
+  // Where the entry was read (0 when made in memory), so that composition problems can point at
+  // the statement that caused them. Not part of what the layer says: equality ignores it.
+  std::uint32_t line = 0;
+  std::uint32_t column = 0;
+
+  bool operator==(const MetadataEntry& other) const {
+    return op == other.op && key == other.key && value == other.value && comments == other.comments;
+  }
 };
 
 // One statement about a property: its declaration/default ("" suffix), or ".connect",

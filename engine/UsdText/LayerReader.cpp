@@ -310,6 +310,8 @@ class Parser {
         fail(current_, "')' to close the metadata");
       MetadataEntry entry;
       entry.comments = takeComments(current_);
+      entry.line = current_.line;
+      entry.column = current_.column;
       if (current_.kind == TokenKind::String) {
         entry.key = "doc";
         entry.value = Value::ofKind(ValueKind::String, current_.text);

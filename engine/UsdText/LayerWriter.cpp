@@ -295,7 +295,8 @@ class Writer {
     bool metadataWritten = false;
     // A property made in memory without any statement is still declared.
     static const std::vector<PropertyField> kDeclarationOnly{PropertyField{}};
-    for (const PropertyField& field : property.fields.empty() ? kDeclarationOnly : property.fields) {
+    for (const PropertyField& field :
+         property.fields.empty() ? kDeclarationOnly : property.fields) {
       indent();
       if (field.op != ListOp::Explicit) {
         out_ += listOpKeyword(field.op);

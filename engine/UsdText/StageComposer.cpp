@@ -71,6 +71,7 @@ struct PrimArcs {
 struct ArcItem {
   const Value* value;
   std::uint32_t layer;
+  const MetadataEntry* entry;  // the statement that authored it
 };
 
 std::string normalisedPath(const std::string& path) {
@@ -215,6 +216,11 @@ class Composer {
     stack.layers.push_back(layerIndex);
     visiting.push_back(layerIndex);
     const std::vector<std::string> subLayers = layerAt(layerIndex).subLayerPaths();
+    const MetadataEntry* statement = layerAt(layerIndex).findMetadata("subLayers");
+    const std::string where = statement ? stage_->layers[layerIndex].name + ":" +
+                                              std::to_string(statement->line) + ":" +
+                                              std::to_string(statement->column) + ": "
+                                        : std::string();
     for (const std::string& subLayer : subLayers) {
       const std::string path = resolveAsset(layerIndex, subLayer);
       if (muted_.count(path) != 0) {
@@ -227,13 +233,13 @@ class Composer {
       std::string error;
       const auto index = loadLayer(path, depth + 1, inRoot, error);
       if (!index) {
-        addProblem("", "The sublayer '" + subLayer + "' of " + stage_->layers[layerIndex].name +
-                           " is left out: " + error);
+        addProblem("", where + "The sublayer '" + subLayer + "' of " +
+                           stage_->layers[layerIndex].name + " is left out: " + error);
         continue;
       }
       if (std::find(visiting.begin(), visiting.end(), *index) != visiting.end()) {
-        addProblem("", "The sublayer '" + subLayer + "' of " + stage_->layers[layerIndex].name +
-                           " is left out: it includes itself");
+        addProblem("", where + "The sublayer '" + subLayer + "' of " +
+                           stage_->layers[layerIndex].name + " is left out: it includes itself");
         continue;
       }
       appendToStack(stack, *index, depth + 1, inRoot, visiting);
@@ -384,7 +390,7 @@ class Composer {
           continue;
         std::vector<ArcItem> items;
         for (const Value* value : listItems(entry.value))
-          items.push_back({value, layers[i]});
+          items.push_back({value, layers[i], &entry});
         applyListOp(result, entry.op, items,
                     [](const ArcItem& a, const ArcItem& b) { return *a.value == *b.value; });
       }
@@ -517,6 +523,13 @@ class Composer {
                         std::vector<Node>& added) {
     const char* what = arc == ArcType::Payload ? "payload" : "reference";
     for (const ArcItem& item : composeArcList(node, key)) {
+      // Problems name the statement that authored the arc: "layer.usda:12:9: ...".
+      const auto problem = [&](std::string message) {
+        const StageLayer& authored = stage_->layers[item.layer];
+        context.arcs->problems.push_back(authored.name + ":" + std::to_string(item.entry->line) +
+                                         ":" + std::to_string(item.entry->column) + ": " +
+                                         std::move(message));
+      };
       const std::string asset = item.value->assetPath().value_or("");
       std::string target = item.value->targetPath().value_or("");
       const std::string shown = asset.empty() ? "<" + target + ">" : asset;
@@ -531,37 +544,36 @@ class Composer {
         const std::string path = resolveAsset(item.layer, asset);
         const auto layer = loadLayer(path, 0, false, error);
         if (!layer) {
-          context.arcs->problems.push_back(std::string("The ") + what + " to '" + asset +
-                                           "' is left out: " + error);
+          problem(std::string("The ") + what + " to '" + asset + "' is left out: " + error);
           continue;
         }
         stack = layerStackFor(*layer, false);
         if (target.empty()) {
           target = layerAt(*layer).defaultPrim();
           if (target.empty()) {
-            context.arcs->problems.push_back(std::string("The ") + what + " to '" + asset +
-                                             "' names no prim and the layer has no defaultPrim");
+            problem(std::string("The ") + what + " to '" + asset +
+                    "' names no prim and the layer has no defaultPrim");
             continue;
           }
           if (target.front() != '/')
             target.insert(target.begin(), '/');
         }
       } else if (target.empty()) {
-        context.arcs->problems.push_back(std::string("An internal ") + what + " names no prim");
+        problem(std::string("An internal ") + what + " names no prim");
         continue;
       } else {
         target = absolutePath(target, node.path);
       }
       if (formsCycle(context, node, stack, target)) {
-        context.arcs->problems.push_back(std::string("The ") + what + " to '" + shown + "' at <" +
-                                         target + "> leads back to itself and is left out");
+        problem(std::string("The ") + what + " to '" + shown + "' at <" + target +
+                "> leads back to itself and is left out");
         continue;
       }
       bool any = false;
       auto layerPrims = primsAt(stack, target, any);
       if (!any) {
-        context.arcs->problems.push_back(std::string("The ") + what + " to '" + shown +
-                                         "' is left out: no prim <" + target + "> there");
+        problem(std::string("The ") + what + " to '" + shown + "' is left out: no prim <" + target +
+                "> there");
         continue;
       }
       if (arc == ArcType::Payload)

@@ -76,7 +76,10 @@ TEST(StageComposerLayerStack, StrongerLayersWinAndNestedSublayersSitBetween) {
   EXPECT_TRUE(stage->layers[0].root);
   EXPECT_FALSE(stage->layers[5].error.empty());
   ASSERT_EQ(stage->problems.size(), 1u);
-  EXPECT_NE(stage->problems[0].message.find("stack_missing.usda"), std::string::npos);
+  EXPECT_EQ(stage->problems[0].message.rfind(
+                "stack_root.usda:4:5: The sublayer './stack_missing.usda'", 0),
+            0u)
+      << stage->problems[0].message;
 
   // The property opinions list every contributing layer, strongest first.
   const auto size = stage->findProperty(prim(*stage, "/World/Box"), "size");
@@ -177,7 +180,10 @@ TEST(StageComposerReferences, BrokenReferencesAreReportedOnThePrimAndComposition
   const auto stage = open("refs_root.usda");
   ASSERT_TRUE(stage);
   const ComposedPrim& missing = prim(*stage, "/World/Missing");
-  EXPECT_TRUE(hasProblemContaining(*stage, missing, "does_not_exist.usda"));
+  // The problem points at the statement that authored the reference.
+  EXPECT_TRUE(hasProblemContaining(*stage, missing,
+                                   "refs_root.usda:38:9: The reference to "
+                                   "'./does_not_exist.usda' is left out"));
   EXPECT_EQ(valueOf(*stage, "/World/Missing", "stillHere"), "1");
   EXPECT_TRUE(hasProblemContaining(*stage, prim(*stage, "/World/Binary"), "binary"));
   EXPECT_TRUE(hasProblemContaining(*stage, prim(*stage, "/World/Foreign"), "model.fbx"));
