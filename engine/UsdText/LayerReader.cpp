@@ -350,13 +350,10 @@ class Parser {
           advance();
           return Value::none();
         }
-        if (token.text == "true" || token.text == "false" || token.text == "inf" ||
-            token.text == "-inf" || token.text == "nan" || token.text == "-nan" ||
-            token.text == "+inf") {
-          advance();
-          return Value::ofKind(ValueKind::Identifier, token.text);
-        }
-        fail(token, "a value");
+        // Any other bare word (true, inf, or a keyword of metadata this engine does not know) is
+        // kept as written; typed attributes check below whether a word fits their type.
+        advance();
+        return Value::ofKind(ValueKind::Identifier, token.text);
       case TokenKind::Asset: {
         advance();
         Value value = Value::ofKind(ValueKind::Asset, token.text);
