@@ -40,7 +40,39 @@ void applyEditorTheme(QApplication& application) {
       "QLabel#EmptyState { color: #6c727b; }"
       "QLabel#ProjectLabel { font-weight: 600; padding: 0 6px; }"
       "QLabel#LocalBadge { background: #3d8bfd; color: white; border-radius: 3px;"
-      "  padding: 1px 6px; font-size: 10px; font-weight: 700; }");
+      "  padding: 1px 6px; font-size: 10px; font-weight: 700; }"
+      // Hierarchy
+      "QTreeView#HierarchyTree { background: #1e2023; border: none; }"
+      "QTreeView#HierarchyTree::item { height: 22px; }"
+      "QTreeView#HierarchyTree::item:selected { background: #2f5fa8; color: white; }"
+      "QHeaderView::section { background: #25272b; color: #8a9099; border: none;"
+      "  border-bottom: 1px solid #1a1c1f; padding: 3px 8px; font-size: 11px; }"
+      // Inspector
+      "QWidget#InspectorContent, QScrollArea#InspectorScroll { background: #1e2023; }"
+      "QFrame#InspectorHeader { background: #232529; border-bottom: 1px solid #1a1c1f; }"
+      "QLabel#PrimName { color: #eceef1; font-size: 14px; font-weight: 600; }"
+      "QLabel#PrimType { color: #9cc3ff; background: #263447; border-radius: 3px;"
+      "  padding: 1px 6px; font-size: 11px; }"
+      "QLabel#PrimPath { color: #7b818a; font-size: 11px; }"
+      "QFrame#SectionHeader { background: #272a2e; border-top: 1px solid #1a1c1f;"
+      "  border-bottom: 1px solid #1a1c1f; }"
+      "QLabel#SectionTitle { color: #c9cdd3; font-weight: 600; }"
+      "QLabel#SectionDetail { color: #6c727b; font-size: 11px; }"
+      "QLabel#PropertyName { color: #9096a0; }"
+      "QLabel#NumberValue, QLabel#VectorField, QLabel#ValueText { color: #d8dbe0; }"
+      "QLabel#VectorField, QLabel#NumberValue { background: #17191c; border: 1px solid #2c2f34;"
+      "  border-radius: 3px; padding: 1px 5px; }"
+      "QLabel#AssetValue { color: #9cc3ff; }"
+      // Start-up sheet and connection banner
+      "QFrame#SheetCard { background: #2b2e33; border: 1px solid #3a3d43; border-radius: 8px; }"
+      "QLabel#SheetTitle { color: #eceef1; font-size: 16px; font-weight: 600; }"
+      "QLabel#SheetMessage { color: #a8adb5; }"
+      "QPushButton#SheetPrimary { background: #3d8bfd; color: white; border: none;"
+      "  border-radius: 4px; padding: 5px 14px; }"
+      "QFrame#ConnectionBanner { background: #3a2a1c; border-bottom: 1px solid #5c3f22; }"
+      "QLabel#BannerTitle { color: #f5d0a3; font-weight: 600; }"
+      "QLabel#BannerMessage { color: #dcc4a6; }"
+      "QLabel#BannerDetail { color: #b09a80; font-family: monospace; font-size: 11px; }");
 }
 
 }  // namespace orvan::ui
