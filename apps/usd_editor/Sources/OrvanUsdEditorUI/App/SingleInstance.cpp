@@ -56,9 +56,11 @@ UrlForwardingServer::~UrlForwardingServer() = default;
 bool UrlForwardingServer::isListening() const { return server_->isListening(); }
 
 UrlForwardingServer::ListenResult UrlForwardingServer::listen() {
-  if (server_->listen(serverName_)) return ListenResult::listening;
+  // Ask first: with access options the socket is bound elsewhere and moved into place, which
+  // would silently take the name from a running editor.
   if (anEditorAnswersOn(serverName_)) return ListenResult::anotherEditorIsRunning;
-  // Nobody answers: the socket was left behind by an editor that did not stop cleanly.
+  // Nobody answers: whatever is left under the name belongs to an editor that did not stop
+  // cleanly.
   QLocalServer::removeServer(serverName_);
   if (server_->listen(serverName_)) return ListenResult::listening;
   spdlog::warn("links from later launches cannot be received: {}",
