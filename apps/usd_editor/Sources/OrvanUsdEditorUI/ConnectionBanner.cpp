@@ -1,9 +1,9 @@
 #include "OrvanUsdEditorUI/ConnectionBanner.h"
 
 #include <QHBoxLayout>
-#include <QStringList>
 #include <QLabel>
 #include <QPushButton>
+#include <QStringList>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -57,8 +57,14 @@ void ConnectionBanner::setIssue(const editor::VelkConnectionIssue& issue) {
   retry_->setVisible(issue.retryable);
 }
 
-QString ConnectionBanner::title() const { return title_->text(); }
-QString ConnectionBanner::message() const { return message_->text(); }
-QString ConnectionBanner::detail() const { return detail_->text(); }
+QString ConnectionBanner::title() const {
+  return title_->text();
+}
+QString ConnectionBanner::message() const {
+  return message_->text();
+}
+QString ConnectionBanner::detail() const {
+  return detail_->text();
+}
 
 }  // namespace orvan::ui

@@ -34,11 +34,13 @@ void applyEditorTheme(QApplication& application) {
   application.setStyleSheet(
       "QSplitter::handle { background: #1a1c1f; }"
       "QStatusBar { background: #1e2023; color: #a8adb5; }"
-      "QToolBar { background: #2b2e33; border-bottom: 1px solid #1a1c1f; spacing: 6px; }"
+      "QStatusBar QLabel { padding-left: 6px; }"
+      "QToolBar { background: #2b2e33; border-bottom: 1px solid #1a1c1f; spacing: 6px;"
+      "  padding: 4px 6px; }"
       "QLabel#PaneTitle { color: #a8adb5; font-weight: 600; padding: 6px 10px;"
       "  background: #2b2e33; border-bottom: 1px solid #1a1c1f; }"
       "QLabel#EmptyState { color: #6c727b; }"
-      "QLabel#ProjectLabel { font-weight: 600; padding: 0 6px; }"
+      "QLabel#ProjectLabel { font-weight: 600; font-size: 13px; padding: 0 6px; }"
       "QLabel#LocalBadge { background: #3d8bfd; color: white; border-radius: 3px;"
       "  padding: 1px 6px; font-size: 10px; font-weight: 700; }"
       // Hierarchy
@@ -59,6 +61,7 @@ void applyEditorTheme(QApplication& application) {
       "QLabel#SectionTitle { color: #c9cdd3; font-weight: 600; }"
       "QLabel#SectionDetail { color: #6c727b; font-size: 11px; }"
       "QLabel#PropertyName { color: #9096a0; }"
+      "QLabel#SectionNote { color: #6c727b; font-style: italic; }"
       "QLabel#NumberValue, QLabel#VectorField, QLabel#ValueText { color: #d8dbe0; }"
       "QLabel#VectorField, QLabel#NumberValue { background: #17191c; border: 1px solid #2c2f34;"
       "  border-radius: 3px; padding: 1px 5px; }"

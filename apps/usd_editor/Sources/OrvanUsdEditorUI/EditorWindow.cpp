@@ -60,7 +60,9 @@ EditorWindow::EditorWindow(editor::EditorModel& model, QWidget* parent)
 
   subscriptions_.push_back(model_.status.subscribe([this](const std::string& status) {
     setStatusText(QString::fromStdString(status));
-    updateTitle();  // the label follows the stage and the project's progress, reported here
+    // The label and the sheet follow the project's progress, which is reported here.
+    updateTitle();
+    updateStartupPresentation();
   }));
   subscriptions_.push_back(model_.stage.subscribe([this](const auto&) { updateTitle(); }));
   subscriptions_.push_back(
@@ -90,21 +92,23 @@ void EditorWindow::updateTitle() {
 void EditorWindow::updateStartupPresentation() {
   const auto& issue = model_.connectionIssue.get();
   if (model_.isStartupBlocking()) {
-    startupSheet_->setContent(editor::startupSheetContent(
-        issue, model_.initialProjectError, model_.configuration.projectServerURL));
+    startupSheet_->setContent(editor::startupSheetContent(issue, model_.initialProjectError,
+                                                          model_.configuration.projectServerURL));
     startupSheet_->coverParent();
     startupSheet_->show();
     banner_->hide();  // the sheet says it already
     return;
   }
   startupSheet_->hide();
-  if (issue) banner_->setIssue(*issue);
+  if (issue)
+    banner_->setIssue(*issue);
   banner_->setVisible(issue.has_value());
 }
 
 void EditorWindow::showEvent(QShowEvent* event) {
   MainWindow::showEvent(event);
-  if (startedInitialRefresh_) return;
+  if (startedInitialRefresh_)
+    return;
   startedInitialRefresh_ = true;
   model_.startInitialRefresh();
   model_.startToolWatcher();
@@ -115,7 +119,8 @@ void EditorWindow::showEvent(QShowEvent* event) {
 
 void EditorWindow::resizeEvent(QResizeEvent* event) {
   MainWindow::resizeEvent(event);
-  if (startupSheet_->isVisible()) startupSheet_->coverParent();
+  if (startupSheet_->isVisible())
+    startupSheet_->coverParent();
 }
 
 void EditorWindow::performConnectionAction(int action) {

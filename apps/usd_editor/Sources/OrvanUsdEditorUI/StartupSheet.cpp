@@ -49,7 +49,8 @@ StartupSheet::StartupSheet(QWidget* parent) : QWidget(parent) {
   column->addLayout(buttons);
   outer->addWidget(card, 0, Qt::AlignCenter);
 
-  connect(primary_, &QPushButton::clicked, this, [this] { emit primaryActionTriggered(primaryAction_); });
+  connect(primary_, &QPushButton::clicked, this,
+          [this] { emit primaryActionTriggered(primaryAction_); });
   connect(secondary_, &QPushButton::clicked, this,
           [this] { emit secondaryActionTriggered(secondaryAction_); });
   hide();
@@ -72,12 +73,17 @@ void StartupSheet::setContent(const editor::StartupSheetContent& content) {
 }
 
 void StartupSheet::coverParent() {
-  if (parentWidget()) setGeometry(parentWidget()->rect());
+  if (parentWidget())
+    setGeometry(parentWidget()->rect());
   raise();
 }
 
-QString StartupSheet::title() const { return title_->text(); }
-QString StartupSheet::message() const { return message_->text(); }
+QString StartupSheet::title() const {
+  return title_->text();
+}
+QString StartupSheet::message() const {
+  return message_->text();
+}
 
 void StartupSheet::paintEvent(QPaintEvent*) {
   QPainter painter(this);

@@ -51,16 +51,16 @@ std::string stageJson(bool withPlayer = true) {
       withPlayer ? "," + prim("/World/Player", "Player", "Xform", "/World",
                               prim("/World/Player/Body", "Body", "Capsule", "/World/Player", ""))
                  : "";
-  const std::string roots =
-      prim("/World", "World", "Xform", "/",
-           prim("/World/Ground", "Ground", "Mesh", "/World", "") + player) +
-      "," + prim("/Lights", "Lights", "Scope", "/", prim("/Lights/Sun", "Sun", "DistantLight", "/Lights", ""));
+  const std::string roots = prim("/World", "World", "Xform", "/",
+                                 prim("/World/Ground", "Ground", "Mesh", "/World", "") + player) +
+                            "," +
+                            prim("/Lights", "Lights", "Scope", "/",
+                                 prim("/Lights/Sun", "Sun", "DistantLight", "/Lights", ""));
   const std::string transform =
       R"({"type":"Transform","enabled":true,"properties":[)"
       R"j({"name":"position","kind":"vector3","value":"(0, 1.5, -2)"}]})j";
-  const std::string rules =
-      R"({"type":"GameRules","label":"Rules","enabled":false,"properties":[)"
-      R"({"name":"paused","kind":"bool","value":"false"}]})";
+  const std::string rules = R"({"type":"GameRules","label":"Rules","enabled":false,"properties":[)"
+                            R"({"name":"paused","kind":"bool","value":"false"}]})";
   std::string prims = detail("/World", "World", "Xform", transform + "," + rules,
                              R"({"name":"visibility","type":"token","value":"inherited"})") +
                       "," + detail("/World/Ground", "Ground", "Mesh", "", "") + "," +
@@ -105,16 +105,20 @@ class EditorWindowTest : public ::testing::Test {
     window_ = std::make_unique<EditorWindow>(*model_);
     window_->show();
     processEventsUntil([&] { return window_->isVisible(); }, 2000);
-    if (loadStage) scheduler_.runBackground();
+    if (loadStage)
+      scheduler_.runBackground();
     return *window_;
   }
 
-  void settle() { processEventsUntil([] { return false; }, 20); }
+  void settle() {
+    processEventsUntil([] { return false; }, 20);
+  }
 
   QStringList rootNames() const {
     const HierarchyTreeModel& tree = window_->hierarchy().treeModel();
     QStringList names;
-    for (int row = 0; row < tree.rowCount(); ++row) names << tree.index(row, 0).data().toString();
+    for (int row = 0; row < tree.rowCount(); ++row)
+      names << tree.index(row, 0).data().toString();
     return names;
   }
 
@@ -122,9 +126,12 @@ class EditorWindowTest : public ::testing::Test {
     QTreeView& view = window_->hierarchy().view();
     HierarchyTreeModel& tree = window_->hierarchy().treeModel();
     QItemSelection rows;
-    for (const auto& path : paths) rows.select(tree.indexForPath(path), tree.indexForPath(path));
-    view.selectionModel()->select(rows, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
-    view.selectionModel()->setCurrentIndex(tree.indexForPath(current), QItemSelectionModel::NoUpdate);
+    for (const auto& path : paths)
+      rows.select(tree.indexForPath(path), tree.indexForPath(path));
+    view.selectionModel()->select(rows,
+                                  QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    view.selectionModel()->setCurrentIndex(tree.indexForPath(current),
+                                           QItemSelectionModel::NoUpdate);
     settle();
   }
 
@@ -173,7 +180,8 @@ TEST_F(EditorWindowTest, SelectingRowsSelectsPrimsAndFillsTheInspector) {
   EXPECT_EQ(selection.primaryPath, "/World");
   EXPECT_EQ(selection.paths, (std::vector<std::string>{"/World"}));
   const QStringList lines = window_->inspector().contentLines();
-  EXPECT_EQ(lines.mid(0, 3), (QStringList{"World", "Xform", "/World"})) << lines.join(" | ").toStdString();
+  EXPECT_EQ(lines.mid(0, 3), (QStringList{"World", "Xform", "/World"}))
+      << lines.join(" | ").toStdString();
   EXPECT_TRUE(lines.contains("Transform"));
   EXPECT_TRUE(lines.contains("position: 0 1.5 -2")) << lines.join(" | ").toStdString();
   EXPECT_TRUE(lines.contains("Rules")) << "a component's label titles its section";
@@ -208,7 +216,8 @@ TEST_F(EditorWindowTest, TheTreeFollowsSelectionsMadeElsewhereAndKeepsItsShapeAc
   EXPECT_TRUE(model_->session.sceneSelection.get().paths.empty());
   EXPECT_TRUE(view.selectionModel()->selectedRows().isEmpty());
   EXPECT_EQ(window_->inspector().emptyStateText(), "Nothing selected");
-  EXPECT_TRUE(view.isExpanded(tree.indexForPath("/World"))) << "expanded rows that remain stay open";
+  EXPECT_TRUE(view.isExpanded(tree.indexForPath("/World")))
+      << "expanded rows that remain stay open";
   EXPECT_FALSE(view.isExpanded(tree.indexForPath("/Lights"))) << "collapsed rows stay closed";
 }
 
@@ -229,7 +238,8 @@ TEST_F(EditorWindowTest, TheStartupSheetCoversAHostedLaunchUntilTheProjectResolv
   EXPECT_FALSE(sheet.primaryButton()->isVisible());
 
   // An issue replaces the words and brings its actions; Retry starts the editor again.
-  model_->connectionIssue.set(editor::VelkConnectionIssue::classify(0, "server_error", false, {}, "boom"));
+  model_->connectionIssue.set(
+      editor::VelkConnectionIssue::classify(0, "server_error", false, {}, "boom"));
   EXPECT_EQ(sheet.title(), "Velk hit a server problem");
   ASSERT_TRUE(sheet.primaryButton()->isVisible());
   EXPECT_EQ(sheet.primaryButton()->text(), "Retry");

@@ -24,9 +24,11 @@ QString uniqueName(const char* what) {
 }
 
 bool forwardWhileServing(const QString& name, const QString& url) {
-  auto forwarded = std::async(std::launch::async, [=] { return forwardUrlToRunningEditor(name, url); });
-  processEventsUntil([&] { return forwarded.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
-                     10000);
+  auto forwarded =
+      std::async(std::launch::async, [=] { return forwardUrlToRunningEditor(name, url); });
+  processEventsUntil(
+      [&] { return forwarded.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
+      10000);
   return forwarded.get();
 }
 
@@ -63,10 +65,14 @@ TEST(SingleInstanceTest, AnOversizedLineIsDroppedAndTheServerKeepsServing) {
   flood.connectToServer(name);
   ASSERT_TRUE(flood.waitForConnected(2000));
   flood.write(QByteArray(UrlForwardingServer::kMaximumLineBytes + 1024, 'x'));
-  EXPECT_TRUE(processEventsUntil([&] {
-    if (flood.state() == QLocalSocket::ConnectedState) flood.waitForBytesWritten(10);
-    return flood.state() == QLocalSocket::UnconnectedState;
-  }, 5000)) << "the flooding connection is closed";
+  EXPECT_TRUE(processEventsUntil(
+      [&] {
+        if (flood.state() == QLocalSocket::ConnectedState)
+          flood.waitForBytesWritten(10);
+        return flood.state() == QLocalSocket::UnconnectedState;
+      },
+      5000))
+      << "the flooding connection is closed";
   EXPECT_TRUE(received.isEmpty());
 
   EXPECT_TRUE(forwardWhileServing(name, "velk://open"));

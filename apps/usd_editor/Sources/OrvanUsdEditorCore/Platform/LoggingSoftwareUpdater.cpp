@@ -5,14 +5,16 @@
 namespace orvan::editor {
 
 void LoggingSoftwareUpdater::start() {
-  if (started_) return;
+  if (started_)
+    return;
   started_ = true;
   spdlog::info("updater started; updates come from the system's packages{}{}",
                feedURL_.empty() ? "" : ", feed ", feedURL_);
 }
 
 void LoggingSoftwareUpdater::checkForUpdates() {
-  if (!started_) start();
+  if (!started_)
+    start();
   spdlog::info("update check requested; install updates with the system's package manager");
 }
 

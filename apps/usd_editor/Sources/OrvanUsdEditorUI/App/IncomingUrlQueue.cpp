@@ -4,17 +4,18 @@
 
 #include <spdlog/spdlog.h>
 
-
 namespace orvan::ui {
 
 namespace {
 
 bool startsWithNoCase(std::string_view text, std::string_view prefix) {
-  if (text.size() < prefix.size()) return false;
+  if (text.size() < prefix.size())
+    return false;
   for (std::size_t i = 0; i < prefix.size(); ++i) {
     const char c = text[i];
     const char lower = (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
-    if (lower != prefix[i]) return false;
+    if (lower != prefix[i])
+      return false;
   }
   return true;
 }
@@ -27,9 +28,11 @@ bool isEditorUrl(std::string_view argument) {
 
 std::string loggableUrl(std::string_view url) {
   const std::size_t scheme = url.find(':');
-  if (scheme == std::string_view::npos) return "(not a link)";
+  if (scheme == std::string_view::npos)
+    return "(not a link)";
   std::size_t hostStart = scheme + 1;
-  if (url.substr(hostStart, 2) == "//") hostStart += 2;
+  if (url.substr(hostStart, 2) == "//")
+    hostStart += 2;
   const std::size_t hostEnd = url.find_first_of("/?#", hostStart);
   return std::string(url.substr(0, hostEnd == std::string_view::npos ? url.size() : hostEnd));
 }
@@ -40,6 +43,8 @@ void IncomingUrlQueue::push(std::string url, std::string_view source) {
   pending_.push_back(std::move(url));
 }
 
-std::vector<std::string> IncomingUrlQueue::takeAll() { return std::exchange(pending_, {}); }
+std::vector<std::string> IncomingUrlQueue::takeAll() {
+  return std::exchange(pending_, {});
+}
 
 }  // namespace orvan::ui

@@ -31,7 +31,8 @@ namespace {
 // it renders the window, writes a PNG once the stage has loaded or failed, and exits.
 std::optional<QString> screenshotPath(const std::vector<std::string>& arguments) {
   for (std::size_t i = 1; i + 1 < arguments.size(); ++i) {
-    if (arguments[i] == "--screenshot") return QString::fromStdString(arguments[i + 1]);
+    if (arguments[i] == "--screenshot")
+      return QString::fromStdString(arguments[i + 1]);
   }
   return std::nullopt;
 }
@@ -39,7 +40,8 @@ std::optional<QString> screenshotPath(const std::vector<std::string>& arguments)
 std::vector<std::string> urlsAmong(const std::vector<std::string>& arguments) {
   std::vector<std::string> urls;
   for (std::size_t i = 1; i < arguments.size(); ++i) {
-    if (isEditorUrl(arguments[i])) urls.push_back(arguments[i]);
+    if (isEditorUrl(arguments[i]))
+      urls.push_back(arguments[i]);
   }
   return urls;
 }
@@ -47,7 +49,8 @@ std::vector<std::string> urlsAmong(const std::vector<std::string>& arguments) {
 // A local stage is settled once its first load ended either way. A hosted one has nothing more
 // to wait for in this build once start-up has begun.
 bool readyForScreenshot(const editor::EditorModel& model) {
-  if (!editor::trimWhitespaceAndNewlines(model.configuration.remoteStageURL).empty()) return true;
+  if (!editor::trimWhitespaceAndNewlines(model.configuration.remoteStageURL).empty())
+    return true;
   return model.refreshGeneration > 0 && !model.stageRefreshInFlight;
 }
 
@@ -76,7 +79,8 @@ OrvanUsdEditorApp::OrvanUsdEditorApp(editor::EditorConfiguration configuration,
     : updater_(ports.updater), main_(ports.main) {
   // The link handler comes before the model, so that a link that launched the editor, or one
   // forwarded while the model is still being built, is kept.
-  for (std::string& url : launchUrls) incomingUrls_.push(std::move(url), "the launch arguments");
+  for (std::string& url : launchUrls)
+    incomingUrls_.push(std::move(url), "the launch arguments");
   if (!instanceServerName.isEmpty()) {
     urlServer_ = std::make_unique<UrlForwardingServer>(instanceServerName, [this](QString url) {
       incomingUrls_.push(url.toStdString(), "a later launch");
@@ -98,7 +102,9 @@ OrvanUsdEditorApp::~OrvanUsdEditorApp() {
   window_.reset();  // the window reads the model to the end
 }
 
-bool OrvanUsdEditorApp::receivesForwardedUrls() const { return urlServer_ != nullptr; }
+bool OrvanUsdEditorApp::receivesForwardedUrls() const {
+  return urlServer_ != nullptr;
+}
 
 void OrvanUsdEditorApp::show() {
   window_->show();

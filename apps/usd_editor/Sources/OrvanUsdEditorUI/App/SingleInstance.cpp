@@ -7,7 +7,6 @@
 
 #include <spdlog/spdlog.h>
 
-
 namespace orvan::ui {
 
 namespace {
@@ -29,13 +28,16 @@ QString editorInstanceServerName() {
 bool forwardUrlToRunningEditor(const QString& serverName, const QString& url, int timeoutMs) {
   QLocalSocket socket;
   socket.connectToServer(serverName);
-  if (!socket.waitForConnected(timeoutMs)) return false;
+  if (!socket.waitForConnected(timeoutMs))
+    return false;
   socket.write(url.toUtf8() + '\n');
-  if (!socket.waitForBytesWritten(timeoutMs)) return false;
+  if (!socket.waitForBytesWritten(timeoutMs))
+    return false;
   // Wait for the running editor to say it has the link; only then may this launch end.
   QByteArray answer;
   while (!answer.contains('\n')) {
-    if (!socket.waitForReadyRead(timeoutMs)) return false;
+    if (!socket.waitForReadyRead(timeoutMs))
+      return false;
     answer += socket.readAll();
   }
   return answer == kAcknowledgement;
@@ -53,16 +55,20 @@ UrlForwardingServer::UrlForwardingServer(QString serverName, std::function<void(
 
 UrlForwardingServer::~UrlForwardingServer() = default;
 
-bool UrlForwardingServer::isListening() const { return server_->isListening(); }
+bool UrlForwardingServer::isListening() const {
+  return server_->isListening();
+}
 
 UrlForwardingServer::ListenResult UrlForwardingServer::listen() {
   // Ask first: with access options the socket is bound elsewhere and moved into place, which
   // would silently take the name from a running editor.
-  if (anEditorAnswersOn(serverName_)) return ListenResult::anotherEditorIsRunning;
+  if (anEditorAnswersOn(serverName_))
+    return ListenResult::anotherEditorIsRunning;
   // Nobody answers: whatever is left under the name belongs to an editor that did not stop
   // cleanly.
   QLocalServer::removeServer(serverName_);
-  if (server_->listen(serverName_)) return ListenResult::listening;
+  if (server_->listen(serverName_))
+    return ListenResult::listening;
   spdlog::warn("links from later launches cannot be received: {}",
                server_->errorString().toStdString());
   return ListenResult::failed;
@@ -82,7 +88,8 @@ void UrlForwardingServer::acceptConnections() {
 
 void UrlForwardingServer::readFrom(QLocalSocket* socket) {
   auto found = buffers_.find(socket);
-  if (found == buffers_.end()) return;
+  if (found == buffers_.end())
+    return;
   QByteArray& buffer = found->second;
   buffer += socket->readAll();
   qsizetype end = 0;
@@ -90,7 +97,8 @@ void UrlForwardingServer::readFrom(QLocalSocket* socket) {
     const QString url = QString::fromUtf8(buffer.left(end)).trimmed();
     buffer.remove(0, end + 1);
     socket->write(kAcknowledgement);
-    if (!url.isEmpty() && onUrl_) onUrl_(url);
+    if (!url.isEmpty() && onUrl_)
+      onUrl_(url);
   }
   if (buffer.size() > kMaximumLineBytes) {
     spdlog::warn("a later launch sent a link longer than {} bytes; connection dropped",

@@ -22,7 +22,8 @@ void collectExpanded(const QTreeView& view, const HierarchyTreeModel& model,
   const int rows = model.rowCount(parent);
   for (int row = 0; row < rows; ++row) {
     const QModelIndex index = model.index(row, 0, parent);
-    if (!view.isExpanded(index)) continue;
+    if (!view.isExpanded(index))
+      continue;
     paths.push_back(model.pathForIndex(index));
     collectExpanded(view, model, index, paths);
   }
@@ -63,10 +64,10 @@ HierarchyPane::HierarchyPane(editor::EditorModel& model, QWidget* parent)
   stack_->addWidget(emptyState_);
   stack_->addWidget(view_);
 
-  stageSubscription_ = model_.stage.subscribe([this](const auto& prepared) { applyStage(*prepared); });
-  selectionSubscription_ = model_.session.sceneSelection.subscribe([this](const auto&) {
-    showSelection();
-  });
+  stageSubscription_ =
+      model_.stage.subscribe([this](const auto& prepared) { applyStage(*prepared); });
+  selectionSubscription_ =
+      model_.session.sceneSelection.subscribe([this](const auto&) { showSelection(); });
   applyStage(*model_.stage.get());
 }
 
@@ -94,15 +95,19 @@ void HierarchyPane::applyStage(const editor::PreparedStage& prepared) {
   }
   for (const std::string& path : expanded) {
     const QModelIndex index = treeModel_->indexForPath(path);
-    if (index.isValid()) view_->setExpanded(index, true);
+    if (index.isValid())
+      view_->setExpanded(index, true);
   }
   // A first stage opens with its roots expanded, which is where people start.
-  if (!hadStage_) expandToDepth(0);
+  if (!hadStage_)
+    expandToDepth(0);
   hadStage_ = true;
   showSelection();
 }
 
-void HierarchyPane::expandToDepth(int depth) { view_->expandToDepth(depth); }
+void HierarchyPane::expandToDepth(int depth) {
+  view_->expandToDepth(depth);
+}
 
 void HierarchyPane::showSelection() {
   const editor::SceneSelectionState& selection = model_.session.sceneSelection.get();
@@ -110,9 +115,11 @@ void HierarchyPane::showSelection() {
   QModelIndex current;
   for (const std::string& path : selection.paths) {
     const QModelIndex index = treeModel_->indexForPath(path);
-    if (!index.isValid()) continue;
+    if (!index.isValid())
+      continue;
     rows.select(index, index.siblingAtColumn(HierarchyTreeModel::kTypeColumn));
-    if (path == selection.primaryPath) current = index;
+    if (path == selection.primaryPath)
+      current = index;
     // Reveal it: a selection made elsewhere may sit in a collapsed branch.
     for (QModelIndex parent = index.parent(); parent.isValid(); parent = parent.parent()) {
       view_->setExpanded(parent, true);
@@ -129,26 +136,32 @@ void HierarchyPane::showSelection() {
 }
 
 void HierarchyPane::scheduleSelectionSync() {
-  if (showingModelSelection_ || selectionSyncPending_) return;
+  if (showingModelSelection_ || selectionSyncPending_)
+    return;
   selectionSyncPending_ = true;
-  QMetaObject::invokeMethod(this, [this] { selectionChangedInView(); }, Qt::QueuedConnection);
+  QMetaObject::invokeMethod(
+      this, [this] { selectionChangedInView(); }, Qt::QueuedConnection);
 }
 
 void HierarchyPane::selectionChangedInView() {
   selectionSyncPending_ = false;
-  const QModelIndexList rows = view_->selectionModel()->selectedRows(HierarchyTreeModel::kNameColumn);
+  const QModelIndexList rows =
+      view_->selectionModel()->selectedRows(HierarchyTreeModel::kNameColumn);
   std::vector<std::string> paths;
   paths.reserve(static_cast<std::size_t>(rows.size()));
-  for (const QModelIndex& row : rows) paths.push_back(treeModel_->pathForIndex(row));
+  for (const QModelIndex& row : rows)
+    paths.push_back(treeModel_->pathForIndex(row));
   std::string primary;
   const QModelIndex current = view_->selectionModel()->currentIndex();
-  if (current.isValid() && view_->selectionModel()->isRowSelected(current.row(), current.parent())) {
+  if (current.isValid() &&
+      view_->selectionModel()->isRowSelected(current.row(), current.parent())) {
     primary = treeModel_->pathForIndex(current.siblingAtColumn(HierarchyTreeModel::kNameColumn));
   } else if (!paths.empty()) {
     primary = paths.front();
   }
   const editor::SceneSelectionState& shown = model_.session.sceneSelection.get();
-  if (shown.primaryPath == primary && shown.paths == paths) return;
+  if (shown.primaryPath == primary && shown.paths == paths)
+    return;
   model_.selectPrims(std::move(primary), std::move(paths));
 }
 

@@ -18,7 +18,9 @@ namespace {
 
 constexpr int kNameColumnWidth = 112;
 
-QString qs(const std::string& text) { return QString::fromStdString(text); }
+QString qs(const std::string& text) {
+  return QString::fromStdString(text);
+}
 
 QLabel* label(const QString& text, const char* objectName, QWidget* parent) {
   auto* result = new QLabel(text, parent);
@@ -39,8 +41,10 @@ QWidget* makeValueCell(const PropertyValueDisplay& display, QWidget* parent) {
       for (qsizetype i = 0; i < display.components.size(); ++i) {
         auto* field = label(QString(), "VectorField", cell);
         field->setText(QStringLiteral("<span style='color:%1'>%2</span>&nbsp;%3")
-                           .arg(i == 0 ? "#e06c6c" : i == 1 ? "#7fc77f" : i == 2 ? "#6ea8fe"
-                                                                                 : "#a8adb5",
+                           .arg(i == 0   ? "#e06c6c"
+                                : i == 1 ? "#7fc77f"
+                                : i == 2 ? "#6ea8fe"
+                                         : "#a8adb5",
                                 axes[i], display.components[i].toHtmlEscaped()));
         field->setProperty("plainValue", display.components[i]);
         row->addWidget(field, 1);
@@ -107,6 +111,11 @@ class PropertyGrid {
     ++rows_;
     return value;
   }
+  // A note across both columns, for a section with nothing to list.
+  void addNote(const QString& text) {
+    layout_->addWidget(label(text, "SectionNote", layout_->parentWidget()), rows_, 0, 1, 2);
+    ++rows_;
+  }
   int rows() const { return rows_; }
 
  private:
@@ -114,8 +123,8 @@ class PropertyGrid {
   int rows_ = 0;
 };
 
-QWidget* makeSectionHeader(const QString& title, const QString& detail,
-                           std::optional<bool> enabled, QWidget* parent) {
+QWidget* makeSectionHeader(const QString& title, const QString& detail, std::optional<bool> enabled,
+                           QWidget* parent) {
   auto* header = new QFrame(parent);
   header->setObjectName("SectionHeader");
   auto* row = new QHBoxLayout(header);
@@ -131,7 +140,8 @@ QWidget* makeSectionHeader(const QString& title, const QString& detail,
     row->addWidget(check);
   }
   row->addWidget(label(title, "SectionTitle", header));
-  if (!detail.isEmpty()) row->addWidget(label(detail, "SectionDetail", header));
+  if (!detail.isEmpty())
+    row->addWidget(label(detail, "SectionDetail", header));
   row->addStretch(1);
   return header;
 }
@@ -194,12 +204,15 @@ void InspectorPane::renderSnapshot(const editor::EditorSelectionSnapshot& snapsh
   auto* titleRow = new QHBoxLayout;
   titleRow->setSpacing(8);
   titleRow->addWidget(label(qs(prim.name), "PrimName", header));
-  if (!prim.typeName.empty()) titleRow->addWidget(label(qs(prim.typeName), "PrimType", header));
-  if (!prim.active) titleRow->addWidget(label("Inactive", "PrimType", header));
+  if (!prim.typeName.empty())
+    titleRow->addWidget(label(qs(prim.typeName), "PrimType", header));
+  if (!prim.active)
+    titleRow->addWidget(label("Inactive", "PrimType", header));
   titleRow->addStretch(1);
   const auto selected = model_.session.sceneSelection.get().paths.size();
   if (selected > 1) {
-    titleRow->addWidget(label(QStringLiteral("+%1 more").arg(selected - 1), "SectionDetail", header));
+    titleRow->addWidget(
+        label(QStringLiteral("+%1 more").arg(selected - 1), "SectionDetail", header));
   }
   headerLayout->addLayout(titleRow);
   auto* path = label(qs(prim.path), "PrimPath", header);
@@ -209,7 +222,8 @@ void InspectorPane::renderSnapshot(const editor::EditorSelectionSnapshot& snapsh
 
   for (const editor::UsdComponent& component : snapshot.components) {
     const QString type = qs(component.type);
-    const QString title = component.label && !component.label->empty() ? qs(*component.label) : type;
+    const QString title =
+        component.label && !component.label->empty() ? qs(*component.label) : type;
     column->addWidget(
         makeSectionHeader(title, title == type ? QString() : type, component.enabled, content));
     auto* body = new QWidget(content);
@@ -220,14 +234,13 @@ void InspectorPane::renderSnapshot(const editor::EditorSelectionSnapshot& snapsh
         return makeValueCell(displayForProperty(property), parent);
       });
     }
-    if (grid.rows() == 0) {
-      grid.addRow(QString(), [](QWidget* parent) { return label("No properties", "SectionDetail", parent); });
-    }
+    if (grid.rows() == 0)
+      grid.addNote("No properties");
     column->addWidget(body);
   }
 
-  column->addWidget(makeSectionHeader(
-      "Attributes", QString::number(snapshot.attributes.size()), std::nullopt, content));
+  column->addWidget(makeSectionHeader("Attributes", QString::number(snapshot.attributes.size()),
+                                      std::nullopt, content));
   auto* attributes = new QWidget(content);
   attributes->setObjectName("SectionBody");
   PropertyGrid grid(attributes);
@@ -237,12 +250,12 @@ void InspectorPane::renderSnapshot(const editor::EditorSelectionSnapshot& snapsh
         qs(attribute.name),
         [&](QWidget* parent) { return makeValueCell(displayForAttribute(attribute), parent); },
         QStringLiteral("%1 (%2)").arg(qs(attribute.name), type));
-    if (value->toolTip().isEmpty()) value->setToolTip(qs(attribute.value));
+    if (value->toolTip().isEmpty())
+      value->setToolTip(qs(attribute.value));
     value->setToolTip(type + ": " + value->toolTip());
   }
-  if (grid.rows() == 0) {
-    grid.addRow(QString(), [](QWidget* parent) { return label("No attributes", "SectionDetail", parent); });
-  }
+  if (grid.rows() == 0)
+    grid.addNote("No attributes");
   column->addWidget(attributes);
   column->addStretch(1);
 
@@ -253,12 +266,12 @@ void InspectorPane::renderSnapshot(const editor::EditorSelectionSnapshot& snapsh
 
 QStringList InspectorPane::contentLines() const {
   QStringList lines;
-  if (stack_->currentWidget() != scroll_ || !content_) return lines;
+  if (stack_->currentWidget() != scroll_ || !content_)
+    return lines;
   // Walk the labels in layout order: a section title starts a section, then name/value pairs.
   for (QWidget* child : content_->findChildren<QWidget*>(Qt::FindChildrenRecursively)) {
     const QString name = child->objectName();
-    if (name == "PrimName" || name == "PrimType" || name == "PrimPath" ||
-        name == "SectionTitle") {
+    if (name == "PrimName" || name == "PrimType" || name == "PrimPath" || name == "SectionTitle") {
       lines.push_back(static_cast<QLabel*>(child)->text());
     } else if (name == "PropertyName") {
       lines.push_back(static_cast<QLabel*>(child)->text() + ":");

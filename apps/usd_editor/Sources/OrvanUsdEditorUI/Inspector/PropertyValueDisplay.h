@@ -16,11 +16,11 @@ struct PropertyValueDisplay {
   enum class Style { text, number, vector, color, boolean, asset, choice };
 
   Style style = Style::text;
-  QString text;             // what the value column says
-  QStringList components;   // vector fields, in order
-  QColor color;             // valid for `color`
-  bool checked = false;     // for `boolean`
-  QString toolTip;          // the raw value when the shown text shortens it
+  QString text;            // what the value column says
+  QStringList components;  // vector fields, in order
+  QColor color;            // valid for `color`
+  bool checked = false;    // for `boolean`
+  QString toolTip;         // the raw value when the shown text shortens it
 };
 
 PropertyValueDisplay displayForProperty(const editor::ComponentProperty& property);
