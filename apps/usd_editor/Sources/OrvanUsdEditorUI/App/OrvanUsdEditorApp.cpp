@@ -118,10 +118,12 @@ int runOrvanUsdEditorApp(int argc, char** argv) {
   std::signal(SIGPIPE, SIG_IGN);
   editor::initializeLogging("OrvanUsdEditor");
 
-  QApplication application(argc, argv);
-  QApplication::setApplicationName("OrvanUsdEditor");
+  // The editor's own arguments, read before Qt takes out the options that are its own.
   const std::vector<std::string> arguments(argv, argv + argc);
   editor::EditorConfiguration configuration = editor::EditorConfiguration::fromArguments(arguments);
+
+  QApplication application(argc, argv);
+  QApplication::setApplicationName("OrvanUsdEditor");
 
   // One editor per user receives links: a later launch with links hands them over and ends.
   std::vector<std::string> launchUrls = urlsAmong(arguments);

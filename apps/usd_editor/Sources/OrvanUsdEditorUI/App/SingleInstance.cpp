@@ -4,6 +4,7 @@
 
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QStandardPaths>
 
 #include <spdlog/spdlog.h>
 
@@ -22,6 +23,11 @@ bool anEditorAnswersOn(const QString& serverName) {
 }  // namespace
 
 QString editorInstanceServerName() {
+  // In the user's own runtime folder (mode 0700, checked by Qt), not in the shared temporary
+  // folder, where another account could put a socket first and collect forwarded sign-in links.
+  const QString runtime = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+  if (!runtime.isEmpty())
+    return runtime + QStringLiteral("/orvan-usd-editor.socket");
   return QStringLiteral("orvan-usd-editor-%1").arg(static_cast<qulonglong>(::getuid()));
 }
 

@@ -11,8 +11,8 @@ class QLocalSocket;
 
 namespace orvan::ui {
 
-// The local socket name of this user's running editor. A second launch with a link hands the
-// link to it instead of opening a second editor.
+// The local socket of this user's running editor, in the user's runtime folder. A second launch
+// with a link hands the link to it instead of opening a second editor.
 QString editorInstanceServerName();
 
 // Hands `url` to the editor listening on `serverName` and waits for its acknowledgement. Returns

@@ -165,7 +165,12 @@ InspectorPane::InspectorPane(editor::EditorModel& model, QWidget* parent)
   stack_->addWidget(scroll_);
 
   inspectorSubscription_ = model_.session.inspector.subscribe([this](const auto&) { render(); });
-  stageSubscription_ = model_.stage.subscribe([this](const auto&) { render(); });
+  // The stage alone only changes the empty state's words; a shown prim is redrawn when the
+  // reconciled snapshot arrives, not once more for the stage before it.
+  stageSubscription_ = model_.stage.subscribe([this](const auto&) {
+    if (!model_.session.inspector.get().sceneSnapshot.prim)
+      render();
+  });
   render();
 }
 
