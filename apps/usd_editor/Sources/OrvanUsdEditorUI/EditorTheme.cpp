@@ -66,6 +66,11 @@ void applyEditorTheme(QApplication& application) {
       "QLabel#VectorField, QLabel#NumberValue { background: #17191c; border: 1px solid #2c2f34;"
       "  border-radius: 3px; padding: 1px 5px; }"
       "QLabel#AssetValue { color: #9cc3ff; }"
+      "QWidget[componentDisabled=\"true\"] QLabel#PropertyName,"
+      "QWidget[componentDisabled=\"true\"] QLabel#ValueText,"
+      "QWidget[componentDisabled=\"true\"] QLabel#NumberValue,"
+      "QWidget[componentDisabled=\"true\"] QLabel#VectorField,"
+      "QWidget[componentDisabled=\"true\"] QLabel#AssetValue { color: #6c727b; }"
       // Start-up sheet and connection banner
       "QFrame#SheetCard { background: #2b2e33; border: 1px solid #3a3d43; border-radius: 8px; }"
       "QLabel#SheetTitle { color: #eceef1; font-size: 16px; font-weight: 600; }"

@@ -233,6 +233,8 @@ void InspectorPane::renderSnapshot(const editor::EditorSelectionSnapshot& snapsh
         makeSectionHeader(title, title == type ? QString() : type, component.enabled, content));
     auto* body = new QWidget(content);
     body->setObjectName("SectionBody");
+    // A disabled component keeps its values readable but steps back.
+    body->setProperty("componentDisabled", !component.enabled);
     PropertyGrid grid(body);
     for (const editor::ComponentProperty& property : component.properties) {
       grid.addRow(qs(property.name), [&](QWidget* parent) {
