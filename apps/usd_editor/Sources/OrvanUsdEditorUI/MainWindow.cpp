@@ -54,7 +54,11 @@ void MainWindow::buildToolbar() {
 }
 
 void MainWindow::buildPanes() {
-  columns_ = new QSplitter(Qt::Horizontal, this);
+  central_ = new QWidget(this);
+  auto* centralLayout = new QVBoxLayout(central_);
+  centralLayout->setContentsMargins(0, 0, 0, 0);
+  centralLayout->setSpacing(0);
+  columns_ = new QSplitter(Qt::Horizontal, central_);
   columns_->setChildrenCollapsible(false);
   columns_->setHandleWidth(1);
 
@@ -86,7 +90,25 @@ void MainWindow::buildPanes() {
   centerColumn_->setStretchFactor(0, 1);
   centerColumn_->setStretchFactor(1, 0);
   centerColumn_->setSizes({900 - PaneSizes::kProjectHeight, PaneSizes::kProjectHeight});
-  setCentralWidget(columns_);
+  centralLayout->addWidget(columns_, 1);
+  setCentralWidget(central_);
+}
+
+void MainWindow::setPaneContent(QWidget* pane, QWidget* content) {
+  auto* layout = static_cast<QVBoxLayout*>(pane->layout());
+  // Item 0 is the title; item 1 the content.
+  if (QLayoutItem* old = layout->takeAt(1)) {
+    delete old->widget();
+    delete old;
+  }
+  content->setParent(pane);
+  layout->addWidget(content, 1);
+}
+
+void MainWindow::setBanner(QWidget* banner) {
+  auto* layout = static_cast<QVBoxLayout*>(central_->layout());
+  banner->setParent(central_);
+  layout->insertWidget(0, banner);
 }
 
 void MainWindow::setStatusText(const QString& status) { statusLabel_->setText(status); }

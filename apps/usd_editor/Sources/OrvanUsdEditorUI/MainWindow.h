@@ -24,6 +24,11 @@ class MainWindow : public QMainWindow {
   QWidget* projectPane() const { return projectPane_; }
   QWidget* viewportPane() const { return viewportPane_; }
 
+  // Replaces what a pane shows under its title.
+  static void setPaneContent(QWidget* pane, QWidget* content);
+  // Puts `banner` above the panes, across the whole width.
+  void setBanner(QWidget* banner);
+
  private:
   void buildToolbar();
   void buildPanes();
@@ -32,6 +37,7 @@ class MainWindow : public QMainWindow {
   QLabel* localBadge_ = nullptr;
   QAction* localBadgeAction_ = nullptr;
   QLabel* statusLabel_ = nullptr;
+  QWidget* central_ = nullptr;
   QSplitter* columns_ = nullptr;
   QSplitter* centerColumn_ = nullptr;
   QWidget* hierarchyPane_ = nullptr;

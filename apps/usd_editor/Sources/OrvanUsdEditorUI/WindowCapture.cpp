@@ -36,6 +36,7 @@ void captureWindowWhenSettled(QWidget& window, WindowCaptureOptions options,
                      const bool timedOut = std::chrono::steady_clock::now() >= deadline;
                      if (!timedOut && !options.isSettled()) return;
                      poll->stop();
+                     if (options.beforeCapture) options.beforeCapture();
                      QTimer::singleShot(options.settleDelay, &window, [&window, options, done] {
                        const QString reason = writeWindowPng(window, options.path);
                        done(reason.isEmpty() ? 0 : 1, reason);

@@ -15,6 +15,8 @@ namespace orvan::ui {
 struct WindowCaptureOptions {
   QString path;
   std::function<bool()> isSettled = [] { return true; };
+  // Runs once when the window has settled (or timed out), before the settle delay lets it paint.
+  std::function<void()> beforeCapture = [] {};
   std::chrono::milliseconds settleDelay{400};
   std::chrono::milliseconds timeout{30000};
 };

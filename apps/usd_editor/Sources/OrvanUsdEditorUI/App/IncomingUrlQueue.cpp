@@ -1,0 +1,50 @@
+#include "OrvanUsdEditorUI/App/IncomingUrlQueue.h"
+
+#include <utility>
+
+#include <spdlog/spdlog.h>
+
+namespace orvan::ui {
+
+namespace {
+
+bool startsWithNoCase(std::string_view text, std::string_view prefix) {
+  if (text.size() < prefix.size())
+    return false;
+  for (std::size_t i = 0; i < prefix.size(); ++i) {
+    const char c = text[i];
+    const char lower = (c >= 'A' && c <= 'Z') ? static_cast<char>(c - 'A' + 'a') : c;
+    if (lower != prefix[i])
+      return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+bool isEditorUrl(std::string_view argument) {
+  return startsWithNoCase(argument, "velk:") || startsWithNoCase(argument, "orvan:");
+}
+
+std::string loggableUrl(std::string_view url) {
+  const std::size_t scheme = url.find(':');
+  if (scheme == std::string_view::npos)
+    return "(not a link)";
+  std::size_t hostStart = scheme + 1;
+  if (url.substr(hostStart, 2) == "//")
+    hostStart += 2;
+  const std::size_t hostEnd = url.find_first_of("/?#", hostStart);
+  return std::string(url.substr(0, hostEnd == std::string_view::npos ? url.size() : hostEnd));
+}
+
+void IncomingUrlQueue::push(std::string url, std::string_view source) {
+  spdlog::info("incoming link from {} queued until links are routed: {} ({} bytes)", source,
+               loggableUrl(url), url.size());
+  pending_.push_back(std::move(url));
+}
+
+std::vector<std::string> IncomingUrlQueue::takeAll() {
+  return std::exchange(pending_, {});
+}
+
+}  // namespace orvan::ui

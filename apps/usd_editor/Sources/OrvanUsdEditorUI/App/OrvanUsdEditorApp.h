@@ -1,0 +1,70 @@
+#pragma once
+
+#include <QString>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Application/EditorConfiguration.h"
+#include "Foundation/Task.h"
+#include "OrvanUsdEditorUI/App/IncomingUrlQueue.h"
+
+namespace orvan::editor {
+class BackgroundExecutor;
+class EditorModel;
+class MainExecutor;
+class PreferencesStore;
+class ProcessLauncher;
+class SecretStore;
+class SoftwareUpdater;
+}  // namespace orvan::editor
+
+namespace orvan::ui {
+
+class EditorWindow;
+class UrlForwardingServer;
+
+// What the application runs on. The process passes the real adapters; tests pass fakes.
+struct OrvanUsdEditorAppPorts {
+  editor::MainExecutor& main;
+  editor::BackgroundExecutor& background;
+  editor::PreferencesStore& preferences;
+  editor::SecretStore& secrets;
+  editor::ProcessLauncher& processes;
+  editor::SoftwareUpdater& updater;
+};
+
+// The application value: the links that arrived, the single-instance link server, the model, the
+// updater and the one window, brought up in that order.
+class OrvanUsdEditorApp {
+ public:
+  // `launchUrls` are the links among the launch arguments; `instanceServerName` the local socket
+  // later launches forward their links to (empty: no forwarding).
+  OrvanUsdEditorApp(editor::EditorConfiguration configuration, OrvanUsdEditorAppPorts ports,
+                    std::vector<std::string> launchUrls, QString instanceServerName);
+  ~OrvanUsdEditorApp();
+
+  // Shows the window (whose first showing starts the editor) and schedules the updater's start.
+  void show();
+
+  editor::EditorModel& model() { return *model_; }
+  EditorWindow& window() { return *window_; }
+  IncomingUrlQueue& incomingUrls() { return incomingUrls_; }
+  bool receivesForwardedUrls() const;
+
+ private:
+  IncomingUrlQueue incomingUrls_;
+  std::unique_ptr<UrlForwardingServer> urlServer_;
+  std::unique_ptr<editor::EditorModel> model_;
+  editor::SoftwareUpdater& updater_;
+  editor::TaskSlot updaterStart_;
+  std::unique_ptr<EditorWindow> window_;
+  editor::MainExecutor& main_;
+};
+
+// The process entry: builds the application on the real platform and runs the event loop.
+// Returns the process's exit code (a screenshot run reports whether the PNG was written).
+int runOrvanUsdEditorApp(int argc, char** argv);
+
+}  // namespace orvan::ui

@@ -1,0 +1,156 @@
+#include "OrvanUsdEditorUI/EditorWindow.h"
+
+#include <QLabel>
+#include <QPushButton>
+#include <QStatusBar>
+
+#include <spdlog/spdlog.h>
+
+#include "Application/EditorModel.h"
+#include "Application/StartupPresentation.h"
+#include "Foundation/Text.h"
+#include "OrvanUsdEditorUI/ConnectionBanner.h"
+#include "OrvanUsdEditorUI/Hierarchy/HierarchyPane.h"
+#include "OrvanUsdEditorUI/Hierarchy/HierarchyTreeModel.h"
+#include "OrvanUsdEditorUI/Inspector/InspectorPane.h"
+#include "OrvanUsdEditorUI/StartupSheet.h"
+
+namespace orvan::ui {
+
+namespace {
+
+constexpr char kLocalTitleSuffix[] = " \u2014 Local";
+
+std::string_view actionName(editor::VelkConnectionAction action) {
+  switch (action) {
+    case editor::VelkConnectionAction::none:
+      return "none";
+    case editor::VelkConnectionAction::login:
+      return "login";
+    case editor::VelkConnectionAction::retry:
+      return "retry";
+    case editor::VelkConnectionAction::requestAccess:
+      return "requestAccess";
+    case editor::VelkConnectionAction::chooseProject:
+      return "chooseProject";
+  }
+  return "unknown";
+}
+
+}  // namespace
+
+EditorWindow::EditorWindow(editor::EditorModel& model, QWidget* parent)
+    : MainWindow(parent), model_(model) {
+  hierarchy_ = new HierarchyPane(model_);
+  setPaneContent(hierarchyPane(), hierarchy_);
+  inspector_ = new InspectorPane(model_);
+  setPaneContent(inspectorPane(), inspector_);
+
+  banner_ = new ConnectionBanner;
+  setBanner(banner_);
+  connect(banner_, &ConnectionBanner::dismissRequested, this,
+          [this] { model_.connectionIssue.set(std::nullopt); });
+  connect(banner_, &ConnectionBanner::retryRequested, this, [this] { retryAfterBanner(); });
+
+  startupSheet_ = new StartupSheet(this);
+  connect(startupSheet_, &StartupSheet::primaryActionTriggered, this,
+          [this](int action) { performConnectionAction(action); });
+  connect(startupSheet_, &StartupSheet::secondaryActionTriggered, this,
+          [this](int action) { performConnectionAction(action); });
+
+  subscriptions_.push_back(model_.status.subscribe([this](const std::string& status) {
+    setStatusText(QString::fromStdString(status));
+    // The label and the sheet follow the project's progress, which is reported here.
+    updateTitle();
+    updateStartupPresentation();
+  }));
+  subscriptions_.push_back(model_.stage.subscribe([this](const auto&) { updateTitle(); }));
+  subscriptions_.push_back(
+      model_.connectionIssue.subscribe([this](const auto&) { updateStartupPresentation(); }));
+  subscriptions_.push_back(
+      model_.initialProjectResolved.subscribe([this](bool) { updateStartupPresentation(); }));
+
+  setStatusText(QString::fromStdString(model_.status.get()));
+  updateTitle();
+  updateStartupPresentation();
+}
+
+EditorWindow::~EditorWindow() = default;
+
+QString EditorWindow::statusText() const {
+  const auto* label = statusBar()->findChild<QLabel*>();
+  return label ? label->text() : QString();
+}
+
+void EditorWindow::updateTitle() {
+  const QString label = QString::fromStdString(model_.projectLabel());
+  const bool local = model_.configuration.localMode;
+  setWindowTitle(local ? label + QString::fromUtf8(kLocalTitleSuffix) : label);
+  setProjectLabel(label, local);
+}
+
+void EditorWindow::updateStartupPresentation() {
+  const auto& issue = model_.connectionIssue.get();
+  if (model_.isStartupBlocking()) {
+    startupSheet_->setContent(editor::startupSheetContent(issue, model_.initialProjectError,
+                                                          model_.configuration.projectServerURL));
+    startupSheet_->coverParent();
+    startupSheet_->show();
+    banner_->hide();  // the sheet says it already
+    return;
+  }
+  startupSheet_->hide();
+  if (issue)
+    banner_->setIssue(*issue);
+  banner_->setVisible(issue.has_value());
+}
+
+void EditorWindow::showEvent(QShowEvent* event) {
+  MainWindow::showEvent(event);
+  if (startedInitialRefresh_)
+    return;
+  startedInitialRefresh_ = true;
+  model_.startInitialRefresh();
+  model_.startToolWatcher();
+  // Whether the sheet shows is known only once start-up has begun.
+  updateStartupPresentation();
+  updateTitle();
+}
+
+void EditorWindow::resizeEvent(QResizeEvent* event) {
+  MainWindow::resizeEvent(event);
+  if (startupSheet_->isVisible())
+    startupSheet_->coverParent();
+}
+
+void EditorWindow::performConnectionAction(int action) {
+  const auto typed = static_cast<editor::VelkConnectionAction>(action);
+  if (typed == editor::VelkConnectionAction::retry) {
+    model_.connectionIssue.set(std::nullopt);
+    model_.startInitialRefresh();
+    updateStartupPresentation();
+    return;
+  }
+  // Sign-in, access requests and the project browser join with their own flows.
+  spdlog::info("start-up sheet action {} is not available in this build", actionName(typed));
+}
+
+void EditorWindow::retryAfterBanner() {
+  if (editor::trimWhitespaceAndNewlines(model_.configuration.remoteStageURL).empty()) {
+    // A local stage: asking the inspector again is the whole retry.
+    model_.connectionIssue.set(std::nullopt);
+    model_.refresh();
+    return;
+  }
+  performConnectionAction(static_cast<int>(editor::VelkConnectionAction::retry));
+}
+
+void EditorWindow::presentForScreenshot() {
+  const auto& roots = model_.currentStage().rootPrims;
+  if (model_.session.sceneSelection.get().paths.empty() && !roots.empty()) {
+    model_.selectPrims(roots.front().path, {roots.front().path});
+  }
+  hierarchy_->expandToDepth(1);
+}
+
+}  // namespace orvan::ui

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <vector>
+
+#include "Foundation/Observable.h"
+#include "OrvanUsdEditorUI/MainWindow.h"
+
+namespace orvan::editor {
+class EditorModel;
+}
+
+namespace orvan::ui {
+
+class ConnectionBanner;
+class HierarchyPane;
+class InspectorPane;
+class StartupSheet;
+
+// The editor window over a model: reads its stores (title, status, stage, selection, connection
+// issue) and calls its operations. Its first showing starts the editor's start-up.
+class EditorWindow final : public MainWindow {
+  Q_OBJECT
+ public:
+  explicit EditorWindow(editor::EditorModel& model, QWidget* parent = nullptr);
+  ~EditorWindow() override;
+
+  HierarchyPane& hierarchy() const { return *hierarchy_; }
+  InspectorPane& inspector() const { return *inspector_; }
+  StartupSheet& startupSheet() const { return *startupSheet_; }
+  ConnectionBanner& connectionBanner() const { return *banner_; }
+  QString statusText() const;
+
+  // For a screenshot of a loaded scene: selects the first root prim when nothing is selected, and
+  // opens the tree a level deeper than a normal start.
+  void presentForScreenshot();
+
+ protected:
+  void showEvent(QShowEvent* event) override;
+  void resizeEvent(QResizeEvent* event) override;
+
+ private:
+  void updateTitle();
+  void updateStartupPresentation();
+  void performConnectionAction(int action);
+  void retryAfterBanner();
+
+  editor::EditorModel& model_;
+  HierarchyPane* hierarchy_ = nullptr;
+  InspectorPane* inspector_ = nullptr;
+  StartupSheet* startupSheet_ = nullptr;
+  ConnectionBanner* banner_ = nullptr;
+  bool startedInitialRefresh_ = false;
+  std::vector<editor::Subscription> subscriptions_;
+};
+
+}  // namespace orvan::ui

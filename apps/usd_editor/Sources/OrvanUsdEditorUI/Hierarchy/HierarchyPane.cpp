@@ -1,0 +1,168 @@
+#include "OrvanUsdEditorUI/Hierarchy/HierarchyPane.h"
+
+#include <QHeaderView>
+#include <QItemSelectionModel>
+#include <QLabel>
+#include <QStackedLayout>
+#include <QTreeView>
+
+#include "Application/EditorModel.h"
+#include "OrvanUsdEditorUI/Hierarchy/HierarchyTreeModel.h"
+
+namespace orvan::ui {
+
+namespace {
+
+constexpr int kTypeColumnWidth = 88;
+
+// Expanded rows are found by walking only into expanded rows, so a large collapsed tree costs
+// nothing here.
+void collectExpanded(const QTreeView& view, const HierarchyTreeModel& model,
+                     const QModelIndex& parent, std::vector<std::string>& paths) {
+  const int rows = model.rowCount(parent);
+  for (int row = 0; row < rows; ++row) {
+    const QModelIndex index = model.index(row, 0, parent);
+    if (!view.isExpanded(index))
+      continue;
+    paths.push_back(model.pathForIndex(index));
+    collectExpanded(view, model, index, paths);
+  }
+}
+
+}  // namespace
+
+HierarchyPane::HierarchyPane(editor::EditorModel& model, QWidget* parent)
+    : QWidget(parent), model_(model) {
+  setObjectName("HierarchyPane");
+  stack_ = new QStackedLayout(this);
+  emptyState_ = new QLabel("No stage loaded", this);
+  emptyState_->setObjectName("EmptyState");
+  emptyState_->setAlignment(Qt::AlignCenter);
+  emptyState_->setWordWrap(true);
+
+  treeModel_ = new HierarchyTreeModel(this);
+  view_ = new QTreeView(this);
+  view_->setObjectName("HierarchyTree");
+  view_->setModel(treeModel_);
+  view_->setUniformRowHeights(true);  // keeps 100,000 rows cheap to lay out
+  view_->setSelectionMode(QAbstractItemView::ExtendedSelection);
+  view_->setSelectionBehavior(QAbstractItemView::SelectRows);
+  view_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+  view_->setFrameShape(QFrame::NoFrame);
+  view_->setIndentation(14);
+  view_->setAllColumnsShowFocus(true);
+  view_->header()->setStretchLastSection(false);
+  view_->header()->setSectionResizeMode(HierarchyTreeModel::kNameColumn, QHeaderView::Stretch);
+  view_->header()->setSectionResizeMode(HierarchyTreeModel::kTypeColumn, QHeaderView::Fixed);
+  view_->header()->resizeSection(HierarchyTreeModel::kTypeColumn, kTypeColumnWidth);
+  // The view changes the selection and then the current row; both are read once they settled.
+  connect(view_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
+          [this] { scheduleSelectionSync(); });
+  connect(view_->selectionModel(), &QItemSelectionModel::currentChanged, this,
+          [this] { scheduleSelectionSync(); });
+
+  stack_->addWidget(emptyState_);
+  stack_->addWidget(view_);
+
+  stageSubscription_ =
+      model_.stage.subscribe([this](const auto& prepared) { applyStage(*prepared); });
+  selectionSubscription_ =
+      model_.session.sceneSelection.subscribe([this](const auto&) { showSelection(); });
+  applyStage(*model_.stage.get());
+}
+
+HierarchyPane::~HierarchyPane() = default;
+
+QString HierarchyPane::emptyStateText() const {
+  return stack_->currentWidget() == emptyState_ ? emptyState_->text() : QString();
+}
+
+std::vector<std::string> HierarchyPane::expandedPaths() const {
+  std::vector<std::string> paths;
+  collectExpanded(*view_, *treeModel_, {}, paths);
+  return paths;
+}
+
+void HierarchyPane::applyStage(const editor::PreparedStage& prepared) {
+  const std::vector<std::string> expanded = expandedPaths();
+  // The index was built with the stage, off the main thread: this is a swap, not a rebuild.
+  treeModel_->setIndex(prepared.hierarchy);
+  const bool hasRows = treeModel_->rowCount() > 0;
+  stack_->setCurrentWidget(hasRows ? static_cast<QWidget*>(view_) : emptyState_);
+  if (!hasRows) {
+    hadStage_ = false;
+    return;
+  }
+  for (const std::string& path : expanded) {
+    const QModelIndex index = treeModel_->indexForPath(path);
+    if (index.isValid())
+      view_->setExpanded(index, true);
+  }
+  // A first stage opens with its roots expanded, which is where people start.
+  if (!hadStage_)
+    expandToDepth(0);
+  hadStage_ = true;
+  showSelection();
+}
+
+void HierarchyPane::expandToDepth(int depth) {
+  view_->expandToDepth(depth);
+}
+
+void HierarchyPane::showSelection() {
+  const editor::SceneSelectionState& selection = model_.session.sceneSelection.get();
+  QItemSelection rows;
+  QModelIndex current;
+  for (const std::string& path : selection.paths) {
+    const QModelIndex index = treeModel_->indexForPath(path);
+    if (!index.isValid())
+      continue;
+    rows.select(index, index.siblingAtColumn(HierarchyTreeModel::kTypeColumn));
+    if (path == selection.primaryPath)
+      current = index;
+    // Reveal it: a selection made elsewhere may sit in a collapsed branch.
+    for (QModelIndex parent = index.parent(); parent.isValid(); parent = parent.parent()) {
+      view_->setExpanded(parent, true);
+    }
+  }
+  showingModelSelection_ = true;
+  QItemSelectionModel* selectionModel = view_->selectionModel();
+  selectionModel->select(rows, QItemSelectionModel::ClearAndSelect);
+  if (current.isValid()) {
+    selectionModel->setCurrentIndex(current, QItemSelectionModel::NoUpdate);
+    view_->scrollTo(current);
+  }
+  showingModelSelection_ = false;
+}
+
+void HierarchyPane::scheduleSelectionSync() {
+  if (showingModelSelection_ || selectionSyncPending_)
+    return;
+  selectionSyncPending_ = true;
+  QMetaObject::invokeMethod(
+      this, [this] { selectionChangedInView(); }, Qt::QueuedConnection);
+}
+
+void HierarchyPane::selectionChangedInView() {
+  selectionSyncPending_ = false;
+  const QModelIndexList rows =
+      view_->selectionModel()->selectedRows(HierarchyTreeModel::kNameColumn);
+  std::vector<std::string> paths;
+  paths.reserve(static_cast<std::size_t>(rows.size()));
+  for (const QModelIndex& row : rows)
+    paths.push_back(treeModel_->pathForIndex(row));
+  std::string primary;
+  const QModelIndex current = view_->selectionModel()->currentIndex();
+  if (current.isValid() &&
+      view_->selectionModel()->isRowSelected(current.row(), current.parent())) {
+    primary = treeModel_->pathForIndex(current.siblingAtColumn(HierarchyTreeModel::kNameColumn));
+  } else if (!paths.empty()) {
+    primary = paths.front();
+  }
+  const editor::SceneSelectionState& shown = model_.session.sceneSelection.get();
+  if (shown.primaryPath == primary && shown.paths == paths)
+    return;
+  model_.selectPrims(std::move(primary), std::move(paths));
+}
+
+}  // namespace orvan::ui

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <QWidget>
+
+#include <string>
+#include <vector>
+
+#include "Foundation/Observable.h"
+
+class QLabel;
+class QStackedLayout;
+class QTreeView;
+
+namespace orvan::editor {
+class EditorModel;
+struct PreparedStage;
+}  // namespace orvan::editor
+
+namespace orvan::ui {
+
+class HierarchyTreeModel;
+
+// The hierarchy pane: the stage's prim tree (name and type). A new stage swaps in its prebuilt
+// index; rows a user selects become the scene selection, and a selection made elsewhere (a
+// reconcile after a refresh, the viewport) is shown here.
+class HierarchyPane final : public QWidget {
+  Q_OBJECT
+ public:
+  explicit HierarchyPane(editor::EditorModel& model, QWidget* parent = nullptr);
+  ~HierarchyPane() override;
+
+  HierarchyTreeModel& treeModel() const { return *treeModel_; }
+  QTreeView& view() const { return *view_; }
+  QString emptyStateText() const;
+  // Expands every row down to `depth` levels below the roots (0: the roots' children show).
+  void expandToDepth(int depth);
+
+ private:
+  void applyStage(const editor::PreparedStage& prepared);
+  void showSelection();
+  void scheduleSelectionSync();
+  void selectionChangedInView();
+  std::vector<std::string> expandedPaths() const;
+
+  editor::EditorModel& model_;
+  HierarchyTreeModel* treeModel_ = nullptr;
+  QTreeView* view_ = nullptr;
+  QLabel* emptyState_ = nullptr;
+  QStackedLayout* stack_ = nullptr;
+  // True while the pane itself writes the view's selection, so that it is not sent back.
+  bool showingModelSelection_ = false;
+  bool selectionSyncPending_ = false;
+  bool hadStage_ = false;
+  editor::Subscription stageSubscription_;
+  editor::Subscription selectionSubscription_;
+};
+
+}  // namespace orvan::ui

@@ -1,0 +1,46 @@
+#pragma once
+
+#include <QWidget>
+
+#include "Foundation/Observable.h"
+
+class QLabel;
+class QScrollArea;
+class QStackedLayout;
+class QVBoxLayout;
+
+namespace orvan::editor {
+class EditorModel;
+struct EditorSelectionSnapshot;
+}  // namespace orvan::editor
+
+namespace orvan::ui {
+
+// The inspector: the selected prim's header, one section per component with its properties, and
+// its raw attributes. Read-only for now; it redraws only when the inspector's snapshot or the
+// stage changes.
+class InspectorPane final : public QWidget {
+  Q_OBJECT
+ public:
+  explicit InspectorPane(editor::EditorModel& model, QWidget* parent = nullptr);
+
+  // What the pane says when it has no prim to show; empty while it shows one.
+  QString emptyStateText() const;
+  // The shown content as lines of text ("Section", "name: value"), for tests and accessibility.
+  QStringList contentLines() const;
+
+ private:
+  void render();
+  void renderSnapshot(const editor::EditorSelectionSnapshot& snapshot);
+  void showEmptyState(const QString& text);
+
+  editor::EditorModel& model_;
+  QStackedLayout* stack_ = nullptr;
+  QLabel* emptyState_ = nullptr;
+  QScrollArea* scroll_ = nullptr;
+  QWidget* content_ = nullptr;
+  editor::Subscription inspectorSubscription_;
+  editor::Subscription stageSubscription_;
+};
+
+}  // namespace orvan::ui

@@ -1,0 +1,286 @@
+// The editor window over a real model: a fake inspector process supplies the stage, virtual time
+// runs the model, and the Qt event loop runs the widgets.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <QItemSelectionModel>
+#include <QPushButton>
+#include <QTreeView>
+
+#include <filesystem>
+#include <fstream>
+
+#include "Application/EditorModel.h"
+#include "OrvanUsdEditorUI/ConnectionBanner.h"
+#include "OrvanUsdEditorUI/EditorWindow.h"
+#include "OrvanUsdEditorUI/Hierarchy/HierarchyPane.h"
+#include "OrvanUsdEditorUI/Hierarchy/HierarchyTreeModel.h"
+#include "OrvanUsdEditorUI/Inspector/InspectorPane.h"
+#include "OrvanUsdEditorUI/StartupSheet.h"
+#include "Platform/PosixProcessLauncher.h"
+#include "Platform/PreferencesStore.h"
+#include "Platform/SecretStore.h"
+#include "QtApplicationEnvironment.h"
+#include "Support/ManualScheduler.h"
+
+namespace orvan::ui {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::processEventsUntil;
+
+std::string prim(const std::string& path, const std::string& name, const std::string& type,
+                 const std::string& parent, const std::string& children) {
+  return R"({"path":")" + path + R"(","name":")" + name + R"(","typeName":")" + type +
+         R"(","parent":")" + parent + R"(","active":true,"badges":[],"children":[)" + children +
+         "]}";
+}
+
+std::string detail(const std::string& path, const std::string& name, const std::string& type,
+                   const std::string& components, const std::string& attributes) {
+  return R"({"path":")" + path + R"(","name":")" + name + R"(","typeName":")" + type +
+         R"(","parent":"/","active":true,"badges":[],"entityPath":")" + path +
+         R"(","entityId":1,"components":[)" + components + R"(],"attributes":[)" + attributes +
+         "]}";
+}
+
+// /World (Xform) with Ground and Player/Body; /Lights with Sun. `withPlayer` false drops Player.
+std::string stageJson(bool withPlayer = true) {
+  const std::string player =
+      withPlayer ? "," + prim("/World/Player", "Player", "Xform", "/World",
+                              prim("/World/Player/Body", "Body", "Capsule", "/World/Player", ""))
+                 : "";
+  const std::string roots = prim("/World", "World", "Xform", "/",
+                                 prim("/World/Ground", "Ground", "Mesh", "/World", "") + player) +
+                            "," +
+                            prim("/Lights", "Lights", "Scope", "/",
+                                 prim("/Lights/Sun", "Sun", "DistantLight", "/Lights", ""));
+  const std::string transform =
+      R"({"type":"Transform","enabled":true,"properties":[)"
+      R"j({"name":"position","kind":"vector3","value":"(0, 1.5, -2)"}]})j";
+  const std::string rules = R"({"type":"GameRules","label":"Rules","enabled":false,"properties":[)"
+                            R"({"name":"paused","kind":"bool","value":"false"}]})";
+  std::string prims = detail("/World", "World", "Xform", transform + "," + rules,
+                             R"({"name":"visibility","type":"token","value":"inherited"})") +
+                      "," + detail("/World/Ground", "Ground", "Mesh", "", "") + "," +
+                      detail("/Lights", "Lights", "Scope", "", "") + "," +
+                      detail("/Lights/Sun", "Sun", "DistantLight", "", "");
+  if (withPlayer) {
+    prims += "," + detail("/World/Player", "Player", "Xform", "", "") + "," +
+             detail("/World/Player/Body", "Body", "Capsule", "", "");
+  }
+  return R"({"sceneUri":"/demo/scene.usda","rootPrims":[)" + roots + R"(],"prims":[)" + prims +
+         R"(],"catalog":[],"assets":[]})";
+}
+
+class EditorWindowTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    testing::testApplication();
+    folder_ = fs::temp_directory_path() / ("orvan-editor-window-" + std::to_string(::getpid()));
+    fs::create_directories(folder_);
+    configuration_.projectServerURL = "";
+    configuration_.localMode = true;
+    configuration_.inspectorPath = ORVAN_FAKE_INSPECTOR_PATH;
+    configuration_.scenePath = writeScene("scene.usda", stageJson());
+  }
+  void TearDown() override {
+    window_.reset();
+    model_.reset();
+    fs::remove_all(folder_);
+  }
+
+  std::string writeScene(const std::string& name, const std::string& contents) {
+    const fs::path path = folder_ / name;
+    std::ofstream(path) << contents;
+    return path.string();
+  }
+
+  // Shows the window (which starts the editor) and lets the inspector's stage arrive.
+  EditorWindow& openWindow(bool loadStage = true) {
+    model_ = std::make_unique<editor::EditorModel>(
+        configuration_, editor::EditorModelPorts{scheduler_, scheduler_.background(), preferences_,
+                                                 secrets_, launcher_});
+    window_ = std::make_unique<EditorWindow>(*model_);
+    window_->show();
+    processEventsUntil([&] { return window_->isVisible(); }, 2000);
+    if (loadStage)
+      scheduler_.runBackground();
+    return *window_;
+  }
+
+  void settle() {
+    processEventsUntil([] { return false; }, 20);
+  }
+
+  QStringList rootNames() const {
+    const HierarchyTreeModel& tree = window_->hierarchy().treeModel();
+    QStringList names;
+    for (int row = 0; row < tree.rowCount(); ++row)
+      names << tree.index(row, 0).data().toString();
+    return names;
+  }
+
+  void selectRows(const std::vector<std::string>& paths, const std::string& current) {
+    QTreeView& view = window_->hierarchy().view();
+    HierarchyTreeModel& tree = window_->hierarchy().treeModel();
+    QItemSelection rows;
+    for (const auto& path : paths)
+      rows.select(tree.indexForPath(path), tree.indexForPath(path));
+    view.selectionModel()->select(rows,
+                                  QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+    view.selectionModel()->setCurrentIndex(tree.indexForPath(current),
+                                           QItemSelectionModel::NoUpdate);
+    settle();
+  }
+
+  fs::path folder_;
+  editor::EditorConfiguration configuration_;
+  editor::testing::ManualScheduler scheduler_;
+  editor::InMemoryPreferencesStore preferences_;
+  editor::InMemorySecretStore secrets_;
+  editor::PosixProcessLauncher launcher_;
+  std::unique_ptr<editor::EditorModel> model_;
+  std::unique_ptr<EditorWindow> window_;
+};
+
+TEST_F(EditorWindowTest, FirstShowingLoadsTheLocalStageIntoHierarchyTitleAndStatus) {
+  EditorWindow& window = openWindow(false);
+  EXPECT_EQ(window.hierarchy().emptyStateText(), "No stage loaded");
+  EXPECT_EQ(window.inspector().emptyStateText(), "No stage loaded");
+  EXPECT_EQ(model_->refreshGeneration, 1u) << "the first showing starts the editor once";
+  window.hide();
+  window.show();
+  EXPECT_EQ(model_->refreshGeneration, 1u);
+
+  scheduler_.runBackground();
+  EXPECT_EQ(window.windowTitle(), QString::fromUtf8("scene.usda \u2014 Local"));
+  EXPECT_EQ(window.statusText(), "Loaded composed OpenUSD stage");
+  EXPECT_EQ(rootNames(), (QStringList{"World", "Lights"}));
+  const HierarchyTreeModel& tree = window.hierarchy().treeModel();
+  const QModelIndex world = tree.indexForPath("/World");
+  EXPECT_EQ(tree.rowCount(world), 2);
+  EXPECT_EQ(tree.index(1, HierarchyTreeModel::kTypeColumn, world).data().toString(), "Xform");
+  EXPECT_TRUE(window.hierarchy().view().isExpanded(world)) << "a first stage opens its roots";
+  EXPECT_EQ(window.inspector().emptyStateText(), "Nothing selected");
+  EXPECT_FALSE(window.startupSheet().isVisible());
+  EXPECT_FALSE(window.connectionBanner().isVisible());
+
+  // Without local mode there is no suffix.
+  window_.reset();
+  configuration_.localMode = false;
+  EXPECT_EQ(openWindow().windowTitle(), "scene.usda");
+}
+
+TEST_F(EditorWindowTest, SelectingRowsSelectsPrimsAndFillsTheInspector) {
+  openWindow();
+  selectRows({"/World"}, "/World");
+  const auto& selection = model_->session.sceneSelection.get();
+  EXPECT_EQ(selection.primaryPath, "/World");
+  EXPECT_EQ(selection.paths, (std::vector<std::string>{"/World"}));
+  const QStringList lines = window_->inspector().contentLines();
+  EXPECT_EQ(lines.mid(0, 3), (QStringList{"World", "Xform", "/World"}))
+      << lines.join(" | ").toStdString();
+  EXPECT_TRUE(lines.contains("Transform"));
+  EXPECT_TRUE(lines.contains("position: 0 1.5 -2")) << lines.join(" | ").toStdString();
+  EXPECT_TRUE(lines.contains("Rules")) << "a component's label titles its section";
+  EXPECT_TRUE(lines.contains("paused: Off"));
+  EXPECT_TRUE(lines.contains("Attributes"));
+  EXPECT_TRUE(lines.contains("visibility: inherited"));
+
+  // Several rows: the current row is the primary one.
+  selectRows({"/World", "/Lights/Sun"}, "/Lights/Sun");
+  EXPECT_EQ(model_->session.sceneSelection.get().primaryPath, "/Lights/Sun");
+  EXPECT_EQ(model_->session.sceneSelection.get().paths.size(), 2u);
+  EXPECT_EQ(window_->inspector().contentLines().value(0), "Sun");
+}
+
+TEST_F(EditorWindowTest, TheTreeFollowsSelectionsMadeElsewhereAndKeepsItsShapeAcrossRefreshes) {
+  openWindow();
+  QTreeView& view = window_->hierarchy().view();
+  HierarchyTreeModel& tree = window_->hierarchy().treeModel();
+  model_->selectPrims("/World/Player/Body", {"/World/Player/Body"});
+  settle();
+  const QModelIndex body = tree.indexForPath("/World/Player/Body");
+  EXPECT_TRUE(view.selectionModel()->isRowSelected(body.row(), body.parent()));
+  EXPECT_TRUE(view.isExpanded(tree.indexForPath("/World/Player"))) << "a selection is revealed";
+  EXPECT_EQ(model_->session.sceneSelection.get().paths.size(), 1u) << "nothing was sent back";
+  view.setExpanded(tree.indexForPath("/Lights"), false);
+
+  // The next stage no longer has the selected prim's branch.
+  model_->configuration.scenePath = writeScene("next.usda", stageJson(false));
+  model_->refresh();
+  scheduler_.runBackground();
+  settle();
+  EXPECT_TRUE(model_->session.sceneSelection.get().paths.empty());
+  EXPECT_TRUE(view.selectionModel()->selectedRows().isEmpty());
+  EXPECT_EQ(window_->inspector().emptyStateText(), "Nothing selected");
+  EXPECT_TRUE(view.isExpanded(tree.indexForPath("/World")))
+      << "expanded rows that remain stay open";
+  EXPECT_FALSE(view.isExpanded(tree.indexForPath("/Lights"))) << "collapsed rows stay closed";
+}
+
+TEST_F(EditorWindowTest, TheStartupSheetCoversAHostedLaunchUntilTheProjectResolves) {
+  EXPECT_FALSE(openWindow().startupSheet().isVisible()) << "a local launch never shows the sheet";
+  window_.reset();
+  model_.reset();
+
+  configuration_.projectServerURL = "http://127.0.0.1:9";
+  configuration_.projectId = "demo";
+  configuration_.scenePath = "";
+  EditorWindow& window = openWindow(false);
+  StartupSheet& sheet = window.startupSheet();
+  ASSERT_TRUE(sheet.isVisible());
+  EXPECT_EQ(sheet.title(), "Opening Project");
+  EXPECT_EQ(sheet.message(), "http://127.0.0.1:9");
+  EXPECT_EQ(sheet.geometry(), window.rect()) << "the sheet covers the whole window";
+  EXPECT_FALSE(sheet.primaryButton()->isVisible());
+
+  // An issue replaces the words and brings its actions; Retry starts the editor again.
+  model_->connectionIssue.set(
+      editor::VelkConnectionIssue::classify(0, "server_error", false, {}, "boom"));
+  EXPECT_EQ(sheet.title(), "Velk hit a server problem");
+  ASSERT_TRUE(sheet.primaryButton()->isVisible());
+  EXPECT_EQ(sheet.primaryButton()->text(), "Retry");
+  EXPECT_FALSE(window.connectionBanner().isVisible()) << "the sheet alone tells a start-up issue";
+  const auto generation = model_->initialProjectResolutionGeneration;
+  sheet.primaryButton()->click();
+  EXPECT_EQ(model_->initialProjectResolutionGeneration, generation + 1);
+  EXPECT_FALSE(model_->connectionIssue.get().has_value());
+  EXPECT_EQ(sheet.title(), "Opening Project");
+
+  model_->initialProjectResolved.set(true);
+  EXPECT_FALSE(sheet.isVisible());
+}
+
+TEST_F(EditorWindowTest, AFailedLoadShowsABannerWhoseRetryAndDismissWork) {
+  configuration_.scenePath =
+      writeScene("broken.usda", "#fail 3 broken.usda:4:7: expected '(' after def\n");
+  EditorWindow& window = openWindow();
+  ConnectionBanner& banner = window.connectionBanner();
+  ASSERT_TRUE(banner.isVisible());
+  EXPECT_EQ(banner.title(), "Velk could not complete that request");
+  EXPECT_TRUE(banner.detail().contains("expected '(' after def")) << banner.detail().toStdString();
+  EXPECT_TRUE(window.statusText().startsWith("Refresh failed: "));
+  EXPECT_EQ(window.hierarchy().emptyStateText(), "No stage loaded");
+
+  // Retry asks the inspector again; this time the scene is good.
+  std::ofstream(model_->configuration.scenePath) << stageJson();
+  const auto generation = model_->refreshGeneration;
+  banner.retryButton()->click();
+  EXPECT_EQ(model_->refreshGeneration, generation + 1);
+  EXPECT_FALSE(banner.isVisible());
+  scheduler_.runBackground();
+  EXPECT_EQ(rootNames(), (QStringList{"World", "Lights"}));
+
+  model_->connectionIssue.set(editor::VelkConnectionIssue::classify(0, "", false, {}, "again"));
+  ASSERT_TRUE(banner.isVisible());
+  banner.dismissButton()->click();
+  EXPECT_FALSE(model_->connectionIssue.get().has_value());
+  EXPECT_FALSE(banner.isVisible());
+  EXPECT_EQ(rootNames(), (QStringList{"World", "Lights"})) << "dismissing keeps the stage";
+}
+
+}  // namespace
+}  // namespace orvan::ui

@@ -1,0 +1,98 @@
+// Single-instance link forwarding over a real local socket, with both ends in this process: the
+// "later launch" forwards from another thread while this thread runs the editor's event loop.
+#include <gtest/gtest.h>
+
+#include <unistd.h>
+
+#include <QLocalSocket>
+
+#include <atomic>
+#include <future>
+
+#include "OrvanUsdEditorUI/App/IncomingUrlQueue.h"
+#include "OrvanUsdEditorUI/App/SingleInstance.h"
+#include "QtApplicationEnvironment.h"
+
+namespace orvan::ui {
+namespace {
+
+using testing::processEventsUntil;
+
+QString uniqueName(const char* what) {
+  static std::atomic<int> counter{0};
+  return QStringLiteral("orvan-test-%1-%2-%3").arg(what).arg(::getpid()).arg(counter++);
+}
+
+bool forwardWhileServing(const QString& name, const QString& url) {
+  auto forwarded =
+      std::async(std::launch::async, [=] { return forwardUrlToRunningEditor(name, url); });
+  processEventsUntil(
+      [&] { return forwarded.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
+      10000);
+  return forwarded.get();
+}
+
+TEST(SingleInstanceTest, ALaterLaunchHandsItsLinksToTheRunningEditor) {
+  testing::testApplication();
+  const QString name = uniqueName("forward");
+  QStringList received;
+  UrlForwardingServer server(name, [&](QString url) { received << url; });
+  ASSERT_EQ(server.listen(), UrlForwardingServer::ListenResult::listening);
+
+  EXPECT_TRUE(forwardWhileServing(name, "velk://open?project=demo&scene=main.usda"));
+  EXPECT_TRUE(forwardWhileServing(name, "orvan://auth-callback?code=x"));
+  EXPECT_EQ(received, (QStringList{"velk://open?project=demo&scene=main.usda",
+                                   "orvan://auth-callback?code=x"}));
+
+  // A second editor does not take the name from the first.
+  UrlForwardingServer second(name, [](QString) {});
+  EXPECT_EQ(second.listen(), UrlForwardingServer::ListenResult::anotherEditorIsRunning);
+}
+
+TEST(SingleInstanceTest, WithoutARunningEditorForwardingFailsSoTheLaunchOpensItself) {
+  testing::testApplication();
+  EXPECT_FALSE(forwardUrlToRunningEditor(uniqueName("nobody"), "velk://open", 500));
+}
+
+TEST(SingleInstanceTest, AnOversizedLineIsDroppedAndTheServerKeepsServing) {
+  testing::testApplication();
+  const QString name = uniqueName("oversized");
+  QStringList received;
+  UrlForwardingServer server(name, [&](QString url) { received << url; });
+  ASSERT_EQ(server.listen(), UrlForwardingServer::ListenResult::listening);
+
+  QLocalSocket flood;
+  flood.connectToServer(name);
+  ASSERT_TRUE(flood.waitForConnected(2000));
+  flood.write(QByteArray(UrlForwardingServer::kMaximumLineBytes + 1024, 'x'));
+  EXPECT_TRUE(processEventsUntil(
+      [&] {
+        if (flood.state() == QLocalSocket::ConnectedState)
+          flood.waitForBytesWritten(10);
+        return flood.state() == QLocalSocket::UnconnectedState;
+      },
+      5000))
+      << "the flooding connection is closed";
+  EXPECT_TRUE(received.isEmpty());
+
+  EXPECT_TRUE(forwardWhileServing(name, "velk://open"));
+  EXPECT_EQ(received, QStringList{"velk://open"});
+}
+
+TEST(IncomingUrlQueueTest, KeepsLinksInOrderAndRecognisesBothSchemes) {
+  EXPECT_TRUE(isEditorUrl("velk://open"));
+  EXPECT_TRUE(isEditorUrl("ORVAN://open"));
+  EXPECT_FALSE(isEditorUrl("https://velk.example/editor"));
+  EXPECT_FALSE(isEditorUrl("--scene"));
+  EXPECT_EQ(loggableUrl("velk://auth-callback?code=secret"), "velk://auth-callback")
+      << "a sign-in code never reaches the log";
+
+  IncomingUrlQueue queue;
+  queue.push("velk://a", "test");
+  queue.push("velk://b", "test");
+  EXPECT_EQ(queue.takeAll(), (std::vector<std::string>{"velk://a", "velk://b"}));
+  EXPECT_TRUE(queue.pending().empty());
+}
+
+}  // namespace
+}  // namespace orvan::ui
