@@ -20,6 +20,8 @@
 
 #include <fmt/format.h>
 
+#include "Platform/ProcessOutputCapture.h"
+
 extern char** environ;
 
 namespace orvan::editor {
@@ -234,20 +236,15 @@ class SigpipeGuard {
 struct StreamReader {
   OutputStreamOptions options;
   UniqueFd fd;
-  // Capture mode, guarded by the monitor's mutex: the buffer may grow to twice the limit before
-  // the oldest bytes are cut, so that a flood costs amortised constant work per byte.
-  std::string capture;
-  std::size_t totalBytes = 0;
+  // Capture mode; read by other threads through the handle.
+  std::unique_ptr<ProcessOutputCapture> capture;
   // Line mode, monitor thread only.
   std::string pendingLine;
   bool skippingRestOfLine = false;
 
   bool isOpen() const { return fd.isValid(); }
-  bool isTruncated() const { return totalBytes > options.captureLimitBytes; }
-  std::string captureSnapshot() const {
-    const std::size_t keep = std::min(capture.size(), options.captureLimitBytes);
-    return capture.substr(capture.size() - keep);
-  }
+  bool isTruncated() const { return capture && capture->isTruncated(); }
+  std::string captureSnapshot() const { return capture ? capture->snapshot() : std::string(); }
 };
 
 struct Subprocess::Monitor {
@@ -371,14 +368,7 @@ struct Subprocess::Monitor {
     }
   }
 
-  void appendCapture(StreamReader& stream, std::string_view data) {
-    std::lock_guard lock(mutex);
-    stream.totalBytes += data.size();
-    stream.capture.append(data);
-    const std::size_t limit = stream.options.captureLimitBytes;
-    if (stream.capture.size() > 2 * limit)
-      stream.capture.erase(0, stream.capture.size() - limit);
-  }
+  void appendCapture(StreamReader& stream, std::string_view data) { stream.capture->append(data); }
 
   void splitLines(StreamReader& stream, std::string_view data) {
     const std::size_t maxBytes = std::max<std::size_t>(1, stream.options.maxLineBytes);
@@ -564,6 +554,10 @@ Result<std::unique_ptr<Subprocess>> Subprocess::launch(ProcessLaunchOptions opti
   monitor->onExit = std::move(options.onExit);
   monitor->out.options = std::move(options.standardOutput);
   monitor->err.options = std::move(options.standardError);
+  // Made before the monitor thread starts, so that readers never race its creation.
+  for (StreamReader* stream : {&monitor->out, &monitor->err}) {
+    stream->capture = std::make_unique<ProcessOutputCapture>(stream->options.captureLimitBytes);
+  }
   monitor->err.fd = std::move((*errPipe)[0]);
   setNonBlocking(monitor->err.fd.get());
   UniqueFd pulledStdout;
@@ -672,25 +666,13 @@ Result<std::string> Subprocess::readStdout(std::size_t maxBytes) {
   }
 }
 
-std::string Subprocess::capturedStdout() const {
-  std::lock_guard lock(monitor_->mutex);
-  return monitor_->out.captureSnapshot();
-}
+std::string Subprocess::capturedStdout() const { return monitor_->out.captureSnapshot(); }
 
-std::string Subprocess::capturedStderr() const {
-  std::lock_guard lock(monitor_->mutex);
-  return monitor_->err.captureSnapshot();
-}
+std::string Subprocess::capturedStderr() const { return monitor_->err.captureSnapshot(); }
 
-bool Subprocess::isStdoutTruncated() const {
-  std::lock_guard lock(monitor_->mutex);
-  return monitor_->out.isTruncated();
-}
+bool Subprocess::isStdoutTruncated() const { return monitor_->out.isTruncated(); }
 
-bool Subprocess::isStderrTruncated() const {
-  std::lock_guard lock(monitor_->mutex);
-  return monitor_->err.isTruncated();
-}
+bool Subprocess::isStderrTruncated() const { return monitor_->err.isTruncated(); }
 
 bool Subprocess::isRunning() const {
   std::lock_guard lock(monitor_->mutex);
