@@ -206,7 +206,6 @@ TEST_F(CurlHttpClientTest, AnswersCarryStatusHeadersAndBody) {
   ASSERT_TRUE(failed.result && failed.result->ok());
   EXPECT_EQ((*failed.result)->statusCode, 500);
   EXPECT_EQ((*failed.result)->body, "boom");
-  EXPECT_EQ(fresh.completions + notModified.completions + failed.completions, 3);
 }
 
 TEST_F(CurlHttpClientTest, MethodsAndBodiesReachTheServerAsGiven) {
