@@ -42,7 +42,7 @@ struct StoreFactory {
   std::function<std::unique_ptr<SecretStore>(const fs::path& file)> make;
 };
 
-class SecretStoreContractTest : public ::testing::TestWithParam<StoreFactory> {
+class FileSecretStoreTest : public ::testing::Test {
  protected:
   void SetUp() override { folder_ = makeTemporaryFolder(); }
   void TearDown() override { fs::remove_all(folder_); }
@@ -50,6 +50,9 @@ class SecretStoreContractTest : public ::testing::TestWithParam<StoreFactory> {
 
   fs::path folder_;
 };
+
+class SecretStoreContractTest : public FileSecretStoreTest,
+                                public ::testing::WithParamInterface<StoreFactory> {};
 
 TEST_P(SecretStoreContractTest, SecretsAreFiledByServiceAndAccount) {
   auto store = GetParam().make(file());
@@ -92,15 +95,6 @@ INSTANTIATE_TEST_SUITE_P(
                            .useSecretService = false, .fallbackFile = file});
                      }}),
     [](const auto& info) { return info.param.name; });
-
-class FileSecretStoreTest : public ::testing::Test {
- protected:
-  void SetUp() override { folder_ = makeTemporaryFolder(); }
-  void TearDown() override { fs::remove_all(folder_); }
-  fs::path file() const { return folder_ / "velk" / "secrets.json"; }
-
-  fs::path folder_;
-};
 
 TEST_F(FileSecretStoreTest, FallbackFileIsPrivateAndOutlivesTheStore) {
   {
