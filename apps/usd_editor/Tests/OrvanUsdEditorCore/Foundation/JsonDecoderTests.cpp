@@ -208,7 +208,6 @@ TEST(JsonDecoderIntegers, ValuesThatAreNotExactIntegersOfTheMemberTypeFail) {
   EXPECT_EQ(asset("18446744073709551616"), "integer out of range at id");
   EXPECT_EQ(asset("-1"), "expected unsigned integer at id");
   EXPECT_EQ(asset("1.0"), "expected unsigned integer at id");
-  EXPECT_EQ(asset("1e3"), "expected unsigned integer at id");
   EXPECT_EQ(asset("\"12\""), "expected unsigned integer at id");
 
   auto depth = [](std::string_view value) {
@@ -225,7 +224,6 @@ TEST(JsonDecoderIntegers, DoublesAcceptIntegers) {
   const Result<TestAsset> asset = decodeJson<TestAsset>(R"({"id":1,"roughness":1})");
   ASSERT_TRUE(asset.ok()) << asset.error().description;
   EXPECT_EQ(asset->roughness, 1.0);
-  EXPECT_EQ(problemOf<TestAsset>(R"({"id":1,"roughness":"1"})"), "expected number at roughness");
 }
 
 TEST(JsonDecoderHook, SeesWhichKeysWerePresentAndCanRejectTheRecord) {
