@@ -17,6 +17,7 @@
 
 #include "Foundation/EventLoop.h"
 #include "Support/ManualScheduler.h"
+#include "Support/TemporaryFolder.h"
 
 namespace orvan::editor {
 namespace {
@@ -293,20 +294,6 @@ TEST_F(CurlHttpClientTest, AnswersNotYetDeliveredYieldToCancelAndToDestruction) 
   EXPECT_EQ(inFlight.completions, 0);
 }
 
-class TemporaryFile {
- public:
-  explicit TemporaryFile(const std::string& contents)
-      : path_(std::filesystem::temp_directory_path() /
-              ("orvan-upload-" + std::to_string(::getpid()) + ".bin")) {
-    std::ofstream(path_, std::ios::binary) << contents;
-  }
-  ~TemporaryFile() { std::filesystem::remove(path_); }
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
-
 std::string uploadPayload() {
   std::string payload(8 << 20, '\0');
   for (std::size_t i = 0; i < payload.size(); ++i)
@@ -339,9 +326,10 @@ TEST_F(CurlHttpClientTest, UploadsFromMemoryAndFromFileReportProgressUpToOne) {
   EXPECT_FALSE(lastReceived().has_header("Expect"));
   expectRisingToOne(memoryOutcome);
 
-  const TemporaryFile file(payload);
+  const testing::TemporaryFolder folder;
+  const std::filesystem::path file = folder.write("upload.bin", payload);
   HttpRequest fromFile = request("PUT", server.url("/record"));
-  fromFile.body = HttpFileBody{file.path()};
+  fromFile.body = HttpFileBody{file};
   const Outcome fileOutcome = fetch(fromFile);
   ASSERT_TRUE(fileOutcome.result && fileOutcome.result->ok());
   EXPECT_EQ(lastReceived().body, payload);
@@ -349,7 +337,7 @@ TEST_F(CurlHttpClientTest, UploadsFromMemoryAndFromFileReportProgressUpToOne) {
   expectRisingToOne(fileOutcome);
 
   HttpRequest missing = request("POST", server.url("/record"));
-  missing.body = HttpFileBody{file.path().string() + ".missing"};
+  missing.body = HttpFileBody{file.string() + ".missing"};
   const Outcome missingOutcome = fetch(missing);
   EXPECT_THAT(missingOutcome.errorCode(), Optional(Error::kTransportFailed));
   EXPECT_THAT(missingOutcome.result->error().description, HasSubstr(".missing"));

@@ -10,6 +10,7 @@
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
 #include "Support/ManualScheduler.h"
+#include "Support/TemporaryFolder.h"
 
 namespace orvan::editor {
 namespace {
@@ -29,21 +30,12 @@ std::string stageJson(const std::string& rootName) {
 class EditorModelLocalRefreshTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    folder_ = fs::temp_directory_path() / ("orvan-local-refresh-" + std::to_string(::getpid()));
-    fs::create_directories(folder_);
     configuration_.projectServerURL = "";
     configuration_.inspectorPath = ORVAN_FAKE_INSPECTOR_PATH;
     configuration_.scenePath = scene("scene.usda", stageJson("World"));
   }
-  void TearDown() override {
-    model_.reset();
-    fs::remove_all(folder_);
-  }
-
   std::string scene(const std::string& name, const std::string& contents) {
-    const fs::path path = folder_ / name;
-    std::ofstream(path) << contents;
-    return path.string();
+    return folder_.write(name, contents).string();
   }
 
   EditorModel& model() {
@@ -69,7 +61,7 @@ class EditorModelLocalRefreshTest : public ::testing::Test {
     return names;
   }
 
-  fs::path folder_;
+  testing::TemporaryFolder folder_;
   EditorConfiguration configuration_;
   testing::ManualScheduler scheduler_;
   InMemoryPreferencesStore preferences_;

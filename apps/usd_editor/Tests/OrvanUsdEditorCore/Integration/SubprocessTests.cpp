@@ -15,6 +15,7 @@
 
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/Subprocess.h"
+#include "Support/TemporaryFolder.h"
 
 namespace orvan::editor {
 
@@ -322,11 +323,8 @@ TEST(SubprocessTerminateTest, DroppingARunningHandleLeavesNoZombieAndNoDescripto
 }
 
 TEST(SubprocessLaunchTest, UnlaunchableFilesGiveClearErrors) {
-  const auto directory =
-      std::filesystem::temp_directory_path() / ("orvan-subprocess-" + std::to_string(::getpid()));
-  std::filesystem::create_directories(directory);
-  const auto plain = directory / "plain.txt";
-  std::ofstream(plain) << "#!/bin/sh\necho hi\n";
+  const testing::TemporaryFolder directory;
+  const auto plain = directory.write("plain.txt", "#!/bin/sh\necho hi\n");
   ::chmod(plain.c_str(), 0644);
 
   struct Case {
@@ -335,7 +333,7 @@ TEST(SubprocessLaunchTest, UnlaunchableFilesGiveClearErrors) {
   };
   for (const Case& c :
        {Case{(directory / "missing").string(), "no such file"},
-        Case{plain.string(), "not executable"}, Case{directory.string(), "not a regular file"},
+        Case{plain.string(), "not executable"}, Case{directory.path().string(), "not a regular file"},
         Case{"", "no executable"}}) {
     SCOPED_TRACE(c.path);
     EXPECT_FALSE(Subprocess::isExecutableFile(c.path));
@@ -351,7 +349,6 @@ TEST(SubprocessLaunchTest, UnlaunchableFilesGiveClearErrors) {
   auto badName = fakeHelper({"exit", "0"});
   badName.environment = {{"A=B", "c"}};
   EXPECT_FALSE(Subprocess::launch(badName));
-  std::filesystem::remove_all(directory);
 }
 
 TEST(SubprocessLaunchTest, TheLauncherPortRunsRealChildren) {
