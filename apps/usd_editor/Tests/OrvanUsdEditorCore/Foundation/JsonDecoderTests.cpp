@@ -258,9 +258,7 @@ TEST_P(JsonDecoderMalformed, GivesAMalformedError) {
 
 INSTANTIATE_TEST_SUITE_P(
     Documents, JsonDecoderMalformed,
-    ::testing::Values("", "   ", "{", R"({"revision":1,"stage":{"sceneUri":"s","prims":[)",
-                      R"({"revision":1,"stage":{"sceneUri":"s)",
-                      R"({"revision":1,"stage":{"sceneUri":"s","prims":[]}} x)",
+    ::testing::Values("   ", R"({"revision":1,"stage":{"sceneUri":"s","prims":[]}} x)",
                       R"({"revision":1,"stage":{"sceneUri":"s","prims":[]}}{})",
                       R"({"revision":1,"stage":{"sceneUri":"s","prims":[]}}})",
                       "{\"revision\":1,\"stage\":{\"sceneUri\":\"\xC3\x28\",\"prims\":[]}}",
@@ -270,6 +268,7 @@ INSTANTIATE_TEST_SUITE_P(
                       R"({"revision":1 "stage":{}})", R"({"revision":tru})", R"({"revision":01})",
                       R"({revision:1})"));
 
+// Also what the malformed documents above would be: empty, cut inside an object, array or string.
 TEST(JsonDecoderMalformedInput, EveryTruncationOfAValidDocumentFails) {
   const std::string document =
       R"({"revision":3,"stage":{"sceneUri":"s","prims":[{"path":"/A","name":"A","active":true,)"
@@ -281,6 +280,7 @@ TEST(JsonDecoderMalformedInput, EveryTruncationOfAValidDocumentFails) {
         decodeJson<TestStageResponse>(std::string_view(document).substr(0, length));
     ASSERT_FALSE(result.ok()) << "length " << length;
     EXPECT_EQ(result.error().domain, Error::kJsonDomain);
+    EXPECT_EQ(result.error().code, kJsonMalformed) << result.error().description;
   }
 }
 
