@@ -22,6 +22,10 @@ namespace orvan::editor {
 void PrintTo(const ExitStatus& status, std::ostream* out) {
   *out << status.describe();
 }
+void PrintTo(const OutputLine& line, std::ostream* out) {
+  *out << '"' << line.text.substr(0, 40) << (line.text.size() > 40 ? "...\"" : "\"")
+       << (line.truncated ? " truncated" : "") << (line.endedAtEndOfStream ? " at end" : "");
+}
 
 namespace {
 
