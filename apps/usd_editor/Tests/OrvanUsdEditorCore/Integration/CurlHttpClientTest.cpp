@@ -85,8 +85,8 @@ struct Outcome {
     if (!result)
       return "<no completion>";
     if (!result->ok())
-      return "<error " + std::to_string(result->error().code) + ": " +
-             result->error().description + ">";
+      return "<error " + std::to_string(result->error().code) + ": " + result->error().description +
+             ">";
     return std::to_string((*result)->statusCode) + " " + (*result)->body;
   }
   std::optional<std::int64_t> errorCode() const {

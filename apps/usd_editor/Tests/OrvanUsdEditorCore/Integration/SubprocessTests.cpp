@@ -337,8 +337,8 @@ TEST(SubprocessLaunchTest, UnlaunchableFilesGiveClearErrors) {
   };
   for (const Case& c :
        {Case{(directory / "missing").string(), "no such file"},
-        Case{plain.string(), "not executable"}, Case{directory.path().string(), "not a regular file"},
-        Case{"", "no executable"}}) {
+        Case{plain.string(), "not executable"},
+        Case{directory.path().string(), "not a regular file"}, Case{"", "no executable"}}) {
     SCOPED_TRACE(c.path);
     EXPECT_FALSE(Subprocess::isExecutableFile(c.path));
     auto launched = Subprocess::launch(optionsFor(c.path));

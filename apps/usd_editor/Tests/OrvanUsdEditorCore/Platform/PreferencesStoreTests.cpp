@@ -20,7 +20,9 @@ namespace fs = std::filesystem;
 
 class PreferencesFileTest : public ::testing::Test {
  protected:
-  void writeFileText(const std::string& text) const { folder_.write("velk/preferences.json", text); }
+  void writeFileText(const std::string& text) const {
+    folder_.write("velk/preferences.json", text);
+  }
   std::vector<std::string> folderEntries() const {
     std::vector<std::string> names;
     for (const auto& entry : fs::directory_iterator(file_.parent_path())) {
