@@ -4,28 +4,26 @@ namespace orvan::editor::testing {
 
 namespace {
 
-std::string parentOf(const std::string& path) {
+// The fields a tree node and a flat detail share, taken from the path.
+template <class Prim>
+Prim named(const std::string& path, const std::string& typeName) {
+  Prim prim;
+  prim.path = path;
+  prim.name = path.substr(path.rfind('/') + 1);
+  prim.typeName = typeName;
   const auto slash = path.rfind('/');
-  return slash == 0 ? "/" : path.substr(0, slash);
+  prim.parent = slash == 0 ? "/" : path.substr(0, slash);
+  return prim;
 }
 
 UsdPrimNode makeNode(const std::string& path, const std::string& typeName) {
-  UsdPrimNode node;
-  node.path = path;
-  node.name = path.substr(path.rfind('/') + 1);
-  node.typeName = typeName;
-  node.parent = parentOf(path);
-  return node;
+  return named<UsdPrimNode>(path, typeName);
 }
 
 }  // namespace
 
 UsdPrimDetail makePrimDetail(const std::string& path, const std::string& typeName) {
-  UsdPrimDetail detail;
-  detail.path = path;
-  detail.name = path.substr(path.rfind('/') + 1);
-  detail.typeName = typeName;
-  detail.parent = parentOf(path);
+  UsdPrimDetail detail = named<UsdPrimDetail>(path, typeName);
   detail.entityPath = path;
   detail.entityId = std::hash<std::string>{}(path);
   return detail;

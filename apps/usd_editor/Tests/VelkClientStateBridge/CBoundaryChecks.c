@@ -80,13 +80,13 @@ static void check_null_switch(VelkCheckState* state) {
   velk_client_switch_destroy(NULL);
 }
 
+/* The coordinator's own rules are tested in C++, also through this boundary; here only what the
+ * boundary adds: NULL fields, the integer flag, and answers for ids of no running switch. */
 void velk_c_check_switch(VelkCheckState* state) {
   VelkClientSwitch* handle = velk_client_switch_create();
   VelkClientTarget* initial = velk_client_switch_visible_target_copy(handle);
-  VelkClientTarget* during = NULL;
   VelkClientTarget* after = NULL;
   VelkClientTarget* kept = NULL;
-  uint64_t project_switch = 0;
   uint64_t workspace_switch = 0;
   uint64_t hidden_switch = 0;
 
@@ -97,27 +97,14 @@ void velk_c_check_switch(VelkCheckState* state) {
 
   CHECK(state, velk_client_switch_reset_active(handle, "https://s", "p1", NULL, "a.usda", NULL,
                                                NULL) == 1);
-  project_switch =
-      velk_client_switch_begin_target(handle, "https://s", "p2", NULL, "b.usda", NULL, NULL, 0);
-  CHECK(state, project_switch == 2);
-  CHECK(state, velk_client_switch_target_is_current(handle, project_switch) == 1);
-  CHECK(state, velk_client_switch_preserves_presented_content(handle, project_switch) == 0);
-
   workspace_switch =
       velk_client_switch_begin_target(handle, "https://s/", "p1", NULL, "a.usda", "dev", NULL, 0);
-  CHECK(state, workspace_switch == 3);
-  CHECK(state, velk_client_switch_target_is_current(handle, project_switch) == 0);
-  CHECK(state, velk_client_switch_preserves_presented_content(handle, project_switch) == 0);
+  CHECK(state, workspace_switch == 2);
+  CHECK(state, velk_client_switch_target_is_current(handle, workspace_switch) == 1);
   CHECK(state, velk_client_switch_preserves_presented_content(handle, workspace_switch) == 1);
-  CHECK(state, velk_client_switch_accept_target(handle, project_switch, "https://s", "p2", NULL,
-                                                "b.usda", NULL, NULL) == 0);
-  CHECK(state, velk_client_switch_fail_target(handle, project_switch) == 0);
-
-  during = velk_client_switch_visible_target_copy(handle);
-  CHECK(state, same(velk_client_target_workspace(during), "dev"));
   CHECK(state, velk_client_switch_accept_target(handle, workspace_switch, "https://s", "p1", NULL,
                                                 NULL, "dev", "L") == 1);
-  CHECK(state, velk_client_switch_target_is_current(handle, workspace_switch) == 0);
+  CHECK(state, velk_client_switch_preserves_presented_content(handle, workspace_switch) == 0);
   after = velk_client_switch_visible_target_copy(handle);
   CHECK(state, same(velk_client_target_scene_uri(after), "a.usda"));
   CHECK(state, same(velk_client_target_active_layer(after), "L"));
@@ -126,17 +113,14 @@ void velk_c_check_switch(VelkCheckState* state) {
   /* A switch that keeps the active scope on screen can't be accepted, only failed. */
   hidden_switch =
       velk_client_switch_begin_target(handle, "https://s", "p3", NULL, "c.usda", NULL, NULL, 1);
-  CHECK(state, hidden_switch == 4);
   CHECK(state, velk_client_switch_accept_target(handle, hidden_switch, "https://s", "p3", NULL,
                                                 "c.usda", NULL, NULL) == 0);
   kept = velk_client_switch_visible_target_copy(handle);
   CHECK(state, same(velk_client_target_project_id(kept), "p1"));
   CHECK(state, velk_client_switch_fail_target(handle, hidden_switch) == 1);
   CHECK(state, velk_client_switch_fail_target(handle, hidden_switch) == 0);
-  CHECK(state, velk_client_switch_target_is_current(handle, 0) == 0);
 
   velk_client_target_destroy(initial);
-  velk_client_target_destroy(during);
   velk_client_target_destroy(after);
   velk_client_target_destroy(kept);
   velk_client_switch_destroy(handle);
@@ -146,8 +130,6 @@ void velk_c_check_copy_and_states(VelkCheckState* state) {
   CHECK(state, same(velk_client_destination_copy(0, 0), "Projects"));
   CHECK(state, same(velk_client_destination_copy(7, 0), "Workspaces"));
   CHECK(state, same(velk_client_destination_copy(-1, 10), "New Workspace"));
-  CHECK(state, same(velk_client_destination_copy(1, 11), ""));
-  CHECK(state, same(velk_client_destination_copy(0, -5), ""));
 
   CHECK(state, velk_connection_classify(0, NULL, 0) == 9);
   CHECK(state, velk_connection_classify(401, "project_access_denied", 0) == 3);
@@ -164,8 +146,6 @@ void velk_c_check_copy_and_states(VelkCheckState* state) {
   CHECK(state, velk_client_state_primary_action(4) == 3);
   CHECK(state, velk_client_state_secondary_action(4) == 4);
   CHECK(state, velk_client_state_primary_action(-3) == 2);
-  CHECK(state, velk_client_state_retryable(1) == 1);
-  CHECK(state, velk_client_state_blocks_project(1) == 0);
   CHECK(state, velk_client_state_retryable(8) == 0);
   CHECK(state, velk_client_state_blocks_project(8) == 1);
 }

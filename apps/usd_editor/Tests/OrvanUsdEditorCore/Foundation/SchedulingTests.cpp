@@ -121,6 +121,7 @@ TEST(TaskTest, ReplyAfterOwnerDiedIsDroppedByWeakLifetime) {
   int applied = 0;
   auto owner = std::make_unique<LifetimeToken>();
   WeakLifetime weak = owner->weak();
+  ASSERT_TRUE(weak.isAlive());
   postTaskAndReply(
       scheduler.background(), scheduler, [](std::stop_token) { return 1; },
       [&applied, weak](int value) {

@@ -66,12 +66,6 @@ TEST(LoggingTest, DiagnosticFlagIsOffOnlyForUnsetEmptyZeroOrFalse) {
   EXPECT_FALSE(isDiagnosticFlagEnabled("ORVAN_TEST_ONLY_TIMING"));
 }
 
-}  // namespace
-}  // namespace orvan::editor
-
-namespace orvan::editor {
-namespace {
-
 TEST(LoggingTest, TextTailKeepsTheEndAndNeverSplitsACharacter) {
   EXPECT_EQ(textTail("short", 10), "short");
   EXPECT_EQ(textTail("0123456789", 4), "…6789");

@@ -17,6 +17,7 @@
 
 #include "Foundation/EventLoop.h"
 #include "Support/ManualScheduler.h"
+#include "Support/TemporaryFolder.h"
 
 namespace orvan::editor {
 namespace {
@@ -78,6 +79,15 @@ struct Outcome {
       ++completions;
       result = std::move(received);
     };
+  }
+  // "<status> <body>" of an answer, or what went wrong instead.
+  std::string answer() const {
+    if (!result)
+      return "<no completion>";
+    if (!result->ok())
+      return "<error " + std::to_string(result->error().code) + ": " + result->error().description +
+             ">";
+    return std::to_string((*result)->statusCode) + " " + (*result)->body;
   }
   std::optional<std::int64_t> errorCode() const {
     if (!result || result->ok())
@@ -189,43 +199,26 @@ TEST_F(CurlHttpClientTest, AnswersCarryStatusHeadersAndBody) {
   first.headers.push_back({"X-Request", "abc"});
   const Outcome fresh = fetch(first);
   ASSERT_TRUE(fresh.result && fresh.result->ok());
-  EXPECT_EQ((*fresh.result)->statusCode, 200);
+  EXPECT_EQ(fresh.answer(), "200 hello");
   EXPECT_THAT((*fresh.result)->header("etag"), Optional(std::string("\"v1\"")));
   EXPECT_THAT((*fresh.result)->header("X-ECHO"), Optional(std::string("abc")));
-  EXPECT_EQ((*fresh.result)->body, "hello");
 
   // Neither "not modified" nor a server failure is a transport error.
   HttpRequest revalidation = request("GET", server.url("/etag"));
   revalidation.setHeader("If-None-Match", "\"v1\"");
-  const Outcome notModified = fetch(revalidation);
-  ASSERT_TRUE(notModified.result && notModified.result->ok());
-  EXPECT_EQ((*notModified.result)->statusCode, 304);
-  EXPECT_EQ((*notModified.result)->body, "");
-
-  const Outcome failed = fetch(request("GET", server.url("/fail")));
-  ASSERT_TRUE(failed.result && failed.result->ok());
-  EXPECT_EQ((*failed.result)->statusCode, 500);
-  EXPECT_EQ((*failed.result)->body, "boom");
-  EXPECT_EQ(fresh.completions + notModified.completions + failed.completions, 3);
+  EXPECT_EQ(fetch(revalidation).answer(), "304 ");
+  EXPECT_EQ(fetch(request("GET", server.url("/fail"))).answer(), "500 boom");
 }
 
 TEST_F(CurlHttpClientTest, MethodsAndBodiesReachTheServerAsGiven) {
   HttpRequest put = request("PUT", server.url("/record"));
   put.body = std::string("data");
   put.headers.push_back({"Content-Type", "application/json"});
-  const Outcome putOutcome = fetch(put);
-  ASSERT_TRUE(putOutcome.result && putOutcome.result->ok());
-  EXPECT_EQ((*putOutcome.result)->body, "PUT:data");
+  EXPECT_EQ(fetch(put).answer(), "200 PUT:data");
   EXPECT_EQ(lastReceived().get_header_value("Content-Type"), "application/json");
-
-  const Outcome deleted = fetch(request("DELETE", server.url("/record")));
-  ASSERT_TRUE(deleted.result && deleted.result->ok());
-  EXPECT_EQ((*deleted.result)->body, "DELETE:");
-
+  EXPECT_EQ(fetch(request("DELETE", server.url("/record"))).answer(), "200 DELETE:");
   // An empty POST sends no made-up form type.
-  const Outcome posted = fetch(request("POST", server.url("/record")));
-  ASSERT_TRUE(posted.result && posted.result->ok());
-  EXPECT_EQ((*posted.result)->body, "POST:");
+  EXPECT_EQ(fetch(request("POST", server.url("/record"))).answer(), "200 POST:");
   EXPECT_FALSE(lastReceived().has_header("Content-Type"));
 }
 
@@ -243,15 +236,12 @@ TEST_F(CurlHttpClientTest, TimeOutEndsOnlyItsOwnSilentRequest) {
 
   server.released = true;
   ASSERT_TRUE(loop.runUntil([&] { return patient.done(); }, kPatience));
-  ASSERT_TRUE(patient.result->ok());
-  EXPECT_EQ((*patient.result)->body, "late");
+  EXPECT_EQ(patient.answer(), "200 late");
 
   // The limit is on silence, not on the whole exchange.
   HttpRequest slow = request("GET", server.url("/trickle"));
   slow.timeout = 300ms;
-  const Outcome trickled = fetch(slow);
-  ASSERT_TRUE(trickled.result && trickled.result->ok()) << trickled.result->error().description;
-  EXPECT_EQ((*trickled.result)->body, std::string(15, 'x'));
+  EXPECT_EQ(fetch(slow).answer(), "200 " + std::string(15, 'x'));
 }
 
 TEST_F(CurlHttpClientTest, CancellationIsDeliveredOnceAndTheLateAnswerNever) {
@@ -267,8 +257,7 @@ TEST_F(CurlHttpClientTest, CancellationIsDeliveredOnceAndTheLateAnswerNever) {
 
   // Let the server answer, and let a later request pass through the same session.
   server.released = true;
-  const Outcome later = fetch(request("GET", server.url("/etag")));
-  ASSERT_TRUE(later.result && later.result->ok());
+  EXPECT_EQ(fetch(request("GET", server.url("/etag"))).answer(), "200 hello");
   loop.runUntil([] { return false; }, 100ms);
   EXPECT_EQ(cancelled.completions, 1);
   EXPECT_TRUE(cancelled.result->error().isCancellation());
@@ -305,20 +294,6 @@ TEST_F(CurlHttpClientTest, AnswersNotYetDeliveredYieldToCancelAndToDestruction) 
   EXPECT_EQ(inFlight.completions, 0);
 }
 
-class TemporaryFile {
- public:
-  explicit TemporaryFile(const std::string& contents)
-      : path_(std::filesystem::temp_directory_path() /
-              ("orvan-upload-" + std::to_string(::getpid()) + ".bin")) {
-    std::ofstream(path_, std::ios::binary) << contents;
-  }
-  ~TemporaryFile() { std::filesystem::remove(path_); }
-  const std::filesystem::path& path() const { return path_; }
-
- private:
-  std::filesystem::path path_;
-};
-
 std::string uploadPayload() {
   std::string payload(8 << 20, '\0');
   for (std::size_t i = 0; i < payload.size(); ++i)
@@ -351,9 +326,10 @@ TEST_F(CurlHttpClientTest, UploadsFromMemoryAndFromFileReportProgressUpToOne) {
   EXPECT_FALSE(lastReceived().has_header("Expect"));
   expectRisingToOne(memoryOutcome);
 
-  const TemporaryFile file(payload);
+  const testing::TemporaryFolder folder;
+  const std::filesystem::path file = folder.write("upload.bin", payload);
   HttpRequest fromFile = request("PUT", server.url("/record"));
-  fromFile.body = HttpFileBody{file.path()};
+  fromFile.body = HttpFileBody{file};
   const Outcome fileOutcome = fetch(fromFile);
   ASSERT_TRUE(fileOutcome.result && fileOutcome.result->ok());
   EXPECT_EQ(lastReceived().body, payload);
@@ -361,7 +337,7 @@ TEST_F(CurlHttpClientTest, UploadsFromMemoryAndFromFileReportProgressUpToOne) {
   expectRisingToOne(fileOutcome);
 
   HttpRequest missing = request("POST", server.url("/record"));
-  missing.body = HttpFileBody{file.path().string() + ".missing"};
+  missing.body = HttpFileBody{file.string() + ".missing"};
   const Outcome missingOutcome = fetch(missing);
   EXPECT_THAT(missingOutcome.errorCode(), Optional(Error::kTransportFailed));
   EXPECT_THAT(missingOutcome.result->error().description, HasSubstr(".missing"));
@@ -395,8 +371,7 @@ TEST_F(CurlHttpClientTest, ManyConcurrentRequestsEachGetTheirOwnAnswer) {
       },
       kPatience));
   for (int i = 0; i < kRequests; ++i) {
-    ASSERT_TRUE(outcomes[i].result->ok()) << outcomes[i].result->error().description;
-    EXPECT_EQ((*outcomes[i].result)->body, std::to_string(i));
+    EXPECT_EQ(outcomes[i].answer(), "200 " + std::to_string(i));
     EXPECT_EQ(outcomes[i].completions, 1);
   }
 }

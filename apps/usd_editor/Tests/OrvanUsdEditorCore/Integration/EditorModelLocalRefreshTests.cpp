@@ -10,6 +10,7 @@
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
 #include "Support/ManualScheduler.h"
+#include "Support/TemporaryFolder.h"
 
 namespace orvan::editor {
 namespace {
@@ -29,21 +30,12 @@ std::string stageJson(const std::string& rootName) {
 class EditorModelLocalRefreshTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    folder_ = fs::temp_directory_path() / ("orvan-local-refresh-" + std::to_string(::getpid()));
-    fs::create_directories(folder_);
     configuration_.projectServerURL = "";
     configuration_.inspectorPath = ORVAN_FAKE_INSPECTOR_PATH;
     configuration_.scenePath = scene("scene.usda", stageJson("World"));
   }
-  void TearDown() override {
-    model_.reset();
-    fs::remove_all(folder_);
-  }
-
   std::string scene(const std::string& name, const std::string& contents) {
-    const fs::path path = folder_ / name;
-    std::ofstream(path) << contents;
-    return path.string();
+    return folder_.write(name, contents).string();
   }
 
   EditorModel& model() {
@@ -55,13 +47,21 @@ class EditorModelLocalRefreshTest : public ::testing::Test {
     return *model_;
   }
 
+  // Runs a refresh to its end, of a new scene file when one is given.
+  void refreshNow(const std::string& name = "", const std::string& contents = "") {
+    if (!name.empty())
+      model().configuration.scenePath = scene(name, contents);
+    model().refresh();
+    scheduler_.runBackground();
+  }
+
   std::vector<std::string> rootNames() const {
     std::vector<std::string> names;
     for (const auto& node : model_->currentStage().rootPrims) names.push_back(node.name);
     return names;
   }
 
-  fs::path folder_;
+  testing::TemporaryFolder folder_;
   EditorConfiguration configuration_;
   testing::ManualScheduler scheduler_;
   InMemoryPreferencesStore preferences_;
@@ -105,8 +105,7 @@ TEST_F(EditorModelLocalRefreshTest, ASecondRefreshDropsTheFirstEvenWhenItComplet
 
 TEST_F(EditorModelLocalRefreshTest, FailuresKeepTheHeldStageAndSayWhy) {
   EditorModel& editor = model();
-  editor.refresh();
-  scheduler_.runBackground();
+  refreshNow();
   ASSERT_EQ(rootNames(), (std::vector<std::string>{"World"}));
 
   struct Case {
@@ -121,9 +120,7 @@ TEST_F(EditorModelLocalRefreshTest, FailuresKeepTheHeldStageAndSayWhy) {
       {"garbage.usda", "#garbage\n", "stage"},
   };
   for (const Case& failure : cases) {
-    editor.configuration.scenePath = scene(failure.name, failure.contents);
-    editor.refresh();
-    scheduler_.runBackground();
+    refreshNow(failure.name, failure.contents);
     EXPECT_EQ(editor.status.get(),
               "Refresh failed: Nothing was changed. Try again, or return to your projects.")
         << failure.name;
@@ -136,20 +133,16 @@ TEST_F(EditorModelLocalRefreshTest, FailuresKeepTheHeldStageAndSayWhy) {
 
   // A missing scene and a missing inspector fail the same way.
   editor.configuration.scenePath = (folder_ / "missing.usda").string();
-  editor.refresh();
-  scheduler_.runBackground();
+  refreshNow();
   EXPECT_NE(editor.connectionIssue.get()->diagnostic.find("cannot open"), std::string::npos);
   editor.configuration.inspectorPath = (folder_ / "no-such-inspector").string();
-  editor.refresh();
-  scheduler_.runBackground();
+  refreshNow();
   EXPECT_NE(editor.connectionIssue.get()->diagnostic.find("no-such-inspector"), std::string::npos);
   EXPECT_EQ(rootNames(), (std::vector<std::string>{"World"}));
 
   // The next good stage clears the issue.
   editor.configuration.inspectorPath = ORVAN_FAKE_INSPECTOR_PATH;
-  editor.configuration.scenePath = scene("good.usda", stageJson("Again"));
-  editor.refresh();
-  scheduler_.runBackground();
+  refreshNow("good.usda", stageJson("Again"));
   EXPECT_FALSE(editor.connectionIssue.get().has_value());
   EXPECT_EQ(rootNames(), (std::vector<std::string>{"Again"}));
 }
@@ -163,8 +156,7 @@ TEST_F(EditorModelLocalRefreshTest, AResultArrivingAfterTheModelIsGoneIsDropped)
 
 TEST_F(EditorModelLocalRefreshTest, SelectionFollowsTheStageAndFeedsTheInspector) {
   EditorModel& editor = model();
-  editor.refresh();
-  scheduler_.runBackground();
+  refreshNow();
   editor.selectPrims("/World", {"/World"});
   const auto& inspector = editor.session.inspector.get();
   ASSERT_TRUE(inspector.sceneSnapshot.prim.has_value());
@@ -172,9 +164,7 @@ TEST_F(EditorModelLocalRefreshTest, SelectionFollowsTheStageAndFeedsTheInspector
   EXPECT_EQ(inspector.sceneSnapshot.entityPath, "/World");
 
   // The selected prim disappears from the next stage: the selection and inspector follow.
-  editor.configuration.scenePath = scene("other.usda", stageJson("Other"));
-  editor.refresh();
-  scheduler_.runBackground();
+  refreshNow("other.usda", stageJson("Other"));
   EXPECT_EQ(editor.session.sceneSelection.get().primaryPath, "");
   EXPECT_TRUE(editor.session.sceneSelection.get().paths.empty());
   EXPECT_FALSE(editor.session.inspector.get().sceneSnapshot.prim.has_value());

@@ -10,6 +10,7 @@
 
 #include "Platform/SecretStore.h"
 #include "Platform/Subprocess.h"
+#include "Support/TemporaryFolder.h"
 
 // From GLib, which the secret store links; declared here so the test needs none of its headers.
 extern "C" int g_main_context_iteration(void* context, int mayBlock);
@@ -27,8 +28,7 @@ constexpr const char* kBusDaemon = "/usr/bin/dbus-daemon";
 TEST(SecretStoreBusTest, ABusWithoutASecretServiceFallsBackAndItsEndLeavesUsRunning) {
   if (!Subprocess::isExecutableFile(kBusDaemon))
     GTEST_SKIP() << "no dbus-daemon on this machine";
-  std::string pattern = (fs::temp_directory_path() / "orvan-bus-XXXXXX").string();
-  const fs::path folder = ::mkdtemp(pattern.data());
+  const testing::TemporaryFolder folder;
 
   std::promise<std::string> address;
   bool answered = false;
@@ -70,7 +70,6 @@ TEST(SecretStoreBusTest, ABusWithoutASecretServiceFallsBackAndItsEndLeavesUsRunn
     }
     std::this_thread::sleep_for(10ms);
   }
-  fs::remove_all(folder);
 }
 
 }  // namespace

@@ -15,11 +15,16 @@
 
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/Subprocess.h"
+#include "Support/TemporaryFolder.h"
 
 namespace orvan::editor {
 
 void PrintTo(const ExitStatus& status, std::ostream* out) {
   *out << status.describe();
+}
+void PrintTo(const OutputLine& line, std::ostream* out) {
+  *out << '"' << line.text.substr(0, 40) << (line.text.size() > 40 ? "...\"" : "\"")
+       << (line.truncated ? " truncated" : "") << (line.endedAtEndOfStream ? " at end" : "");
 }
 
 namespace {
@@ -152,19 +157,12 @@ TEST(SubprocessOutputTest, CaptureBeyondItsLimitKeepsTheNewestBytes) {
   EXPECT_FALSE(process->isStdoutTruncated());
 }
 
-TEST(SubprocessEnvironmentTest, AdditionsReachTheChildAndNeverItsArguments) {
-  auto options = fakeHelper({"print-env", "ORVAN_AUTH_TOKEN"});
-  options.environment = {{"ORVAN_AUTH_TOKEN", "secret-token"}};
-  EXPECT_EQ(runOrFail(options).standardOutput, "secret-token\n");
-
+// An addition reaches the child (replacing the parent's value), never its arguments.
+TEST(SubprocessEnvironmentTest, AdditionsReachTheChildAndOthersAreInherited) {
   auto argsOptions = fakeHelper({"print-args", "--scene", "a b.usda", ""});
   argsOptions.environment = {{"ORVAN_AUTH_TOKEN", "secret-token"}};
-  const ProcessOutput args = runOrFail(argsOptions);
-  EXPECT_EQ(args.standardOutput, "[--scene]\n[a b.usda]\n[]\n");
-  EXPECT_THAT(args.standardOutput, ::testing::Not(HasSubstr("secret-token")));
-}
+  EXPECT_EQ(runOrFail(argsOptions).standardOutput, "[--scene]\n[a b.usda]\n[]\n");
 
-TEST(SubprocessEnvironmentTest, AdditionReplacesTheParentsValueAndOthersAreInherited) {
   ::setenv("ORVAN_SUBPROCESS_TEST_REPLACED", "parent", 1);
   ::setenv("ORVAN_SUBPROCESS_TEST_INHERITED", "inherited", 1);
   auto replaced = fakeHelper({"print-env", "ORVAN_SUBPROCESS_TEST_REPLACED"});
@@ -191,46 +189,41 @@ TEST(SubprocessEnvironmentTest, ChildStartsWithDefaultSigpipeAndInTheGivenDirect
   EXPECT_EQ(runOrFail(options).standardOutput, "/\n");
 }
 
+// Dropping the handle right after the wait must not cut onExit off, and the final line without a
+// line feed is flagged.
 TEST(SubprocessLineTest, LinesSplitAcrossWritesArriveWholeAndTheTailAtEndOfFile) {
   std::mutex mutex;
-  std::vector<std::string> events;
+  std::vector<OutputLine> lines;
+  std::optional<ExitStatus> exitSeen;
   auto options = fakeHelper({"partial-writes"});
   options.standardOutput = OutputStreamOptions::inLines([&](OutputLine received) {
     std::lock_guard lock(mutex);
-    events.push_back("line " + received.text);
+    lines.push_back(std::move(received));
   });
   options.onExit = [&](ExitStatus status) {
     std::lock_guard lock(mutex);
-    events.push_back("exit " + status.describe());
+    EXPECT_EQ(lines.size(), 3u) << "every line arrives before the exit";
+    exitSeen = status;
   };
   auto process = launchOrFail(std::move(options));
   ASSERT_TRUE(process);
   EXPECT_EQ(process->waitForExit(), ExitStatus::exited(0));
-  process.reset();  // dropping the handle right after the wait must not cut onExit off
-  EXPECT_THAT(events, ElementsAre("line alpha", "line beta", "line gamma", "exit exit code 0"));
+  process.reset();
+  EXPECT_THAT(lines, ElementsAre(line("alpha"), line("beta"), line("gamma", false, true)));
+  EXPECT_EQ(exitSeen, ExitStatus::exited(0));
 }
 
-TEST(SubprocessLineTest, FinalLineWithoutLineFeedIsFlaggedAndOversizedLinesAreCut) {
-  LineCollector tail;
-  auto tailOptions = fakeHelper({"partial-writes"});
-  tailOptions.standardOutput = OutputStreamOptions::inLines(tail.handler());
-  launchOrFail(std::move(tailOptions))->waitForExit();
-  ASSERT_TRUE(tail.waitForCount(3));
-  EXPECT_THAT(tail.lines(), ElementsAre(line("alpha"), line("beta"), line("gamma", false, true)));
-
-  LineCollector oversized;
-  auto options = fakeHelper({"oversized-line", "300000"});
-  options.standardOutput = OutputStreamOptions::inLines(oversized.handler(), 1000);
-  launchOrFail(std::move(options))->waitForExit();
-  ASSERT_TRUE(oversized.waitForCount(2));
-  EXPECT_THAT(oversized.lines(), ElementsAre(line(std::string(1000, 'x'), true), line("after")));
-
-  LineCollector exact;
-  auto exactOptions = fakeHelper({"oversized-line", "1000"});
-  exactOptions.standardOutput = OutputStreamOptions::inLines(exact.handler(), 1000);
-  launchOrFail(std::move(exactOptions))->waitForExit();
-  ASSERT_TRUE(exact.waitForCount(2));
-  EXPECT_THAT(exact.lines(), ElementsAre(line(std::string(1000, 'x')), line("after")));
+TEST(SubprocessLineTest, LinesBeyondTheLimitAreCutAndFlagged) {
+  for (const std::size_t length : {std::size_t{300000}, std::size_t{1000}}) {
+    SCOPED_TRACE(length);
+    LineCollector collector;
+    auto options = fakeHelper({"oversized-line", std::to_string(length)});
+    options.standardOutput = OutputStreamOptions::inLines(collector.handler(), 1000);
+    launchOrFail(std::move(options))->waitForExit();
+    ASSERT_TRUE(collector.waitForCount(2));
+    EXPECT_THAT(collector.lines(),
+                ElementsAre(line(std::string(1000, 'x'), length > 1000), line("after")));
+  }
 }
 
 TEST(SubprocessStdinTest, WrittenLinesComeBackAndClosingInputEndsTheChild) {
@@ -294,9 +287,6 @@ TEST(SubprocessExitTest, ExitCodesAndSignalsAreTold) {
   EXPECT_EQ(killed.exitStatus, ExitStatus::signalled(SIGKILL));
   EXPECT_TRUE(killed.exitStatus.wasSignalled());
   EXPECT_EQ(killed.exitStatus.describe(), "killed by signal 9 (SIGKILL)");
-
-  EXPECT_EQ(runOrFail(fakeHelper({"raise", std::to_string(SIGUSR1)})).exitStatus,
-            ExitStatus::signalled(SIGUSR1));
 }
 
 TEST(SubprocessTerminateTest, SleepingChildEndsBySigtermOrSigkillWhenItIgnoresIt) {
@@ -337,11 +327,8 @@ TEST(SubprocessTerminateTest, DroppingARunningHandleLeavesNoZombieAndNoDescripto
 }
 
 TEST(SubprocessLaunchTest, UnlaunchableFilesGiveClearErrors) {
-  const auto directory =
-      std::filesystem::temp_directory_path() / ("orvan-subprocess-" + std::to_string(::getpid()));
-  std::filesystem::create_directories(directory);
-  const auto plain = directory / "plain.txt";
-  std::ofstream(plain) << "#!/bin/sh\necho hi\n";
+  const testing::TemporaryFolder directory;
+  const auto plain = directory.write("plain.txt", "#!/bin/sh\necho hi\n");
   ::chmod(plain.c_str(), 0644);
 
   struct Case {
@@ -350,8 +337,8 @@ TEST(SubprocessLaunchTest, UnlaunchableFilesGiveClearErrors) {
   };
   for (const Case& c :
        {Case{(directory / "missing").string(), "no such file"},
-        Case{plain.string(), "not executable"}, Case{directory.string(), "not a regular file"},
-        Case{"", "no executable"}}) {
+        Case{plain.string(), "not executable"},
+        Case{directory.path().string(), "not a regular file"}, Case{"", "no executable"}}) {
     SCOPED_TRACE(c.path);
     EXPECT_FALSE(Subprocess::isExecutableFile(c.path));
     auto launched = Subprocess::launch(optionsFor(c.path));
@@ -366,7 +353,6 @@ TEST(SubprocessLaunchTest, UnlaunchableFilesGiveClearErrors) {
   auto badName = fakeHelper({"exit", "0"});
   badName.environment = {{"A=B", "c"}};
   EXPECT_FALSE(Subprocess::launch(badName));
-  std::filesystem::remove_all(directory);
 }
 
 TEST(SubprocessLaunchTest, TheLauncherPortRunsRealChildren) {

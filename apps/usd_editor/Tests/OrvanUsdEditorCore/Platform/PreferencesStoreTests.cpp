@@ -9,31 +9,19 @@
 #include <gtest/gtest.h>
 
 #include "Platform/PreferencesStore.h"
+#include "Support/TemporaryFolder.h"
 
 namespace orvan::editor {
 namespace {
 
 using ::testing::ElementsAre;
+using testing::fileText;
 namespace fs = std::filesystem;
 
 class PreferencesFileTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    std::string pattern = (fs::temp_directory_path() / "orvan-prefs-XXXXXX").string();
-    folder_ = ::mkdtemp(pattern.data());
-    file_ = folder_ / "velk" / "preferences.json";
-  }
-  void TearDown() override { fs::remove_all(folder_); }
-
-  std::string fileText(const fs::path& path) const {
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream text;
-    text << in.rdbuf();
-    return text.str();
-  }
   void writeFileText(const std::string& text) const {
-    fs::create_directories(file_.parent_path());
-    std::ofstream(file_, std::ios::binary) << text;
+    folder_.write("velk/preferences.json", text);
   }
   std::vector<std::string> folderEntries() const {
     std::vector<std::string> names;
@@ -51,8 +39,8 @@ class PreferencesFileTest : public ::testing::Test {
                                     });
   }
 
-  fs::path folder_;
-  fs::path file_;
+  testing::TemporaryFolder folder_;
+  fs::path file_ = folder_ / "velk" / "preferences.json";
 };
 
 TEST_F(PreferencesFileTest, EveryKindOfValueSurvivesAReload) {

@@ -10,30 +10,20 @@
 #include <gtest/gtest.h>
 
 #include "Platform/SecretStore.h"
+#include "Support/TemporaryFolder.h"
 
 namespace orvan::editor {
 namespace {
 
 namespace fs = std::filesystem;
+using testing::fileText;
 
 constexpr const char* kService = "net.velk.editor.session";
-
-fs::path makeTemporaryFolder() {
-  std::string pattern = (fs::temp_directory_path() / "orvan-secrets-XXXXXX").string();
-  return ::mkdtemp(pattern.data());
-}
 
 mode_t modeOf(const fs::path& path) {
   struct stat info {};
   EXPECT_EQ(::stat(path.c_str(), &info), 0) << path;
   return info.st_mode & 0777;
-}
-
-std::string fileText(const fs::path& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
 }
 
 // The behaviour every secret store shares, run against each of them.
@@ -42,14 +32,15 @@ struct StoreFactory {
   std::function<std::unique_ptr<SecretStore>(const fs::path& file)> make;
 };
 
-class SecretStoreContractTest : public ::testing::TestWithParam<StoreFactory> {
+class FileSecretStoreTest : public ::testing::Test {
  protected:
-  void SetUp() override { folder_ = makeTemporaryFolder(); }
-  void TearDown() override { fs::remove_all(folder_); }
   fs::path file() const { return folder_ / "velk" / "secrets.json"; }
 
-  fs::path folder_;
+  testing::TemporaryFolder folder_;
 };
+
+class SecretStoreContractTest : public FileSecretStoreTest,
+                                public ::testing::WithParamInterface<StoreFactory> {};
 
 TEST_P(SecretStoreContractTest, SecretsAreFiledByServiceAndAccount) {
   auto store = GetParam().make(file());
@@ -93,15 +84,6 @@ INSTANTIATE_TEST_SUITE_P(
                      }}),
     [](const auto& info) { return info.param.name; });
 
-class FileSecretStoreTest : public ::testing::Test {
- protected:
-  void SetUp() override { folder_ = makeTemporaryFolder(); }
-  void TearDown() override { fs::remove_all(folder_); }
-  fs::path file() const { return folder_ / "velk" / "secrets.json"; }
-
-  fs::path folder_;
-};
-
 TEST_F(FileSecretStoreTest, FallbackFileIsPrivateAndOutlivesTheStore) {
   {
     SystemSecretStore store(
@@ -123,8 +105,7 @@ TEST_F(FileSecretStoreTest, AFileOthersCanReadIsRestrictedBeforeUse) {
 }
 
 TEST_F(FileSecretStoreTest, AnUnreadableFileFailsReadsAndIsKeptAsideByTheNextWrite) {
-  fs::create_directories(file().parent_path());
-  std::ofstream(file()) << R"({"entries": [{"service": "s"}]})";
+  folder_.write("velk/secrets.json", R"({"entries": [{"service": "s"}]})");
   FileSecretStore store(file());
   EXPECT_FALSE(store.readSecret(kService, "acc"));
   ASSERT_TRUE(store.writeSecret(kService, "acc", "fresh"));

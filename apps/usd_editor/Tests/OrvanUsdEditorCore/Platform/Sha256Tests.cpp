@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "Platform/Sha256.h"
+#include "Support/TemporaryFolder.h"
 
 namespace orvan::editor {
 namespace {
@@ -31,15 +32,13 @@ TEST(Sha256Test, PiecewiseFeedingMatchesAndTheDigestCanBeReused) {
 }
 
 TEST(Sha256Test, FilesAreDigestedAcrossChunkBoundaries) {
-  const auto path =
-      std::filesystem::temp_directory_path() / ("orvan-sha256-" + std::to_string(::getpid()));
-  std::ofstream(path, std::ios::binary) << std::string(1000000, 'a');
+  const testing::TemporaryFolder folder;
+  const auto path = folder.write("million", std::string(1000000, 'a'));
   auto digest = Sha256::hexOfFile(path);
   ASSERT_TRUE(digest) << digest.error().description;
   EXPECT_EQ(*digest, kMillionADigest);
 
-  std::ofstream(path, std::ios::binary | std::ios::trunc).flush();
-  EXPECT_EQ(*Sha256::hexOfFile(path), kEmptyDigest);
+  EXPECT_EQ(*Sha256::hexOfFile(folder.write("empty", "")), kEmptyDigest);
   std::filesystem::remove(path);
 
   auto missing = Sha256::hexOfFile(path);
