@@ -6,7 +6,6 @@
 #include <cstdio>
 #include <optional>
 
-
 namespace orvan::engine {
 namespace {
 
@@ -114,8 +113,15 @@ const std::vector<PropertyDescriptor>& worldProperties() {
       {"backgroundColor", "color", "orvan:backgroundColor", "0.03,0.035,0.045", "color"},
       {"ambientColor", "color", "orvan:ambientColor", "0.2,0.2,0.2", "color"},
       {"ambientOcclusionEnabled", "bool", "orvan:ambientOcclusionEnabled", "false", "toggle"},
-      {"ambientOcclusionStrength", "number", "orvan:ambientOcclusionStrength", "0.5", "slider", {},
-       0, 1, 0.01},
+      {"ambientOcclusionStrength",
+       "number",
+       "orvan:ambientOcclusionStrength",
+       "0.5",
+       "slider",
+       {},
+       0,
+       1,
+       0.01},
       {"shadowsEnabled", "bool", "orvan:shadowsEnabled", "true", "toggle"},
   };
   return properties;
@@ -131,15 +137,15 @@ struct AttributeComponent {
 
 std::vector<PropertyDescriptor> uiLayoutProperties() {
   const auto units = optionsOf({"pixels", "percent", "auto"});
-  std::vector<PropertyDescriptor> properties{
-      {"position", "string", "orvan:ui:layout:position", "relative", "picker",
-       optionsOf({"relative", "absolute"})}};
+  std::vector<PropertyDescriptor> properties{{"position", "string", "orvan:ui:layout:position",
+                                              "relative", "picker",
+                                              optionsOf({"relative", "absolute"})}};
   const std::array<std::string_view, 6> edges{"left", "right", "top", "bottom", "width", "height"};
   const std::array<std::string_view, 6> attributes{
       "orvan:ui:layout:left",   "orvan:ui:layout:right", "orvan:ui:layout:top",
       "orvan:ui:layout:bottom", "orvan:ui:layout:width", "orvan:ui:layout:height"};
   const std::array<std::string_view, 6> unitNames{"leftUnit",   "rightUnit", "topUnit",
-                                                   "bottomUnit", "widthUnit", "heightUnit"};
+                                                  "bottomUnit", "widthUnit", "heightUnit"};
   const std::array<std::string_view, 6> unitAttributes{
       "orvan:ui:layout:leftUnit",   "orvan:ui:layout:rightUnit", "orvan:ui:layout:topUnit",
       "orvan:ui:layout:bottomUnit", "orvan:ui:layout:widthUnit", "orvan:ui:layout:heightUnit"};
@@ -165,8 +171,16 @@ const std::vector<AttributeComponent>& attributeComponents() {
        "orvan:ui:canvas:",
        {{"renderMode", "string", "orvan:ui:canvas:renderMode", "screen", "picker",
          optionsOf({"screen", "world"})},
-        {"referenceResolution", "vector2", "orvan:ui:canvas:referenceResolution", "1920,1080", {},
-         {}, 1, {}, 1, "px"}}},
+        {"referenceResolution",
+         "vector2",
+         "orvan:ui:canvas:referenceResolution",
+         "1920,1080",
+         {},
+         {},
+         1,
+         {},
+         1,
+         "px"}}},
       {"UiLayout", "UI Layout", "orvan:ui:layout:", uiLayoutProperties()},
   };
   return components;
@@ -266,7 +280,7 @@ struct Builder {
   }
 
   UsdComponent component(std::string_view type, std::string_view label,
-                          std::string_view enabledAttribute) const {
+                         std::string_view enabledAttribute) const {
     UsdComponent component;
     component.type = std::string(type);
     component.label = std::string(label);
@@ -515,7 +529,8 @@ std::vector<UsdComponent> componentCatalog() {
     component.type = std::string(type);
     component.label = std::string(label);
     for (const PropertyDescriptor& descriptor : descriptors)
-      component.properties.push_back(makeProperty(descriptor, std::string(descriptor.defaultValue)));
+      component.properties.push_back(
+          makeProperty(descriptor, std::string(descriptor.defaultValue)));
     return component;
   };
   std::vector<UsdComponent> catalog;

@@ -92,8 +92,7 @@ bool saysSomething(const LayerPrim& prim) {
 
 class Inspector {
  public:
-  Inspector(const Stage& stage, const InspectOptions& options)
-      : stage_(stage), options_(options) {}
+  Inspector(const Stage& stage, const InspectOptions& options) : stage_(stage), options_(options) {}
 
   InspectResult run() {
     InspectResult result;
@@ -398,8 +397,7 @@ class Inspector {
     addProblemComponent(messages, detail);
   }
 
-  static void addProblemComponent(const std::vector<std::string>& messages,
-                                  UsdPrimDetail& detail) {
+  static void addProblemComponent(const std::vector<std::string>& messages, UsdPrimDetail& detail) {
     if (messages.empty())
       return;
     auto found = std::find_if(detail.components.begin(), detail.components.end(),
@@ -469,8 +467,7 @@ class Inspector {
   // ---- assets ----
 
   void collectAssets(const ComposedPrim& prim, const PrimProperties& properties,
-                     const std::vector<std::pair<std::string, std::string>>& files,
-                     bool internal) {
+                     const std::vector<std::pair<std::string, std::string>>& files, bool internal) {
     if (prim.typeName == "Material") {
       addMaterial(prim);
     } else if (internal && isAssetLibraryItem(prim.path) &&
@@ -592,7 +589,8 @@ std::string encodeInspection(const InspectResult& result) {
   for (std::size_t i = 0; i < list.size(); ++i) {
     if (i != 0)
       assets += ',';
-    assets += encodeAsset(list[i], i < result.assetBoundsKnown.size() && result.assetBoundsKnown[i]);
+    assets +=
+        encodeAsset(list[i], i < result.assetBoundsKnown.size() && result.assetBoundsKnown[i]);
   }
   assets += ']';
   out.replace(at, written.size(), assets);
