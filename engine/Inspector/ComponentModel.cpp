@@ -44,6 +44,15 @@ ComponentProperty makeProperty(const PropertyDescriptor& descriptor, std::string
   return property;
 }
 
+// The shape of a shape and the type of a light are the prim's type: the catalogue offers the
+// choice when a component is added, an existing prim shows it without one.
+ComponentProperty readOnly(const PropertyDescriptor& descriptor, std::string value) {
+  ComponentProperty property = makeProperty(descriptor, std::move(value));
+  property.control = "readonly";
+  property.options.clear();
+  return property;
+}
+
 std::vector<ComponentPropertyOption> optionsOf(std::initializer_list<std::string_view> values) {
   std::vector<ComponentPropertyOption> options;
   for (const std::string_view value : values) {
@@ -322,7 +331,7 @@ struct Builder {
     std::string kind(source.prim.typeName);
     for (char& c : kind)
       c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    shape.properties.push_back(makeProperty(descriptors[0], kind));
+    shape.properties.push_back(readOnly(descriptors[0], kind));
     shape.properties.push_back(fromAttribute(descriptors[1]));
     shape.properties.push_back(derived(descriptors[2], shapeDimensions(),
                                        {"size", "radius", "height", "width", "length", "axis"}));
@@ -335,7 +344,7 @@ struct Builder {
     std::string type(source.prim.typeName.substr(0, source.prim.typeName.size() - 5));
     for (char& c : type)
       c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    light.properties.push_back(makeProperty(descriptors[0], type));
+    light.properties.push_back(readOnly(descriptors[0], type));
     for (std::size_t i = 1; i < descriptors.size(); ++i)
       light.properties.push_back(fromAttribute(descriptors[i]));
     for (const PropertyDescriptor& descriptor : lightShapeProperties(source.prim.typeName))

@@ -90,32 +90,61 @@ bool saysSomething(const LayerPrim& prim) {
          !prim.properties.empty() || !prim.variantSets.empty();
 }
 
+std::string encodeAsset(const UsdAsset& asset, bool boundsKnown) {
+  std::string text = editor::encodeJson(asset);
+  if (boundsKnown)
+    return text;
+  const std::string bounds = ",\"boundsCenter\":" + editor::encodeJson(asset.boundsCenter) +
+                             ",\"boundsDimensions\":" + editor::encodeJson(asset.boundsDimensions);
+  if (const std::size_t at = text.find(bounds); at != std::string::npos)
+    text.erase(at, bounds.size());
+  return text;
+}
+
+void appendAssets(const std::vector<UsdAsset>& assets, const std::vector<bool>& boundsKnown,
+                  std::string& out) {
+  out += '[';
+  for (std::size_t i = 0; i < assets.size(); ++i) {
+    if (i != 0)
+      out += ',';
+    out += encodeAsset(assets[i], i < boundsKnown.size() && boundsKnown[i]);
+  }
+  out += ']';
+}
+
 class Inspector {
  public:
   Inspector(const Stage& stage, const InspectOptions& options) : stage_(stage), options_(options) {}
 
-  InspectResult run() {
-    InspectResult result;
+  // The stage-wide fields; false (with the reason in `result`) when the options do not fit.
+  bool prepare(InspectResult& result) {
     StageInspection& out = result.inspection;
     if (stage_.layers.empty()) {
       result.error = "the stage has no root layer";
-      return result;
+      return false;
     }
     out.sceneUri = options_.sceneUri.empty() ? stage_.layers[0].identifier : options_.sceneUri;
     out.usdLayersEnabled = true;
     out.layers = layers();
     if (!chooseActiveLayer(out.layers, result))
-      return result;
+      return false;
     const Layer* root = stage_.layers[0].layer.get();
     out.requiresLayerStackInitialization =
         root && !root->rootPrims.empty() && root->subLayerPaths().empty();
     out.catalog = componentCatalog();
-
+    findStageProblems();
     facts_.resize(stage_.prims.size());
+    return true;
+  }
+
+  InspectResult run() {
+    InspectResult result;
+    if (!prepare(result))
+      return result;
+    StageInspection& out = result.inspection;
     out.prims.reserve(stage_.prims.size());
     for (std::uint32_t index = 0; index < stage_.prims.size(); ++index)
       out.prims.push_back(detail(index));
-    attachStageProblems(out.prims);
     out.rootPrims.reserve(stage_.rootPrims.size());
     for (const std::uint32_t index : stage_.rootPrims)
       out.rootPrims.push_back(node(index));
@@ -124,7 +153,43 @@ class Inspector {
     return result;
   }
 
- private:
+  // The same document as encodeInspection(run()), written one prim at a time so that a large
+  // stage never exists twice, as records and as text. Keys are decoded by name, so the flat list
+  // comes before the tree: the tree reuses what the flat pass learned.
+  std::optional<std::string> write(std::string& out) {
+    InspectResult result;
+    if (!prepare(result))
+      return result.error;
+    const StageInspection& head = result.inspection;
+    out.reserve(out.size() + stage_.prims.size() * 3200 + 4096);
+    out += "{\"sceneUri\":";
+    editor::appendJson(out, head.sceneUri);
+    out += ",\"usdLayersEnabled\":";
+    editor::appendJson(out, head.usdLayersEnabled);
+    out += ",\"requiresLayerStackInitialization\":";
+    editor::appendJson(out, head.requiresLayerStackInitialization);
+    out += ",\"layers\":";
+    editor::appendJson(out, head.layers);
+    out += ",\"prims\":[";
+    for (std::uint32_t index = 0; index < stage_.prims.size(); ++index) {
+      if (index != 0)
+        out += ',';
+      editor::appendJson(out, detail(index));
+    }
+    out += "],\"rootPrims\":[";
+    for (std::size_t i = 0; i < stage_.rootPrims.size(); ++i) {
+      if (i != 0)
+        out += ',';
+      writeNode(stage_.rootPrims[i], out);
+    }
+    out += "],\"catalog\":";
+    editor::appendJson(out, head.catalog);
+    out += ",\"assets\":";
+    appendAssets(assets_, boundsKnown_, out);
+    out += ",\"storeCatalog\":[],\"cartItems\":[]}";
+    return std::nullopt;
+  }
+
   // ---- layers ----
 
   std::vector<UsdLayerInfo> layers() {
@@ -353,6 +418,9 @@ class Inspector {
     const auto files = arcAssets(prim);
     collectAssets(prim, properties, files, internal);
     addProblems(prim, detail);
+    const bool problems = !prim.problems.empty() || index == stageProblemPrim_;
+    if (index == stageProblemPrim_)
+      addProblemComponent(stageProblems_, detail);
 
     std::vector<std::string>& badges = facts.badges;
     if (entity)
@@ -373,7 +441,7 @@ class Inspector {
       badges.emplace_back("instance");
     if (internal)
       badges.emplace_back("internal");
-    if (!prim.problems.empty())
+    if (problems)
       badges.emplace_back("problem");
     detail.badges = badges;
     return detail;
@@ -421,28 +489,22 @@ class Inspector {
 
   // Problems of the layer stack itself (a missing sublayer) belong to no prim: they are shown on
   // the first root prim an author sees.
-  void attachStageProblems(std::vector<UsdPrimDetail>& details) {
-    std::vector<std::string> messages;
+  void findStageProblems() {
     for (const StageProblem& problem : stage_.problems) {
       if (problem.primPath.empty())
-        messages.push_back(problem.message);
+        stageProblems_.push_back(problem.message);
     }
-    if (messages.empty())
+    if (stageProblems_.empty())
       return;
     for (const std::uint32_t root : stage_.rootPrims) {
-      if (editor::isEditorInternalPrimPath(stage_.prims[root].path))
-        continue;
-      addProblemComponent(messages, details[root]);
-      if (std::find(facts_[root].badges.begin(), facts_[root].badges.end(), "problem") ==
-          facts_[root].badges.end()) {
-        facts_[root].badges.emplace_back("problem");
-        details[root].badges = facts_[root].badges;
+      if (!editor::isEditorInternalPrimPath(stage_.prims[root].path)) {
+        stageProblemPrim_ = root;
+        return;
       }
-      return;
     }
   }
 
-  UsdPrimNode node(std::uint32_t index) {
+  UsdPrimNode shallowNode(std::uint32_t index) const {
     const ComposedPrim& prim = stage_.prims[index];
     const PrimFacts& facts = facts_[index];
     UsdPrimNode node;
@@ -458,10 +520,41 @@ class Inspector {
     node.badges = facts.badges;
     if (prim.instanceProxy)
       node.instanceProxy = true;
+    return node;
+  }
+
+  UsdPrimNode node(std::uint32_t index) const {
+    UsdPrimNode node = shallowNode(index);
+    const ComposedPrim& prim = stage_.prims[index];
     node.children.reserve(prim.children.size());
     for (const std::uint32_t child : prim.children)
       node.children.push_back(this->node(child));
     return node;
+  }
+
+  // A node is written without children, then its children go where the empty list was: the
+  // children key is the record's last.
+  void writeNode(std::uint32_t index, std::string& out) const {
+    const std::size_t start = out.size();
+    editor::appendJson(out, shallowNode(index));
+    constexpr std::string_view kEmptyChildren = "\"children\":[]}";
+    const std::vector<std::uint32_t>& children = stage_.prims[index].children;
+    if (children.empty())
+      return;
+    if (std::string_view(out).substr(start).ends_with(kEmptyChildren)) {
+      out.resize(out.size() - 2);
+    } else {
+      // Another key order than expected: fall back to the whole subtree as one record.
+      out.resize(start);
+      editor::appendJson(out, node(index));
+      return;
+    }
+    for (std::size_t i = 0; i < children.size(); ++i) {
+      if (i != 0)
+        out += ',';
+      writeNode(children[i], out);
+    }
+    out += "]}";
   }
 
   // ---- assets ----
@@ -559,18 +652,9 @@ class Inspector {
   std::vector<UsdAsset> assets_;
   std::vector<bool> boundsKnown_;
   std::unordered_set<std::string> seenAssets_;
+  std::vector<std::string> stageProblems_;
+  std::uint32_t stageProblemPrim_ = kNoPrim;
 };
-
-std::string encodeAsset(const UsdAsset& asset, bool boundsKnown) {
-  std::string text = editor::encodeJson(asset);
-  if (boundsKnown)
-    return text;
-  const std::string bounds = ",\"boundsCenter\":" + editor::encodeJson(asset.boundsCenter) +
-                             ",\"boundsDimensions\":" + editor::encodeJson(asset.boundsDimensions);
-  if (const std::size_t at = text.find(bounds); at != std::string::npos)
-    text.erase(at, bounds.size());
-  return text;
-}
 
 }  // namespace
 
@@ -584,17 +668,15 @@ std::string encodeInspection(const InspectResult& result) {
   const std::size_t at = out.rfind(written);
   if (at == std::string::npos)
     return out;
-  std::string assets = "\"assets\":[";
-  const auto& list = result.inspection.assets;
-  for (std::size_t i = 0; i < list.size(); ++i) {
-    if (i != 0)
-      assets += ',';
-    assets +=
-        encodeAsset(list[i], i < result.assetBoundsKnown.size() && result.assetBoundsKnown[i]);
-  }
-  assets += ']';
+  std::string assets = "\"assets\":";
+  appendAssets(result.inspection.assets, result.assetBoundsKnown, assets);
   out.replace(at, written.size(), assets);
   return out;
+}
+
+std::optional<std::string> writeInspectionJson(const Stage& stage, const InspectOptions& options,
+                                               std::string& out) {
+  return Inspector(stage, options).write(out);
 }
 
 }  // namespace orvan::engine

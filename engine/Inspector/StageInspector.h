@@ -33,4 +33,10 @@ InspectResult inspectStage(const Stage& stage, const InspectOptions& options = {
 // bounds keys, which is how the editor tells real bounds from its defaults.
 std::string encodeInspection(const InspectResult& result);
 
+// The same document as encodeInspection(inspectStage(...)), appended to `out` prim by prim without
+// holding the whole inspection as records: what the helper prints. Returns the reason when the
+// options do not fit the stage.
+std::optional<std::string> writeInspectionJson(const Stage& stage, const InspectOptions& options,
+                                               std::string& out);
+
 }  // namespace orvan::engine

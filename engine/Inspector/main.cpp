@@ -57,12 +57,9 @@ int main(int argc, char** argv) {
   if (!opened.ok())
     return fail(opened.error->file, opened.error->line, opened.error->column,
                 opened.error->message);
-  const orvan::engine::InspectResult inspection =
-      orvan::engine::inspectStage(*opened.stage, inspect);
-  if (!inspection.ok())
-    return fail(scene, 0, 0, *inspection.error);
-
-  std::string json = orvan::engine::encodeInspection(inspection);
+  std::string json;
+  if (const auto error = orvan::engine::writeInspectionJson(*opened.stage, inspect, json))
+    return fail(scene, 0, 0, *error);
   json += '\n';
   if (std::fwrite(json.data(), 1, json.size(), stdout) != json.size() || std::fflush(stdout) != 0)
     return fail(scene, 0, 0, std::string("could not write the stage: ") + std::strerror(errno));
