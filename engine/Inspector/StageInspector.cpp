@@ -27,6 +27,7 @@ using editor::UsdPrimDetail;
 using editor::UsdPrimNode;
 
 constexpr std::uint32_t kNoLayer = 0xFFFFFFFFu;
+constexpr std::size_t kFlushSize = 1024 * 1024;
 
 // Override marks of a prim or a property against the layer stack.
 struct Marks {
@@ -156,12 +157,21 @@ class Inspector {
   // The same document as encodeInspection(run()), written one prim at a time so that a large
   // stage never exists twice, as records and as text. Keys are decoded by name, so the flat list
   // comes before the tree: the tree reuses what the flat pass learned.
-  std::optional<std::string> write(std::string& out) {
+  std::optional<std::string> write(const JsonSink& sink) {
     InspectResult result;
     if (!prepare(result))
       return result.error;
     const StageInspection& head = result.inspection;
-    out.reserve(out.size() + stage_.prims.size() * 3200 + 4096);
+    std::string out;
+    out.reserve(kFlushSize + 256 * 1024);
+    bool sinkFailed = false;
+    // Handing the text over in pieces keeps one small buffer warm instead of growing a large one.
+    const auto flush = [&](bool always) {
+      if (sinkFailed || (!always && out.size() < kFlushSize))
+        return;
+      sinkFailed = !sink(out);
+      out.clear();
+    };
     out += "{\"sceneUri\":";
     editor::appendJson(out, head.sceneUri);
     out += ",\"usdLayersEnabled\":";
@@ -171,22 +181,26 @@ class Inspector {
     out += ",\"layers\":";
     editor::appendJson(out, head.layers);
     out += ",\"prims\":[";
-    for (std::uint32_t index = 0; index < stage_.prims.size(); ++index) {
+    for (std::uint32_t index = 0; index < stage_.prims.size() && !sinkFailed; ++index) {
       if (index != 0)
         out += ',';
       editor::appendJson(out, detail(index));
+      flush(false);
     }
     out += "],\"rootPrims\":[";
-    for (std::size_t i = 0; i < stage_.rootPrims.size(); ++i) {
+    for (std::size_t i = 0; i < stage_.rootPrims.size() && !sinkFailed; ++i) {
       if (i != 0)
         out += ',';
-      writeNode(stage_.rootPrims[i], out);
+      writeNode(stage_.rootPrims[i], out, flush);
     }
     out += "],\"catalog\":";
     editor::appendJson(out, head.catalog);
     out += ",\"assets\":";
     appendAssets(assets_, boundsKnown_, out);
     out += ",\"storeCatalog\":[],\"cartItems\":[]}";
+    flush(true);
+    if (sinkFailed)
+      return std::string("the output could not be written");
     return std::nullopt;
   }
 
@@ -534,7 +548,8 @@ class Inspector {
 
   // A node is written without children, then its children go where the empty list was: the
   // children key is the record's last.
-  void writeNode(std::uint32_t index, std::string& out) const {
+  template <typename Flush>
+  void writeNode(std::uint32_t index, std::string& out, Flush& flush) const {
     const std::size_t start = out.size();
     editor::appendJson(out, shallowNode(index));
     constexpr std::string_view kEmptyChildren = "\"children\":[]}";
@@ -552,7 +567,8 @@ class Inspector {
     for (std::size_t i = 0; i < children.size(); ++i) {
       if (i != 0)
         out += ',';
-      writeNode(children[i], out);
+      writeNode(children[i], out, flush);
+      flush(false);
     }
     out += "]}";
   }
@@ -675,8 +691,16 @@ std::string encodeInspection(const InspectResult& result) {
 }
 
 std::optional<std::string> writeInspectionJson(const Stage& stage, const InspectOptions& options,
+                                               const JsonSink& sink) {
+  return Inspector(stage, options).write(sink);
+}
+
+std::optional<std::string> writeInspectionJson(const Stage& stage, const InspectOptions& options,
                                                std::string& out) {
-  return Inspector(stage, options).write(out);
+  return writeInspectionJson(stage, options, [&out](std::string_view piece) {
+    out += piece;
+    return true;
+  });
 }
 
 }  // namespace orvan::engine

@@ -1,7 +1,9 @@
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "ServerClient/Records/StageInspection.h"
 #include "UsdText/Stage.h"
@@ -33,9 +35,15 @@ InspectResult inspectStage(const Stage& stage, const InspectOptions& options = {
 // bounds keys, which is how the editor tells real bounds from its defaults.
 std::string encodeInspection(const InspectResult& result);
 
-// The same document as encodeInspection(inspectStage(...)), appended to `out` prim by prim without
-// holding the whole inspection as records: what the helper prints. Returns the reason when the
-// options do not fit the stage.
+// Receives the JSON text piece by piece, in order; false stops the writing.
+using JsonSink = std::function<bool(std::string_view)>;
+
+// The same document as encodeInspection(inspectStage(...)), handed to `sink` prim by prim without
+// holding the whole inspection as records or as one text: what the helper prints. Returns the
+// reason when the options do not fit the stage or the sink refused a piece.
+std::optional<std::string> writeInspectionJson(const Stage& stage, const InspectOptions& options,
+                                               const JsonSink& sink);
+// The same, appended to a string.
 std::optional<std::string> writeInspectionJson(const Stage& stage, const InspectOptions& options,
                                                std::string& out);
 

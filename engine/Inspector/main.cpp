@@ -1,5 +1,6 @@
 // orvan_usd_inspector: prints the composed stage of a scene as the editor's StageInspection JSON.
 // It only reads: the scene and its layers are never written.
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
@@ -57,11 +58,20 @@ int main(int argc, char** argv) {
   if (!opened.ok())
     return fail(opened.error->file, opened.error->line, opened.error->column,
                 opened.error->message);
-  std::string json;
-  if (const auto error = orvan::engine::writeInspectionJson(*opened.stage, inspect, json))
-    return fail(scene, 0, 0, *error);
-  json += '\n';
-  if (std::fwrite(json.data(), 1, json.size(), stdout) != json.size() || std::fflush(stdout) != 0)
-    return fail(scene, 0, 0, std::string("could not write the stage: ") + std::strerror(errno));
+  int writeError = 0;
+  const auto written = orvan::engine::writeInspectionJson(
+      *opened.stage, inspect, [&writeError](std::string_view piece) {
+        if (std::fwrite(piece.data(), 1, piece.size(), stdout) == piece.size())
+          return true;
+        writeError = errno;
+        return false;
+      });
+  if (written && writeError == 0)
+    return fail(scene, 0, 0, *written);
+  if (writeError != 0 || std::fputc('\n', stdout) == EOF || std::fflush(stdout) != 0) {
+    return fail(scene, 0, 0,
+                std::string("could not write the stage: ") +
+                    std::strerror(writeError != 0 ? writeError : errno));
+  }
   return 0;
 }

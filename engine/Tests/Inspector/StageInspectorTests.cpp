@@ -13,6 +13,8 @@
 #include "Inspector/ComponentModel.h"
 #include "Inspector/StageInspector.h"
 #include "ServerClient/Records/StageNormalization.h"
+#include "UsdText/LayerReader.h"
+#include "UsdText/SceneGenerator.h"
 #include "UsdText/StageComposer.h"
 
 namespace orvan::engine {
@@ -180,6 +182,33 @@ TEST(StageInspectorDemo, StreamedJsonDecodesToTheSameStageAsTheRecords) {
     ASSERT_TRUE(fromRecords.ok()) << scene;
     EXPECT_EQ(*fromStream, *fromRecords) << scene;
   }
+}
+
+// A stage large enough to be handed over in several pieces, and a sink that gives up.
+TEST(StageInspectorDemo, LargeStagesArriveInPiecesAndARefusingSinkStopsTheWriting) {
+  const LayerReadResult read = readLayerText("generated.usda", generateScene(3000));
+  ASSERT_TRUE(read.ok());
+  const StageOpenResult opened = composeStage(read.layer);
+  std::string text;
+  std::size_t pieces = 0;
+  ASSERT_FALSE(writeInspectionJson(*opened.stage, {}, [&](std::string_view piece) {
+                 text += piece;
+                 ++pieces;
+                 return true;
+               }).has_value());
+  EXPECT_GT(pieces, 2u);
+  const auto decoded = editor::decodeJson<StageInspection>(text, "stage");
+  ASSERT_TRUE(decoded.ok()) << decoded.error().description;
+  EXPECT_EQ(decoded->prims.size(), 3000u);
+  EXPECT_EQ(decoded->rootPrims, inspectStage(*opened.stage).inspection.rootPrims);
+
+  std::size_t calls = 0;
+  const auto refused = writeInspectionJson(*opened.stage, {}, [&](std::string_view) {
+    ++calls;
+    return false;
+  });
+  ASSERT_TRUE(refused.has_value());
+  EXPECT_EQ(calls, 1u);
 }
 
 TEST(StageInspectorDemo, EntitiesCarryTheirIdsComponentsAndOwningEntity) {
