@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
-#include <cstdio>
+#include <charconv>
 #include <optional>
 
 namespace orvan::engine {
@@ -28,14 +28,16 @@ struct PropertyDescriptor {
   std::string_view unit = {};
 };
 
-ComponentProperty makeProperty(const PropertyDescriptor& descriptor, std::string value) {
+ComponentProperty makeProperty(const PropertyDescriptor& descriptor, std::string value,
+                               bool withOptions = true) {
   ComponentProperty property;
   property.name = std::string(descriptor.name);
   property.kind = std::string(descriptor.kind);
   property.value = std::move(value);
   if (!descriptor.control.empty())
     property.control = std::string(descriptor.control);
-  property.options = descriptor.options;
+  if (withOptions)
+    property.options = descriptor.options;
   property.min = descriptor.min;
   property.max = descriptor.max;
   property.step = descriptor.step;
@@ -47,9 +49,8 @@ ComponentProperty makeProperty(const PropertyDescriptor& descriptor, std::string
 // The shape of a shape and the type of a light are the prim's type: the catalogue offers the
 // choice when a component is added, an existing prim shows it without one.
 ComponentProperty readOnly(const PropertyDescriptor& descriptor, std::string value) {
-  ComponentProperty property = makeProperty(descriptor, std::move(value));
+  ComponentProperty property = makeProperty(descriptor, std::move(value), false);
   property.control = "readonly";
-  property.options.clear();
   return property;
 }
 
@@ -472,8 +473,10 @@ std::string formatNumbers(const std::vector<double>& numbers) {
   for (std::size_t i = 0; i < numbers.size(); ++i) {
     if (i != 0)
       text += ',';
-    const int length = std::snprintf(buffer, sizeof buffer, "%.6g", numbers[i]);
-    text.append(buffer, static_cast<std::size_t>(std::max(length, 0)));
+    // The general format with six digits is "%.6g", without the locale and printf's cost.
+    const auto written =
+        std::to_chars(buffer, buffer + sizeof buffer, numbers[i], std::chars_format::general, 6);
+    text.append(buffer, written.ptr);
   }
   return text;
 }

@@ -486,6 +486,7 @@ TEST(StageInspectorComponents, CatalogDefaultsAreValidForTheirKinds) {
 
 TEST(StageInspectorComponents, NumbersAreWrittenAsTheEditorsFieldsWriteThem) {
   EXPECT_EQ(formatNumbers({1000, 0.1234567, -0.5}), "1000,0.123457,-0.5");
+  EXPECT_EQ(formatNumbers({1e-05, 1234567, 0}), "1e-05,1.23457e+06,0");
   EXPECT_EQ(formatNumbers({}), "");
 }
 
