@@ -510,8 +510,10 @@ class Inspector {
     }
     if (stageProblems_.empty())
       return;
+    // A placeholder (an over with nothing under it) leaves the editor's tree, so it is skipped.
     for (const std::uint32_t root : stage_.rootPrims) {
-      if (!editor::isEditorInternalPrimPath(stage_.prims[root].path)) {
+      if (stage_.prims[root].defined &&
+          !editor::isEditorInternalPrimPath(stage_.prims[root].path)) {
         stageProblemPrim_ = root;
         return;
       }

@@ -4,6 +4,8 @@
 #include <gtest/gtest.h>
 
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <set>
 #include <sstream>
 
@@ -512,8 +514,20 @@ ProcessResult runInspector(const std::string& arguments) {
   return result;
 }
 
-TEST(InspectorExecutable, PrintsTheDemoStageAndExitsZero) {
+std::string fileText(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+TEST(InspectorExecutable, PrintsTheDemoStageAndExitsZeroLeavingTheSceneAsItWas) {
+  const std::string before =
+      fileText(kDemo) + fileText(ORVAN_DEMO_DIR "/hello_world_lighting.usda");
+  const auto modified = std::filesystem::last_write_time(kDemo);
   const ProcessResult run = runInspector("'" + kDemo + "'");
+  EXPECT_EQ(fileText(kDemo) + fileText(ORVAN_DEMO_DIR "/hello_world_lighting.usda"), before);
+  EXPECT_EQ(std::filesystem::last_write_time(kDemo), modified);
   ASSERT_EQ(run.status, 0) << run.out;
   const auto decoded = editor::decodeJson<StageInspection>(run.out, "stage");
   ASSERT_TRUE(decoded.ok()) << decoded.error().description;
