@@ -587,7 +587,7 @@ class Inspector {
     }
     if (internal)
       return;
-    // Every file an entity references is a mesh asset of the scene; a file that failed to load
+    // Every file a prim brings in is a mesh asset of the scene; a file that failed to load
     // stays out.
     for (const auto& [authored, resolved] : files) {
       if (!prim.problems.empty() && !loadedLayer(resolved))
