@@ -1,0 +1,77 @@
+// orvan_usd_inspector: prints the composed stage of a scene as the editor's StageInspection JSON.
+// It only reads: the scene and its layers are never written.
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "Inspector/StageInspector.h"
+#include "UsdText/StageComposer.h"
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: orvan_usd_inspector SCENE [--active-layer ID] [--mute LAYER]... [--no-payloads]";
+
+// Every failure is one line "file:line:column: reason"; 0:0 stands for the file as a whole.
+int fail(const std::string& file, std::uint32_t line, std::uint32_t column,
+         const std::string& reason) {
+  std::fprintf(stderr, "%s:%u:%u: %s\n", file.c_str(), line, column, reason.c_str());
+  return 1;
+}
+
+int usage(const std::string& reason) {
+  std::fprintf(stderr, "orvan_usd_inspector: %s; %s\n", reason.c_str(), kUsage);
+  return 2;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // A reader that goes away early must give a write error, not kill the process silently.
+  std::signal(SIGPIPE, SIG_IGN);
+  std::string scene;
+  orvan::engine::InspectOptions inspect;
+  orvan::engine::ComposeOptions compose;
+  const std::vector<std::string> arguments(argv + 1, argv + argc);
+  for (std::size_t i = 0; i < arguments.size(); ++i) {
+    const std::string& argument = arguments[i];
+    if (argument == "--active-layer" || argument == "--mute") {
+      if (i + 1 >= arguments.size())
+        return usage(argument + " needs a value");
+      (argument == "--mute" ? compose.mutedLayers.emplace_back() : inspect.activeLayer) =
+          arguments[++i];
+    } else if (argument == "--no-payloads") {
+      compose.loadPayloads = false;
+    } else if (argument.starts_with("--") || !scene.empty()) {
+      return usage("unexpected argument '" + argument + "'");
+    } else {
+      scene = argument;
+    }
+  }
+  if (scene.empty())
+    return usage("no scene given");
+
+  const orvan::engine::StageOpenResult opened = orvan::engine::openStage(scene, compose);
+  if (!opened.ok())
+    return fail(opened.error->file, opened.error->line, opened.error->column,
+                opened.error->message);
+  int writeError = 0;
+  const auto written = orvan::engine::writeInspectionJson(
+      *opened.stage, inspect, [&writeError](std::string_view piece) {
+        if (std::fwrite(piece.data(), 1, piece.size(), stdout) == piece.size())
+          return true;
+        writeError = errno;
+        return false;
+      });
+  if (written && writeError == 0)
+    return fail(scene, 0, 0, *written);
+  if (writeError != 0 || std::fputc('\n', stdout) == EOF || std::fflush(stdout) != 0) {
+    return fail(scene, 0, 0,
+                std::string("could not write the stage: ") +
+                    std::strerror(writeError != 0 ? writeError : errno));
+  }
+  return 0;
+}
