@@ -105,6 +105,11 @@ class PropertyGrid {
     auto* nameLabel = label(name, "PropertyName", parent);
     nameLabel->setFixedWidth(kNameColumnWidth);
     nameLabel->setToolTip(nameToolTip.isEmpty() ? name : nameToolTip);
+    // Long names keep their start and their end ("orvan:amb…Strength"), which is where
+    // namespaced attribute names differ; the whole name stays in the tool tip.
+    nameLabel->setProperty("plainName", name);
+    nameLabel->setText(
+        nameLabel->fontMetrics().elidedText(name, Qt::ElideMiddle, kNameColumnWidth - 4));
     QWidget* value = makeValue(parent);
     layout_->addWidget(nameLabel, rows_, 0, Qt::AlignLeft | Qt::AlignVCenter);
     layout_->addWidget(value, rows_, 1);
@@ -281,7 +286,7 @@ QStringList InspectorPane::contentLines() const {
     if (name == "PrimName" || name == "PrimType" || name == "PrimPath" || name == "SectionTitle") {
       lines.push_back(static_cast<QLabel*>(child)->text());
     } else if (name == "PropertyName") {
-      lines.push_back(static_cast<QLabel*>(child)->text() + ":");
+      lines.push_back(child->property("plainName").toString() + ":");
     } else if (name == "ValueText" || name == "NumberValue" || name == "AssetValue") {
       lines.back() += " " + static_cast<QLabel*>(child)->text();
     } else if (name == "VectorField" || name == "ColorSwatch") {
