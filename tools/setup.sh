@@ -42,7 +42,7 @@ fi
 
 [ "$build" -eq 1 ] || exit 0
 cd "$root"
-if [ ! -f "build/$preset/CMakeCache.txt" ]; then
-  cmake --preset "$preset" >/dev/null
-fi
+# Configuring every time applies preset changes to an existing tree; it is quick when nothing
+# changed.
+cmake --preset "$preset" >/dev/null
 cmake --build --preset "$preset"
