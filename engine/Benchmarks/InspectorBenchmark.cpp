@@ -2,31 +2,16 @@
 // for the editor. The input rate is bytes of scene text per second; jsonMB is the size of the
 // output; peakRssMB is the process's peak resident memory so far.
 #include <benchmark/benchmark.h>
-#include <sys/resource.h>
 
 #include <map>
 
+#include "BenchmarkScenes.h"
 #include "Inspector/StageInspector.h"
 #include "UsdText/LayerReader.h"
-#include "UsdText/SceneGenerator.h"
 #include "UsdText/StageComposer.h"
 
 namespace orvan::engine {
 namespace {
-
-const std::string& sceneText(std::size_t prims) {
-  static std::map<std::size_t, std::string> scenes;
-  auto found = scenes.find(prims);
-  if (found == scenes.end())
-    found = scenes.emplace(prims, generateScene(prims)).first;
-  return found->second;
-}
-
-double peakRssMegabytes() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return static_cast<double>(usage.ru_maxrss) / 1024.0;
-}
 
 void finish(benchmark::State& state, std::size_t bytes, std::size_t prims, std::size_t json) {
   state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations() * bytes));
