@@ -12,4 +12,7 @@ if [ "${1:-}" = "--asan" ]; then preset=asan; shift; fi
 cd "$root"
 # Tests never reach a desktop session: widgets render offscreen and secrets use the file store.
 export QT_QPA_PLATFORM=offscreen
+if [ "$preset" = asan ]; then
+  export LSAN_OPTIONS="suppressions=$root/tools/lsan.supp:print_suppressions=0"
+fi
 ctest --preset "$preset" --output-on-failure -j "$(nproc)" "$@"
