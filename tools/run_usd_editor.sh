@@ -6,6 +6,8 @@
 #                 failed to), and exits. With --local, the first prim is selected for the picture.
 # --no-setup      uses the editor as it is built, without installing or building first.
 # Any other argument goes to the editor as it is (for example --inspector PATH).
+# With no scene and no editor arguments at all, the demo scene opens locally: the reference
+# project server that a plain launch talks to is not part of the engine yet.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 editor_args=()
@@ -20,6 +22,9 @@ while [ $# -gt 0 ]; do
     *) editor_args+=("$1"); shift ;;
   esac
 done
+if [ -z "$scene" ] && [ ${#editor_args[@]} -eq 0 ]; then
+  scene="$root/demo/hello_world.usda"
+fi
 if [ -n "$scene" ]; then
   case "$scene" in
     /*) ;;
