@@ -89,7 +89,7 @@ std::string fileNameOf(const std::string& path) {
 const char* foreignFormat(const std::string& path) {
   const std::string extension = fs::path(path).extension().string();
   if (extension == ".usdc")
-    return "a binary crate file";
+    return "a binary layer";
   if (extension == ".usdz")
     return "a zipped package";
   if (extension == ".fbx" || extension == ".obj" || extension == ".abc" || extension == ".gltf" ||
@@ -171,9 +171,9 @@ class Composer {
       LayerReadResult read = readLayerFile(path);
       if (read.ok()) {
         layer = std::move(read.layer);
-      } else if (isBinaryCrate(path)) {
+      } else if (isBinaryFile(path)) {
         error =
-            "'" + fileNameOf(path) + "' is a binary crate file, which this engine cannot compose";
+            "'" + fileNameOf(path) + "' is a binary layer, which this engine cannot compose";
       } else {
         error = read.error->describe();
       }
@@ -184,11 +184,13 @@ class Composer {
     return index;
   }
 
-  static bool isBinaryCrate(const std::string& path) {
+  // A text layer never holds a NUL byte; a binary layer has one within its first bytes.
+  static bool isBinaryFile(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
-    char magic[8] = {};
-    file.read(magic, sizeof magic);
-    return file.gcount() == 8 && std::string_view(magic, 8) == "PXR-USDC";
+    char head[512] = {};
+    file.read(head, sizeof head);
+    return std::string_view(head, static_cast<std::size_t>(file.gcount())).find('\0') !=
+           std::string_view::npos;
   }
 
   std::string resolveAsset(std::uint32_t anchorLayer, const std::string& asset) const {

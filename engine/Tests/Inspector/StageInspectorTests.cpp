@@ -355,7 +355,7 @@ TEST(StageInspectorArcs, PayloadsInstancesAndBrokenReferencesShowInBadgesAndComp
   EXPECT_THAT(problem.value, HasSubstr("gone.usda"));
   EXPECT_EQ(problem.control, "readonly");
   EXPECT_THAT(property(prim(stage, "/World/Crated"), "Problems", "problem1").value,
-              HasSubstr("binary crate"));
+              HasSubstr("binary layer"));
 
   EXPECT_FALSE(prim(stage, "/World/Hidden").active);
   EXPECT_EQ(prim(stage, "/Stray").defined, false);

@@ -170,7 +170,7 @@ TEST(LayerReaderFailures, FilesThatAreNotTextLayersFailWithoutCrashing) {
   EXPECT_NE(folder.error->message.find("folder"), std::string::npos);
   EXPECT_FALSE(readLayerFile("/dev/null").ok());
 
-  const LayerReadResult binary = readLayerText("mesh.usdc", std::string("PXR-USDC\0\x01\x02", 11));
+  const LayerReadResult binary = readLayerText("mesh.usdc", std::string("BINLAYER\0\x01\x02", 11));
   ASSERT_FALSE(binary.ok());
   EXPECT_EQ(binary.error->line, 1u);
   EXPECT_EQ(binary.error->column, 1u);

@@ -417,13 +417,13 @@ TEST(StageComposerFailures, BinaryFilesAndFoldersWithLayerNamesAreToldApart) {
   const auto directory = std::filesystem::temp_directory_path() /
                          ("orvan_compose_binary_" + std::to_string(::getpid()));
   std::filesystem::create_directories(directory / "folder.usda");
-  std::ofstream(directory / "crate.usd", std::ios::binary) << std::string("PXR-USDC\x08\0\0\0", 12);
+  std::ofstream(directory / "binary.usd", std::ios::binary) << std::string("BINLAYER\x08\0\0\0", 12);
   std::ofstream(directory / "root.usda")
-      << "#usda 1.0\ndef \"A\" (\n    references = @./crate.usd@\n)\n{\n}\n"
+      << "#usda 1.0\ndef \"A\" (\n    references = @./binary.usd@\n)\n{\n}\n"
          "def \"B\" (\n    references = @./folder.usda@\n)\n{\n}\n";
   const StageOpenResult result = openStage((directory / "root.usda").string());
   ASSERT_TRUE(result.ok());
-  EXPECT_TRUE(hasProblemContaining(*result.stage, prim(*result.stage, "/A"), "binary crate"));
+  EXPECT_TRUE(hasProblemContaining(*result.stage, prim(*result.stage, "/A"), "binary layer"));
   EXPECT_TRUE(hasProblemContaining(*result.stage, prim(*result.stage, "/B"), "folder"));
   EXPECT_FALSE(openStage(directory.string()).ok());
   std::filesystem::remove_all(directory);
