@@ -24,14 +24,6 @@ std::string currentDirectoryPath() {
   return error ? std::string() : path.string();
 }
 
-std::string joinPath(std::string_view base, std::string_view relative) {
-  if (base.empty()) return std::string(relative);
-  std::string joined(base);
-  if (joined.back() != '/') joined.push_back('/');
-  joined.append(relative);
-  return joined;
-}
-
 // An unsigned 64-bit decimal with an optional leading sign; negative values other than -0 and
 // anything that does not parse or overflows yield nothing.
 std::optional<std::uint64_t> parseRevision(std::string_view text) {

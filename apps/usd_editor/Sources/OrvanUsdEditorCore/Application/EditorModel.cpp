@@ -20,8 +20,6 @@ namespace orvan::editor {
 
 namespace {
 
-bool isBlank(std::string_view text) { return trimWhitespaceAndNewlines(text).empty(); }
-
 std::string lowerCaseUuid(const RandomBytes& random) {
   unsigned char bytes[16];
   random(bytes, sizeof bytes);

@@ -6,24 +6,15 @@ namespace orvan::editor {
 
 namespace {
 
-std::string joinedStandardized(std::string_view base, std::string_view relative) {
-  std::string joined(base);
-  if (!joined.empty() && joined.back() != '/') joined.push_back('/');
-  joined.append(relative);
-  return standardizePath(joined);
-}
-
 // A stored scene, made absolute against the stored project path when it is relative and that
 // path is not empty.
 std::string storedScenePath(const HostedProjectLaunchScope& stored) {
   if (stored.scenePath.empty()) return {};
   if (!hasPrefix(stored.scenePath, "/") && !stored.projectPath.empty()) {
-    return joinedStandardized(stored.projectPath, stored.scenePath);
+    return standardizePath(joinPath(stored.projectPath, stored.scenePath));
   }
   return standardizePath(stored.scenePath);
 }
-
-bool isBlank(std::string_view text) { return trimWhitespaceAndNewlines(text).empty(); }
 
 }  // namespace
 
@@ -38,7 +29,7 @@ std::string hostedScenePath(std::string_view scene, std::string_view projectPath
   if (trimmedScene.empty()) return {};
   if (hasPrefix(trimmedScene, "/")) return standardizePath(trimmedScene);
   if (projectPath.empty()) return std::string(trimmedScene);
-  return joinedStandardized(projectPath, trimmedScene);
+  return standardizePath(joinPath(projectPath, trimmedScene));
 }
 
 void applyRememberedLaunchScope(EditorConfiguration& configuration,
@@ -57,7 +48,7 @@ void applyRememberedLaunchScope(EditorConfiguration& configuration,
   }
   if (!isBlank(configuration.projectPath) && !isBlank(configuration.scenePath) &&
       !hasPrefix(configuration.scenePath, "/")) {
-    configuration.scenePath = joinedStandardized(configuration.projectPath, configuration.scenePath);
+    configuration.scenePath = standardizePath(joinPath(configuration.projectPath, configuration.scenePath));
   }
 }
 

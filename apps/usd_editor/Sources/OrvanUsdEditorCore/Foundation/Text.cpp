@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <vector>
 
+#include <simdjson.h>
 #include <utf8proc.h>
 
 namespace orvan::editor {
@@ -111,6 +112,18 @@ std::string_view trimWhitespaceAndNewlines(std::string_view text) {
 }
 
 std::string trimmed(std::string_view text) { return std::string(trimWhitespaceAndNewlines(text)); }
+
+bool isBlank(std::string_view text) { return trimWhitespaceAndNewlines(text).empty(); }
+
+bool isValidUtf8(std::string_view text) { return simdjson::validate_utf8(text.data(), text.size()); }
+
+std::string joinPath(std::string_view base, std::string_view relative) {
+  if (base.empty()) return std::string(relative);
+  std::string joined(base);
+  if (joined.back() != '/') joined.push_back('/');
+  joined.append(relative);
+  return joined;
+}
 
 std::string lowercased(std::string_view text) {
   std::string out;

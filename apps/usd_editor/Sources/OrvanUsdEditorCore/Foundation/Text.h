@@ -13,6 +13,10 @@ namespace orvan::editor {
 // both ends.
 std::string_view trimWhitespaceAndNewlines(std::string_view text);
 std::string trimmed(std::string_view text);
+// Empty once white space and new lines are trimmed.
+bool isBlank(std::string_view text);
+
+bool isValidUtf8(std::string_view text);
 
 bool isWhitespaceOrNewline(char32_t codepoint);
 // Letters include combining marks, so that "é" spelled with a combining accent stays a letter.
@@ -28,6 +32,9 @@ std::string lowercased(std::string_view text);
 bool equalsIgnoringCase(std::string_view left, std::string_view right);
 bool hasPrefix(std::string_view text, std::string_view prefix);
 bool hasSuffix(std::string_view text, std::string_view suffix);
+
+// `relative` under `base` with one "/" between them; `relative` alone when `base` is empty.
+std::string joinPath(std::string_view base, std::string_view relative);
 
 // Resolves "." and ".." and repeated separators. An absolute path stays absolute and never climbs
 // above "/"; a relative one keeps the ".." that cannot be resolved. Empty stays empty.

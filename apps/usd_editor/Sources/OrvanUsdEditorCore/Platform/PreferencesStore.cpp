@@ -6,7 +6,9 @@
 #include <simdjson.h>
 #include <spdlog/spdlog.h>
 
-#include "Platform/SmallJson.h"
+#include "Foundation/JsonEncoder.h"
+#include "Foundation/Text.h"
+#include "Platform/Base64.h"
 #include "Platform/UserFolders.h"
 
 namespace orvan::editor {
@@ -16,7 +18,7 @@ namespace {
 constexpr mode_t kPreferencesFileMode = 0600;
 
 Status checkUtf8(std::string_view what, std::string_view text) {
-  if (small_json::isValidUtf8(text))
+  if (isValidUtf8(text))
     return okStatus();
   return Error::editor(EINVAL, fmt::format("A preference {} must be valid UTF-8", what));
 }
@@ -31,7 +33,7 @@ std::optional<PreferenceValue> decodeValue(simdjson::dom::element element) {
       const simdjson::dom::object object = element.get_object().value();
       std::string_view encoded;
       if (object.size() == 1 && object["data"].get_string().get(encoded) == simdjson::SUCCESS) {
-        if (auto bytes = small_json::decodeBase64(encoded)) {
+        if (auto bytes = decodeBase64(encoded)) {
           return PreferenceValue(PreferenceData{std::move(*bytes)});
         }
       }
@@ -191,15 +193,15 @@ std::string JsonFilePreferencesStore::encode(const PreferenceValues& values) {
   for (const auto& [key, value] : values) {
     out += first ? "\n  " : ",\n  ";
     first = false;
-    small_json::appendQuoted(out, key);
+    appendJsonString(out, key);
     out += ": ";
     if (const auto* text = std::get_if<std::string>(&value)) {
-      small_json::appendQuoted(out, *text);
+      appendJsonString(out, *text);
     } else if (const auto* flag = std::get_if<bool>(&value)) {
       out += *flag ? "true" : "false";
     } else if (const auto* data = std::get_if<PreferenceData>(&value)) {
       out += "{\"data\": ";
-      small_json::appendQuoted(out, small_json::encodeBase64(data->bytes));
+      appendJsonString(out, encodeBase64(data->bytes));
       out += "}";
     } else {
       out += std::get<RawJson>(value).text;

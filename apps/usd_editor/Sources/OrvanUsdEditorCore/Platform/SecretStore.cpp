@@ -11,7 +11,9 @@
 #include <spdlog/spdlog.h>
 
 #include "Platform/AtomicFile.h"
-#include "Platform/SmallJson.h"
+#include "Foundation/JsonEncoder.h"
+#include "Foundation/Text.h"
+#include "Platform/Base64.h"
 #include "Platform/UserFolders.h"
 
 namespace orvan::editor {
@@ -21,7 +23,7 @@ namespace {
 constexpr mode_t kSecretFileMode = 0600;
 
 Status checkText(std::string_view what, std::string_view text) {
-  if (text.find('\0') == std::string_view::npos && small_json::isValidUtf8(text)) {
+  if (text.find('\0') == std::string_view::npos && isValidUtf8(text)) {
     return okStatus();
   }
   return Error::editor(EINVAL,
@@ -231,11 +233,11 @@ Status FileSecretStore::writeEntries(const Entries& entries) const {
   for (const auto& [key, secret] : entries) {
     out += first ? "\n  {\"service\": " : ",\n  {\"service\": ";
     first = false;
-    small_json::appendQuoted(out, key.first);
+    appendJsonString(out, key.first);
     out += ", \"account\": ";
-    small_json::appendQuoted(out, key.second);
+    appendJsonString(out, key.second);
     out += ", \"secret\": ";
-    small_json::appendQuoted(out, secret);
+    appendJsonString(out, secret);
     out += "}";
   }
   out += first ? "]}\n" : "\n]}\n";

@@ -17,8 +17,6 @@ namespace orvan::editor {
 
 namespace {
 
-bool isBlank(std::string_view text) { return trimWhitespaceAndNewlines(text).empty(); }
-
 constexpr std::uint32_t kMaximumStaleStageRefusals = 7;
 constexpr auto kStaleStageRetryDelay = std::chrono::milliseconds(250);
 constexpr auto kSlowApplyThreshold = std::chrono::milliseconds(8);

@@ -1,14 +1,13 @@
 #include "ServerClient/RunProcess.h"
 
-#include <simdjson.h>
-
 #include "Foundation/JsonDecoder.h"
+#include "Foundation/Text.h"
 #include "ServerClient/Records/EditClientResponse.h"
 
 namespace orvan::editor {
 
 std::string validUtf8OrEmpty(std::string text) {
-  if (!simdjson::validate_utf8(text.data(), text.size())) return {};
+  if (!isValidUtf8(text)) return {};
   return text;
 }
 

@@ -77,3 +77,19 @@ TEST(LoggingTest, TextTailKeepsTheEndAndNeverSplitsACharacter) {
 
 }  // namespace
 }  // namespace orvan::editor
+
+namespace orvan::editor {
+namespace {
+
+TEST(TextTest, BlankValidUtf8AndJoinedPaths) {
+  EXPECT_TRUE(isBlank(" \n\u00A0"));
+  EXPECT_FALSE(isBlank(" x "));
+  EXPECT_TRUE(isValidUtf8("\xc3\xa9"));
+  EXPECT_FALSE(isValidUtf8("\xc3"));
+  EXPECT_EQ(joinPath("/p", "s.usda"), "/p/s.usda");
+  EXPECT_EQ(joinPath("/p/", "s.usda"), "/p/s.usda");
+  EXPECT_EQ(joinPath("", "s.usda"), "s.usda");
+}
+
+}  // namespace
+}  // namespace orvan::editor

@@ -1,11 +1,9 @@
-#include "Platform/SmallJson.h"
+#include "Platform/Base64.h"
 
 #include <array>
 #include <cstdint>
 
-#include <simdjson.h>
-
-namespace orvan::editor::small_json {
+namespace orvan::editor {
 
 namespace {
 
@@ -22,45 +20,6 @@ constexpr std::array<int, 256> makeDecodeTable() {
 constexpr std::array<int, 256> kDecodeTable = makeDecodeTable();
 
 }  // namespace
-
-void appendQuoted(std::string& out, std::string_view text) {
-  static constexpr char kHex[] = "0123456789abcdef";
-  out.push_back('"');
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    switch (c) {
-      case '"':
-        out += "\\\"";
-        continue;
-      case '\\':
-        out += "\\\\";
-        continue;
-      case '\n':
-        out += "\\n";
-        continue;
-      case '\r':
-        out += "\\r";
-        continue;
-      case '\t':
-        out += "\\t";
-        continue;
-      default:
-        break;
-    }
-    if (byte < 0x20) {
-      out += "\\u00";
-      out.push_back(kHex[byte >> 4]);
-      out.push_back(kHex[byte & 0x0f]);
-    } else {
-      out.push_back(c);
-    }
-  }
-  out.push_back('"');
-}
-
-bool isValidUtf8(std::string_view text) {
-  return simdjson::validate_utf8(text.data(), text.size());
-}
 
 std::string encodeBase64(std::string_view bytes) {
   std::string out;
@@ -112,4 +71,4 @@ std::optional<std::string> decodeBase64(std::string_view text) {
   return out;
 }
 
-}  // namespace orvan::editor::small_json
+}  // namespace orvan::editor

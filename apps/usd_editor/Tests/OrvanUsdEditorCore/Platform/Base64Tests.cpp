@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
-#include "Platform/SmallJson.h"
+#include "Platform/Base64.h"
 
-namespace orvan::editor::small_json {
+namespace orvan::editor {
 namespace {
 
-TEST(SmallJsonTest, Base64RoundTripsEveryTailLengthAndAllByteValues) {
+TEST(Base64Test, Base64RoundTripsEveryTailLengthAndAllByteValues) {
   std::string all;
   for (int byte = 0; byte < 256; ++byte)
     all.push_back(static_cast<char>(byte));
@@ -18,19 +18,11 @@ TEST(SmallJsonTest, Base64RoundTripsEveryTailLengthAndAllByteValues) {
   EXPECT_EQ(encodeBase64("fo"), "Zm8=");
 }
 
-TEST(SmallJsonTest, MalformedBase64IsRefused) {
+TEST(Base64Test, MalformedBase64IsRefused) {
   for (const char* bad : {"Zm9", "Zm9v!mFy", "Z===", "Zm=v", "=Zm8"}) {
     EXPECT_EQ(decodeBase64(bad), std::nullopt) << bad;
   }
 }
 
-TEST(SmallJsonTest, QuotingEscapesWhatJsonRequires) {
-  std::string out;
-  appendQuoted(out, "a\"b\\c\n\t\x01 \xc3\xa9");
-  EXPECT_EQ(out, "\"a\\\"b\\\\c\\n\\t\\u0001 \xc3\xa9\"");
-  EXPECT_TRUE(isValidUtf8("\xc3\xa9"));
-  EXPECT_FALSE(isValidUtf8("\xc3"));
-}
-
 }  // namespace
-}  // namespace orvan::editor::small_json
+}  // namespace orvan::editor
