@@ -21,22 +21,6 @@ namespace {
 
 constexpr char kLocalTitleSuffix[] = " \u2014 Local";
 
-std::string_view actionName(editor::VelkConnectionAction action) {
-  switch (action) {
-    case editor::VelkConnectionAction::none:
-      return "none";
-    case editor::VelkConnectionAction::login:
-      return "login";
-    case editor::VelkConnectionAction::retry:
-      return "retry";
-    case editor::VelkConnectionAction::requestAccess:
-      return "requestAccess";
-    case editor::VelkConnectionAction::chooseProject:
-      return "chooseProject";
-  }
-  return "unknown";
-}
-
 }  // namespace
 
 EditorWindow::EditorWindow(editor::EditorModel& model, QWidget* parent)
@@ -49,8 +33,10 @@ EditorWindow::EditorWindow(editor::EditorModel& model, QWidget* parent)
   banner_ = new ConnectionBanner;
   setBanner(banner_);
   connect(banner_, &ConnectionBanner::dismissRequested, this,
-          [this] { model_.connectionIssue.set(std::nullopt); });
-  connect(banner_, &ConnectionBanner::retryRequested, this, [this] { retryAfterBanner(); });
+          [this] { model_.dismissConnectionIssue(); });
+  connect(banner_, &ConnectionBanner::retryRequested, this, [this] {
+    performConnectionAction(static_cast<int>(editor::VelkConnectionAction::retry));
+  });
 
   startupSheet_ = new StartupSheet(this);
   connect(startupSheet_, &StartupSheet::primaryActionTriggered, this,
@@ -124,25 +110,8 @@ void EditorWindow::resizeEvent(QResizeEvent* event) {
 }
 
 void EditorWindow::performConnectionAction(int action) {
-  const auto typed = static_cast<editor::VelkConnectionAction>(action);
-  if (typed == editor::VelkConnectionAction::retry) {
-    model_.connectionIssue.set(std::nullopt);
-    model_.startInitialRefresh();
-    updateStartupPresentation();
-    return;
-  }
-  // Sign-in, access requests and the project browser join with their own flows.
-  spdlog::info("start-up sheet action {} is not available in this build", actionName(typed));
-}
-
-void EditorWindow::retryAfterBanner() {
-  if (editor::trimWhitespaceAndNewlines(model_.configuration.remoteStageURL).empty()) {
-    // A local stage: asking the inspector again is the whole retry.
-    model_.connectionIssue.set(std::nullopt);
-    model_.refresh();
-    return;
-  }
-  performConnectionAction(static_cast<int>(editor::VelkConnectionAction::retry));
+  model_.performConnectionAction(static_cast<editor::VelkConnectionAction>(action));
+  updateStartupPresentation();
 }
 
 void EditorWindow::presentForScreenshot() {

@@ -42,7 +42,6 @@ class EditorWindow final : public MainWindow {
   void updateTitle();
   void updateStartupPresentation();
   void performConnectionAction(int action);
-  void retryAfterBanner();
 
   editor::EditorModel& model_;
   HierarchyPane* hierarchy_ = nullptr;

@@ -131,6 +131,10 @@ class EditorModel {
   void applyRefreshFailure(const Error& error, std::uint64_t generation);
   void handleConnectionFailure(const Error& error, std::string_view prefix);
   void registerConnectionIssue(const VelkConnectionIssue& issue);
+  // A button of the start-up sheet or the banner. Retry starts over; sign-in, access requests and
+  // the project browser join with their own flows and only log until then.
+  void performConnectionAction(VelkConnectionAction action);
+  void dismissConnectionIssue();
   void scheduleStageRefresh(Duration delay);
 
   // ---- Selection

@@ -177,6 +177,19 @@ void EditorModel::registerConnectionIssue(const VelkConnectionIssue& issue) {
   if (issue.primaryAction == VelkConnectionAction::login) initialProjectNeedsSignIn = true;
 }
 
+void EditorModel::performConnectionAction(VelkConnectionAction action) {
+  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
+  if (action == VelkConnectionAction::retry) {
+    connectionIssue.set(std::nullopt);
+    startInitialRefresh();
+    return;
+  }
+  if (action == VelkConnectionAction::none) return;
+  spdlog::info("connection action {} is not available in this build", static_cast<int>(action));
+}
+
+void EditorModel::dismissConnectionIssue() { connectionIssue.set(std::nullopt); }
+
 void EditorModel::scheduleStageRefresh(Duration delay) {
   const WeakLifetime weak = lifetime_.weak();
   stageChangedRefreshTask_.replace(ports_.main.postAfter(delay, [this, weak] {
