@@ -18,7 +18,7 @@
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
-#include "ServerClient/PreparedStage.h"
+#include "Presentation/PreparedStage.h"
 
 namespace orvan::editor::benchmarks {
 namespace {

@@ -19,7 +19,7 @@
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
-#include "ServerClient/PreparedStage.h"
+#include "Presentation/PreparedStage.h"
 #include "ServerClient/Records/StageInspection.h"
 #include "ServerClient/Records/StageNormalization.h"
 

@@ -106,12 +106,16 @@ class EditorWindowTest : public ::testing::Test {
     window_->show();
     processEventsUntil([&] { return window_->isVisible(); }, 2000);
     if (loadStage)
-      scheduler_.runBackground();
+      scheduler_.runUntilQuiet();
     return *window_;
   }
 
+  // Lets the window's queued work and the model's follow-up work run, in turns.
   void settle() {
-    processEventsUntil([] { return false; }, 20);
+    for (int turn = 0; turn < 3; ++turn) {
+      processEventsUntil([] { return false; }, 10);
+      scheduler_.runUntilQuiet();
+    }
   }
 
   QStringList rootNames() const {
@@ -154,7 +158,7 @@ TEST_F(EditorWindowTest, FirstShowingLoadsTheLocalStageIntoHierarchyTitleAndStat
   window.show();
   EXPECT_EQ(model_->refreshGeneration, 1u);
 
-  scheduler_.runBackground();
+  scheduler_.runUntilQuiet();
   EXPECT_EQ(window.windowTitle(), QString::fromUtf8("scene.usda \u2014 Local"));
   EXPECT_EQ(window.statusText(), "Loaded composed OpenUSD stage");
   EXPECT_EQ(rootNames(), (QStringList{"World", "Lights"}));
@@ -211,7 +215,7 @@ TEST_F(EditorWindowTest, TheTreeFollowsSelectionsMadeElsewhereAndKeepsItsShapeAc
   // The next stage no longer has the selected prim's branch.
   model_->configuration.scenePath = writeScene("next.usda", stageJson(false));
   model_->refresh();
-  scheduler_.runBackground();
+  scheduler_.runUntilQuiet();
   settle();
   EXPECT_TRUE(model_->session.sceneSelection.get().paths.empty());
   EXPECT_TRUE(view.selectionModel()->selectedRows().isEmpty());
@@ -271,7 +275,7 @@ TEST_F(EditorWindowTest, AFailedLoadShowsABannerWhoseRetryAndDismissWork) {
   banner.retryButton()->click();
   EXPECT_EQ(model_->refreshGeneration, generation + 1);
   EXPECT_FALSE(banner.isVisible());
-  scheduler_.runBackground();
+  scheduler_.runUntilQuiet();
   EXPECT_EQ(rootNames(), (QStringList{"World", "Lights"}));
 
   model_->connectionIssue.set(editor::VelkConnectionIssue::classify(0, "", false, {}, "again"));

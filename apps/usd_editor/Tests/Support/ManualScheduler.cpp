@@ -78,6 +78,15 @@ int ManualScheduler::runBackground(ThenRunMain thenRunMain) {
   return ran;
 }
 
+int ManualScheduler::runUntilQuiet() {
+  int ran = 0;
+  for (;;) {
+    const int step = runBackground(ThenRunMain::kNo) + runUntilIdle();
+    if (step == 0) return ran;
+    ran += step;
+  }
+}
+
 void ManualScheduler::setRunBackgroundInline(bool inlineBackground) {
   inlineBackground_ = inlineBackground;
   if (inlineBackground_) runBackground();

@@ -35,6 +35,9 @@ class ManualScheduler final : public MainExecutor {
   enum class ThenRunMain { kYes, kNo };
   int runBackground(ThenRunMain thenRunMain = ThenRunMain::kYes);
   void setRunBackgroundInline(bool inlineBackground);
+  // Runs background and main-thread work, back and forth, until neither has anything due at the
+  // current virtual time: a whole chain of work and replies. Returns how many closures ran.
+  int runUntilQuiet();
 
   std::size_t pendingBackgroundCount() const;
   bool hasPendingMainWork() const;

@@ -64,6 +64,10 @@ EditorModel::EditorModel(EditorConfiguration launchConfiguration, EditorModelPor
   timingLogsEnabled = isDiagnosticFlagEnabled("ORVAN_GIZMO_TIMING");
   // 8. The workspace being opened.
   currentWorkspace = configuration.workspace.empty() ? "main" : configuration.workspace;
+  // 9. A first document, of the empty stage, for every reader.
+  retire(clientDocument.publish(EditorClientDocumentState::makeSnapshot(stage.get(), projectAssets),
+                                true, true));
+  rebuildPresentationIndex();
   // 10. Start the edit helper while the window is still opening, when there is a scene for it.
   prewarmPersistentEditClientIfPossible();
 }
@@ -222,6 +226,18 @@ void EditorModel::configureRuntimeForProjectServerIfNeeded() {
   }
 }
 
+void EditorModel::projectTiming(std::string_view text) const {
+  if (!projectTimingEnabled) return;
+  std::string line = "Velk project timing";
+  if (projectSwitchTimingStartedAt) {
+    char since[48];
+    std::snprintf(since, sizeof since, " t=%.3fs",
+                  std::chrono::duration<double>(ports_.main.now() - *projectSwitchTimingStartedAt).count());
+    line += since;
+  }
+  spdlog::info("{}: {}", line, text);
+}
+
 // ---- Start-up
 
 void EditorModel::startInitialRefresh() {
@@ -240,8 +256,11 @@ void EditorModel::startInitialRefresh() {
   initialProjectError.clear();
   initialProjectNeedsSignIn = false;
   const std::uint64_t serial = session.applySceneSelection("", {}, true);
+  presentation.showSceneSelection("", {});
   session.replaceSceneSelectionSnapshot(EditorSelectionSnapshot::empty(), serial);
   storeStage(PreparedStage::empty());
+  projectAssets.clear();
+  scheduleClientDocumentRebuild(false, true);
   stageRefreshInFlight = true;
   status.set("Loading project");
   spdlog::info("start-up: hosted project resolution for {} waits for the project server client",

@@ -15,8 +15,13 @@
 #include "Foundation/Executors.h"
 #include "Foundation/Observable.h"
 #include "Foundation/Task.h"
+#include "Presentation/EditorClientDocumentBuilder.h"
+#include "Presentation/EditorClientDocumentState.h"
+#include "Presentation/EditorPresentationStore.h"
+#include "Presentation/PreparedStage.h"
+#include "Presentation/SelectionSnapshot.h"
 #include "ProjectsAndWorkspaces/SharedScopeSwitchCoordinator.h"
-#include "ServerClient/PreparedStage.h"
+#include "ServerClient/Records/ProjectAssetItem.h"
 #include "ServerClient/Records/ProjectRecords.h"
 #include "ServerClient/VelkConnectionIssue.h"
 
@@ -70,6 +75,7 @@ struct StageRefreshOptions {
 //   EditorModel.cpp          construction, start-up, derived labels     (Application)
 //   EditorModelIdentity.cpp  user identity and profiles                 (Application)
 //   EditorModelRefresh.cpp   stage refresh and failures                 (ServerClient)
+//   EditorModelPresentation.cpp  client document, selection, inspector  (Presentation)
 class EditorModel {
  public:
   EditorModel(EditorConfiguration configuration, EditorModelPorts ports);
@@ -86,6 +92,8 @@ class EditorModel {
 
   // ---- Stores, created once
   EditorSessionState session;
+  EditorClientDocumentState clientDocument;
+  EditorPresentationStore presentation;
   SharedScopeSwitchCoordinator sharedScopeSwitch;
 
   // ---- Project and workspace
@@ -137,11 +145,34 @@ class EditorModel {
   void dismissConnectionIssue();
   void scheduleStageRefresh(Duration delay);
 
-  // ---- Selection
-  // Selects prims from a view and points the inspector at them.
+  // ---- Client document and presentation
+  std::vector<ProjectAssetItem> projectAssets;
+  // Assets created in the scene that the stage does not list yet.
+  std::vector<UsdAsset> pendingCreatedAssets;
+  // Store items placed in the scene for a look; they have hierarchy paths but no prims.
+  StoreScenePreviews storeScenePreviews;
+  std::uint64_t clientDocumentBuildGeneration = 0;
+  bool clientDocumentPendingStageChanged = false;
+  bool clientDocumentPendingProjectChanged = false;
+
+  // Rebuilds the document off the main thread; requests that come while one is under way are
+  // merged, and only the newest build is published.
+  void scheduleClientDocumentRebuild(bool stageChanged, bool projectChanged);
+  void publishClientDocument(std::shared_ptr<const EditorClientDocumentSnapshot> snapshot,
+                             std::uint64_t generation, Duration elapsed);
+  // Shows a structural edit of `stage` in the hierarchy at once, ahead of the full build.
+  void publishStructuralClientDocumentPatch();
+  void rebuildStageIndex();
+  void rebuildPresentationIndex();
+
+  // Selects prims from a view and points the inspector at them; the highlight shows at once, the
+  // inspector's data follows on the next turn.
   void selectPrims(std::string primaryPath, std::vector<std::string> paths);
-  // Drops selected paths that the new stage no longer has, and refreshes the inspector's data.
+  void scheduleSelectionSnapshot(std::string primaryPath, std::vector<std::string> paths,
+                                 std::uint64_t serial);
+  // Drops selected paths that the document no longer has, and refreshes the inspector's data.
   void reconcileSessionSelectionWithStage();
+  bool isStorePreviewPath(std::string_view path) const;
 
   // ---- Panes and view preferences (kept between runs where noted)
   Observable<HierarchyOrder> hierarchyOrder{HierarchyOrder::alphabetical};              // kept
@@ -190,6 +221,9 @@ class EditorModel {
   bool timingLogsEnabled = false;
   bool projectTimingEnabled = false;
   std::string projectSwitchProfileTarget;
+  std::optional<TimePoint> projectSwitchTimingStartedAt;
+  // A line of the project timing log, when that log is on.
+  void projectTiming(std::string_view text) const;
 
   MainExecutor& mainExecutor() const { return ports_.main; }
 
@@ -203,11 +237,18 @@ class EditorModel {
   std::optional<HostedProjectLaunchScope> storedLaunchScope() const;
   std::string activeLayerForPrewarm() const;
   void storeStage(std::shared_ptr<const PreparedStage> prepared);
+  // Lets replaced documents go on a background thread: the last reference to a large stage
+  // should not be dropped on the main thread.
+  void retire(std::vector<std::shared_ptr<const EditorClientDocumentSnapshot>> snapshots);
 
   EditorModelPorts ports_;
   LifetimeToken lifetime_;
   TaskSlot refreshTask_;
   TaskSlot stageChangedRefreshTask_;
+  TaskSlot clientDocumentBuildTask_;
+  TaskSlot selectionSnapshotTask_;
+  std::shared_ptr<EditorClientDocumentBuilder> clientDocumentBuilder_ =
+      std::make_shared<EditorClientDocumentBuilder>();
   std::vector<Subscription> preferenceBindings_;
 };
 

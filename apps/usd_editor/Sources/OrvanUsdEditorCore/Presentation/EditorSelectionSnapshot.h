@@ -8,9 +8,19 @@
 
 namespace orvan::editor {
 
+// A store item placed in the scene for a look before it is added for real. It has a path in the
+// hierarchy but no prim of the stage behind it.
+struct StoreScenePreview {
+  std::string path;
+  StoreCatalogItem item;
+
+  bool operator==(const StoreScenePreview&) const = default;
+};
+
 // What the inspector shows for a selection, computed once per selection and kept beside it.
 struct EditorSelectionSnapshot {
   std::optional<UsdPrimDetail> prim;
+  std::optional<StoreScenePreview> storePreview;
   std::string entityPath;
   std::vector<std::string> entityPaths;
   std::optional<UsdPrimDetail> entity;

@@ -13,8 +13,9 @@ std::shared_ptr<const HierarchyIndex> HierarchyIndex::build(
   // Breadth-first: each node's children are appended together, right when it is visited.
   auto appendChildren = [&entries](std::uint32_t parent, const std::vector<UsdPrimNode>& children) {
     entries[parent].firstChild = static_cast<std::uint32_t>(entries.size());
+    const std::uint32_t depth = parent == kRoot ? 0 : entries[parent].depth + 1;
     for (std::size_t row = 0; row < children.size(); ++row) {
-      entries.push_back(Entry{&children[row], parent, static_cast<std::uint32_t>(row), 0});
+      entries.push_back(Entry{&children[row], parent, static_cast<std::uint32_t>(row), 0, depth});
     }
   };
   appendChildren(kRoot, index->stage_->rootPrims);
@@ -41,6 +42,11 @@ std::optional<std::uint32_t> HierarchyIndex::entryForPath(std::string_view path)
   const auto found = byPath_.find(path);
   if (found == byPath_.end()) return std::nullopt;
   return found->second;
+}
+
+const UsdPrimNode* HierarchyIndex::node(std::string_view path) const {
+  const auto found = byPath_.find(path);
+  return found == byPath_.end() ? nullptr : entries_[found->second].node;
 }
 
 std::vector<std::uint32_t> HierarchyIndex::ancestry(std::uint32_t id) const {

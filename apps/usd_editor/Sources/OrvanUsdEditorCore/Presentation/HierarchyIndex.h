@@ -22,6 +22,7 @@ class HierarchyIndex {
     std::uint32_t parent = 0;
     std::uint32_t row = 0;         // position among its siblings
     std::uint32_t firstChild = 0;  // entry of its first child, when it has children
+    std::uint32_t depth = 0;       // 0 for a root prim
   };
 
   static constexpr std::uint32_t kRoot = 0;
@@ -34,6 +35,8 @@ class HierarchyIndex {
   std::size_t childCount(std::uint32_t id) const;
   std::uint32_t child(std::uint32_t id, std::size_t row) const;
   std::optional<std::uint32_t> entryForPath(std::string_view path) const;
+  // The tree node of a path, or null when the stage has none there.
+  const UsdPrimNode* node(std::string_view path) const;
   // The entries from the root's child down to `id`, for expanding a path in a view.
   std::vector<std::uint32_t> ancestry(std::uint32_t id) const;
   const StageInspection& stage() const { return *stage_; }

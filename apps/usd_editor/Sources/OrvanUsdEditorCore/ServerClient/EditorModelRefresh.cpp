@@ -8,7 +8,6 @@
 #include "Foundation/JsonDecoder.h"
 #include "Foundation/Logging.h"
 #include "Foundation/Text.h"
-#include "Presentation/SelectionSnapshot.h"
 #include "ServerClient/Records/StageNormalization.h"
 #include "ServerClient/VelkClientRequestError.h"
 #include "ServerClient/RunProcess.h"
@@ -120,32 +119,9 @@ void EditorModel::applyRefreshResultNow(std::shared_ptr<const PreparedStage> pre
 void EditorModel::storeStage(std::shared_ptr<const PreparedStage> prepared) {
   std::shared_ptr<const PreparedStage> previous = stage.get();
   stage.set(std::move(prepared));
-  reconcileSessionSelectionWithStage();
+  scheduleClientDocumentRebuild(true, false);
   // A replaced stage of many prims takes a while to free; let a background thread do it.
   ports_.background.post([previous = std::move(previous)]() mutable { previous.reset(); });
-}
-
-void EditorModel::reconcileSessionSelectionWithStage() {
-  const PreparedStage& prepared = *stage.get();
-  const SceneSelectionState current = session.sceneSelection.get();
-  std::vector<std::string> kept;
-  for (const std::string& path : current.paths) {
-    if (prepared.prim(path)) kept.push_back(path);
-  }
-  std::string primary = current.primaryPath;
-  if (!primary.empty() && !prepared.prim(primary)) primary = kept.empty() ? "" : kept.front();
-  std::uint64_t serial = current.serial;
-  if (kept != current.paths || primary != current.primaryPath) {
-    serial = session.applySceneSelection(primary, kept, false);
-  }
-  // The inspector shows the new data of the selection either way.
-  session.replaceSceneSelectionSnapshot(selectionSnapshot(prepared, primary, kept), serial);
-}
-
-void EditorModel::selectPrims(std::string primaryPath, std::vector<std::string> paths) {
-  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
-  const std::uint64_t serial = session.applySceneSelection(primaryPath, paths, true);
-  session.replaceSceneSelectionSnapshot(selectionSnapshot(*stage.get(), primaryPath, paths), serial);
 }
 
 void EditorModel::applyRefreshFailure(const Error& error, std::uint64_t generation) {

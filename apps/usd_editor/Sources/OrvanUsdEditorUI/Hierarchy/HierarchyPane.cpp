@@ -7,6 +7,7 @@
 #include <QTreeView>
 
 #include "Application/EditorModel.h"
+#include "Presentation/EditorClientDocument.h"
 #include "OrvanUsdEditorUI/Hierarchy/HierarchyTreeModel.h"
 
 namespace orvan::ui {
@@ -64,11 +65,12 @@ HierarchyPane::HierarchyPane(editor::EditorModel& model, QWidget* parent)
   stack_->addWidget(emptyState_);
   stack_->addWidget(view_);
 
-  stageSubscription_ =
-      model_.stage.subscribe([this](const auto& prepared) { applyStage(*prepared); });
+  // The tree redraws for a new stage of the document only, never for a new project asset list.
+  stageSubscription_ = model_.clientDocument.hierarchyProjection.revision.subscribe(
+      [this](const auto&) { applyDocument(*model_.clientDocument.hierarchyProjection.snapshot); });
   selectionSubscription_ =
       model_.session.sceneSelection.subscribe([this](const auto&) { showSelection(); });
-  applyStage(*model_.stage.get());
+  applyDocument(*model_.clientDocument.hierarchyProjection.snapshot);
 }
 
 HierarchyPane::~HierarchyPane() = default;
@@ -83,10 +85,10 @@ std::vector<std::string> HierarchyPane::expandedPaths() const {
   return paths;
 }
 
-void HierarchyPane::applyStage(const editor::PreparedStage& prepared) {
+void HierarchyPane::applyDocument(const editor::EditorClientDocumentSnapshot& document) {
   const std::vector<std::string> expanded = expandedPaths();
   // The index was built with the stage, off the main thread: this is a swap, not a rebuild.
-  treeModel_->setIndex(prepared.hierarchy);
+  treeModel_->setIndex(document.preparedStage->hierarchy);
   const bool hasRows = treeModel_->rowCount() > 0;
   stack_->setCurrentWidget(hasRows ? static_cast<QWidget*>(view_) : emptyState_);
   if (!hasRows) {
@@ -98,15 +100,24 @@ void HierarchyPane::applyStage(const editor::PreparedStage& prepared) {
     if (index.isValid())
       view_->setExpanded(index, true);
   }
-  // A first stage opens with its roots expanded, which is where people start.
+  // A first stage opens the way the document suggests: its roots open, large groups closed.
   if (!hadStage_)
-    expandToDepth(0);
+    expandByDefault(document);
   hadStage_ = true;
   showSelection();
 }
 
 void HierarchyPane::expandToDepth(int depth) {
   view_->expandToDepth(depth);
+}
+
+void HierarchyPane::expandByDefault(const editor::EditorClientDocumentSnapshot& document) {
+  const auto& collapsed = document.preparedStage->defaultCollapsedHierarchyPaths;
+  for (int row = 0; row < treeModel_->rowCount(); ++row) {
+    const QModelIndex index = treeModel_->index(row, 0);
+    if (!collapsed.contains(treeModel_->pathForIndex(index)))
+      view_->setExpanded(index, true);
+  }
 }
 
 void HierarchyPane::showSelection() {

@@ -13,14 +13,14 @@ class QTreeView;
 
 namespace orvan::editor {
 class EditorModel;
-struct PreparedStage;
+struct EditorClientDocumentSnapshot;
 }  // namespace orvan::editor
 
 namespace orvan::ui {
 
 class HierarchyTreeModel;
 
-// The hierarchy pane: the stage's prim tree (name and type). A new stage swaps in its prebuilt
+// The hierarchy pane: the document's prim tree (name and type). A new stage swaps in its prebuilt
 // index; rows a user selects become the scene selection, and a selection made elsewhere (a
 // reconcile after a refresh, the viewport) is shown here.
 class HierarchyPane final : public QWidget {
@@ -36,7 +36,9 @@ class HierarchyPane final : public QWidget {
   void expandToDepth(int depth);
 
  private:
-  void applyStage(const editor::PreparedStage& prepared);
+  void applyDocument(const editor::EditorClientDocumentSnapshot& document);
+  // Opens the root rows the document does not mark as starting collapsed.
+  void expandByDefault(const editor::EditorClientDocumentSnapshot& document);
   void showSelection();
   void scheduleSelectionSync();
   void selectionChangedInView();

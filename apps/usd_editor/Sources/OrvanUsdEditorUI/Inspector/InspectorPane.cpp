@@ -172,7 +172,7 @@ InspectorPane::InspectorPane(editor::EditorModel& model, QWidget* parent)
   inspectorSubscription_ = model_.session.inspector.subscribe([this](const auto&) { render(); });
   // The stage alone only changes the empty state's words; a shown prim is redrawn when the
   // reconciled snapshot arrives, not once more for the stage before it.
-  stageSubscription_ = model_.stage.subscribe([this](const auto&) {
+  stageSubscription_ = model_.clientDocument.hierarchyProjection.revision.subscribe([this](const auto&) {
     if (!model_.session.inspector.get().sceneSnapshot.prim)
       render();
   });
@@ -194,7 +194,8 @@ void InspectorPane::render() {
     renderSnapshot(snapshot);
     return;
   }
-  showEmptyState(model_.currentStage().rootPrims.empty() ? "No stage loaded" : "Nothing selected");
+  const bool noStage = model_.clientDocument.current().stage().rootPrims.empty();
+  showEmptyState(noStage ? "No stage loaded" : "Nothing selected");
 }
 
 void InspectorPane::renderSnapshot(const editor::EditorSelectionSnapshot& snapshot) {

@@ -52,7 +52,7 @@ class EditorModelLocalRefreshTest : public ::testing::Test {
     if (!name.empty())
       model().configuration.scenePath = scene(name, contents);
     model().refresh();
-    scheduler_.runBackground();
+    scheduler_.runUntilQuiet();
   }
 
   std::vector<std::string> rootNames() const {
@@ -158,6 +158,7 @@ TEST_F(EditorModelLocalRefreshTest, SelectionFollowsTheStageAndFeedsTheInspector
   EditorModel& editor = model();
   refreshNow();
   editor.selectPrims("/World", {"/World"});
+  scheduler_.runUntilIdle();
   const auto& inspector = editor.session.inspector.get();
   ASSERT_TRUE(inspector.sceneSnapshot.prim.has_value());
   EXPECT_EQ(inspector.sceneSnapshot.prim->path, "/World");
