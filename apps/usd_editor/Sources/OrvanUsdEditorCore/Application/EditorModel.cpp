@@ -208,14 +208,6 @@ std::string EditorModel::projectLoadingMessage() const {
        .projectTransitionMessage = projectTransitionMessage});
 }
 
-std::optional<std::string> EditorModel::projectServerAPIURL(std::string_view path) const {
-  auto url = UrlComponents::parse(configuration.projectServerURL);
-  if (!url) return std::nullopt;
-  url->path = std::string(path);
-  url->queryItems.clear();
-  return url->build();
-}
-
 void EditorModel::configureRuntimeForProjectServerIfNeeded() {
   if (isBlank(configuration.projectServerURL)) return;
   if (isBlank(configuration.remoteStageURL)) {

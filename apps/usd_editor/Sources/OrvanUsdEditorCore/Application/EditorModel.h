@@ -15,6 +15,7 @@
 #include "Foundation/Executors.h"
 #include "Foundation/Observable.h"
 #include "Foundation/Task.h"
+#include "Foundation/UrlComponents.h"
 #include "Presentation/EditorClientDocumentBuilder.h"
 #include "Presentation/EditorClientDocumentState.h"
 #include "Presentation/EditorPresentationStore.h"
@@ -75,6 +76,7 @@ struct StageRefreshOptions {
 //   EditorModel.cpp          construction, start-up, derived labels     (Application)
 //   EditorModelIdentity.cpp  user identity and profiles                 (Application)
 //   EditorModelRefresh.cpp   stage refresh and failures                 (ServerClient)
+//   EditorModelRequests.cpp  project server and web editor addresses   (ServerClient)
 //   EditorModelPresentation.cpp  client document, selection, inspector  (Presentation)
 class EditorModel {
  public:
@@ -98,6 +100,8 @@ class EditorModel {
 
   // ---- Project and workspace
   Observable<std::string> projectId;
+  std::string projectSceneRef;   // the project's own portable reference to its scene
+  std::string projectMainScene;
   std::string currentWorkspace = "main";
   bool projectConnectionInFlight = false;
   bool seamlessWorkspaceTransitionInFlight = false;
@@ -124,8 +128,14 @@ class EditorModel {
   std::string hostedScenePath(std::string_view scene) const;
   void rememberHostedProjectLaunchScope();
   void configureRuntimeForProjectServerIfNeeded();
-  // The project server's address for `path`, with no scope items yet.
-  std::optional<std::string> projectServerAPIURL(std::string_view path) const;
+  // The project server's address for `path`: the caller's query items, plus the scope (project,
+  // scene, workspace, active layer) and identity (client, profile) items the caller did not give.
+  // Nothing when the server address does not parse.
+  std::optional<std::string> projectServerAPIURL(std::string_view path,
+                                                 std::vector<UrlQueryItem> queryItems = {}) const;
+  // The same against the web editor's address, with the identity items only.
+  std::optional<std::string> remoteURL(std::string_view path,
+                                       std::vector<UrlQueryItem> queryItems = {}) const;
 
   // ---- Stage refresh
   std::uint64_t refreshGeneration = 0;
@@ -228,6 +238,7 @@ class EditorModel {
   MainExecutor& mainExecutor() const { return ports_.main; }
 
  private:
+  void addIdentityQueryItems(std::vector<UrlQueryItem>& items) const;
   void readViewPreferences();
   void bindViewPreferences();
   void applyRememberedLaunchScope();
