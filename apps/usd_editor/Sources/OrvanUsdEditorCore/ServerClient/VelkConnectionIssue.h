@@ -4,9 +4,8 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <tuple>
 
-#include "Foundation/JsonFields.h"
+#include "ServerClient/Records/ErrorEnvelope.h"
 
 namespace orvan::editor {
 
@@ -17,22 +16,6 @@ enum class VelkConnectionAction : std::int32_t {
   retry = 2,
   requestAccess = 3,
   chooseProject = 4,
-};
-
-// The project a failed answer was about, as the server's error envelope names it.
-struct VelkConnectionProject {
-  std::optional<std::string> id;
-  std::optional<std::string> name;
-  std::optional<bool> accessible;
-  std::optional<std::string> requestStatus;
-
-  bool operator==(const VelkConnectionProject&) const = default;
-  static auto jsonFields() {
-    using T = VelkConnectionProject;
-    return std::tuple{json::optional("id", &T::id), json::optional("name", &T::name),
-                      json::optional("accessible", &T::accessible),
-                      json::optional("requestStatus", &T::requestStatus)};
-  }
 };
 
 // A failure in talking to the project server as the user sees it: one fixed state of the client

@@ -15,12 +15,12 @@ namespace orvan::editor {
 
 // One setting of an asset class, with where its value comes from.
 struct ProjectAssetDescriptorSetting {
-  std::string name;
-  std::string type;
-  std::string value;
+  std::string name = {};
+  std::string type = {};
+  std::string value = {};
   bool authoredLocally = false;
-  std::string strongestLayerIdentifier;
-  std::string inheritedFromIdentifier;
+  std::string strongestLayerIdentifier = {};
+  std::string inheritedFromIdentifier = {};
 
   bool operator==(const ProjectAssetDescriptorSetting&) const = default;
   static auto jsonFields() {
@@ -36,9 +36,9 @@ struct ProjectAssetDescriptorSetting {
 
 // Something the server found wrong with a descriptor; the words are the server's.
 struct ProjectAssetDescriptorDiagnostic {
-  std::string message;
-  std::optional<std::string> severity;
-  std::optional<std::string> property;
+  std::string message = {};
+  std::optional<std::string> severity = {};
+  std::optional<std::string> property = {};
 
   bool operator==(const ProjectAssetDescriptorDiagnostic&) const = default;
   static auto jsonFields() {
@@ -51,20 +51,20 @@ struct ProjectAssetDescriptorDiagnostic {
 
 // The class of an asset: its place in the inheritance tree, its source and its settings.
 struct ProjectAssetDescriptorInfo {
-  std::string identifier;
-  std::string uri;
-  std::string assetType;
+  std::string identifier = {};
+  std::string uri = {};
+  std::string assetType = {};
   bool abstract = false;
   bool runtimeEligible = false;
-  std::string base;
-  std::string baseIdentifier;
-  std::vector<std::string> lineage;
-  std::string source;
-  std::optional<std::string> baseAssetPath;
-  std::optional<std::string> sourceAssetPath;
-  std::optional<bool> sourceAuthoredLocally;
-  std::vector<ProjectAssetDescriptorSetting> settings;
-  std::vector<ProjectAssetDescriptorDiagnostic> diagnostics;
+  std::string base = {};
+  std::string baseIdentifier = {};
+  std::vector<std::string> lineage = {};
+  std::string source = {};
+  std::optional<std::string> baseAssetPath = {};
+  std::optional<std::string> sourceAssetPath = {};
+  std::optional<bool> sourceAuthoredLocally = {};
+  std::vector<ProjectAssetDescriptorSetting> settings = {};
+  std::vector<ProjectAssetDescriptorDiagnostic> diagnostics = {};
 
   bool operator==(const ProjectAssetDescriptorInfo&) const = default;
   static auto jsonFields() {
@@ -88,20 +88,20 @@ struct ProjectAssetDescriptorInfo {
 
 // A row of the project pane. `path` is its identity.
 struct ProjectAssetItem {
-  std::string path;
-  std::string name;
-  std::string folder;
-  std::string kind;
-  std::optional<bool> cooked;
-  std::optional<std::vector<SceneClientSummary>> sceneClients;
-  std::optional<std::vector<double>> boundsCenter;
-  std::optional<std::vector<double>> boundsDimensions;
-  std::optional<std::uint64_t> runtimeAssetId;
-  std::optional<std::string> assetPath;
-  std::optional<std::uint64_t> contentHash;
-  std::optional<std::string> contentUrl;
-  std::optional<std::string> sourceGeneration;
-  std::optional<ProjectAssetDescriptorInfo> descriptor;
+  std::string path = {};
+  std::string name = {};
+  std::string folder = {};
+  std::string kind = {};
+  std::optional<bool> cooked = {};
+  std::optional<std::vector<SceneClientSummary>> sceneClients = {};
+  std::optional<std::vector<double>> boundsCenter = {};
+  std::optional<std::vector<double>> boundsDimensions = {};
+  std::optional<std::uint64_t> runtimeAssetId = {};
+  std::optional<std::string> assetPath = {};
+  std::optional<std::uint64_t> contentHash = {};
+  std::optional<std::string> contentUrl = {};
+  std::optional<std::string> sourceGeneration = {};
+  std::optional<ProjectAssetDescriptorInfo> descriptor = {};
 
   bool operator==(const ProjectAssetItem&) const = default;
   static auto jsonFields() {

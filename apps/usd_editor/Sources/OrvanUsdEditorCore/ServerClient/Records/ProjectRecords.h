@@ -12,10 +12,10 @@ namespace orvan::editor {
 
 // A person or agent as the workspace shows them.
 struct UserProfileSummary {
-  std::string id;
-  std::optional<std::string> displayName;
-  std::optional<std::string> name;
-  std::string color;
+  std::string id = {};
+  std::optional<std::string> displayName = {};
+  std::optional<std::string> name = {};
+  std::string color = {};
 
   bool operator==(const UserProfileSummary&) const = default;
   static auto jsonFields() {
@@ -27,15 +27,15 @@ struct UserProfileSummary {
 
 // A client with a scene open: a person's editor or an agent.
 struct SceneClientSummary {
-  std::string id;
-  std::string name;
-  std::optional<std::string> color;
-  std::optional<std::string> kind;
-  std::optional<std::string> status;
-  std::optional<std::string> activeLayer;
-  std::optional<std::string> model;
-  std::optional<std::string> prompt;
-  std::optional<std::string> validationStatus;
+  std::string id = {};
+  std::string name = {};
+  std::optional<std::string> color = {};
+  std::optional<std::string> kind = {};
+  std::optional<std::string> status = {};
+  std::optional<std::string> activeLayer = {};
+  std::optional<std::string> model = {};
+  std::optional<std::string> prompt = {};
+  std::optional<std::string> validationStatus = {};
 
   bool operator==(const SceneClientSummary&) const = default;
   static auto jsonFields() {
