@@ -180,7 +180,9 @@ TEST_F(EditorModelConstructionTest, ViewPreferencesAreReadAtStartAndWrittenAtEac
 TEST_F(EditorModelConstructionTest, HostedLaunchBlocksUntilResolvedAndLocalNeverDoes) {
   auto hostedModel = makeModel(hosted());
   hostedModel->startInitialRefresh();
-  EXPECT_EQ(hostedModel->configuration.remoteStageURL, "https://Projects.Example/api/stage");
+  EXPECT_TRUE(hostedModel->configuration.remoteStageURL.starts_with(
+      "https://Projects.Example/api/stage?workspace=main&clientId=native-editor-"))
+      << hostedModel->configuration.remoteStageURL;
   EXPECT_TRUE(hostedModel->isStartupBlocking()) << "no project yet: the sheet covers the window";
   EXPECT_FALSE(hostedModel->canLaunchViewport());
   EXPECT_EQ(hostedModel->status.get(), "Loading project");
