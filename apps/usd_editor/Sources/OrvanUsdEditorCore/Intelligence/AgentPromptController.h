@@ -136,6 +136,9 @@ class AgentPromptController {
   AgentPromptController& operator=(const AgentPromptController&) = delete;
 
   const Observable<AgentPromptState>& state() const { return state_; }
+  [[nodiscard]] Subscription subscribe(Observable<AgentPromptState>::Observer observer) {
+    return state_.subscribe(std::move(observer));
+  }
 
   void setVisible(bool visible);
   void setPrompt(std::string prompt);
