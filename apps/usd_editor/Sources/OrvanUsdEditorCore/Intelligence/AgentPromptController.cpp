@@ -18,6 +18,31 @@ std::string_view validationLabel(const AgentPromptResult& result) {
   return passed ? text::kValidationPassed : text::kNeedsReview;
 }
 
+namespace {
+
+// The text of a command request that did not do what was asked; nothing when it did. Sign-in and
+// connection problems say what to do about them; any other refusal of an undo reads the same.
+std::optional<std::string> commandFailureText(
+    AgentCommandAction action,
+    const std::variant<AgentCommandResponse, AgentPromptError>& outcome) {
+  const bool isUndo = action == AgentCommandAction::undo;
+  if (const auto* error = std::get_if<AgentPromptError>(&outcome)) {
+    const bool actionable = error->kind == AgentPromptError::Kind::unauthorized ||
+                            error->kind == AgentPromptError::Kind::network;
+    if (isUndo && !actionable)
+      return std::string(text::kUndoFailed);
+    return friendlyMessage(*error);
+  }
+  const auto& response = std::get<AgentCommandResponse>(outcome);
+  if (response.accepted)
+    return std::nullopt;
+  if (!isUndo && response.message && !isBlank(*response.message))
+    return *response.message;
+  return std::string(isUndo ? text::kUndoFailed : text::kCancelFailed);
+}
+
+}  // namespace
+
 // What the background half of a launch found: no agent, an agent that would not start, or the
 // running child.
 struct AgentPromptController::LaunchOutcome {
@@ -302,7 +327,8 @@ void AgentPromptController::completeLocalAgent(const std::string& summary) {
 
 std::string AgentPromptController::agentFailureMessage(const std::string& output,
                                                        const Error& error) const {
-  spdlog::warn("Velk Intelligence agent ended without a change receipt: {}", textTail(trimWhitespaceAndNewlines(output)));
+  spdlog::warn("Velk Intelligence agent ended without a change receipt: {}",
+               textTail(trimWhitespaceAndNewlines(output)));
   spdlog::info("Velk Intelligence receipt request: {}", error.description);
   return std::string(text::kMissingReceipt);
 }
@@ -394,20 +420,8 @@ void AgentPromptController::finishCommandRequest(
     AgentCommandAction action, const ::orvan::editor::Result<HttpResponse>& answer,
     bool tokenWasSent) {
   commandTask_.clear();
-  auto outcome = readAgentCommandAnswer(answer, tokenWasSent);
-  std::optional<std::string> failure;
-  if (const auto* error = std::get_if<AgentPromptError>(&outcome)) {
-    const bool generic = error->kind == AgentPromptError::Kind::server ||
-                         error->kind == AgentPromptError::Kind::invalidResponse;
-    failure = action == AgentCommandAction::undo && generic ? std::string(text::kUndoFailed)
-                                                            : friendlyMessage(*error);
-  } else if (const auto& response = std::get<AgentCommandResponse>(outcome); !response.accepted) {
-    const bool hasMessage = response.message && !isBlank(*response.message);
-    failure = action == AgentCommandAction::undo ? std::string(text::kUndoFailed)
-              : hasMessage                       ? *response.message
-                           : friendlyMessage(AgentPromptError::invalidResponse());
-  }
-  if (failure) {
+  const auto outcome = readAgentCommandAnswer(answer, tokenWasSent);
+  if (auto failure = commandFailureText(action, outcome)) {
     failRun(std::string(text::kRequestFailed), std::move(*failure));
     return;
   }

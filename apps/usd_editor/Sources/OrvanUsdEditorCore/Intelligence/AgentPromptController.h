@@ -85,6 +85,7 @@ inline constexpr std::string_view kStopping = "Stopping";
 inline constexpr std::string_view kStopped = "Stopped";
 inline constexpr std::string_view kUndoing = "Undoing changes";
 inline constexpr std::string_view kUndoFailed = "Velk could not undo that command.";
+inline constexpr std::string_view kCancelFailed = "Velk could not cancel that command.";
 inline constexpr std::string_view kUndoHint = "Use Velk undo to revert this change";
 inline constexpr std::string_view kChangesCompleted = "Changes completed";
 inline constexpr std::string_view kMissingReceipt =

@@ -92,10 +92,11 @@ class AgentPromptLocalRunTest : public ::testing::Test {
 
   testing::TemporaryFolder home_;
   EventLoop loop_;
-  ThreadPool pool_{1};
   FakeHttpClient http_{loop_};
   InMemoryPreferencesStore preferences_;
   PosixProcessLauncher launcher_;
+  // After the launcher: a launch still queued when the test ends finishes before it goes.
+  ThreadPool pool_{1};
   std::unique_ptr<AgentPromptController> controller_;
   std::vector<std::string> labels_;
   Subscription subscription_;

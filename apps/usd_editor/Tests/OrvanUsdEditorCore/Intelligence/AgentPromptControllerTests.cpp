@@ -426,6 +426,10 @@ TEST_F(AgentPromptControllerTest, ServerCommandsAreCancelledAndUndoneThroughTheS
   ASSERT_TRUE(http.completeNext(httpResponse(500, R"({"message":"Command runner is down."})")));
   scheduler.runUntilIdle();
   EXPECT_EQ(state().permissionMessage, "Command runner is down.");
+  controller().cancel(arenaScope());
+  ASSERT_TRUE(http.completeNext(httpResponse(200, R"({"accepted":false})")));
+  scheduler.runUntilIdle();
+  EXPECT_EQ(state().permissionMessage, "Velk could not cancel that command.");
 
   controller().cancel(arenaScope());
   ASSERT_TRUE(http.completeNext(httpResponse(200, R"({"accepted":true})")));

@@ -143,14 +143,5 @@ TEST(AgentCommandRequestTest, AnswersBecomeTheRightFailures) {
             Outcome(AgentPromptError::network("down")));
 }
 
-TEST(AgentPromptErrorTest, FriendlyMessagesSayWhatToDo) {
-  EXPECT_EQ(friendlyMessage(AgentPromptError::unauthorized(false)),
-            "Sign in to Velk to use Intelligence.");
-  EXPECT_EQ(friendlyMessage(AgentPromptError::network("Could not resolve host")),
-            "Check the connection and try again.");
-  EXPECT_EQ(friendlyMessage(AgentPromptError::server("Velk returned HTTP 500.")),
-            "Velk returned HTTP 500.");
-}
-
 }  // namespace
 }  // namespace orvan::editor
