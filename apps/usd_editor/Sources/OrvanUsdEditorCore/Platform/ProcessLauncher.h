@@ -93,6 +93,11 @@ struct ProcessLaunchOptions {
   // Runs on the monitor thread once the child has been reaped and every monitored output stream
   // has reached its end, so that it always comes after the last line.
   std::function<void(ExitStatus)> onExit;
+  // A pipe that `writeStdin` feeds, or the null device for a child that must never wait for
+  // input (an interactive program asked to work unattended). With the null device, `writeStdin`
+  // fails and the child reads end of file at once.
+  enum class StandardInput { pipe, nullDevice };
+  StandardInput standardInput = StandardInput::pipe;
 };
 
 // What a one-shot helper left behind.

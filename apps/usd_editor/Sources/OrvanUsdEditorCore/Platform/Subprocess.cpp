@@ -502,9 +502,16 @@ Result<std::unique_ptr<Subprocess>> Subprocess::launch(ProcessLaunchOptions opti
     return launchError(path, "standard error cannot be pulled");
   }
 
-  auto inPipe = makePipe();
-  if (!inPipe)
-    return inPipe.error();
+  const bool stdinFromNullDevice =
+      options.standardInput == ProcessLaunchOptions::StandardInput::nullDevice;
+  // With the null device there is no input pipe at all: `stdinFd_` stays invalid, so writes fail.
+  std::array<UniqueFd, 2> inPipe;
+  if (!stdinFromNullDevice) {
+    auto made = makePipe();
+    if (!made)
+      return made.error();
+    inPipe = std::move(*made);
+  }
   auto outPipe = makePipe();
   if (!outPipe)
     return outPipe.error();
@@ -513,7 +520,11 @@ Result<std::unique_ptr<Subprocess>> Subprocess::launch(ProcessLaunchOptions opti
     return errPipe.error();
 
   SpawnFileActions actions;
-  posix_spawn_file_actions_adddup2(&actions.actions, (*inPipe)[0].get(), STDIN_FILENO);
+  if (stdinFromNullDevice) {
+    posix_spawn_file_actions_addopen(&actions.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+  } else {
+    posix_spawn_file_actions_adddup2(&actions.actions, inPipe[0].get(), STDIN_FILENO);
+  }
   posix_spawn_file_actions_adddup2(&actions.actions, (*outPipe)[1].get(), STDOUT_FILENO);
   posix_spawn_file_actions_adddup2(&actions.actions, (*errPipe)[1].get(), STDERR_FILENO);
   // Descriptors the editor itself inherited without close-on-exec stay out of helpers too.
@@ -536,7 +547,7 @@ Result<std::unique_ptr<Subprocess>> Subprocess::launch(ProcessLaunchOptions opti
     return launchError(path, describeErrno(spawnError));
 
   // The child holds its ends now; ours must go, or the child would never see end of input.
-  (*inPipe)[0].reset();
+  inPipe[0].reset();
   (*outPipe)[1].reset();
   (*errPipe)[1].reset();
 
@@ -570,7 +581,7 @@ Result<std::unique_ptr<Subprocess>> Subprocess::launch(ProcessLaunchOptions opti
 
   try {
     std::unique_ptr<Subprocess> process(
-        new Subprocess(std::move(monitor), std::move((*inPipe)[1]), std::move(pulledStdout)));
+        new Subprocess(std::move(monitor), std::move(inPipe[1]), std::move(pulledStdout)));
     return process;
   } catch (const std::system_error& error) {
     killAndReap(pid);

@@ -242,6 +242,18 @@ TEST(SubprocessStdinTest, WrittenLinesComeBackAndClosingInputEndsTheChild) {
   EXPECT_FALSE(process->writeStdin("more"));
 }
 
+// The input is never left open: a child that reads it to the end finishes without anyone closing
+// anything, and there is nothing to write to.
+TEST(SubprocessStdinTest, NullDeviceInputEndsAtOnceAndRefusesWrites) {
+  auto options = fakeHelper({"stdin-echo"});
+  options.standardInput = ProcessLaunchOptions::StandardInput::nullDevice;
+  auto process = launchOrFail(std::move(options));
+  ASSERT_TRUE(process);
+  EXPECT_EQ(process->waitForExit(), ExitStatus::exited(0));
+  EXPECT_EQ(process->capturedStdout(), "");
+  EXPECT_FALSE(process->writeStdin("ignored"));
+}
+
 TEST(SubprocessStdinTest, PulledOutputReadsTheEchoAndThenEndOfFile) {
   auto options = fakeHelper({"stdin-echo"});
   options.standardOutput = OutputStreamOptions::pulled();
