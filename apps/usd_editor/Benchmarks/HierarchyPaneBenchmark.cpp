@@ -15,6 +15,7 @@
 #include "Foundation/EventLoop.h"
 #include "Foundation/ThreadPool.h"
 #include "OrvanUsdEditorUI/Hierarchy/HierarchyPane.h"
+#include "Platform/CurlHttpClient.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
@@ -69,9 +70,10 @@ void BM_ApplyStageToHierarchyPane(benchmark::State& state) {
   InMemoryPreferencesStore preferences;
   InMemorySecretStore secrets;
   PosixProcessLauncher processes;
+  CurlHttpClient http(main);
   EditorConfiguration configuration;
   configuration.projectServerURL = "";
-  EditorModel model(configuration, {main, background, preferences, secrets, processes});
+  EditorModel model(configuration, {main, background, preferences, secrets, processes, http});
   ui::HierarchyPane pane(model);
   pane.resize(260, 900);
   pane.show();
@@ -79,14 +81,16 @@ void BM_ApplyStageToHierarchyPane(benchmark::State& state) {
   // Two stages of 100,100 prims that share their paths, so expansion and selection carry over.
   const auto first = makeStage(100, 100, 9, "first");
   const auto second = makeStage(100, 100, 9, "second");
-  model.stage.set(first);
+  const auto firstDocument = EditorClientDocumentState::makeSnapshot(first, {});
+  const auto secondDocument = EditorClientDocumentState::makeSnapshot(second, {});
+  model.clientDocument.publish(firstDocument, true, false);
   pane.expandToDepth(0);  // the 100 roots open
   model.selectPrims("/Root3/Child7/Mesh2", {"/Root3/Child7/Mesh2", "/Root50/Child1"});
   QCoreApplication::processEvents();
 
   bool useSecond = true;
   for (auto _ : state) {
-    model.stage.set(useSecond ? second : first);
+    model.clientDocument.publish(useSecond ? secondDocument : firstDocument, true, false);
     QCoreApplication::processEvents();  // the view's relayout belongs to the swap
     useSecond = !useSecond;
   }

@@ -22,6 +22,7 @@
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
 #include "QtApplicationEnvironment.h"
+#include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
 
 namespace orvan::ui {
@@ -101,7 +102,7 @@ class EditorWindowTest : public ::testing::Test {
   EditorWindow& openWindow(bool loadStage = true) {
     model_ = std::make_unique<editor::EditorModel>(
         configuration_, editor::EditorModelPorts{scheduler_, scheduler_.background(), preferences_,
-                                                 secrets_, launcher_});
+                                                 secrets_, launcher_, http_});
     window_ = std::make_unique<EditorWindow>(*model_);
     window_->show();
     processEventsUntil([&] { return window_->isVisible(); }, 2000);
@@ -145,6 +146,7 @@ class EditorWindowTest : public ::testing::Test {
   editor::InMemoryPreferencesStore preferences_;
   editor::InMemorySecretStore secrets_;
   editor::PosixProcessLauncher launcher_;
+  editor::testing::FakeHttpClient http_{scheduler_};
   std::unique_ptr<editor::EditorModel> model_;
   std::unique_ptr<EditorWindow> window_;
 };

@@ -17,6 +17,7 @@
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
 #include "QtApplicationEnvironment.h"
+#include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
 
 namespace orvan::ui {
@@ -45,7 +46,7 @@ class OrvanUsdEditorAppTest : public ::testing::Test {
     return std::make_unique<OrvanUsdEditorApp>(
         configuration_,
         OrvanUsdEditorAppPorts{scheduler_, scheduler_.background(), preferences_, secrets_,
-                               launcher_, updater_},
+                               launcher_, http_, updater_},
         std::move(urls), std::move(name));
   }
 
@@ -54,6 +55,7 @@ class OrvanUsdEditorAppTest : public ::testing::Test {
   editor::InMemoryPreferencesStore preferences_;
   editor::InMemorySecretStore secrets_;
   editor::PosixProcessLauncher launcher_;
+  editor::testing::FakeHttpClient http_{scheduler_};
   CountingUpdater updater_;
 };
 

@@ -14,6 +14,7 @@
 #include "Foundation/Text.h"
 #include "Foundation/UrlComponents.h"
 #include "Platform/PreferencesStore.h"
+#include "Platform/ProcessLauncher.h"
 #include "ProjectsAndWorkspaces/VelkSessionTokenStore.h"
 
 namespace orvan::editor {
@@ -41,8 +42,33 @@ Subscription bindPreference(Observable<T>& value, Write write) {
 
 }  // namespace
 
+namespace {
+
+AgentPromptController::Ports agentPromptPorts(const EditorModelPorts& ports) {
+  ProcessLauncher& launcher = ports.processes;
+  return {.main = ports.main,
+          .background = ports.background,
+          .preferences = ports.preferences,
+          .processLauncher = launcher,
+          .http = ports.http,
+          .homeDirectory = ports.homeDirectory,
+          .isExecutableFile = [&launcher](const std::string& path) { return launcher.isExecutableFile(path); },
+          .executableSearchPath = ports.executableSearchPath,
+          .agentWorkingDirectory = {},
+          // Opening another workspace joins with workspace switching; until then the result
+          // says where the change landed.
+          .openWorkspace = [](const std::string& workspaceId, const std::string& editorURL) {
+            spdlog::info("agent result workspace={} url={} (workspace switching is not available in this build)",
+                         workspaceId, editorURL);
+          }};
+}
+
+}  // namespace
+
 EditorModel::EditorModel(EditorConfiguration launchConfiguration, EditorModelPorts ports)
-    : configuration(std::move(launchConfiguration)), ports_(std::move(ports)) {
+    : configuration(std::move(launchConfiguration)),
+      session(agentPromptPorts(ports)),
+      ports_(std::move(ports)) {
   // 1. Initial values, and the view preferences kept between runs.
   readViewPreferences();
   bindViewPreferences();

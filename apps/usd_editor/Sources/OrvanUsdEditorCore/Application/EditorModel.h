@@ -16,6 +16,7 @@
 #include "Foundation/Observable.h"
 #include "Foundation/Task.h"
 #include "Foundation/UrlComponents.h"
+#include "Platform/UserFolders.h"
 #include "Presentation/EditorClientDocumentBuilder.h"
 #include "Presentation/EditorClientDocumentState.h"
 #include "Presentation/EditorPresentationStore.h"
@@ -28,6 +29,7 @@
 
 namespace orvan::editor {
 
+class HttpClient;
 class PreferencesStore;
 class ProcessLauncher;
 class SecretStore;
@@ -40,9 +42,13 @@ struct EditorModelPorts {
   PreferencesStore& preferences;
   SecretStore& secrets;
   ProcessLauncher& processes;
+  HttpClient& http;
   RandomBytes randomBytes = systemRandomBytes();
   // The account's full name on this machine, for a first start without a stored name.
   std::function<std::string()> accountFullName = [] { return std::string(); };
+  // Where the prompt bar looks for the user's coding agents.
+  std::string homeDirectory = userHomeFolder().string();
+  std::string executableSearchPath = editor::executableSearchPath();
 };
 
 enum class HierarchyOrder { alphabetical, scene };

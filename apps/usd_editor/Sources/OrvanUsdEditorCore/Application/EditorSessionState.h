@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Foundation/Observable.h"
+#include "Intelligence/AgentPromptController.h"
 #include "Presentation/EditorSelectionSnapshot.h"
 
 namespace orvan::editor {
@@ -106,15 +107,21 @@ struct SceneSelection {
 
 // Small observable stores, one per concern, so that a view redraws only for the store it reads:
 // a status change never redraws the hierarchy, a selection change never redraws the project pane.
-// The agent prompt's controller joins with the intelligence subsystem.
 class EditorSessionState {
  public:
+  explicit EditorSessionState(AgentPromptController::Ports agentPromptPorts)
+      : agentPrompt(std::move(agentPromptPorts)) {}
+  EditorSessionState(const EditorSessionState&) = delete;
+  EditorSessionState& operator=(const EditorSessionState&) = delete;
+
   Observable<SceneSelectionState> sceneSelection;
   Observable<InspectorTargetState> inspector;
   Observable<ProjectAssetSelectionState> projectAssetSelection;
   Observable<ViewportControlsState> viewport;
   Observable<ViewportCommentMarkerState> viewportCommentMarkers;
   Observable<RuntimeViewportHostStore> runtimeViewportHost;
+  // The prompt bar: request, provider and model, and the run of the local agent.
+  AgentPromptController agentPrompt;
 
   // Writes the selection, bumps and returns its serial, and when asked points the inspector at
   // the scene.

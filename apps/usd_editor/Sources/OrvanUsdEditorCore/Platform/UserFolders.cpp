@@ -11,7 +11,9 @@ namespace orvan::editor {
 
 namespace {
 
-std::filesystem::path homeFolder() {
+}  // namespace
+
+std::filesystem::path userHomeFolder() {
   if (const char* home = std::getenv("HOME"); home != nullptr && home[0] == '/')
     return home;
   std::vector<char> buffer(16 * 1024);
@@ -24,10 +26,12 @@ std::filesystem::path homeFolder() {
   return "/tmp";
 }
 
+namespace {
+
 std::filesystem::path fromVariable(const char* variable, const char* fallbackUnderHome) {
   if (const char* value = std::getenv(variable); value != nullptr && value[0] == '/')
     return value;
-  return homeFolder() / fallbackUnderHome;
+  return userHomeFolder() / fallbackUnderHome;
 }
 
 }  // namespace
@@ -38,6 +42,11 @@ std::filesystem::path userConfigFolder() {
 
 std::filesystem::path userDataFolder() {
   return fromVariable("XDG_DATA_HOME", ".local/share");
+}
+
+std::string executableSearchPath() {
+  const char* path = std::getenv("PATH");
+  return path ? path : "";
 }
 
 }  // namespace orvan::editor

@@ -18,6 +18,7 @@
 #include "OrvanUsdEditorUI/EditorWindow.h"
 #include "OrvanUsdEditorUI/QtMainExecutor.h"
 #include "OrvanUsdEditorUI/WindowCapture.h"
+#include "Platform/CurlHttpClient.h"
 #include "Platform/LoggingSoftwareUpdater.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
@@ -60,13 +61,14 @@ bool readyForScreenshot(const editor::EditorModel& model) {
 struct LinuxPlatform {
   QtMainExecutor main;
   editor::PosixProcessLauncher processes;
+  editor::CurlHttpClient http{main};
   editor::JsonFilePreferencesStore preferences{editor::JsonFilePreferencesStore::defaultFile()};
   editor::SystemSecretStore secrets;
   editor::LoggingSoftwareUpdater updater;  // created without starting
   editor::ThreadPool background;
 
   OrvanUsdEditorAppPorts ports() {
-    return {main, background, preferences, secrets, processes, updater};
+    return {main, background, preferences, secrets, processes, http, updater};
   }
 };
 
@@ -93,7 +95,7 @@ OrvanUsdEditorApp::OrvanUsdEditorApp(editor::EditorConfiguration configuration,
   model_ = std::make_unique<editor::EditorModel>(
       std::move(configuration),
       editor::EditorModelPorts{ports.main, ports.background, ports.preferences, ports.secrets,
-                               ports.processes});
+                               ports.processes, ports.http});
   window_ = std::make_unique<EditorWindow>(*model_);
 }
 

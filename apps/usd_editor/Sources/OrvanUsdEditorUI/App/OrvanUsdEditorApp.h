@@ -13,6 +13,7 @@
 namespace orvan::editor {
 class BackgroundExecutor;
 class EditorModel;
+class HttpClient;
 class MainExecutor;
 class PreferencesStore;
 class ProcessLauncher;
@@ -32,6 +33,7 @@ struct OrvanUsdEditorAppPorts {
   editor::PreferencesStore& preferences;
   editor::SecretStore& secrets;
   editor::ProcessLauncher& processes;
+  editor::HttpClient& http;
   editor::SoftwareUpdater& updater;
 };
 

@@ -11,6 +11,7 @@
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
 #include "ProjectsAndWorkspaces/VelkSessionTokenStore.h"
+#include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
 
 namespace orvan::editor {
@@ -19,7 +20,7 @@ namespace {
 class EditorModelConstructionTest : public ::testing::Test {
  protected:
   std::unique_ptr<EditorModel> makeModel(EditorConfiguration configuration) {
-    EditorModelPorts ports{scheduler_, scheduler_.background(), preferences_, secrets_, launcher_};
+    EditorModelPorts ports{scheduler_, scheduler_.background(), preferences_, secrets_, launcher_, http_};
     ports.accountFullName = [this] { return accountName_; };
     return std::make_unique<EditorModel>(std::move(configuration), std::move(ports));
   }
@@ -34,6 +35,7 @@ class EditorModelConstructionTest : public ::testing::Test {
   InMemoryPreferencesStore preferences_;
   InMemorySecretStore secrets_;
   PosixProcessLauncher launcher_;
+  testing::FakeHttpClient http_{scheduler_};
   std::string accountName_;
 };
 

@@ -9,6 +9,7 @@
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
+#include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
 #include "Support/TemporaryFolder.h"
 
@@ -42,7 +43,7 @@ class EditorModelLocalRefreshTest : public ::testing::Test {
     if (!model_) {
       model_ = std::make_unique<EditorModel>(
           configuration_, EditorModelPorts{scheduler_, scheduler_.background(), preferences_,
-                                           secrets_, launcher_});
+                                           secrets_, launcher_, http_});
     }
     return *model_;
   }
@@ -67,6 +68,7 @@ class EditorModelLocalRefreshTest : public ::testing::Test {
   InMemoryPreferencesStore preferences_;
   InMemorySecretStore secrets_;
   PosixProcessLauncher launcher_;
+  testing::FakeHttpClient http_{scheduler_};
   std::unique_ptr<EditorModel> model_;
 };
 

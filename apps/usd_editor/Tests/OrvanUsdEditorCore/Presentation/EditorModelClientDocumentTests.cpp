@@ -6,6 +6,7 @@
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
+#include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
 #include "Support/StageBuilders.h"
 
@@ -16,7 +17,7 @@ class EditorModelClientDocumentTest : public ::testing::Test {
  protected:
   EditorModelClientDocumentTest()
       : model_(EditorConfiguration{},
-               EditorModelPorts{scheduler_, scheduler_.background(), preferences_, secrets_, launcher_}) {
+               EditorModelPorts{scheduler_, scheduler_.background(), preferences_, secrets_, launcher_, http_}) {
     publishes_ = model_.clientDocument.snapshot.subscribe([this](const auto&) { ++publishCount_; });
   }
 
@@ -34,6 +35,7 @@ class EditorModelClientDocumentTest : public ::testing::Test {
   InMemoryPreferencesStore preferences_;
   InMemorySecretStore secrets_;
   PosixProcessLauncher launcher_;
+  testing::FakeHttpClient http_{scheduler_};
   EditorModel model_;
   int publishCount_ = 0;
   Subscription publishes_;

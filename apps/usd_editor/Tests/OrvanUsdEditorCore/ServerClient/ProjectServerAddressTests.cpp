@@ -8,6 +8,7 @@
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
 #include "ProjectsAndWorkspaces/HostedSceneReference.h"
+#include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
 
 namespace orvan::editor {
@@ -19,7 +20,7 @@ class ProjectServerAddressTest : public ::testing::Test {
     configuration.clientId = "client-1";
     model_ = std::make_unique<EditorModel>(
         std::move(configuration),
-        EditorModelPorts{scheduler_, scheduler_.background(), preferences_, secrets_, launcher_});
+        EditorModelPorts{scheduler_, scheduler_.background(), preferences_, secrets_, launcher_, http_});
     model_->userId.set("user-ada");
     return *model_;
   }
@@ -39,6 +40,7 @@ class ProjectServerAddressTest : public ::testing::Test {
   InMemoryPreferencesStore preferences_;
   InMemorySecretStore secrets_;
   PosixProcessLauncher launcher_;
+  testing::FakeHttpClient http_{scheduler_};
   std::unique_ptr<EditorModel> model_;
 };
 
