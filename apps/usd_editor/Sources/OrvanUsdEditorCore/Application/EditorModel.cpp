@@ -261,6 +261,8 @@ void EditorModel::projectTiming(std::string_view text) const {
 void EditorModel::startInitialRefresh() {
   ORVAN_ASSERT_MAIN_THREAD(ports_.main);
   configureRuntimeForProjectServerIfNeeded();
+  refreshCurrentVelkProfile();
+  if (!projectSwitchProfileTarget.empty()) refreshHostedProjects();
   if (isBlank(configuration.remoteStageURL)) {
     // Local: the inspector helper composes the stage; nothing needs resolving first.
     initialProjectResolved.set(true);
@@ -268,8 +270,10 @@ void EditorModel::startInitialRefresh() {
     return;
   }
   // Hosted: the project must be resolved before the viewport and the stage may start.
-  ++initialProjectResolutionGeneration;
-  initialProjectResolved.set(hasCompleteHostedLaunchScope());
+  const std::uint64_t generation = ++initialProjectResolutionGeneration;
+  const std::string launchScene = trimmed(configuration.scenePath);
+  const bool completeScope = hasCompleteHostedLaunchScope();
+  initialProjectResolved.set(completeScope);
   initialProjectResponsive = false;
   initialProjectError.clear();
   initialProjectNeedsSignIn = false;
@@ -280,9 +284,39 @@ void EditorModel::startInitialRefresh() {
   projectAssets.clear();
   scheduleClientDocumentRebuild(false, true);
   stageRefreshInFlight = true;
+  setWorkspaceState(currentWorkspace.empty() ? "main" : currentWorkspace, {}, true);
+  workspaceCatalogLoading = true;
+  workspaceCatalogError.clear();
   status.set("Loading project");
-  spdlog::info("start-up: hosted project resolution for {} waits for the project server client",
-               configuration.projectServerURL);
+  if (completeScope) {
+    // Stage and workspace catalogue load side by side; no project list is needed.
+    refreshWorkspaceCatalog();
+    refresh();
+    return;
+  }
+  const WeakLifetime weak = lifetime_.weak();
+  resolveCurrentHostedProjectBeforeStartup(
+      generation, [this, weak, generation, launchScene](HostedProjectResolution outcome) {
+        if (!weak.isAlive() || generation != initialProjectResolutionGeneration) return;
+        if (initialProjectNeedsSignIn) {
+          initialProjectResolved.set(false);  // the sign-in sheet stays
+          return;
+        }
+        switch (outcome) {
+          case HostedProjectResolution::none:
+          case HostedProjectResolution::stale:
+            initialProjectResolved.set(true);
+            return;
+          case HostedProjectResolution::chosen:
+            initialProjectResolved.set(true);
+            // A resolution that merely confirmed the scene the launch asked for starts nothing.
+            if (launchScene.empty() || trimmed(configuration.scenePath) != launchScene) refresh();
+            return;
+          case HostedProjectResolution::failed:
+            initialProjectResolved.set(!launchScene.empty());
+            return;
+        }
+      });
 }
 
 // ---- Authoring seams

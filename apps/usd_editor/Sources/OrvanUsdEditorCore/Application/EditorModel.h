@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "Application/EditorConfiguration.h"
+#include "Assets/PendingCreatedProjectAsset.h"
+#include "Assets/ProjectAssetCatalogStore.h"
 #include "Application/EditorSessionState.h"
 #include "Application/HostedProjectLaunchScope.h"
 #include "Application/UserIdentity.h"
@@ -22,7 +24,13 @@
 #include "Presentation/EditorPresentationStore.h"
 #include "Presentation/PreparedStage.h"
 #include "Presentation/SelectionSnapshot.h"
+#include "ProjectsAndWorkspaces/HostedProject.h"
 #include "ProjectsAndWorkspaces/SharedScopeSwitchCoordinator.h"
+#include "ServerClient/Records/AccountRecords.h"
+#include "ServerClient/Records/HostedProjectRecords.h"
+#include "ServerClient/Records/ProjectResponse.h"
+#include "ServerClient/ResponseCaches.h"
+#include "ServerClient/VelkClientRequestError.h"
 #include "ServerClient/Records/ProjectAssetItem.h"
 #include "ServerClient/Records/ProjectRecords.h"
 #include "ServerClient/VelkConnectionIssue.h"
@@ -69,6 +77,17 @@ struct PersistentEditClientSettings {
   bool operator==(const PersistentEditClientSettings&) const = default;
 };
 
+// What the toolbar shows of the workspaces, published as one value.
+struct WorkspacePresentationSnapshot {
+  std::string currentWorkspace;
+  std::vector<ProjectWorkspaceSummary> workspaces;
+
+  bool operator==(const WorkspacePresentationSnapshot&) const = default;
+};
+
+// How the project of a hosted launch without a complete scope was settled.
+enum class HostedProjectResolution { chosen, none, stale, failed };
+
 struct StageRefreshOptions {
   // Keeps the queued edits and the optimistic overlay; edit paths refresh this way.
   bool preserveQueue = false;
@@ -82,7 +101,9 @@ struct StageRefreshOptions {
 //   EditorModel.cpp          construction, start-up, derived labels     (Application)
 //   EditorModelIdentity.cpp  user identity and profiles                 (Application)
 //   EditorModelRefresh.cpp   stage refresh and failures                 (ServerClient)
-//   EditorModelRequests.cpp  project server and web editor addresses   (ServerClient)
+//   EditorModelRequests.cpp  addresses, authorized requests, caches    (ServerClient)
+//   EditorModelProjectData.cpp  the project stream and its assets       (ServerClient)
+//   EditorModelProjects.cpp  hosted projects, start-up resolution, workspaces (ProjectsAndWorkspaces)
 //   EditorModelPresentation.cpp  client document, selection, inspector  (Presentation)
 class EditorModel {
  public:
@@ -108,6 +129,16 @@ class EditorModel {
   Observable<std::string> projectId;
   std::string projectSceneRef;   // the project's own portable reference to its scene
   std::string projectMainScene;
+  std::vector<HostedProject> hostedProjects;
+  std::vector<ProjectWorkspaceSummary> workspaces;
+  Observable<WorkspacePresentationSnapshot> workspacePresentation;
+  bool workspaceCatalogLoading = false;
+  std::string workspaceCatalogError;
+  std::uint64_t workspaceCatalogRefreshGeneration = 0;
+  bool hostedProjectsLoading = false;
+  std::string hostedProjectsError;
+  // The project browser; its view joins with the project catalogue.
+  Observable<bool> showProjectBrowser{false};
   std::string currentWorkspace = "main";
   bool projectConnectionInFlight = false;
   bool seamlessWorkspaceTransitionInFlight = false;
@@ -124,6 +155,19 @@ class EditorModel {
   Observable<std::optional<VelkConnectionIssue>> connectionIssue;
 
   void startInitialRefresh();
+  // Settles which project a launch without a complete scope opens: the one asked for, else the
+  // server's current one, else the first with a scene; none opens the project browser.
+  void resolveCurrentHostedProjectBeforeStartup(std::uint64_t generation,
+                                                std::function<void(HostedProjectResolution)> done);
+  void fetchHostedProjectsResponse(std::optional<Duration> timeout, bool publishConnectionIssue,
+                                   std::function<void(RequestResult<HostedProjectsResponse>)> done);
+  void applyHostedProjectsResponse(const HostedProjectsResponse& response, bool adoptingServerCurrentScope);
+  void refreshHostedProjects();
+  void openProject();
+  void refreshWorkspaceCatalog();
+  void setWorkspaceState(std::string current, std::vector<ProjectWorkspaceSummary> list,
+                         bool publishPresentation);
+  void applyProjectWorkspaceState(const ProjectResponse& project);
   bool isStartupBlocking() const;
   bool canLaunchViewport() const { return !isStartupBlocking(); }
   bool hasCompleteHostedLaunchScope() const;
@@ -143,6 +187,19 @@ class EditorModel {
   std::optional<std::string> remoteURL(std::string_view path,
                                        std::vector<UrlQueryItem> queryItems = {}) const;
 
+  // ---- Requests
+  // Adds the session's credential, when there is one.
+  void authorize(HttpRequest& request) const;
+  // Runs a request on the shared session. A bad answer becomes a classified failure, published as
+  // the connection issue when asked; a cancelled request fails quietly.
+  TaskHandle authorizedData(HttpRequest request, bool publishConnectionIssue,
+                            std::function<void(RequestResult<HttpResponse>)> done);
+  TaskHandle authorizedData(const std::string& url, std::optional<Duration> timeout,
+                            bool publishConnectionIssue,
+                            std::function<void(RequestResult<HttpResponse>)> done);
+  AccessOrderedCache<CachedRemoteStage> remoteStageCache{kRemoteStageCacheLimit};
+  AccessOrderedCache<CachedProjectResponse> projectResponseCache{kProjectResponseCacheLimit};
+
   // ---- Stage refresh
   std::uint64_t refreshGeneration = 0;
   std::uint32_t staleStageRefreshRetries = 0;
@@ -152,14 +209,30 @@ class EditorModel {
   void applyRefreshResultNow(std::shared_ptr<const PreparedStage> prepared,
                              std::optional<std::uint64_t> incomingRevision,
                              std::uint64_t generation, bool preserveDrafts);
-  void applyRefreshFailure(const Error& error, std::uint64_t generation);
-  void handleConnectionFailure(const Error& error, std::string_view prefix);
+  void applyRefreshFailure(const RequestFailure& failure, std::uint64_t generation);
+  void handleConnectionFailure(const RequestFailure& failure, std::string_view prefix);
   void registerConnectionIssue(const VelkConnectionIssue& issue);
   // A button of the start-up sheet or the banner. Retry starts over; sign-in, access requests and
   // the project browser join with their own flows and only log until then.
   void performConnectionAction(VelkConnectionAction action);
   void dismissConnectionIssue();
   void scheduleStageRefresh(Duration delay);
+
+  // ---- Project data
+  std::uint64_t projectDataGeneration = 0;
+  std::uint64_t projectMetadataRefreshGeneration = 0;
+  bool projectAssetCatalogLoading = false;
+  ProjectAssetCatalogStore projectAssetCatalogStore;
+  std::map<std::string, PendingCreatedProjectAsset> pendingCreatedProjectAssets;
+  std::map<std::string, std::vector<SceneClientSummary>> activeSceneClients;
+  std::vector<SceneClientSummary> activeAgents;
+  std::vector<ProjectWorkspaceComment> workspaceComments;
+
+  void refreshProjectData(bool forceReload);
+  void refreshRemoteProjectDataOnce(std::uint64_t generation, bool forceReload);
+  void scheduleProjectMetadataRefresh(Duration delay);
+  void applyRemoteProjectResponse(const ProjectResponse& project);
+  void publishProjectAssetsFromStage(const std::vector<UsdAsset>& assets);
 
   // ---- Client document and presentation
   std::vector<ProjectAssetItem> projectAssets;
@@ -214,11 +287,20 @@ class EditorModel {
   Observable<std::string> userColor;
   Observable<std::vector<UserProfileSummary>> userProfiles;
   std::string velkSessionToken;
+  std::string velkAuthEmail;
+  std::string velkAuthDisplayName;
+  bool isVelkSignedIn() const;
+  // The server refused the session: forget it, drop every answer in flight and ask for sign-in.
+  // A refusal of an older session than the present one (`expectedSessionToken`) changes nothing.
+  void requireVelkSignIn(std::optional<std::string> expectedSessionToken = std::nullopt);
 
   void setUserIdentity(std::optional<std::string> name, std::optional<std::string> id,
                        std::optional<std::string> color, bool syncRemote);
   void applyUserProfiles(const std::vector<UserProfileSummary>& profiles);
   std::string userInitial() const;
+  // Asks the server who the session belongs to and takes the account's name and colour.
+  void refreshCurrentVelkProfile();
+  void applyVelkMeResponse(const VelkMeResponse& response);
   std::optional<UserProfileSummary> normalizedUserProfile(UserProfileSummary profile) const;
   std::vector<UserProfileSummary> storedUserProfiles() const;
   void persistUserProfiles(const std::vector<UserProfileSummary>& profiles);
@@ -254,6 +336,9 @@ class EditorModel {
   std::optional<HostedProjectLaunchScope> storedLaunchScope() const;
   std::string activeLayerForPrewarm() const;
   void storeStage(std::shared_ptr<const PreparedStage> prepared);
+  void refreshRemoteStage(const std::string& url, std::uint64_t generation, bool preserveDrafts);
+  // The place the editor shows, as the client core compares places.
+  SharedClientScope currentSharedScope() const;
   // Lets replaced documents go on a background thread: the last reference to a large stage
   // should not be dropped on the main thread.
   void retire(std::vector<std::shared_ptr<const EditorClientDocumentSnapshot>> snapshots);
@@ -262,6 +347,18 @@ class EditorModel {
   LifetimeToken lifetime_;
   TaskSlot refreshTask_;
   TaskSlot stageChangedRefreshTask_;
+  TaskSlot projectDataTask_;
+  TaskSlot profileTask_;
+  TaskSlot projectMetadataRefreshTask_;
+  TaskSlot workspaceCatalogTask_;
+  TaskSlot hostedProjectsTask_;
+  // The project folder's own files in local mode; the stage's store-linked assets join them.
+  std::vector<ProjectAssetItem> localProjectFileAssets_;
+  std::vector<ProjectAssetItem> localStageStoreAssets_;
+  void publishLocalProjectAssets();
+  void handleHostedProjectsFailure(const RequestFailure& failure, const std::string& expectedToken,
+                                   const std::function<void(HostedProjectResolution)>& done);
+  void markStartupResolvedWithoutProject();
   TaskSlot clientDocumentBuildTask_;
   TaskSlot selectionSnapshotTask_;
   std::shared_ptr<EditorClientDocumentBuilder> clientDocumentBuilder_ =

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <utility>
 #include <variant>
 
@@ -41,12 +42,16 @@ struct Error {
   bool isTransport() const { return domain == kTransportDomain; }
 };
 
-// The outcome of an asynchronous operation: a value or an error.
-template <class T>
+// The outcome of an asynchronous operation: a value or an error. Flows that classify their
+// failures further use a richer error type `E` that can be made from an `Error`.
+template <class T, class E = Error>
 class Result {
  public:
   Result(T value) : storage_(std::in_place_index<0>, std::move(value)) {}
-  Result(Error error) : storage_(std::in_place_index<1>, std::move(error)) {}
+  Result(E error) : storage_(std::in_place_index<1>, std::move(error)) {}
+  template <class Other>
+    requires(!std::is_same_v<E, Error> && std::is_same_v<Other, Error>)
+  Result(Other error) : storage_(std::in_place_index<1>, E(std::move(error))) {}
 
   bool ok() const { return storage_.index() == 0; }
   explicit operator bool() const { return ok(); }
@@ -54,7 +59,7 @@ class Result {
   T& value() & { return std::get<0>(storage_); }
   const T& value() const& { return std::get<0>(storage_); }
   T&& value() && { return std::get<0>(std::move(storage_)); }
-  const Error& error() const { return std::get<1>(storage_); }
+  const E& error() const { return std::get<1>(storage_); }
 
   T* operator->() { return &value(); }
   const T* operator->() const { return &value(); }
@@ -62,7 +67,7 @@ class Result {
   const T& operator*() const& { return value(); }
 
  private:
-  std::variant<T, Error> storage_;
+  std::variant<T, E> storage_;
 };
 
 // The outcome of an operation that yields nothing but may fail.

@@ -11,6 +11,7 @@
 #include "ServerClient/Records/StageNormalization.h"
 #include "ServerClient/VelkClientRequestError.h"
 #include "ServerClient/RunProcess.h"
+#include "Foundation/UrlComponents.h"
 
 namespace orvan::editor {
 
@@ -19,6 +20,7 @@ namespace {
 constexpr std::uint32_t kMaximumStaleStageRefusals = 7;
 constexpr auto kStaleStageRetryDelay = std::chrono::milliseconds(250);
 constexpr auto kSlowApplyThreshold = std::chrono::milliseconds(8);
+constexpr auto kProjectDataAfterStage = std::chrono::milliseconds(40);
 
 using PreparedStageResult = Result<std::shared_ptr<const PreparedStage>>;
 
@@ -34,26 +36,43 @@ PreparedStageResult loadLocalStage(ProcessLauncher& launcher, const std::string&
   return PreparedStage::prepare(normalizedAuthoringStage(std::move(*decoded)));
 }
 
+struct RemoteStage {
+  std::uint64_t revision = 0;
+  std::shared_ptr<const PreparedStage> stage;
+};
+using RemoteStageResult = Result<RemoteStage>;
+
+// Off the main thread: decode the stage endpoint's envelope, normalise and index its stage.
+RemoteStageResult prepareRemoteStage(const std::string& body, const std::stop_token& token) {
+  Result<RemoteStageResponse> decoded = decodeJson<RemoteStageResponse>(body);
+  if (!decoded.ok()) return decoded.error();
+  if (token.stop_requested()) return Error::cancelled();
+  return RemoteStage{decoded->revision,
+                     PreparedStage::prepare(normalizedAuthoringStage(std::move(decoded->stage)))};
+}
+
 }  // namespace
 
 void EditorModel::refresh(StageRefreshOptions options) {
   ORVAN_ASSERT_MAIN_THREAD(ports_.main);
+  const bool remote = !isBlank(configuration.projectServerURL) || !isBlank(configuration.remoteStageURL);
+  // A full refresh in local mode also lists the project again; nothing else is held to drop yet.
+  if (!options.preserveQueue && !remote) refreshProjectData(false);
   const std::uint64_t generation = ++refreshGeneration;
   if (currentStage().prims.empty()) initialStageLoadInFlight = true;
   const bool preserveDrafts = options.preserveDrafts.value_or(options.preserveQueue);
   const std::string inspector = configuration.resolvedPath(configuration.inspectorPath);
-  const std::string remoteStageURL = configuration.remoteStageURL;
+  const std::string remoteStageURL = !isBlank(configuration.projectServerURL)
+                                         ? projectServerAPIURL("/api/stage").value_or("")
+                                         : configuration.remoteStageURL;
   const std::string scene = configuration.scenePath;
   spdlog::info("stage refresh begin generation={} preserveQueue={} scene={} remoteStageURL={}",
                generation, options.preserveQueue, scene, remoteStageURL);
   refreshTask_.cancel();
   stageRefreshInFlight = true;
 
-  if (!isBlank(remoteStageURL)) {
-    // The hosted stage arrives through the project server client, which joins later.
-    applyRefreshFailure(Error::editor(0, "Loading a stage from a project server is not available "
-                                         "in this build"),
-                        generation);
+  if (remote) {
+    refreshRemoteStage(remoteStageURL, generation, preserveDrafts);
     return;
   }
 
@@ -73,6 +92,56 @@ void EditorModel::refresh(StageRefreshOptions options) {
           return;
         }
         applyRefreshResultNow(std::move(result.value()), std::nullopt, generation, preserveDrafts);
+      }));
+}
+
+void EditorModel::refreshRemoteStage(const std::string& url, std::uint64_t generation,
+                                     bool preserveDrafts) {
+  if (!UrlComponents::parse(url)) {
+    applyRefreshFailure(Error::editor(0, "Invalid remote stage URL"), generation);
+    return;
+  }
+  // What the stage is for, taken now: the answer is cached under the scope it was asked for.
+  const SharedClientScope scope = currentSharedScope();
+  const WeakLifetime weak = lifetime_.weak();
+  refreshTask_.replace(authorizedData(
+      url, std::nullopt, true,
+      [this, weak, generation, preserveDrafts, scope](RequestResult<HttpResponse> answer) {
+        if (!weak.isAlive() || generation != refreshGeneration) return;
+        if (!answer.ok()) {
+          if (answer.error().isCancellation()) return;
+          initialStageLoadInFlight = false;
+          applyRefreshFailure(answer.error(), generation);
+          return;
+        }
+        if (answer->statusCode < 200 || answer->statusCode > 299) {
+          initialStageLoadInFlight = false;
+          applyRefreshFailure(Error::editor(answer->statusCode, "Remote stage returned HTTP " +
+                                                                    std::to_string(answer->statusCode)),
+                              generation);
+          return;
+        }
+        const std::string etag = answer->header("ETag").value_or("");
+        refreshTask_.replace(postTaskAndReply(
+            ports_.background, ports_.main,
+            [body = std::move(answer.value().body)](std::stop_token token) {
+              return prepareRemoteStage(body, token);
+            },
+            [this, weak, generation, preserveDrafts, scope, etag](RemoteStageResult result) {
+              if (!weak.isAlive() || generation != refreshGeneration) return;
+              refreshTask_.clear();
+              initialStageLoadInFlight = false;
+              if (!result.ok()) {
+                if (!result.error().isCancellation()) applyRefreshFailure(result.error(), generation);
+                return;
+              }
+              if (!etag.empty()) {
+                remoteStageCache.remember(remoteStageCacheKey(scope),
+                                          {result->revision, result->stage->inspection, etag, 0});
+              }
+              applyRefreshResultNow(std::move(result->stage), result->revision, generation,
+                                    preserveDrafts);
+            }));
       }));
 }
 
@@ -97,6 +166,7 @@ void EditorModel::applyRefreshResultNow(std::shared_ptr<const PreparedStage> pre
   spdlog::info("stage refresh apply generation={}", generation);
 
   storeStage(std::move(prepared));
+  publishProjectAssetsFromStage(currentStage().assets);
   if (incomingRevision) revision.set(*incomingRevision);
 
   stageRefreshInFlight = false;
@@ -105,6 +175,8 @@ void EditorModel::applyRefreshResultNow(std::shared_ptr<const PreparedStage> pre
   initialProjectNeedsSignIn = false;
   connectionIssue.set(std::nullopt);
   spdlog::info("stage refresh completed generation={}", generation);
+  // The project's data follows its stage: assets, workspaces and who is around.
+  scheduleProjectMetadataRefresh(kProjectDataAfterStage);
 
   const auto elapsed = std::chrono::steady_clock::now() - started;
   std::string loaded = "Loaded composed OpenUSD stage";
@@ -124,19 +196,24 @@ void EditorModel::storeStage(std::shared_ptr<const PreparedStage> prepared) {
   ports_.background.post([previous = std::move(previous)]() mutable { previous.reset(); });
 }
 
-void EditorModel::applyRefreshFailure(const Error& error, std::uint64_t generation) {
+void EditorModel::applyRefreshFailure(const RequestFailure& failure, std::uint64_t generation) {
   if (generation != refreshGeneration) return;
   initialStageLoadInFlight = false;
   spdlog::warn("stage refresh failure generation={} error={} (code {})", generation,
-               textTail(error.description), error.code);
+               textTail(failure.error.description), failure.error.code);
   projectConnectionInFlight = false;
   projectTransitionMessage.clear();
   stageRefreshInFlight = false;
-  handleConnectionFailure(error, "Refresh failed");
+  if (isUnauthorizedError(failure)) {
+    requireVelkSignIn();
+    return;
+  }
+  handleConnectionFailure(failure, "Refresh failed");
 }
 
-void EditorModel::handleConnectionFailure(const Error& error, std::string_view prefix) {
-  const VelkConnectionIssue issue = velkConnectionIssue(error);
+void EditorModel::handleConnectionFailure(const RequestFailure& failure, std::string_view prefix) {
+  const Error& error = failure.error;
+  const VelkConnectionIssue issue = velkConnectionIssue(failure);
   spdlog::warn("Velk editor connection failure code={} domain={} nativeCode={} diagnostic={}",
                issue.code, error.domain, error.code, textTail(issue.diagnostic));
   registerConnectionIssue(issue);
@@ -161,6 +238,10 @@ void EditorModel::performConnectionAction(VelkConnectionAction action) {
     return;
   }
   if (action == VelkConnectionAction::none) return;
+  if (action == VelkConnectionAction::chooseProject) {
+    markStartupResolvedWithoutProject();
+    return;
+  }
   spdlog::info("connection action {} is not available in this build", static_cast<int>(action));
 }
 

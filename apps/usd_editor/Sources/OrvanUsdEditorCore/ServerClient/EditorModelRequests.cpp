@@ -1,6 +1,7 @@
 // Addresses of the project server and the web editor: every call names the same scope and
 // identity, unless the caller names them itself.
 #include <algorithm>
+#include <chrono>
 #include <initializer_list>
 
 #include "Application/EditorModel.h"
@@ -75,6 +76,57 @@ std::optional<std::string> EditorModel::remoteURL(std::string_view path,
                                                   std::vector<UrlQueryItem> items) const {
   addIdentityQueryItems(items);
   return addressWith(configuration.webEditorURL, path, std::move(items));
+}
+
+}  // namespace orvan::editor
+
+namespace orvan::editor {
+
+namespace {
+
+constexpr auto kRequestTimeout = std::chrono::seconds(60);
+
+}  // namespace
+
+void EditorModel::authorize(HttpRequest& request) const {
+  const std::string token = trimmed(velkSessionToken);
+  if (!token.empty()) request.setHeader("Authorization", "Bearer " + token);
+}
+
+TaskHandle EditorModel::authorizedData(HttpRequest request, bool publishConnectionIssue,
+                                       std::function<void(RequestResult<HttpResponse>)> done) {
+  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
+  authorize(request);
+  const WeakLifetime weak = lifetime_.weak();
+  return ports_.http.send(
+      std::move(request), {},
+      [this, weak, publishConnectionIssue, done = std::move(done)](Result<HttpResponse> answer) {
+        if (!weak.isAlive()) return;
+        if (!answer.ok()) {
+          // A cancelled request says nothing to the user; any other failure is classified.
+          if (!answer.error().isCancellation() && publishConnectionIssue) {
+            registerConnectionIssue(velkConnectionIssue(answer.error()));
+          }
+          done(RequestFailure(answer.error()));
+          return;
+        }
+        if (auto refused = connectionFailure(*answer)) {
+          if (publishConnectionIssue) registerConnectionIssue(refused->issue);
+          Error error = httpError(answer->statusCode, refused->issue.diagnostic);
+          done(RequestFailure(std::move(error), std::move(*refused)));
+          return;
+        }
+        done(std::move(answer.value()));
+      });
+}
+
+TaskHandle EditorModel::authorizedData(const std::string& url, std::optional<Duration> timeout,
+                                       bool publishConnectionIssue,
+                                       std::function<void(RequestResult<HttpResponse>)> done) {
+  HttpRequest request;
+  request.url = url;
+  request.timeout = timeout.value_or(kRequestTimeout);
+  return authorizedData(std::move(request), publishConnectionIssue, std::move(done));
 }
 
 }  // namespace orvan::editor

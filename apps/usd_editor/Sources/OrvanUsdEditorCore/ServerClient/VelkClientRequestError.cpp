@@ -1,5 +1,8 @@
 #include "ServerClient/VelkClientRequestError.h"
 
+#include "Foundation/JsonDecoder.h"
+#include "ServerClient/Records/ErrorEnvelope.h"
+
 namespace orvan::editor {
 
 VelkConnectionIssue velkConnectionIssue(const VelkClientRequestError& error) { return error.issue; }
@@ -8,6 +11,39 @@ VelkConnectionIssue velkConnectionIssue(const Error& error) {
   const bool transport = error.domain == Error::kTransportDomain;
   return VelkConnectionIssue::classify(0, transport ? "network_unavailable" : "request_failed",
                                        transport, std::nullopt, error.description);
+}
+
+VelkConnectionIssue velkConnectionIssue(const RequestFailure& failure) {
+  return failure.classified ? velkConnectionIssue(*failure.classified) : velkConnectionIssue(failure.error);
+}
+
+bool isUnauthorizedError(const RequestFailure& failure) {
+  if (failure.classified) return failure.classified->issue.primaryAction == VelkConnectionAction::login;
+  return failure.error.code == 401;
+}
+
+Error httpError(std::int64_t statusCode, std::string description) {
+  return Error::http(statusCode, std::move(description));
+}
+
+std::optional<VelkClientRequestError> connectionFailure(const HttpResponse& response) {
+  if (response.statusCode == 304) return std::nullopt;
+  std::optional<VelkErrorEnvelope> envelope;
+  if (auto decoded = decodeJson<VelkErrorEnvelope>(response.body); decoded.ok()) {
+    envelope = std::move(*decoded);
+  }
+  const bool success = response.statusCode >= 200 && response.statusCode <= 299;
+  if (success) {
+    const bool refusal = envelope && envelope->accepted == false && envelope->code &&
+                         !envelope->code->empty();
+    if (!refusal) return std::nullopt;
+  }
+  std::string diagnostic = envelope && envelope->message ? *envelope->message
+                                                         : "HTTP " + std::to_string(response.statusCode);
+  std::optional<std::string> code = envelope ? envelope->code : std::nullopt;
+  return VelkClientRequestError{VelkConnectionIssue::classify(
+      response.statusCode, code ? std::optional<std::string_view>(*code) : std::nullopt, false,
+      envelope ? envelope->project : std::nullopt, std::move(diagnostic))};
 }
 
 }  // namespace orvan::editor
