@@ -23,6 +23,7 @@
 #include "Presentation/EditorClientDocumentState.h"
 #include "Presentation/EditorPresentationStore.h"
 #include "Presentation/PreparedStage.h"
+#include "Presentation/ProjectAssetBrowser.h"
 #include "Presentation/SelectionSnapshot.h"
 #include "ProjectsAndWorkspaces/HostedProject.h"
 #include "ProjectsAndWorkspaces/SharedScopeSwitchCoordinator.h"
@@ -60,7 +61,6 @@ struct EditorModelPorts {
 };
 
 enum class HierarchyOrder { alphabetical, scene };
-enum class ProjectAssetBrowserOrganization { typeAndClass, folders };
 
 // What a new edit helper would be started with. The long-lived helper itself joins with the
 // authoring pipeline; until then the model keeps the settings it would prewarm with.
@@ -257,6 +257,8 @@ class EditorModel {
   // Selects prims from a view and points the inspector at them; the highlight shows at once, the
   // inspector's data follows on the next turn.
   void selectPrims(std::string primaryPath, std::vector<std::string> paths);
+  // Selects an asset of the project pane and points the inspector at it.
+  void selectProjectAsset(const std::string& path);
   void scheduleSelectionSnapshot(std::string primaryPath, std::vector<std::string> paths,
                                  std::uint64_t serial);
   // Drops selected paths that the document no longer has, and refreshes the inspector's data.

@@ -13,6 +13,11 @@ std::uint64_t EditorSessionState::applySceneSelection(std::string primaryPath,
   return serial;
 }
 
+void EditorSessionState::applyProjectAssetSelection(ProjectAssetSelection selection) {
+  projectAssetSelection.set(ProjectAssetSelectionState{selection});
+  inspector.update([&](InspectorTargetState& state) { state.target = std::move(selection); });
+}
+
 bool EditorSessionState::replaceSceneSelectionSnapshot(EditorSelectionSnapshot snapshot,
                                                        std::uint64_t expectedSerial) {
   if (sceneSelection.get().serial != expectedSerial) return false;

@@ -127,6 +127,8 @@ class EditorSessionState {
   // the scene.
   std::uint64_t applySceneSelection(std::string primaryPath, std::vector<std::string> paths,
                                     bool showInspector);
+  // Selects a project asset and points the inspector at it.
+  void applyProjectAssetSelection(ProjectAssetSelection selection);
   // Stores the inspector snapshot of a selection, unless a newer selection came meanwhile.
   bool replaceSceneSelectionSnapshot(EditorSelectionSnapshot snapshot, std::uint64_t expectedSerial);
   SceneSelection selection() const;

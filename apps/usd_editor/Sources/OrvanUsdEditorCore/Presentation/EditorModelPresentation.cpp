@@ -107,6 +107,17 @@ void EditorModel::selectPrims(std::string primaryPath, std::vector<std::string> 
   scheduleSelectionSnapshot(std::move(primaryPath), std::move(paths), serial);
 }
 
+void EditorModel::selectProjectAsset(const std::string& path) {
+  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
+  const ProjectAssetItem* row = clientDocument.current().projectAsset(path);
+  const UsdAsset* material = clientDocument.current().materialAsset(path);
+  if (!row && !material) return;
+  ProjectAssetSelection selection{path, row ? row->kind : material->kind};
+  session.applyProjectAssetSelection(selection);
+  presentation.selectedAsset.set(std::move(selection));
+  presentation.reconcileSelectionAfterDataUpdate();
+}
+
 void EditorModel::scheduleSelectionSnapshot(std::string primaryPath, std::vector<std::string> paths,
                                             std::uint64_t serial) {
   ORVAN_ASSERT_MAIN_THREAD(ports_.main);
