@@ -13,6 +13,7 @@
 #include "OrvanUsdEditorUI/Hierarchy/HierarchyPane.h"
 #include "OrvanUsdEditorUI/Hierarchy/HierarchyTreeModel.h"
 #include "OrvanUsdEditorUI/Inspector/InspectorPane.h"
+#include "OrvanUsdEditorUI/Project/ProjectPane.h"
 #include "OrvanUsdEditorUI/StartupSheet.h"
 
 namespace orvan::ui {
@@ -29,6 +30,8 @@ EditorWindow::EditorWindow(editor::EditorModel& model, QWidget* parent)
   setPaneContent(hierarchyPane(), hierarchy_);
   inspector_ = new InspectorPane(model_);
   setPaneContent(inspectorPane(), inspector_);
+  project_ = new ProjectPane(model_);
+  setPaneContent(projectPane(), project_);
 
   banner_ = new ConnectionBanner;
   setBanner(banner_);

@@ -14,6 +14,7 @@ namespace orvan::ui {
 class ConnectionBanner;
 class HierarchyPane;
 class InspectorPane;
+class ProjectPane;
 class StartupSheet;
 
 // The editor window over a model: reads its stores (title, status, stage, selection, connection
@@ -26,6 +27,7 @@ class EditorWindow final : public MainWindow {
 
   HierarchyPane& hierarchy() const { return *hierarchy_; }
   InspectorPane& inspector() const { return *inspector_; }
+  ProjectPane& project() const { return *project_; }
   StartupSheet& startupSheet() const { return *startupSheet_; }
   ConnectionBanner& connectionBanner() const { return *banner_; }
   QString statusText() const;
@@ -46,6 +48,7 @@ class EditorWindow final : public MainWindow {
   editor::EditorModel& model_;
   HierarchyPane* hierarchy_ = nullptr;
   InspectorPane* inspector_ = nullptr;
+  ProjectPane* project_ = nullptr;
   StartupSheet* startupSheet_ = nullptr;
   ConnectionBanner* banner_ = nullptr;
   bool startedInitialRefresh_ = false;

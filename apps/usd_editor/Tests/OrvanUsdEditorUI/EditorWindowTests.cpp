@@ -5,7 +5,9 @@
 #include <unistd.h>
 
 #include <QItemSelectionModel>
+#include <QComboBox>
 #include <QPushButton>
+#include <QTreeWidget>
 #include <QTreeView>
 
 #include <filesystem>
@@ -17,6 +19,7 @@
 #include "OrvanUsdEditorUI/Hierarchy/HierarchyPane.h"
 #include "OrvanUsdEditorUI/Hierarchy/HierarchyTreeModel.h"
 #include "OrvanUsdEditorUI/Inspector/InspectorPane.h"
+#include "OrvanUsdEditorUI/Project/ProjectPane.h"
 #include "OrvanUsdEditorUI/StartupSheet.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
@@ -286,6 +289,56 @@ TEST_F(EditorWindowTest, AFailedLoadShowsABannerWhoseRetryAndDismissWork) {
   EXPECT_FALSE(model_->connectionIssue.get().has_value());
   EXPECT_FALSE(banner.isVisible());
   EXPECT_EQ(rootNames(), (QStringList{"World", "Lights"})) << "dismissing keeps the stage";
+}
+
+TEST_F(EditorWindowTest, TheProjectPaneGroupsTheFolderAndPointsTheInspectorAtAPickedAsset) {
+  configuration_.projectPath = folder_.string();
+  fs::create_directories(folder_ / "textures");
+  std::ofstream(folder_ / "textures" / "Brick.PNG") << "png";
+  std::ofstream(folder_ / "notes.txt") << "text";
+  openWindow();
+  settle();
+  auto groups = [&] {
+    QStringList lines;
+    const QTreeWidget& tree = window_->project().tree();
+    for (int group = 0; group < tree.topLevelItemCount(); ++group) {
+      QString line = tree.topLevelItem(group)->text(0) + ":";
+      for (int row = 0; row < tree.topLevelItem(group)->childCount(); ++row)
+        line += " " + tree.topLevelItem(group)->child(row)->text(0);
+      lines << line;
+    }
+    return lines;
+  };
+  EXPECT_EQ(groups(), (QStringList{"USD: scene.usda", "Image: Brick.PNG", "File: notes.txt"}))
+      << groups().join(" | ").toStdString();
+
+  // The picker regroups by folder and the choice is the model's, kept between runs.
+  window_->project().organizationPicker().setCurrentIndex(1);
+  EXPECT_EQ(model_->projectAssetBrowserOrganization.get(),
+            editor::ProjectAssetBrowserOrganization::folders);
+  EXPECT_EQ(groups(), (QStringList{"Project: notes.txt scene.usda", "textures: Brick.PNG"}))
+      << groups().join(" | ").toStdString();
+
+  // Picking a row points the inspector at that asset; picking a prim points it back.
+  QTreeWidgetItem* brick = window_->project().tree().topLevelItem(1)->child(0);
+  brick->setSelected(true);
+  settle();
+  ASSERT_TRUE(model_->session.projectAssetSelection.get().selection.has_value());
+  EXPECT_EQ(model_->session.projectAssetSelection.get().selection->path, "textures/Brick.PNG");
+  const QStringList lines = window_->inspector().contentLines();
+  EXPECT_EQ(lines.mid(0, 3), (QStringList{"Brick.PNG", "Image", "textures/Brick.PNG"}))
+      << lines.join(" | ").toStdString();
+  EXPECT_TRUE(lines.contains("folder: textures")) << lines.join(" | ").toStdString();
+
+  selectRows({"/Lights/Sun"}, "/Lights/Sun");
+  EXPECT_EQ(window_->inspector().contentLines().value(0), "Sun");
+
+  // The asset disappears from the folder: the pane drops its row on the next listing.
+  fs::remove(folder_ / "textures" / "Brick.PNG");
+  model_->refreshProjectData(true);
+  scheduler_.runUntilQuiet();
+  settle();
+  EXPECT_EQ(groups(), (QStringList{"Project: notes.txt scene.usda"}));
 }
 
 }  // namespace

@@ -10,6 +10,7 @@
 #include <QVBoxLayout>
 
 #include "Application/EditorModel.h"
+#include "Presentation/EditorPresentationStore.h"
 #include "OrvanUsdEditorUI/Inspector/PropertyValueDisplay.h"
 
 namespace orvan::ui {
@@ -151,6 +152,63 @@ QWidget* makeSectionHeader(const QString& title, const QString& detail, std::opt
   return header;
 }
 
+// The header: a name, its type words, and a selectable path under them.
+QFrame* makeHeader(const QString& name, const QStringList& types, const QString& extra,
+                   const QString& path, QWidget* parent) {
+  auto* header = new QFrame(parent);
+  header->setObjectName("InspectorHeader");
+  auto* headerLayout = new QVBoxLayout(header);
+  headerLayout->setContentsMargins(12, 10, 12, 10);
+  headerLayout->setSpacing(2);
+  auto* titleRow = new QHBoxLayout;
+  titleRow->setSpacing(8);
+  titleRow->addWidget(label(name, "PrimName", header));
+  for (const QString& type : types) {
+    if (!type.isEmpty()) titleRow->addWidget(label(type, "PrimType", header));
+  }
+  titleRow->addStretch(1);
+  if (!extra.isEmpty()) titleRow->addWidget(label(extra, "SectionDetail", header));
+  headerLayout->addLayout(titleRow);
+  auto* pathLabel = label(path, "PrimPath", header);
+  pathLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
+  headerLayout->addWidget(pathLabel);
+  return header;
+}
+
+QString joinedNumbers(const std::vector<double>& values) {
+  QStringList parts;
+  for (double value : values) parts.push_back(QString::number(value, 'g', 6));
+  return parts.join(", ");
+}
+
+QWidget* textCell(const QString& text, QWidget* parent) {
+  auto* value = label(text, "ValueText", parent);
+  value->setTextInteractionFlags(Qt::TextSelectableByMouse);
+  value->setToolTip(text);
+  return value;
+}
+
+// A section of plain name/value rows; rows with an empty value are left out.
+void addTextSection(QVBoxLayout* column, const QString& title,
+                    const std::vector<std::pair<QString, QString>>& rows, QWidget* content) {
+  column->addWidget(makeSectionHeader(title, QString(), std::nullopt, content));
+  auto* body = new QWidget(content);
+  body->setObjectName("SectionBody");
+  PropertyGrid grid(body);
+  for (const auto& [name, value] : rows) {
+    if (value.isEmpty()) continue;
+    grid.addRow(name, [&](QWidget* parent) { return textCell(value, parent); });
+  }
+  if (grid.rows() == 0) grid.addNote("Nothing known yet");
+  column->addWidget(body);
+}
+
+void addBoundsRows(std::vector<std::pair<QString, QString>>& rows, const editor::UsdAsset& asset) {
+  if (!asset.hasBoundsMetadata) return;
+  rows.emplace_back("bounds centre", joinedNumbers(asset.boundsCenter));
+  rows.emplace_back("bounds size", joinedNumbers(asset.boundsDimensions));
+}
+
 }  // namespace
 
 InspectorPane::InspectorPane(editor::EditorModel& model, QWidget* parent)
@@ -176,6 +234,11 @@ InspectorPane::InspectorPane(editor::EditorModel& model, QWidget* parent)
     if (!model_.session.inspector.get().sceneSnapshot.prim)
       render();
   });
+  // An asset's record follows the project data; it is drawn while an asset is the target.
+  assetRecordSubscription_ = model_.presentation.inspectorRecord.subscribe([this](const auto&) {
+    if (std::holds_alternative<editor::ProjectAssetSelection>(model_.session.inspector.get().target))
+      render();
+  });
   render();
 }
 
@@ -189,6 +252,16 @@ void InspectorPane::showEmptyState(const QString& text) {
 }
 
 void InspectorPane::render() {
+  const auto& target = model_.session.inspector.get().target;
+  if (std::holds_alternative<editor::ProjectAssetSelection>(target)) {
+    const auto& record = model_.presentation.inspectorRecord.get();
+    if (record) {
+      renderAsset(*record);
+    } else {
+      showEmptyState("This asset is no longer in the project");
+    }
+    return;
+  }
   const auto& snapshot = model_.session.inspector.get().sceneSnapshot;
   if (snapshot.prim) {
     renderSnapshot(snapshot);
@@ -207,29 +280,10 @@ void InspectorPane::renderSnapshot(const editor::EditorSelectionSnapshot& snapsh
   column->setSpacing(0);
 
   // Header: what is selected.
-  auto* header = new QFrame(content);
-  header->setObjectName("InspectorHeader");
-  auto* headerLayout = new QVBoxLayout(header);
-  headerLayout->setContentsMargins(12, 10, 12, 10);
-  headerLayout->setSpacing(2);
-  auto* titleRow = new QHBoxLayout;
-  titleRow->setSpacing(8);
-  titleRow->addWidget(label(qs(prim.name), "PrimName", header));
-  if (!prim.typeName.empty())
-    titleRow->addWidget(label(qs(prim.typeName), "PrimType", header));
-  if (!prim.active)
-    titleRow->addWidget(label("Inactive", "PrimType", header));
-  titleRow->addStretch(1);
   const auto selected = model_.session.sceneSelection.get().paths.size();
-  if (selected > 1) {
-    titleRow->addWidget(
-        label(QStringLiteral("+%1 more").arg(selected - 1), "SectionDetail", header));
-  }
-  headerLayout->addLayout(titleRow);
-  auto* path = label(qs(prim.path), "PrimPath", header);
-  path->setTextInteractionFlags(Qt::TextSelectableByMouse);
-  headerLayout->addWidget(path);
-  column->addWidget(header);
+  column->addWidget(makeHeader(qs(prim.name), {qs(prim.typeName), prim.active ? QString() : "Inactive"},
+                               selected > 1 ? QStringLiteral("+%1 more").arg(selected - 1) : QString(),
+                               qs(prim.path), content));
 
   for (const editor::UsdComponent& component : snapshot.components) {
     const QString type = qs(component.type);
@@ -270,11 +324,81 @@ void InspectorPane::renderSnapshot(const editor::EditorSelectionSnapshot& snapsh
   if (grid.rows() == 0)
     grid.addNote("No attributes");
   column->addWidget(attributes);
-  column->addStretch(1);
+  showContent(content, column);
+}
 
+void InspectorPane::showContent(QWidget* content, QVBoxLayout* column) {
+  column->addStretch(1);
   scroll_->setWidget(content);  // deletes the previous content
   content_ = content;
   stack_->setCurrentWidget(scroll_);
+}
+
+void InspectorPane::renderAsset(const editor::InspectorPresentationRecord& record) {
+  auto* content = new QWidget;
+  content->setObjectName("InspectorContent");
+  auto* column = new QVBoxLayout(content);
+  column->setContentsMargins(0, 0, 0, 0);
+  column->setSpacing(0);
+
+  if (const auto* material = std::get_if<editor::MaterialPresentationRecord>(&record)) {
+    const editor::UsdAsset& asset = material->asset;
+    column->addWidget(makeHeader(qs(asset.name), {"Material"}, QString(), qs(asset.path), content));
+    std::vector<std::pair<QString, QString>> rows{
+        {"shader", qs(asset.shaderModel)},
+        {"base colour", joinedNumbers(asset.baseColor)},
+        {"roughness", QString::number(asset.roughness, 'g', 6)},
+        {"metallic", QString::number(asset.metallic, 'g', 6)},
+        {"base colour map", qs(asset.baseColorTexture)},
+        {"normal map", qs(asset.normalTexture)},
+        {"roughness map", qs(asset.roughnessTexture)},
+        {"metallic map", qs(asset.metallicTexture)},
+        {"emissive map", qs(asset.emissiveTexture)},
+        {"double sided", asset.doubleSided ? "true" : "false"}};
+    addTextSection(column, "Surface", rows, content);
+    showContent(content, column);
+    return;
+  }
+
+  const auto& project = std::get<editor::ProjectAssetPresentationRecord>(record);
+  const editor::ProjectAssetItem& asset = project.asset;
+  column->addWidget(makeHeader(qs(asset.name), {qs(asset.kind)}, QString(), qs(asset.path), content));
+  std::vector<std::pair<QString, QString>> fileRows{
+      {"folder", asset.folder.empty() ? "Project" : qs(asset.folder)},
+      {"kind", qs(asset.kind)},
+      {"cooked", asset.cooked ? (*asset.cooked ? "true" : "false") : QString()},
+      {"asset path", asset.assetPath ? qs(*asset.assetPath) : QString()},
+      {"content hash",
+       asset.contentHash ? QString::number(*asset.contentHash, 16).rightJustified(16, '0') : QString()},
+      {"generation", asset.sourceGeneration ? qs(*asset.sourceGeneration) : QString()}};
+  if (asset.boundsCenter) fileRows.emplace_back("bounds centre", joinedNumbers(*asset.boundsCenter));
+  if (asset.boundsDimensions)
+    fileRows.emplace_back("bounds size", joinedNumbers(*asset.boundsDimensions));
+  addTextSection(column, "File", fileRows, content);
+
+  if (asset.descriptor) {
+    const editor::ProjectAssetDescriptorInfo& descriptor = *asset.descriptor;
+    std::vector<std::pair<QString, QString>> rows{
+        {"class", qs(descriptor.identifier)},
+        {"type", qs(descriptor.assetType)},
+        {"based on", qs(descriptor.baseIdentifier.empty() ? descriptor.base : descriptor.baseIdentifier)},
+        {"abstract", descriptor.abstract ? "true" : QString()},
+        {"runtime", descriptor.runtimeEligible ? "true" : "false"}};
+    for (const auto& setting : descriptor.settings) rows.emplace_back(qs(setting.name), qs(setting.value));
+    addTextSection(column, "Class", rows, content);
+  }
+  if (const auto& used = project.stageAsset ? project.stageAsset : project.storeLinkedAsset) {
+    std::vector<std::pair<QString, QString>> rows{{"used as", qs(used->path)},
+                                                  {"kind", qs(used->kind)},
+                                                  {"store", qs(used->storeURI)}};
+    addBoundsRows(rows, *used);
+    addTextSection(column, "In the scene", rows, content);
+  }
+  if (project.storeItem) {
+    addTextSection(column, "Store", {{"name", qs(project.storeItem->name)}, {"kind", qs(project.storeItem->kind)}, {"link", qs(project.storeItem->uri)}},
+                   content);
+  }
+  showContent(content, column);
 }
 
 QStringList InspectorPane::contentLines() const {

@@ -2,6 +2,8 @@
 
 #include <QWidget>
 
+#include <variant>
+
 #include "Foundation/Observable.h"
 
 class QLabel;
@@ -12,12 +14,14 @@ class QVBoxLayout;
 namespace orvan::editor {
 class EditorModel;
 struct EditorSelectionSnapshot;
+struct MaterialPresentationRecord;
+struct ProjectAssetPresentationRecord;
 }  // namespace orvan::editor
 
 namespace orvan::ui {
 
 // The inspector: the selected prim's header, one section per component with its properties, and
-// its raw attributes. Read-only for now; it redraws only when the inspector's snapshot or the
+// its raw attributes; or the selected project asset or material. Read-only for now; it redraws only when the inspector's snapshot or the
 // stage changes.
 class InspectorPane final : public QWidget {
   Q_OBJECT
@@ -32,6 +36,10 @@ class InspectorPane final : public QWidget {
  private:
   void render();
   void renderSnapshot(const editor::EditorSelectionSnapshot& snapshot);
+  void renderAsset(const std::variant<editor::ProjectAssetPresentationRecord,
+                                      editor::MaterialPresentationRecord>& record);
+  // Ends `column` and shows `content` in place of what the pane showed.
+  void showContent(QWidget* content, QVBoxLayout* column);
   void showEmptyState(const QString& text);
 
   editor::EditorModel& model_;
@@ -41,6 +49,7 @@ class InspectorPane final : public QWidget {
   QWidget* content_ = nullptr;
   editor::Subscription inspectorSubscription_;
   editor::Subscription stageSubscription_;
+  editor::Subscription assetRecordSubscription_;
 };
 
 }  // namespace orvan::ui

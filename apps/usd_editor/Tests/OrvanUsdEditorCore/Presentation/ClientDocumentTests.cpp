@@ -2,6 +2,7 @@
 
 #include "Presentation/EditorClientDocumentState.h"
 #include "Presentation/EditorPresentationStore.h"
+#include "Presentation/ProjectAssetBrowser.h"
 #include "Support/StageBuilders.h"
 
 namespace orvan::editor {
@@ -46,6 +47,43 @@ TEST(ClientDocumentTest, ListsSortWithoutRegardToCaseAndIndexByPathAndFolder) {
   for (const auto* item : document->projectAssetsInFolder("a")) inA.push_back(item->path);
   EXPECT_EQ(inA, (std::vector<std::string>{"a/Alpha.usda", "a/alpha.usda"}));
   EXPECT_TRUE(document->projectAssetsInFolder("c").empty());
+}
+
+TEST(ClientDocumentTest, ProjectPaneGroupsByKindInFixedOrderOrByFolderWithTheTopLevelFirst) {
+  auto kinded = [](std::string path, std::string folder, std::string kind) {
+    ProjectAssetItem item = row(path, path, std::move(folder));
+    item.kind = std::move(kind);
+    return item;
+  };
+  const auto document = EditorClientDocumentState::makeSnapshot(
+      PreparedStage::empty(),
+      {kinded("notes.txt", "", "File"), kinded("a/tex.png", "a", "Image"),
+       kinded("scene.usda", "", "USD"), kinded("z/odd.xyz", "z", "Hologram"),
+       kinded("a/rock.obj", "a", "Mesh"), kinded("blank", "", ""),
+       kinded("z/song.ogg", "z", "Audio")});
+  auto summary = [](const std::vector<ProjectAssetBrowserGroup>& groups) {
+    std::vector<std::string> out;
+    for (const auto& group : groups) {
+      std::string line = group.title + ":";
+      for (const auto* asset : group.assets) line += " " + asset->path;
+      out.push_back(line);
+    }
+    return out;
+  };
+  EXPECT_EQ(summary(projectAssetBrowserGroups(*document,
+                                              ProjectAssetBrowserOrganization::typeAndClass)),
+            (std::vector<std::string>{"USD: scene.usda", "Mesh: a/rock.obj", "Image: a/tex.png",
+                                      "Audio: z/song.ogg", "Hologram: z/odd.xyz",
+                                      "File: blank notes.txt"}))
+      << "unknown kinds sit before plain files; a row without a kind is a plain file";
+  EXPECT_EQ(
+      summary(projectAssetBrowserGroups(*document, ProjectAssetBrowserOrganization::folders)),
+      (std::vector<std::string>{"Project: blank notes.txt scene.usda",
+                                "a: a/rock.obj a/tex.png", "z: z/odd.xyz z/song.ogg"}));
+  EXPECT_TRUE(projectAssetBrowserGroups(*EditorClientDocumentState::makeSnapshot(
+                                            PreparedStage::empty(), {}),
+                                        ProjectAssetBrowserOrganization::folders)
+                  .empty());
 }
 
 TEST(ClientDocumentTest, ProjectRowsFindTheirStageAssetsMaterialsAndDropBounds) {
