@@ -101,7 +101,7 @@ void ProjectPane::rebuild() {
     QFont font = header->font(0);
     font.setBold(true);
     header->setFont(0, font);
-    header->setTextAlignment(1, Qt::AlignRight | Qt::AlignVCenter);
+    header->setForeground(1, QColor(0x6c, 0x72, 0x7b));  // the muted detail colour of the theme
     for (const auto* asset : group.assets) {
       auto* item = new QTreeWidgetItem(header, {QString::fromStdString(asset->name),
                                                 QString::fromStdString(asset->kind)});
