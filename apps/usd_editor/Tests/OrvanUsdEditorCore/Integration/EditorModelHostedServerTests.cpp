@@ -1,0 +1,161 @@
+// A hosted launch end to end: the real reference project server serves the demo project on a free
+// loopback port, and the model talks to it through the real HTTP client on a real event loop.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <future>
+#include <memory>
+#include <string>
+
+#include "Application/EditorModel.h"
+#include "Foundation/EventLoop.h"
+#include "Foundation/ThreadPool.h"
+#include "Platform/CurlHttpClient.h"
+#include "Platform/PosixProcessLauncher.h"
+#include "Platform/PreferencesStore.h"
+#include "Platform/SecretStore.h"
+#include "Platform/Subprocess.h"
+#include "ProjectsAndWorkspaces/VelkSessionTokenStore.h"
+
+namespace orvan::editor {
+namespace {
+
+using namespace std::chrono_literals;
+
+// The server as a child process; it is stopped when the value goes.
+class RunningProjectServer {
+ public:
+  explicit RunningProjectServer(std::vector<std::string> extraArguments = {}) {
+    ProcessLaunchOptions options;
+    options.executablePath = std::string(ORVAN_ENGINE_BIN_DIR) + "/orvan_project_server";
+    options.arguments = {"--project", std::string(ORVAN_SOURCE_DIR) + "/demo", "--port", "0"};
+    options.arguments.insert(options.arguments.end(), extraArguments.begin(), extraArguments.end());
+    auto address = std::make_shared<std::promise<std::string>>();
+    auto told = std::make_shared<std::once_flag>();
+    options.standardOutput = OutputStreamOptions::inLines([address, told](OutputLine line) {
+      constexpr std::string_view kPrefix = "listening on ";
+      if (line.text.starts_with(kPrefix))
+        std::call_once(*told, [&] { address->set_value(line.text.substr(kPrefix.size())); });
+    });
+    options.onExit = [address, told](ExitStatus) {
+      std::call_once(*told, [&] { address->set_value(""); });
+    };
+    auto future = address->get_future();
+    auto launched = Subprocess::launch(std::move(options));
+    if (!launched.ok()) {
+      error_ = launched.error().description;
+      return;
+    }
+    process_ = std::move(*launched);
+    if (future.wait_for(20s) == std::future_status::ready) url_ = future.get();
+    if (url_.empty()) error_ = "the server did not say where it listens: " + process_->capturedStderr();
+  }
+  ~RunningProjectServer() {
+    if (process_) process_->terminate();
+  }
+
+  const std::string& url() const { return url_; }
+  const std::string& error() const { return error_; }
+
+ private:
+  std::unique_ptr<Subprocess> process_;
+  std::string url_;
+  std::string error_;
+};
+
+class EditorModelHostedServerTest : public ::testing::Test {
+ protected:
+  EditorModel& startModel(const std::string& serverURL) {
+    configuration_.projectServerURL = serverURL;
+    configuration_.localMode = false;
+    model_ = std::make_unique<EditorModel>(
+        configuration_, EditorModelPorts{loop_, pool_, preferences_, secrets_, launcher_, http_});
+    model_->startInitialRefresh();
+    return *model_;
+  }
+
+  bool runUntil(const std::function<bool()>& done) { return loop_.runUntil(done, 30s); }
+
+  EventLoop loop_;
+  ThreadPool pool_{2};
+  InMemoryPreferencesStore preferences_;
+  InMemorySecretStore secrets_;
+  PosixProcessLauncher launcher_;
+  CurlHttpClient http_{loop_};
+  EditorConfiguration configuration_;
+  std::unique_ptr<EditorModel> model_;
+};
+
+std::vector<std::string> rootNames(const EditorModel& model) {
+  std::vector<std::string> names;
+  for (const auto& node : model.currentStage().rootPrims) names.push_back(node.name);
+  return names;
+}
+
+bool listsAsset(const EditorModel& model, const std::string& path) {
+  for (const auto& asset : model.projectAssets)
+    if (asset.path == path) return true;
+  return false;
+}
+
+TEST_F(EditorModelHostedServerTest, APlainHostedLaunchResolvesTheProjectAndLoadsStageAndAssets) {
+  RunningProjectServer server;
+  ASSERT_TRUE(server.error().empty()) << server.error();
+  EditorModel& model = startModel(server.url());
+  EXPECT_TRUE(model.isStartupBlocking()) << "the scope is incomplete until the catalogue answers";
+
+  ASSERT_TRUE(runUntil([&] {
+    return !model.currentStage().rootPrims.empty() && listsAsset(model, "hello_world.usda");
+  })) << "status: " << model.status.get();
+  EXPECT_TRUE(model.initialProjectResolved.get());
+  EXPECT_FALSE(model.isStartupBlocking());
+  EXPECT_FALSE(model.connectionIssue.get().has_value());
+  EXPECT_EQ(rootNames(model), (std::vector<std::string>{"World"}));
+  EXPECT_EQ(model.projectLabel(), "Hello World");
+  EXPECT_TRUE(listsAsset(model, "assets/lamp_post.usda"));
+  EXPECT_FALSE(listsAsset(model, "project.json")) << "the project's own file is no asset";
+
+  // A second stage refresh is answered from the server's cache with the same stage.
+  const auto revision = model.revision.get();
+  const auto generation = model.refreshGeneration;
+  model.refresh();
+  ASSERT_TRUE(runUntil([&] { return !model.stageRefreshInFlight; }));
+  EXPECT_EQ(model.refreshGeneration, generation + 1);
+  EXPECT_EQ(model.revision.get(), revision);
+  EXPECT_EQ(rootNames(model), (std::vector<std::string>{"World"}));
+}
+
+TEST_F(EditorModelHostedServerTest, AServerThatWantsATokenAsksForSignInAndAcceptsAStoredOne) {
+  RunningProjectServer server({"--token", "s3cret"});
+  ASSERT_TRUE(server.error().empty()) << server.error();
+
+  EditorModel& refused = startModel(server.url());
+  ASSERT_TRUE(runUntil([&] { return refused.connectionIssue.get().has_value(); }));
+  EXPECT_EQ(refused.status.get(), "Sign in to continue.");
+  EXPECT_FALSE(refused.isVelkSignedIn());
+  EXPECT_TRUE(refused.currentStage().rootPrims.empty()) << "nothing of the project was shown";
+  model_.reset();
+
+  VelkSessionTokenStore::save(secrets_, "s3cret", server.url());
+  EditorModel& signedIn = startModel(server.url());
+  ASSERT_TRUE(runUntil([&] { return !signedIn.currentStage().rootPrims.empty(); }))
+      << "status: " << signedIn.status.get();
+  EXPECT_FALSE(signedIn.connectionIssue.get().has_value());
+}
+
+TEST_F(EditorModelHostedServerTest, AServerThatIsGoneEndsAsAClassifiedIssueNotAHang) {
+  std::string url;
+  {
+    RunningProjectServer server;
+    ASSERT_TRUE(server.error().empty()) << server.error();
+    url = server.url();
+  }  // stopped: the port now refuses connections
+  EditorModel& model = startModel(url);
+  ASSERT_TRUE(runUntil([&] { return model.connectionIssue.get().has_value(); }))
+      << "status: " << model.status.get();
+  EXPECT_TRUE(model.isStartupBlocking());
+  EXPECT_TRUE(model.currentStage().rootPrims.empty());
+}
+
+}  // namespace
+}  // namespace orvan::editor
