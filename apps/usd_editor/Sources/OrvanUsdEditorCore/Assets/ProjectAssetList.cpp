@@ -6,8 +6,8 @@
 #include <string_view>
 #include <system_error>
 
-#include "Assets/ProjectAssetKind.h"
 #include "Foundation/Text.h"
+#include "ServerClient/Records/ProjectAssetKind.h"
 
 namespace orvan::editor {
 namespace {

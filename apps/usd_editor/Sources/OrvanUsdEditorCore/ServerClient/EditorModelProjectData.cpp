@@ -7,13 +7,13 @@
 #include <spdlog/spdlog.h>
 
 #include "Application/EditorModel.h"
-#include "Assets/ProjectAssetKind.h"
 #include "Assets/ProjectAssetList.h"
 #include "Foundation/JsonDecoder.h"
 #include "Foundation/Logging.h"
 #include "Foundation/Text.h"
 #include "ProjectsAndWorkspaces/HostedSceneReference.h"
 #include "ServerClient/Records/ErrorEnvelope.h"
+#include "ServerClient/Records/ProjectAssetKind.h"
 
 namespace orvan::editor {
 

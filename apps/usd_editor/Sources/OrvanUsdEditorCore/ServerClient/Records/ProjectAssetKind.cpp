@@ -1,4 +1,4 @@
-#include "Assets/ProjectAssetKind.h"
+#include "ServerClient/Records/ProjectAssetKind.h"
 
 #include <array>
 #include <utility>

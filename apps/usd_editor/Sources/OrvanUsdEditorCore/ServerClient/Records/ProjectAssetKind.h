@@ -3,6 +3,8 @@
 #include <string>
 #include <string_view>
 
+// The rule sits with the wire records because the kind is part of every asset row the project
+// server sends: the reference engine's server and the editor's local project list share it.
 namespace orvan::editor {
 
 // The kind word of a project file, from its extension without regard to case: "USD", "USDZ",

@@ -1,0 +1,388 @@
+// The project server in-process on a loopback port, asked with a real HTTP client; every answer is
+// decoded with the editor's own records.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <set>
+#include <thread>
+
+#include <httplib.h>
+#include <unistd.h>
+
+#include "Foundation/JsonDecoder.h"
+#include "ProjectServer/ProjectServer.h"
+#include "ServerClient/Records/AccountRecords.h"
+#include "ServerClient/Records/ErrorEnvelope.h"
+#include "ServerClient/Records/HostedProjectRecords.h"
+#include "ServerClient/Records/ProjectResponse.h"
+#include "ServerClient/Records/StageInspection.h"
+#include "ServerClient/Records/WorkspaceRecords.h"
+
+namespace orvan::engine {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace editor;
+
+constexpr const char* kMainScene = R"(#usda 1.0
+(
+    subLayers = [
+        @./lights.usda@
+    ]
+)
+
+over "World"
+{
+    over "Ball"
+    {
+        double radius = 2
+    }
+}
+)";
+
+std::string lightsLayer(const std::string& color) {
+  return "#usda 1.0\n\ndef Xform \"World\"\n{\n    def Sphere \"Ball\"\n    {\n"
+         "        color3f[] primvars:displayColor = [" +
+         color + "]\n    }\n}\n";
+}
+
+class ProjectServerTest : public testing::Test {
+ protected:
+  void SetUp() override {
+    base_ =
+        fs::temp_directory_path() / ("orvan_project_server_" + std::to_string(::getpid()) + "_" +
+                                     testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(base_);
+    fs::create_directories(base_);
+    base_ = fs::canonical(base_);
+    write("Game/project.json", R"({"id": "game", "name": "Game", "mainScene": "main.usda"})");
+    write("Game/main.usda", kMainScene);
+    write("Game/lights.usda", lightsLayer("(1, 0, 0)"));
+    write("Game/textures/wood.png", "png");
+    write("Game/notes.json", "{}");
+    write("Game/.hidden", "x");
+    write("Game/.git/config", "x");
+    write("Other/other.usda", "#usda 1.0\n\ndef Xform \"Other\"\n{\n}\n");
+    write("outside.usda", "#usda 1.0\n");
+  }
+
+  void TearDown() override {
+    if (server_)
+      server_->stop();
+    fs::remove_all(base_);
+  }
+
+  void write(const fs::path& relative, const std::string& text) const {
+    fs::create_directories((base_ / relative).parent_path());
+    std::ofstream(base_ / relative, std::ios::binary | std::ios::trunc) << text;
+  }
+
+  // Moves a file's time an hour back: the server keeps stages only of files that have settled.
+  void settle(const fs::path& relative) const {
+    fs::last_write_time(base_ / relative, fs::file_time_type::clock::now() - std::chrono::hours(1));
+  }
+
+  void start(ApiOptions options = {.token = "", .userName = "tester"}) {
+    std::vector<ProjectFolder> projects;
+    for (const char* folder : {"Game", "Other"}) {
+      auto project = loadProjectFolder(base_ / folder);
+      ASSERT_TRUE(project.ok()) << project.error();
+      projects.push_back(std::move(*project));
+    }
+    api_ = std::make_unique<ProjectServerApi>(std::move(projects), std::move(options));
+    server_ = std::make_unique<ProjectServer>(*api_, 4);
+    const auto port = server_->bind("127.0.0.1", 0);
+    ASSERT_TRUE(port.ok()) << port.error();
+    server_->start();
+    port_ = *port;
+    client_ = std::make_unique<httplib::Client>("127.0.0.1", port_);
+  }
+
+  httplib::Result get(const std::string& path, const httplib::Headers& headers = {}) {
+    return client_->Get(path.c_str(), headers);
+  }
+
+  template <class T>
+  static T decoded(const httplib::Result& answer) {
+    if (!answer) {
+      ADD_FAILURE() << "no answer";
+      return T{};
+    }
+    EXPECT_EQ(answer->get_header_value("Content-Type"), "application/json");
+    Result<T> result = decodeJson<T>(answer->body);
+    EXPECT_TRUE(result.ok()) << (result.ok() ? "" : result.error().description) << "\n"
+                             << answer->body.substr(0, 400);
+    return result.ok() ? std::move(*result) : T{};
+  }
+
+  // The status and error envelope of a failed call.
+  static std::pair<int, std::string> failure(const httplib::Result& answer) {
+    if (!answer)
+      return {0, "no answer"};
+    const VelkErrorEnvelope envelope = decoded<VelkErrorEnvelope>(answer);
+    EXPECT_EQ(envelope.accepted, false);
+    EXPECT_FALSE(envelope.message.value_or("").empty());
+    return {answer->status, envelope.code.value_or("")};
+  }
+
+  static const UsdPrimDetail* prim(const StageInspection& stage, std::string_view path) {
+    for (const UsdPrimDetail& detail : stage.prims) {
+      if (detail.path == path)
+        return &detail;
+    }
+    return nullptr;
+  }
+
+  fs::path base_;
+  std::unique_ptr<ProjectServerApi> api_;
+  std::unique_ptr<ProjectServer> server_;
+  std::unique_ptr<httplib::Client> client_;
+  int port_ = 0;
+};
+
+TEST_F(ProjectServerTest, EveryEndpointAnswersWithTheEditorsRecords) {
+  start();
+  const std::string game = (base_ / "Game").string();
+
+  const auto catalogue = decoded<HostedProjectsResponse>(get("/api/projects"));
+  EXPECT_EQ(catalogue.root, base_.string());
+  EXPECT_EQ(catalogue.current, game);
+  ASSERT_EQ(catalogue.projects.size(), 2u);
+  EXPECT_EQ(catalogue.projects[0], (HostedProjectSummary{.id = "game",
+                                                         .name = "Game",
+                                                         .path = game,
+                                                         .scene = game + "/main.usda",
+                                                         .current = true,
+                                                         .role = "owner",
+                                                         .canInvite = false,
+                                                         .canEdit = true}));
+  EXPECT_FALSE(catalogue.projects[1].current);
+
+  const auto project = decoded<ProjectResponse>(get("/api/project"));
+  EXPECT_EQ(project.id, "game");
+  EXPECT_EQ(project.label, "Game");
+  EXPECT_EQ(project.path, game);
+  EXPECT_EQ(project.scene, game + "/main.usda");
+  EXPECT_EQ(project.sceneRef, "main.usda");
+  EXPECT_EQ(project.mainScene, "main.usda");
+  EXPECT_EQ(project.workspace, "main");
+  const std::vector<ProjectWorkspaceSummary> onlyMain{
+      {.id = "main", .name = "Main", .current = true}};
+  EXPECT_EQ(project.workspaces, onlyMain);
+  EXPECT_EQ(project.assetCatalogComplete, true);
+  EXPECT_FALSE(project.assetCatalogHeadKey.value_or("").empty());
+  std::vector<std::string> rows;
+  for (const ProjectAssetItem& asset : project.assets)
+    rows.push_back(asset.path + " " + asset.kind + " [" + asset.folder + "]");
+  EXPECT_EQ(rows,
+            (std::vector<std::string>{"lights.usda USD []", "main.usda USD []",
+                                      "notes.json Data []", "textures/wood.png Image [textures]"}));
+
+  const auto stage = decoded<RemoteStageResponse>(get("/api/stage"));
+  EXPECT_GE(stage.revision, 1u);
+  EXPECT_EQ(stage.stage.sceneUri, game + "/main.usda");
+  EXPECT_EQ(stage.stage.layers.size(), 2u);
+  EXPECT_NE(prim(stage.stage, "/World/Ball"), nullptr);
+
+  const auto workspaces = decoded<ProjectWorkspaceCatalogResponse>(get("/api/workspaces"));
+  EXPECT_EQ(workspaces.workspace, "main");
+  EXPECT_EQ(workspaces.revision, stage.revision);
+  EXPECT_EQ(workspaces.workspaces, onlyMain);
+
+  const auto me = decoded<VelkMeResponse>(get("/api/me"));
+  EXPECT_EQ(me.authenticated, true);
+  EXPECT_EQ(me.authEnabled, false);
+  EXPECT_EQ(me.user, (VelkMeUser{.id = "local", .displayName = "tester"}));
+
+  const auto link = decoded<HostedDeepLinkResponse>(get("/api/deep-link?p=Other&s=other.usda"));
+  EXPECT_TRUE(link.accepted);
+  EXPECT_EQ(link.id, "Other");
+  EXPECT_EQ(link.sceneRef, "other.usda");
+  EXPECT_EQ(link.workspace, "main");
+  const auto refused = decoded<HostedDeepLinkResponse>(get("/api/deep-link?p=nobody"));
+  EXPECT_FALSE(refused.accepted);
+  EXPECT_NE(refused.message.value_or("").find("nobody"), std::string::npos);
+
+  // The other project, by id and by folder, with a scene of its own.
+  EXPECT_EQ(decoded<ProjectResponse>(get("/api/project?p=Other")).label, "Other");
+  const std::string byRoot = "/api/stage?projectRoot=" + (base_ / "Other" / "").string() +
+                             "&scene=" + (base_ / "Other/other.usda").string();
+  const auto otherStage = decoded<RemoteStageResponse>(get(byRoot));
+  EXPECT_NE(prim(otherStage.stage, "/Other"), nullptr);
+}
+
+TEST_F(ProjectServerTest, ProjectAnswers304UntilAFileOfTheFolderChanges) {
+  start();
+  const auto first = get("/api/project");
+  ASSERT_TRUE(first);
+  const std::string etag = first->get_header_value("ETag");
+  ASSERT_TRUE(etag.size() > 2 && etag.front() == '"' && etag.back() == '"') << etag;
+
+  for (const std::string& held :
+       std::vector<std::string>{etag, "W/" + etag, "\"other\", " + etag, "*"}) {
+    const auto again = get("/api/project", {{"If-None-Match", held}});
+    ASSERT_TRUE(again);
+    EXPECT_EQ(again->status, 304) << held;
+    EXPECT_TRUE(again->body.empty());
+    EXPECT_EQ(again->get_header_value("ETag"), etag);
+  }
+  EXPECT_EQ(get("/api/project", {{"If-None-Match", "\"other\""}})->status, 200);
+
+  // A file's content changes: its row's generation, and so the tag, change with it.
+  write("Game/textures/wood.png", "a bigger png");
+  const auto changed = get("/api/project", {{"If-None-Match", etag}});
+  ASSERT_TRUE(changed);
+  EXPECT_EQ(changed->status, 200);
+  EXPECT_NE(changed->get_header_value("ETag"), etag);
+  const std::string head = decoded<ProjectResponse>(changed).assetCatalogHeadKey.value_or("");
+
+  fs::remove(base_ / "Game/notes.json");
+  const auto removed = decoded<ProjectResponse>(get("/api/project"));
+  EXPECT_EQ(removed.assets.size(), 3u);
+  EXPECT_NE(removed.assetCatalogHeadKey.value_or(""), head) << "a deleted file moves the head";
+}
+
+TEST_F(ProjectServerTest, StageAnswers304UntilALayerChangesAndThenComesNewWithAHigherRevision) {
+  for (const char* file : {"Game/main.usda", "Game/lights.usda"})
+    settle(file);
+  start();
+  const auto first = get("/api/stage");
+  ASSERT_TRUE(first);
+  const std::string etag = first->get_header_value("ETag");
+  ASSERT_FALSE(etag.empty());
+  const auto before = decoded<RemoteStageResponse>(first);
+  EXPECT_EQ(get("/api/stage", {{"If-None-Match", etag}})->status, 304);
+
+  // Only the sublayer changes; the kept stage must notice.
+  write("Game/lights.usda", lightsLayer("(0, 0.5, 1)"));
+  settle("Game/lights.usda");
+  const auto changed = get("/api/stage", {{"If-None-Match", etag}});
+  ASSERT_TRUE(changed);
+  EXPECT_EQ(changed->status, 200);
+  EXPECT_NE(changed->get_header_value("ETag"), etag);
+  const auto after = decoded<RemoteStageResponse>(changed);
+  EXPECT_GT(after.revision, before.revision);
+  EXPECT_NE(after.stage, before.stage);
+
+  // A sublayer that was missing and then appears changes the stage too.
+  write("Game/main.usda", std::string(kMainScene)
+                              .replace(std::string(kMainScene).find("@./lights.usda@"), 15,
+                                       "@./lights.usda@, @./late.usda@"));
+  settle("Game/main.usda");
+  const auto withoutLate = decoded<RemoteStageResponse>(get("/api/stage"));
+  EXPECT_EQ(prim(withoutLate.stage, "/Late"), nullptr);
+  write("Game/late.usda", "#usda 1.0\n\ndef Xform \"Late\"\n{\n}\n");
+  settle("Game/late.usda");
+  const auto withLate = decoded<RemoteStageResponse>(get("/api/stage"));
+  EXPECT_NE(prim(withLate.stage, "/Late"), nullptr);
+}
+
+TEST_F(ProjectServerTest, TheActiveLayerDecidesWhereOverrideMarksAreMeasured) {
+  start();
+  const std::string root = (base_ / "Game/main.usda").string();
+  const auto inRoot = decoded<RemoteStageResponse>(get("/api/stage?activeLayer=" + root));
+  const auto inLights = decoded<RemoteStageResponse>(get("/api/stage?activeLayer=lights.usda"));
+  ASSERT_NE(prim(inRoot.stage, "/World/Ball"), nullptr);
+  ASSERT_NE(prim(inLights.stage, "/World/Ball"), nullptr);
+  EXPECT_EQ(prim(inRoot.stage, "/World/Ball")->overriddenInActiveLayer, true);
+  EXPECT_NE(prim(inLights.stage, "/World/Ball")->overriddenInActiveLayer, true);
+
+  // A layer that is not in the stack (removed meanwhile, say) leaves the server's own choice,
+  // which is the first writable sublayer.
+  const auto unknown = get("/api/stage?activeLayer=gone.usda");
+  ASSERT_TRUE(unknown);
+  EXPECT_EQ(unknown->status, 200);
+  EXPECT_EQ(decoded<RemoteStageResponse>(unknown).stage, inLights.stage);
+}
+
+TEST_F(ProjectServerTest, ScopeMistakesAnswerWithTheErrorEnvelope) {
+  start();
+  using Failure = std::pair<int, std::string>;
+  EXPECT_EQ(failure(get("/api/project?p=nobody")), Failure(404, "project_not_found"));
+  EXPECT_EQ(failure(get("/api/stage?projectRoot=" + base_.string())),
+            Failure(404, "project_not_found"));
+  EXPECT_EQ(failure(get("/api/stage?s=../outside.usda")), Failure(404, "scene_not_found"));
+  EXPECT_EQ(failure(get("/api/stage?scene=" + (base_ / "outside.usda").string())),
+            Failure(404, "scene_not_found"));
+  EXPECT_EQ(failure(get("/api/workspaces?w=feature")), Failure(404, "workspace_not_found"));
+  EXPECT_EQ(get("/api/workspaces?w=main")->status, 200);
+  EXPECT_EQ(failure(get("/api/nothing")), Failure(404, "not_found"));
+  EXPECT_EQ(failure(get("/index.html")), Failure(404, "not_found"));
+
+  const auto posted = client_->Post("/api/project", "{}", "application/json");
+  EXPECT_EQ(failure(posted), Failure(405, "method_not_allowed"));
+  EXPECT_EQ(posted->get_header_value("Allow"), "GET, HEAD");
+  // The connection stays usable after a refused body.
+  EXPECT_EQ(get("/api/project")->status, 200);
+}
+
+TEST_F(ProjectServerTest, ABrokenSceneAnswers422AndTheServerKeepsServing) {
+  write("Game/broken.usda", "#usda 1.0\n\ndef Xform \"World\"\n{\n    double size = (1, 2\n}\n");
+  start();
+  const auto broken = get("/api/stage?s=broken.usda");
+  EXPECT_EQ(failure(broken), (std::pair<int, std::string>(422, "scene_invalid")));
+  const std::string message = decoded<VelkErrorEnvelope>(broken).message.value_or("");
+  EXPECT_NE(message.find((base_ / "Game/broken.usda").string() + ":6:1: expected"),
+            std::string::npos)
+      << message;
+
+  EXPECT_EQ(get("/api/stage")->status, 200);
+  write("Game/broken.usda", "#usda 1.0\n\ndef Xform \"World\"\n{\n    double size = 1\n}\n");
+  EXPECT_EQ(get("/api/stage?s=broken.usda")->status, 200);
+}
+
+TEST_F(ProjectServerTest, WithATokenEveryCallButTheAccountCheckNeedsTheBearer) {
+  start({.token = "sesame", .userName = "tester"});
+  using Failure = std::pair<int, std::string>;
+  EXPECT_EQ(failure(get("/api/project")), Failure(401, "login_required"));
+  EXPECT_EQ(failure(get("/api/project", {{"Authorization", "Bearer sesam"}})),
+            Failure(401, "login_required"));
+  EXPECT_EQ(failure(get("/api/project", {{"Authorization", "Basic sesame"}})),
+            Failure(401, "login_required"));
+  EXPECT_EQ(failure(get("/api/nothing")), Failure(401, "login_required"));
+  EXPECT_EQ(get("/api/project", {{"Authorization", "Bearer sesame"}})->status, 200);
+  EXPECT_EQ(get("/api/stage", {{"Authorization", "bearer  sesame "}})->status, 200);
+
+  const auto anonymous = decoded<VelkMeResponse>(get("/api/me"));
+  EXPECT_EQ(anonymous.authEnabled, true);
+  EXPECT_EQ(anonymous.authenticated, false);
+  EXPECT_FALSE(anonymous.user.has_value());
+  const auto signedIn =
+      decoded<VelkMeResponse>(get("/api/me", {{"Authorization", "Bearer sesame"}}));
+  EXPECT_EQ(signedIn.authenticated, true);
+  EXPECT_EQ(signedIn.user.value_or(VelkMeUser{}).id, "local");
+}
+
+TEST_F(ProjectServerTest, ASecondServerCannotTakeAPortInUse) {
+  start();
+  ProjectServer second(*api_, 1);
+  const auto bound = second.bind("127.0.0.1", port_);
+  ASSERT_FALSE(bound.ok()) << "both servers would take requests on one port";
+  EXPECT_NE(bound.error().find("cannot listen on 127.0.0.1:" + std::to_string(port_)),
+            std::string::npos)
+      << bound.error();
+}
+
+TEST_F(ProjectServerTest, ConcurrentStageRequestsAllGetTheSameStage) {
+  start();
+  std::vector<std::thread> threads;
+  std::vector<std::string> tags(6);
+  const int port = port_;
+  for (std::size_t i = 0; i < tags.size(); ++i) {
+    threads.emplace_back([&, i] {
+      httplib::Client client("127.0.0.1", port);
+      const auto answer = client.Get(i % 2 == 0 ? "/api/stage" : "/api/stage?p=game");
+      tags[i] = answer && answer->status == 200 ? answer->get_header_value("ETag") : "failed";
+    });
+  }
+  for (std::thread& thread : threads)
+    thread.join();
+  EXPECT_EQ(std::set<std::string>(tags.begin(), tags.end()).size(), 1u);
+  EXPECT_NE(tags.front(), "failed");
+}
+
+}  // namespace
+}  // namespace orvan::engine
