@@ -111,7 +111,7 @@ TEST_F(EditorModelHostedServerTest, APlainHostedLaunchResolvesTheProjectAndLoads
   EXPECT_FALSE(model.isStartupBlocking());
   EXPECT_FALSE(model.connectionIssue.get().has_value());
   EXPECT_EQ(rootNames(model), (std::vector<std::string>{"World"}));
-  EXPECT_EQ(model.projectLabel(), "Hello World");
+  EXPECT_EQ(model.projectLabel(), "hello_world.usda") << "the window is titled by the scene";
   EXPECT_TRUE(listsAsset(model, "assets/lamp_post.usda"));
   EXPECT_FALSE(listsAsset(model, "project.json")) << "the project's own file is no asset";
 
