@@ -1,4 +1,5 @@
 #include "OrvanUsdEditorUI/Hierarchy/HierarchyPane.h"
+#include "OrvanUsdEditorUI/MainWindow.h"
 
 #include <QHeaderView>
 #include <QItemSelectionModel>
@@ -36,10 +37,7 @@ HierarchyPane::HierarchyPane(editor::EditorModel& model, QWidget* parent)
     : QWidget(parent), model_(model) {
   setObjectName("HierarchyPane");
   stack_ = new QStackedLayout(this);
-  emptyState_ = new QLabel("No stage loaded", this);
-  emptyState_->setObjectName("EmptyState");
-  emptyState_->setAlignment(Qt::AlignCenter);
-  emptyState_->setWordWrap(true);
+  emptyState_ = makeEmptyState("No stage loaded", this);
 
   treeModel_ = new HierarchyTreeModel(this);
   view_ = new QTreeView(this);

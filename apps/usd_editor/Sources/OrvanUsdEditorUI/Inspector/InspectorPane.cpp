@@ -1,4 +1,5 @@
 #include "OrvanUsdEditorUI/Inspector/InspectorPane.h"
+#include "OrvanUsdEditorUI/MainWindow.h"
 
 #include <QCheckBox>
 #include <QFrame>
@@ -215,10 +216,7 @@ InspectorPane::InspectorPane(editor::EditorModel& model, QWidget* parent)
     : QWidget(parent), model_(model) {
   setObjectName("InspectorPane");
   stack_ = new QStackedLayout(this);
-  emptyState_ = new QLabel(this);
-  emptyState_->setObjectName("EmptyState");
-  emptyState_->setAlignment(Qt::AlignCenter);
-  emptyState_->setWordWrap(true);
+  emptyState_ = makeEmptyState(QString(), this);
   scroll_ = new QScrollArea(this);
   scroll_->setObjectName("InspectorScroll");
   scroll_->setWidgetResizable(true);

@@ -1,4 +1,5 @@
 #include "OrvanUsdEditorUI/Project/ProjectPane.h"
+#include "OrvanUsdEditorUI/MainWindow.h"
 
 #include <QComboBox>
 #include <QHBoxLayout>
@@ -41,10 +42,7 @@ ProjectPane::ProjectPane(editor::EditorModel& model, QWidget* parent)
 
   auto* body = new QWidget(this);
   stack_ = new QStackedLayout(body);
-  emptyState_ = new QLabel("No project assets", body);
-  emptyState_->setObjectName("EmptyState");
-  emptyState_->setAlignment(Qt::AlignCenter);
-  emptyState_->setWordWrap(true);
+  emptyState_ = makeEmptyState("No project assets", body);
   tree_ = new QTreeWidget(body);
   tree_->setObjectName("ProjectAssetTree");
   tree_->setColumnCount(2);
