@@ -23,6 +23,7 @@ ApiRequest apiRequest(const httplib::Request& in) {
   request.query.insert(in.params.begin(), in.params.end());
   request.authorization = in.get_header_value("Authorization");
   request.ifNoneMatch = in.get_header_value("If-None-Match");
+  request.host = in.get_header_value("Host");
   return request;
 }
 
@@ -32,6 +33,8 @@ void send(ApiAnswer answer, httplib::Response& out) {
     out.set_header("ETag", answer.etag);
   if (!answer.allow.empty())
     out.set_header("Allow", answer.allow);
+  if (!answer.location.empty())
+    out.set_header("Location", answer.location);
   if (answer.status == 304)
     return;
   out.set_header("Content-Type", kJsonType);

@@ -8,6 +8,7 @@
 
 #include "Foundation/JsonEncoder.h"
 #include "Foundation/Text.h"
+#include "Foundation/UrlComponents.h"
 #include "ProjectServer/Digest.h"
 #include "ProjectServer/ProjectAssets.h"
 #include "ServerClient/Records/AccountRecords.h"
@@ -187,6 +188,11 @@ ProjectServerApi::ProjectServerApi(std::vector<ProjectFolder> projects, ApiOptio
 
 ApiAnswer ProjectServerApi::handle(const ApiRequest& request) {
   const std::string& path = request.path;
+  if (path == "/auth/native/start")
+    return request.method == "GET" ? signInEndpoint(request)
+                                   : errorAnswer({.status = 405,
+                                                  .code = "method_not_allowed",
+                                                  .message = request.method + " is not served at " + path});
   if (!path.starts_with("/api/"))
     return errorAnswer({.status = 404, .code = "not_found", .message = "No page at " + path});
   // The account endpoint stays open: it is how a client learns that it must sign in.
@@ -324,6 +330,33 @@ ApiAnswer ProjectServerApi::deepLinkEndpoint(const ApiRequest& request) {
                                                 .sceneRef = scope->scene,
                                                 .workspace = std::string(kMainWorkspace)};
   return ApiAnswer{.body = encodeJson(response)};
+}
+
+ApiAnswer ProjectServerApi::signInEndpoint(const ApiRequest& request) {
+  // This server has one local user, so signing in needs no page: the browser is sent straight
+  // back to the editor's callback with a session. Only the editor's own link schemes are
+  // accepted as callbacks, so the server never redirects a browser anywhere else.
+  const std::string callback = queryItem(request, {"callback"});
+  std::optional<editor::UrlComponents> target = editor::UrlComponents::parse(callback);
+  const std::string scheme = target ? editor::lowercased(target->scheme) : std::string();
+  if (!target || (scheme != "velk" && scheme != "orvan")) {
+    return errorAnswer({.status = 400,
+                        .code = "bad_callback",
+                        .message = "The sign-in callback must be a velk: or orvan: link"});
+  }
+  target->queryItems.push_back({"token", options_.token.empty() ? "local-session" : options_.token});
+  if (!request.host.empty()) target->queryItems.push_back({"server", "http://" + request.host});
+  target->queryItems.push_back({"displayName", options_.userName});
+  target->queryItems.push_back({"userId", "local"});
+  const std::optional<std::string> location = target->build();
+  if (!location) {
+    return errorAnswer({.status = 400,
+                        .code = "bad_callback",
+                        .message = "The sign-in callback '" + callback + "' is not a usable link"});
+  }
+  return ApiAnswer{.status = 302,
+                   .body = R"({"accepted":true,"message":"Signed in"})",
+                   .location = *location};
 }
 
 }  // namespace orvan::engine

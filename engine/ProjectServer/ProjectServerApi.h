@@ -18,6 +18,7 @@ struct ApiRequest {
   std::multimap<std::string, std::string> query = {};
   std::string authorization = {};  // the `Authorization` header, "" when absent
   std::string ifNoneMatch = {};    // the `If-None-Match` header, "" when absent
+  std::string host = {};           // the `Host` header, "" when absent
 };
 
 // What goes back: a status, a JSON body (empty for 304) and the headers the API sets.
@@ -26,6 +27,7 @@ struct ApiAnswer {
   std::string body = {};
   std::string etag = {};   // the `ETag` header, "" for none
   std::string allow = {};  // the `Allow` header of a 405, "" otherwise
+  std::string location = {};  // the `Location` header of a redirect, "" otherwise
 };
 
 struct ApiOptions {
@@ -53,6 +55,7 @@ class ProjectServerApi {
   ApiAnswer workspacesEndpoint(const ApiRequest& request);
   ApiAnswer meEndpoint(const ApiRequest& request);
   ApiAnswer deepLinkEndpoint(const ApiRequest& request);
+  ApiAnswer signInEndpoint(const ApiRequest& request);
 
   std::vector<ProjectFolder> projects_;
   ApiOptions options_;

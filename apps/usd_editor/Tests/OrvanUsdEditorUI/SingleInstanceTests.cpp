@@ -92,6 +92,14 @@ TEST(IncomingUrlQueueTest, KeepsLinksInOrderAndRecognisesBothSchemes) {
   queue.push("velk://b", "test");
   EXPECT_EQ(queue.takeAll(), (std::vector<std::string>{"velk://a", "velk://b"}));
   EXPECT_TRUE(queue.pending().empty());
+
+  // Once routed, the kept links go first, then each new one at once.
+  queue.push("velk://c", "test");
+  std::vector<std::string> routed;
+  queue.route([&](const std::string& url) { routed.push_back(url); });
+  queue.push("velk://d", "test");
+  EXPECT_EQ(routed, (std::vector<std::string>{"velk://c", "velk://d"}));
+  EXPECT_TRUE(queue.pending().empty());
 }
 
 }  // namespace

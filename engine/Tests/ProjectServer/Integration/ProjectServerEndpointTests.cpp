@@ -14,6 +14,7 @@
 
 #include "Foundation/JsonDecoder.h"
 #include "ProjectServer/ProjectServer.h"
+#include "Foundation/UrlComponents.h"
 #include "ServerClient/Records/AccountRecords.h"
 #include "ServerClient/Records/ErrorEnvelope.h"
 #include "ServerClient/Records/HostedProjectRecords.h"
@@ -354,6 +355,29 @@ TEST_F(ProjectServerTest, WithATokenEveryCallButTheAccountCheckNeedsTheBearer) {
       decoded<VelkMeResponse>(get("/api/me", {{"Authorization", "Bearer sesame"}}));
   EXPECT_EQ(signedIn.authenticated, true);
   EXPECT_EQ(signedIn.user.value_or(VelkMeUser{}).id, "local");
+}
+
+TEST_F(ProjectServerTest, SignInSendsTheBrowserBackToTheEditorsLinkOnly) {
+  start({.token = "sesame", .userName = "tester"});
+  const auto answer = get("/auth/native/start?clientId=c1&callback=velk%3A%2F%2Fauth-callback");
+  ASSERT_TRUE(answer);
+  EXPECT_EQ(answer->status, 302);
+  const auto link = UrlComponents::parse(answer->get_header_value("Location"));
+  ASSERT_TRUE(link.has_value()) << answer->get_header_value("Location");
+  EXPECT_EQ(link->scheme, "velk");
+  EXPECT_EQ(link->host, "auth-callback");
+  const std::vector<UrlQueryItem> expected{{"token", "sesame"},
+                                           {"server", "http://127.0.0.1:" + std::to_string(port_)},
+                                           {"displayName", "tester"},
+                                           {"userId", "local"}};
+  EXPECT_EQ(link->queryItems, expected);
+
+  // No other place is a callback, and a missing one is no sign-in either.
+  using Failure = std::pair<int, std::string>;
+  EXPECT_EQ(failure(get("/auth/native/start?callback=https%3A%2F%2Fevil.test%2Fsteal")),
+            Failure(400, "bad_callback"));
+  EXPECT_EQ(failure(get("/auth/native/start")), Failure(400, "bad_callback"));
+  EXPECT_EQ(client_->Post("/auth/native/start")->status, 405);
 }
 
 TEST_F(ProjectServerTest, ASecondServerCannotTakeAPortInUse) {

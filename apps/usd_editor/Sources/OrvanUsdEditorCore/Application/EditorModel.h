@@ -58,6 +58,8 @@ struct EditorModelPorts {
   // Where the prompt bar looks for the user's coding agents.
   std::string homeDirectory = userHomeFolder().string();
   std::string executableSearchPath = editor::executableSearchPath();
+  // Opens an address in the user's browser; false when no browser could be asked.
+  std::function<bool(const std::string&)> openURL = {};
 };
 
 enum class HierarchyOrder { alphabetical, scene };
@@ -104,6 +106,7 @@ struct StageRefreshOptions {
 //   EditorModelRequests.cpp  addresses, authorized requests, caches    (ServerClient)
 //   EditorModelProjectData.cpp  the project stream and its assets       (ServerClient)
 //   EditorModelProjects.cpp  hosted projects, start-up resolution, workspaces (ProjectsAndWorkspaces)
+//   EditorModelSession.cpp   sign-in, callback links, sign-out, the account (ProjectsAndWorkspaces)
 //   EditorModelPresentation.cpp  client document, selection, inspector  (Presentation)
 class EditorModel {
  public:
@@ -292,6 +295,14 @@ class EditorModel {
   std::string velkAuthEmail;
   std::string velkAuthDisplayName;
   bool isVelkSignedIn() const;
+  // The account as the profile button names it: display name, email, or whether signed in.
+  std::string velkAccountLabel() const;
+  // Opens the server's sign-in page in the browser; its answer comes back as a callback link.
+  void signInToVelk();
+  // Forgets the session; the open stage stays until a request is refused.
+  void signOutOfVelk();
+  // Every link that reaches the editor: sign-in callbacks, agent set-up, project links.
+  void handleIncomingURL(const std::string& url);
   // The server refused the session: forget it, drop every answer in flight and ask for sign-in.
   // A refusal of an older session than the present one (`expectedSessionToken`) changes nothing.
   void requireVelkSignIn(std::optional<std::string> expectedSessionToken = std::nullopt);
@@ -328,6 +339,8 @@ class EditorModel {
   MainExecutor& mainExecutor() const { return ports_.main; }
 
  private:
+  void handleVelkAuthCallback(const UrlComponents& callback);
+  void openProjectLink(const std::string& url);
   void addIdentityQueryItems(std::vector<UrlQueryItem>& items) const;
   void readViewPreferences();
   void bindViewPreferences();

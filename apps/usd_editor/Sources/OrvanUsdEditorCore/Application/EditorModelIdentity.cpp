@@ -6,9 +6,7 @@
 #include "Foundation/JsonDecoder.h"
 #include "Foundation/JsonEncoder.h"
 #include "Foundation/Text.h"
-#include "Foundation/UrlComponents.h"
 #include "Platform/PreferencesStore.h"
-#include "ProjectsAndWorkspaces/VelkSessionTokenStore.h"
 
 namespace orvan::editor {
 
@@ -134,86 +132,5 @@ void EditorModel::applyUserProfiles(const std::vector<UserProfileSummary>& incom
 }
 
 std::string EditorModel::userInitial() const { return editor::userInitial(userName.get()); }
-
-}  // namespace orvan::editor
-
-namespace orvan::editor {
-
-// ---- Session
-
-bool EditorModel::isVelkSignedIn() const { return !isBlank(velkSessionToken); }
-
-void EditorModel::requireVelkSignIn(std::optional<std::string> expectedSessionToken) {
-  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
-  // A refusal of an older session must not throw away a token obtained since.
-  if (expectedSessionToken && *expectedSessionToken != velkSessionToken) return;
-  VelkSessionTokenStore::clear(ports_.secrets, configuration.projectServerURL);
-  velkSessionToken.clear();
-  velkAuthEmail.clear();
-  velkAuthDisplayName.clear();
-  // Every answer still on its way belongs to the ended session.
-  refreshTask_.cancel();
-  ++refreshGeneration;
-  ++projectDataGeneration;
-  ++initialProjectResolutionGeneration;
-  projectConnectionInFlight = false;
-  stageRefreshInFlight = false;
-  projectTransitionMessage.clear();
-  seamlessWorkspaceTransitionInFlight = false;
-  workspaceCatalogLoading = false;
-  workspaceCatalogError = "Sign in to load workspaces.";
-  initialProjectResolved.set(false);
-  initialProjectResponsive = false;
-  initialProjectError.clear();
-  initialProjectNeedsSignIn = true;
-  connectionIssue.set(VelkConnectionIssue::classify(401, "login_required", false, std::nullopt, ""));
-  status.set("Sign in to continue.");
-}
-
-}  // namespace orvan::editor
-
-namespace orvan::editor {
-
-void EditorModel::refreshCurrentVelkProfile() {
-  if (!isVelkSignedIn()) return;
-  const auto url = UrlComponents::parse(configuration.projectServerURL);
-  if (!url) return;
-  UrlComponents me = *url;
-  me.path = "/api/me";
-  me.queryItems.clear();
-  const std::optional<std::string> address = me.build();
-  if (!address) return;
-  const std::string token = velkSessionToken;
-  const WeakLifetime weak = lifetime_.weak();
-  // A failing profile check never raises a banner by itself: it ends quietly.
-  profileTask_.replace(authorizedData(*address, std::nullopt, false,
-                                      [this, weak, token](RequestResult<HttpResponse> answer) {
-    if (!weak.isAlive() || !answer.ok()) return;
-    if (answer->statusCode < 200 || answer->statusCode > 299) return;
-    auto response = decodeJson<VelkMeResponse>(answer->body);
-    if (!response.ok()) return;
-    if (response->authEnabled == true && response->authenticated != true) {
-      requireVelkSignIn(token);
-      return;
-    }
-    applyVelkMeResponse(*response);
-  }));
-}
-
-void EditorModel::applyVelkMeResponse(const VelkMeResponse& response) {
-  if (response.authenticated != true || !response.user) return;
-  const VelkMeUser& user = *response.user;
-  velkAuthEmail = user.email.value_or("");
-  velkAuthDisplayName = user.displayName.value_or("");
-  std::string name = "Velk User";
-  for (const std::optional<std::string>* candidate : {&user.displayName, &user.email}) {
-    if (*candidate && !isBlank(**candidate)) {
-      name = trimmed(**candidate);
-      break;
-    }
-  }
-  if (name == "Velk User" && !isBlank(user.id)) name = trimmed(user.id);
-  setUserIdentity(name, user.id, user.color, false);
-}
 
 }  // namespace orvan::editor

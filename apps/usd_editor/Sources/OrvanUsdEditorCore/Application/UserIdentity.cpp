@@ -83,12 +83,17 @@ std::string makeInternalUserId(std::string_view prefix, const RandomBytes& rando
   return sanitizedUserId(id, "user");
 }
 
+std::optional<std::string> colorFromHex(std::string_view text) {
+  const std::string_view color = trimWhitespaceAndNewlines(text);
+  bool valid = color.size() == 7 && color.front() == '#';
+  for (std::size_t i = 1; valid && i < color.size(); ++i) valid = isHexDigit(color[i]);
+  if (!valid) return std::nullopt;
+  return lowercased(color);
+}
+
 std::string normalizedUserColor(std::optional<std::string_view> text, const RandomBytes& random) {
   if (text) {
-    const std::string_view color = trimWhitespaceAndNewlines(*text);
-    bool valid = color.size() == 7 && color.front() == '#';
-    for (std::size_t i = 1; valid && i < color.size(); ++i) valid = isHexDigit(color[i]);
-    if (valid) return lowercased(color);
+    if (std::optional<std::string> color = colorFromHex(*text)) return *std::move(color);
   }
   unsigned char byte = 0;
   random(&byte, 1);

@@ -242,6 +242,10 @@ void EditorModel::performConnectionAction(VelkConnectionAction action) {
     markStartupResolvedWithoutProject();
     return;
   }
+  if (action == VelkConnectionAction::login) {
+    signInToVelk();
+    return;
+  }
   spdlog::info("connection action {} is not available in this build", static_cast<int>(action));
 }
 

@@ -38,9 +38,20 @@ std::string loggableUrl(std::string_view url) {
 }
 
 void IncomingUrlQueue::push(std::string url, std::string_view source) {
+  if (receiver_) {
+    spdlog::info("incoming link from {}: {} ({} bytes)", source, loggableUrl(url), url.size());
+    receiver_(url);
+    return;
+  }
   spdlog::info("incoming link from {} queued until links are routed: {} ({} bytes)", source,
                loggableUrl(url), url.size());
   pending_.push_back(std::move(url));
+}
+
+void IncomingUrlQueue::route(Receiver receiver) {
+  receiver_ = std::move(receiver);
+  if (!receiver_) return;
+  for (const std::string& url : takeAll()) receiver_(url);
 }
 
 std::vector<std::string> IncomingUrlQueue::takeAll() {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -14,13 +15,19 @@ bool isEditorUrl(std::string_view argument);
 // arrives while the model is still being built is kept, not lost.
 class IncomingUrlQueue {
  public:
-  // Keeps `url`; `source` says where it came from, for the log.
+  using Receiver = std::function<void(const std::string&)>;
+
+  // Keeps `url`, or hands it on at once once a receiver is set; `source` says where it came
+  // from, for the log.
   void push(std::string url, std::string_view source);
   std::vector<std::string> takeAll();
   const std::vector<std::string>& pending() const { return pending_; }
+  // From now on links go to `receiver`, the kept ones first, in arrival order.
+  void route(Receiver receiver);
 
  private:
   std::vector<std::string> pending_;
+  Receiver receiver_;
 };
 
 // What the log may say about a link: its scheme and host, never its query, which can carry a

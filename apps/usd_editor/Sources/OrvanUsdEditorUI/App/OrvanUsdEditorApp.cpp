@@ -5,6 +5,8 @@
 #include <optional>
 
 #include <QApplication>
+#include <QDesktopServices>
+#include <QUrl>
 
 #include <spdlog/spdlog.h>
 
@@ -68,7 +70,9 @@ struct LinuxPlatform {
   editor::ThreadPool background;
 
   OrvanUsdEditorAppPorts ports() {
-    return {main, background, preferences, secrets, processes, http, updater};
+    return {main, background, preferences, secrets, processes, http, updater, [](const std::string& url) {
+              return QDesktopServices::openUrl(QUrl(QString::fromStdString(url)));
+            }};
   }
 };
 
@@ -92,10 +96,10 @@ OrvanUsdEditorApp::OrvanUsdEditorApp(editor::EditorConfiguration configuration,
       urlServer_.reset();
     }
   }
-  model_ = std::make_unique<editor::EditorModel>(
-      std::move(configuration),
-      editor::EditorModelPorts{ports.main, ports.background, ports.preferences, ports.secrets,
-                               ports.processes, ports.http});
+  editor::EditorModelPorts modelPorts{ports.main,      ports.background, ports.preferences,
+                                      ports.secrets,   ports.processes,  ports.http};
+  modelPorts.openURL = ports.openURL;
+  model_ = std::make_unique<editor::EditorModel>(std::move(configuration), std::move(modelPorts));
   window_ = std::make_unique<EditorWindow>(*model_);
 }
 
@@ -110,6 +114,9 @@ bool OrvanUsdEditorApp::receivesForwardedUrls() const {
 
 void OrvanUsdEditorApp::show() {
   window_->show();
+  // Links are handled once the editor has started, so that a sign-in callback's refresh is the
+  // one that counts.
+  incomingUrls_.route([this](const std::string& url) { model_->handleIncomingURL(url); });
   if (!updater_.isStarted() && !updaterStart_.isActive()) {
     updaterStart_.replace(editor::scheduleSoftwareUpdaterStart(main_, updater_));
   }

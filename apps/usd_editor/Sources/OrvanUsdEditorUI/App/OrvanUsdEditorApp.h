@@ -2,6 +2,7 @@
 
 #include <QString>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -35,6 +36,8 @@ struct OrvanUsdEditorAppPorts {
   editor::ProcessLauncher& processes;
   editor::HttpClient& http;
   editor::SoftwareUpdater& updater;
+  // Opens an address in the user's browser (the sign-in page).
+  std::function<bool(const std::string&)> openURL = {};
 };
 
 // The application value: the links that arrived, the single-instance link server, the model, the
@@ -47,7 +50,8 @@ class OrvanUsdEditorApp {
                     std::vector<std::string> launchUrls, QString instanceServerName);
   ~OrvanUsdEditorApp();
 
-  // Shows the window (whose first showing starts the editor) and schedules the updater's start.
+  // Shows the window (whose first showing starts the editor), then hands the kept links to the
+  // model and schedules the updater's start.
   void show();
 
   editor::EditorModel& model() { return *model_; }

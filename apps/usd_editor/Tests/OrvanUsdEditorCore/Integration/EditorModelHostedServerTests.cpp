@@ -7,9 +7,12 @@
 #include <memory>
 #include <string>
 
+#include <httplib.h>
+
 #include "Application/EditorModel.h"
 #include "Foundation/EventLoop.h"
 #include "Foundation/ThreadPool.h"
+#include "Foundation/UrlComponents.h"
 #include "Platform/CurlHttpClient.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
@@ -68,8 +71,12 @@ class EditorModelHostedServerTest : public ::testing::Test {
   EditorModel& startModel(const std::string& serverURL) {
     configuration_.projectServerURL = serverURL;
     configuration_.localMode = false;
-    model_ = std::make_unique<EditorModel>(
-        configuration_, EditorModelPorts{loop_, pool_, preferences_, secrets_, launcher_, http_});
+    EditorModelPorts ports{loop_, pool_, preferences_, secrets_, launcher_, http_};
+    ports.openURL = [this](const std::string& url) {
+      opened_.push_back(url);
+      return true;
+    };
+    model_ = std::make_unique<EditorModel>(configuration_, std::move(ports));
     model_->startInitialRefresh();
     return *model_;
   }
@@ -83,8 +90,23 @@ class EditorModelHostedServerTest : public ::testing::Test {
   PosixProcessLauncher launcher_;
   CurlHttpClient http_{loop_};
   EditorConfiguration configuration_;
+  std::vector<std::string> opened_;  // what the model asked the browser to open
   std::unique_ptr<EditorModel> model_;
 };
+
+// What a browser does with the sign-in page: follows it to the redirect and hands the link over.
+std::string followSignInPage(const std::string& address) {
+  const auto url = UrlComponents::parse(address);
+  if (!url || !url->port) return "";
+  httplib::Client client(url->host, *url->port);
+  std::string path = url->path + "?";
+  for (const auto& item : url->queryItems)
+    path += httplib::detail::encode_query_param(item.name) + "=" +
+            httplib::detail::encode_query_param(item.value.value_or("")) + "&";
+  const auto answer = client.Get(path);
+  if (!answer || answer->status != 302) return "";
+  return answer->get_header_value("Location");
+}
 
 std::vector<std::string> rootNames(const EditorModel& model) {
   std::vector<std::string> names;
@@ -125,18 +147,30 @@ TEST_F(EditorModelHostedServerTest, APlainHostedLaunchResolvesTheProjectAndLoads
   EXPECT_EQ(rootNames(model), (std::vector<std::string>{"World"}));
 }
 
-TEST_F(EditorModelHostedServerTest, AServerThatWantsATokenAsksForSignInAndAcceptsAStoredOne) {
+TEST_F(EditorModelHostedServerTest, ARefusedSessionSignsInThroughTheBrowserAndTheTokenIsKept) {
   RunningProjectServer server({"--token", "s3cret"});
   ASSERT_TRUE(server.error().empty()) << server.error();
 
   EditorModel& refused = startModel(server.url());
   ASSERT_TRUE(runUntil([&] { return refused.connectionIssue.get().has_value(); }));
   EXPECT_EQ(refused.status.get(), "Sign in to continue.");
-  EXPECT_FALSE(refused.isVelkSignedIn());
+  EXPECT_EQ(refused.connectionIssue.get()->primaryAction, VelkConnectionAction::login);
   EXPECT_TRUE(refused.currentStage().rootPrims.empty()) << "nothing of the project was shown";
+
+  // The sheet's button opens the server's sign-in page; the browser comes back with a link.
+  refused.performConnectionAction(refused.connectionIssue.get()->primaryAction);
+  ASSERT_EQ(opened_.size(), 1u);
+  const std::string callback = followSignInPage(opened_[0]);
+  ASSERT_TRUE(callback.starts_with("velk://auth-callback")) << callback;
+  refused.handleIncomingURL(callback);
+  ASSERT_TRUE(runUntil([&] { return !refused.currentStage().rootPrims.empty(); }))
+      << "status: " << refused.status.get();
+  EXPECT_TRUE(refused.isVelkSignedIn());
+  EXPECT_FALSE(refused.connectionIssue.get().has_value());
   model_.reset();
 
-  VelkSessionTokenStore::save(secrets_, "s3cret", server.url());
+  // The next launch finds the token filed under the server and goes straight in.
+  EXPECT_EQ(VelkSessionTokenStore::load(secrets_, server.url()), "s3cret");
   EditorModel& signedIn = startModel(server.url());
   ASSERT_TRUE(runUntil([&] { return !signedIn.currentStage().rootPrims.empty(); }))
       << "status: " << signedIn.status.get();
