@@ -1,6 +1,8 @@
 #include "OrvanUsdEditorUI/EditorWindow.h"
 
 #include <QLabel>
+#include <QMenu>
+#include <QToolButton>
 #include <QPushButton>
 #include <QStatusBar>
 
@@ -49,9 +51,11 @@ EditorWindow::EditorWindow(editor::EditorModel& model, QWidget* parent)
 
   subscriptions_.push_back(model_.status.subscribe([this](const std::string& status) {
     setStatusText(QString::fromStdString(status));
-    // The label and the sheet follow the project's progress, which is reported here.
+    // The label, the sheet and the account follow the project's and the session's progress,
+    // which are reported here.
     updateTitle();
     updateStartupPresentation();
+    updateAccount();
   }));
   subscriptions_.push_back(model_.stage.subscribe([this](const auto&) { updateTitle(); }));
   subscriptions_.push_back(
@@ -62,6 +66,22 @@ EditorWindow::EditorWindow(editor::EditorModel& model, QWidget* parent)
   setStatusText(QString::fromStdString(model_.status.get()));
   updateTitle();
   updateStartupPresentation();
+  updateAccount();
+}
+
+void EditorWindow::updateAccount() {
+  QToolButton* button = accountButton();
+  const bool hosted = !editor::isBlank(model_.configuration.projectServerURL);
+  setAccountButtonVisible(hosted);
+  if (!hosted) return;
+  button->setText(QString::fromStdString(model_.velkAccountLabel()));
+  QMenu* menu = button->menu();
+  menu->clear();
+  if (model_.isVelkSignedIn()) {
+    menu->addAction("Log Out", this, [this] { model_.signOutOfVelk(); });
+  } else {
+    menu->addAction("Sign In", this, [this] { model_.signInToVelk(); });
+  }
 }
 
 EditorWindow::~EditorWindow() = default;

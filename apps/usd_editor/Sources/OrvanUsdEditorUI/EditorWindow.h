@@ -43,6 +43,8 @@ class EditorWindow final : public MainWindow {
  private:
   void updateTitle();
   void updateStartupPresentation();
+  // The account button: who is signed in, and Sign In or Log Out. Hidden for a local scene.
+  void updateAccount();
   void performConnectionAction(int action);
 
   editor::EditorModel& model_;

@@ -1,9 +1,11 @@
 #include "OrvanUsdEditorUI/MainWindow.h"
 
 #include <QLabel>
+#include <QMenu>
 #include <QSplitter>
 #include <QStatusBar>
 #include <QToolBar>
+#include <QToolButton>
 #include <QVBoxLayout>
 
 #include "OrvanUsdEditorUI/PaneLayout.h"
@@ -51,6 +53,14 @@ void MainWindow::buildToolbar() {
   localBadge_->setObjectName("LocalBadge");
   localBadgeAction_ = toolbar->addWidget(localBadge_);
   localBadgeAction_->setVisible(false);
+  auto* spacer = new QWidget(toolbar);
+  spacer->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+  toolbar->addWidget(spacer);
+  accountButton_ = new QToolButton(toolbar);
+  accountButton_->setObjectName("AccountButton");
+  accountButton_->setPopupMode(QToolButton::InstantPopup);
+  accountButton_->setMenu(new QMenu(accountButton_));
+  accountAction_ = toolbar->addWidget(accountButton_);
 }
 
 void MainWindow::buildPanes() {
@@ -110,6 +120,8 @@ void MainWindow::setBanner(QWidget* banner) {
   banner->setParent(central_);
   layout->insertWidget(0, banner);
 }
+
+void MainWindow::setAccountButtonVisible(bool visible) { accountAction_->setVisible(visible); }
 
 void MainWindow::setStatusText(const QString& status) { statusLabel_->setText(status); }
 

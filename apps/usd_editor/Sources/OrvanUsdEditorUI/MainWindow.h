@@ -5,6 +5,7 @@
 class QAction;
 class QLabel;
 class QSplitter;
+class QToolButton;
 class QWidget;
 
 namespace orvan::ui {
@@ -23,6 +24,9 @@ class MainWindow : public QMainWindow {
   QWidget* inspectorPane() const { return inspectorPane_; }
   QWidget* projectPane() const { return projectPane_; }
   QWidget* viewportPane() const { return viewportPane_; }
+  // The account button at the right end of the toolbar; its menu is the owner's to fill.
+  QToolButton* accountButton() const { return accountButton_; }
+  void setAccountButtonVisible(bool visible);
 
   // Replaces what a pane shows under its title.
   static void setPaneContent(QWidget* pane, QWidget* content);
@@ -36,6 +40,8 @@ class MainWindow : public QMainWindow {
   QLabel* projectLabel_ = nullptr;
   QLabel* localBadge_ = nullptr;
   QAction* localBadgeAction_ = nullptr;
+  QToolButton* accountButton_ = nullptr;
+  QAction* accountAction_ = nullptr;
   QLabel* statusLabel_ = nullptr;
   QWidget* central_ = nullptr;
   QSplitter* columns_ = nullptr;

@@ -6,6 +6,8 @@
 
 #include <QItemSelectionModel>
 #include <QComboBox>
+#include <QMenu>
+#include <QToolButton>
 #include <QPushButton>
 #include <QTreeWidget>
 #include <QTreeView>
@@ -232,6 +234,7 @@ TEST_F(EditorWindowTest, TheTreeFollowsSelectionsMadeElsewhereAndKeepsItsShapeAc
 
 TEST_F(EditorWindowTest, TheStartupSheetCoversAHostedLaunchUntilTheProjectResolves) {
   EXPECT_FALSE(openWindow().startupSheet().isVisible()) << "a local launch never shows the sheet";
+  EXPECT_FALSE(window_->accountButton()->isVisible()) << "nor an account";
   window_.reset();
   model_.reset();
 
@@ -261,6 +264,22 @@ TEST_F(EditorWindowTest, TheStartupSheetCoversAHostedLaunchUntilTheProjectResolv
 
   model_->initialProjectResolved.set(true);
   EXPECT_FALSE(sheet.isVisible());
+
+  // The account button offers sign-in; a callback link signs in and it offers to log out.
+  QToolButton* account = window.accountButton();
+  ASSERT_TRUE(account->isVisible());
+  EXPECT_EQ(account->text(), "Not signed in");
+  ASSERT_EQ(account->menu()->actions().size(), 1);
+  EXPECT_EQ(account->menu()->actions()[0]->text(), "Sign In");
+  account->menu()->actions()[0]->trigger();
+  EXPECT_EQ(model_->status.get(), "Could not open a browser for Velk sign-in") << "no browser here";
+  model_->handleIncomingURL("velk://auth-callback?token=t&displayName=Ann");
+  EXPECT_EQ(account->text(), "Ann");
+  ASSERT_EQ(account->menu()->actions().size(), 1);
+  EXPECT_EQ(account->menu()->actions()[0]->text(), "Log Out");
+  account->menu()->actions()[0]->trigger();
+  EXPECT_FALSE(model_->isVelkSignedIn());
+  EXPECT_EQ(account->text(), "Not signed in");
 }
 
 TEST_F(EditorWindowTest, AFailedLoadShowsABannerWhoseRetryAndDismissWork) {
