@@ -1,5 +1,4 @@
 #include "OrvanUsdEditorUI/Hierarchy/HierarchyPane.h"
-#include "OrvanUsdEditorUI/MainWindow.h"
 
 #include <QHeaderView>
 #include <QItemSelectionModel>
@@ -9,6 +8,7 @@
 
 #include "Application/EditorModel.h"
 #include "Presentation/EditorClientDocument.h"
+#include "OrvanUsdEditorUI/MainWindow.h"
 #include "OrvanUsdEditorUI/Hierarchy/HierarchyTreeModel.h"
 
 namespace orvan::ui {

@@ -1,5 +1,4 @@
 #include "OrvanUsdEditorUI/Inspector/InspectorPane.h"
-#include "OrvanUsdEditorUI/MainWindow.h"
 
 #include <QCheckBox>
 #include <QFrame>
@@ -12,6 +11,7 @@
 
 #include "Application/EditorModel.h"
 #include "Presentation/EditorPresentationStore.h"
+#include "OrvanUsdEditorUI/MainWindow.h"
 #include "OrvanUsdEditorUI/Inspector/PropertyValueDisplay.h"
 
 namespace orvan::ui {

@@ -1,5 +1,4 @@
 #include "OrvanUsdEditorUI/Project/ProjectPane.h"
-#include "OrvanUsdEditorUI/MainWindow.h"
 
 #include <QComboBox>
 #include <QHBoxLayout>
@@ -11,6 +10,7 @@
 
 #include "Application/EditorModel.h"
 #include "Presentation/ProjectAssetBrowser.h"
+#include "OrvanUsdEditorUI/MainWindow.h"
 
 namespace orvan::ui {
 
