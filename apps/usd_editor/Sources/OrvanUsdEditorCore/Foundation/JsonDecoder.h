@@ -328,7 +328,9 @@ bool decodeList(Source& source, std::vector<T>& out, DecodeState& state) {
     }
     simdjson::ondemand::value& element = entry.value_unsafe();
     if (index == 0) {
-      out.reserve(4);  // Spares the first reallocations of the many short lists.
+      // Room for two spares the first reallocation of the many short lists without leaving
+      // unused slots in the lists of one or two, which are most of them.
+      out.reserve(2);
     }
     if (!decodeInto(element, out.emplace_back(), state)) {
       state.prependIndex(index);
