@@ -29,23 +29,6 @@ bool isUnreserved(unsigned char c) {
          c == '.' || c == '_' || c == '~';
 }
 
-std::string percentEncode(std::string_view text, std::string_view keep) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
-  std::string encoded;
-  encoded.reserve(text.size());
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (isUnreserved(byte) || keep.find(c) != std::string_view::npos) {
-      encoded += c;
-      continue;
-    }
-    encoded += '%';
-    encoded += kHex[byte >> 4];
-    encoded += kHex[byte & 0x0F];
-  }
-  return encoded;
-}
-
 int hexValue(char c) {
   if (c >= '0' && c <= '9')
     return c - '0';
@@ -115,10 +98,10 @@ std::string joinQuery(const std::vector<UrlQueryItem>& items) {
   for (const UrlQueryItem& item : items) {
     if (!query.empty())
       query += '&';
-    query += percentEncode(item.name, kQueryCharacters);
+    query += percentEncoded(item.name, kQueryCharacters);
     if (item.value) {
       query += '=';
-      query += percentEncode(*item.value, kQueryCharacters);
+      query += percentEncoded(*item.value, kQueryCharacters);
     }
   }
   return query;
@@ -144,6 +127,23 @@ std::string bracketedHost(const std::string& host) {
 }
 
 }  // namespace
+
+std::string percentEncoded(std::string_view text, std::string_view keep) {
+  static constexpr char kHex[] = "0123456789ABCDEF";
+  std::string encoded;
+  encoded.reserve(text.size());
+  for (const char c : text) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (isUnreserved(byte) || keep.find(c) != std::string_view::npos) {
+      encoded += c;
+      continue;
+    }
+    encoded += '%';
+    encoded += kHex[byte >> 4];
+    encoded += kHex[byte & 0x0F];
+  }
+  return encoded;
+}
 
 std::optional<UrlComponents> UrlComponents::parse(std::string_view text) {
   // libcurl reads up to the first NUL; a URL with one inside is no URL.
@@ -173,21 +173,21 @@ std::optional<std::string> UrlComponents::build() const {
     return std::nullopt;
   bool ok = setPart(url.get(), CURLUPART_SCHEME, scheme, kParseFlags);
   if (user)
-    ok = ok && setPart(url.get(), CURLUPART_USER, percentEncode(*user, kUserCharacters));
+    ok = ok && setPart(url.get(), CURLUPART_USER, percentEncoded(*user, kUserCharacters));
   if (password) {
-    ok = ok && setPart(url.get(), CURLUPART_PASSWORD, percentEncode(*password, kUserCharacters));
+    ok = ok && setPart(url.get(), CURLUPART_PASSWORD, percentEncoded(*password, kUserCharacters));
   }
   if (!host.empty())
     ok = ok && setPart(url.get(), CURLUPART_HOST, bracketedHost(host));
   if (port)
     ok = ok && setPart(url.get(), CURLUPART_PORT, std::to_string(*port));
   if (!path.empty())
-    ok = ok && setPart(url.get(), CURLUPART_PATH, percentEncode(path, kPathCharacters));
+    ok = ok && setPart(url.get(), CURLUPART_PATH, percentEncoded(path, kPathCharacters));
   if (!queryItems.empty())
     ok = ok && setPart(url.get(), CURLUPART_QUERY, joinQuery(queryItems));
   if (fragment) {
     ok =
-        ok && setPart(url.get(), CURLUPART_FRAGMENT, percentEncode(*fragment, kFragmentCharacters));
+        ok && setPart(url.get(), CURLUPART_FRAGMENT, percentEncoded(*fragment, kFragmentCharacters));
   }
   if (!ok)
     return std::nullopt;

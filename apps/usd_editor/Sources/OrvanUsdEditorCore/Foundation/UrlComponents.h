@@ -16,6 +16,10 @@ struct UrlQueryItem {
   bool operator==(const UrlQueryItem&) const = default;
 };
 
+// `text` with every byte but the unreserved ones ("A-Z a-z 0-9 - . _ ~") and those in `keep`
+// written as "%XX"; with nothing kept, fit to stand as one segment of a path.
+std::string percentEncoded(std::string_view text, std::string_view keep = {});
+
 // The parts of an absolute URL, as plain text: `parse` takes a URL apart and decodes its
 // percent-escapes, `build` puts the parts back together and escapes what needs it. Taking a URL
 // apart, changing its path or query and building it again keeps everything else as it was.

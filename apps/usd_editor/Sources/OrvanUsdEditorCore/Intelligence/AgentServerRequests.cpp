@@ -45,27 +45,6 @@ std::optional<std::string> serverOrigin(std::string_view serverURL) {
   return built;
 }
 
-bool isUnreserved(unsigned char c) {
-  return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
-         c == '.' || c == '_' || c == '~';
-}
-
-std::string percentEncodedSegment(std::string_view text) {
-  static constexpr char kHex[] = "0123456789ABCDEF";
-  std::string encoded;
-  for (const char c : text) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (isUnreserved(byte)) {
-      encoded += c;
-      continue;
-    }
-    encoded += '%';
-    encoded += kHex[byte >> 4];
-    encoded += kHex[byte & 0x0F];
-  }
-  return encoded;
-}
-
 std::string nonSuccessText(const HttpResponse& response) {
   auto body = decodeJson<ServerMessageBody>(response.body);
   if (body && body->message && !isBlank(*body->message))
@@ -183,7 +162,7 @@ std::optional<HttpRequest> postJSON(std::string_view path, const VelkAgentAuthor
 }
 
 std::string agentCommandPath(std::string_view commandId, AgentCommandAction action) {
-  return "/api/agent/commands/" + percentEncodedSegment(commandId) +
+  return "/api/agent/commands/" + percentEncoded(commandId) +
          (action == AgentCommandAction::cancel ? "/cancel" : "/undo");
 }
 
