@@ -5,10 +5,12 @@
 #include <unistd.h>
 
 #include <QItemSelectionModel>
+#include <QLabel>
 #include <QComboBox>
 #include <QMenu>
 #include <QToolButton>
 #include <QPushButton>
+#include <QSplitter>
 #include <QTreeWidget>
 #include <QTreeView>
 
@@ -68,7 +70,8 @@ std::string stageJson(bool withPlayer = true) {
   const std::string rules = R"({"type":"GameRules","label":"Rules","enabled":false,"properties":[)"
                             R"({"name":"paused","kind":"bool","value":"false"}]})";
   std::string prims = detail("/World", "World", "Xform", transform + "," + rules,
-                             R"({"name":"visibility","type":"token","value":"inherited"})") +
+                             R"({"name":"visibility","type":"token","value":"inherited"},)"
+                             R"({"name":"orvan:ambientLightStrength","type":"float","value":"0.6"})") +
                       "," + detail("/World/Ground", "Ground", "Mesh", "", "") + "," +
                       detail("/Lights", "Lights", "Scope", "", "") + "," +
                       detail("/Lights/Sun", "Sun", "DistantLight", "", "");
@@ -199,6 +202,27 @@ TEST_F(EditorWindowTest, SelectingRowsSelectsPrimsAndFillsTheInspector) {
   EXPECT_TRUE(lines.contains("paused: Off"));
   EXPECT_TRUE(lines.contains("Attributes"));
   EXPECT_TRUE(lines.contains("visibility: inherited"));
+
+  // A long name is shortened in its middle at the pane's default width, and shown whole once the
+  // pane is wide enough.
+  QLabel* longName = nullptr;
+  for (QLabel* name : window_->inspector().findChildren<QLabel*>("PropertyName")) {
+    if (name->property("plainName") == "orvan:ambientLightStrength") longName = name;
+  }
+  ASSERT_NE(longName, nullptr);
+  EXPECT_TRUE(longName->text().startsWith("orvan:")) << longName->text().toStdString();
+  EXPECT_TRUE(longName->text().contains(QChar(0x2026))) << longName->text().toStdString();
+  window_->resize(1800, window_->height());
+  auto* columns = window_->findChild<QSplitter*>();
+  ASSERT_NE(columns, nullptr);
+  QList<int> sizes = columns->sizes();
+  sizes.back() += 400;
+  sizes[1] -= 400;
+  columns->setSizes(sizes);
+  settle();
+  EXPECT_GE(window_->inspector().width(), 600);
+  EXPECT_EQ(longName->text().toStdString(), "orvan:ambientLightStrength");
+  EXPECT_TRUE(lines.contains("orvan:ambientLightStrength: 0.6")) << "tests read whole names";
 
   // Several rows: the current row is the primary one.
   selectRows({"/World", "/Lights/Sun"}, "/Lights/Sun");

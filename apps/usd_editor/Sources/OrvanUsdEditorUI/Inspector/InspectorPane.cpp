@@ -1,5 +1,7 @@
 #include "OrvanUsdEditorUI/Inspector/InspectorPane.h"
 
+#include <algorithm>
+
 #include <QCheckBox>
 #include <QFrame>
 #include <QGridLayout>
@@ -18,7 +20,22 @@ namespace orvan::ui {
 
 namespace {
 
-constexpr int kNameColumnWidth = 112;
+constexpr int kNameColumnWidth = 112;  // at the least
+constexpr int kMaxNameColumnWidth = 240;
+
+// The name column takes two fifths of the pane, so that widening the pane shows longer names.
+int nameColumnWidth(int paneWidth) {
+  const int grid = paneWidth - 12 - 10 - 10;  // the grid's margins and its column spacing
+  return std::clamp(grid * 2 / 5, kNameColumnWidth, kMaxNameColumnWidth);
+}
+
+// Long names keep their start and their end ("orvan:amb…Strength"), which is where namespaced
+// attribute names differ; the whole name stays in the tool tip.
+void fitName(QLabel* name, int width) {
+  name->setFixedWidth(width);
+  const QString plain = name->property("plainName").toString();
+  name->setText(name->fontMetrics().elidedText(plain, Qt::ElideMiddle, width - 4));
+}
 
 QString qs(const std::string& text) {
   return QString::fromStdString(text);
@@ -105,13 +122,9 @@ class PropertyGrid {
   QWidget* addRow(const QString& name, MakeValue makeValue, const QString& nameToolTip = {}) {
     QWidget* parent = layout_->parentWidget();
     auto* nameLabel = label(name, "PropertyName", parent);
-    nameLabel->setFixedWidth(kNameColumnWidth);
     nameLabel->setToolTip(nameToolTip.isEmpty() ? name : nameToolTip);
-    // Long names keep their start and their end ("orvan:amb…Strength"), which is where
-    // namespaced attribute names differ; the whole name stays in the tool tip.
     nameLabel->setProperty("plainName", name);
-    nameLabel->setText(
-        nameLabel->fontMetrics().elidedText(name, Qt::ElideMiddle, kNameColumnWidth - 4));
+    fitName(nameLabel, kNameColumnWidth);  // until the pane fits the column to its width
     QWidget* value = makeValue(parent);
     layout_->addWidget(nameLabel, rows_, 0, Qt::AlignLeft | Qt::AlignVCenter);
     layout_->addWidget(value, rows_, 1);
@@ -330,6 +343,18 @@ void InspectorPane::showContent(QWidget* content, QVBoxLayout* column) {
   scroll_->setWidget(content);  // deletes the previous content
   content_ = content;
   stack_->setCurrentWidget(scroll_);
+  fitNameColumn();
+}
+
+void InspectorPane::resizeEvent(QResizeEvent* event) {
+  QWidget::resizeEvent(event);
+  fitNameColumn();
+}
+
+void InspectorPane::fitNameColumn() {
+  if (!content_) return;
+  const int width = nameColumnWidth(this->width());
+  for (QLabel* name : content_->findChildren<QLabel*>("PropertyName")) fitName(name, width);
 }
 
 void InspectorPane::renderAsset(const editor::InspectorPresentationRecord& record) {

@@ -21,8 +21,8 @@ struct ProjectAssetPresentationRecord;
 namespace orvan::ui {
 
 // The inspector: the selected prim's header, one section per component with its properties, and
-// its raw attributes; or the selected project asset or material. Read-only for now; it redraws only when the inspector's snapshot or the
-// stage changes.
+// its raw attributes; or the selected project asset or material. Read-only for now; it redraws
+// only when the inspector's snapshot or the stage changes. The name column grows with the pane.
 class InspectorPane final : public QWidget {
   Q_OBJECT
  public:
@@ -33,7 +33,12 @@ class InspectorPane final : public QWidget {
   // The shown content as lines of text ("Section", "name: value"), for tests and accessibility.
   QStringList contentLines() const;
 
+ protected:
+  void resizeEvent(QResizeEvent* event) override;
+
  private:
+  // Gives every property name the column width the pane's width calls for.
+  void fitNameColumn();
   void render();
   void renderSnapshot(const editor::EditorSelectionSnapshot& snapshot);
   void renderAsset(const std::variant<editor::ProjectAssetPresentationRecord,
