@@ -69,9 +69,10 @@ std::string stageJson(bool withPlayer = true) {
       R"j({"name":"position","kind":"vector3","value":"(0, 1.5, -2)"}]})j";
   const std::string rules = R"({"type":"GameRules","label":"Rules","enabled":false,"properties":[)"
                             R"({"name":"paused","kind":"bool","value":"false"}]})";
-  std::string prims = detail("/World", "World", "Xform", transform + "," + rules,
-                             R"({"name":"visibility","type":"token","value":"inherited"},)"
-                             R"({"name":"orvan:ambientLightStrength","type":"float","value":"0.6"})") +
+  const std::string worldAttributes =
+      R"({"name":"visibility","type":"token","value":"inherited"},)"
+      R"({"name":"orvan:ambientLightStrength","type":"float","value":"0.6"})";
+  std::string prims = detail("/World", "World", "Xform", transform + "," + rules, worldAttributes) +
                       "," + detail("/World/Ground", "Ground", "Mesh", "", "") + "," +
                       detail("/Lights", "Lights", "Scope", "", "") + "," +
                       detail("/Lights/Sun", "Sun", "DistantLight", "", "");

@@ -22,11 +22,14 @@ namespace {
 
 constexpr int kNameColumnWidth = 112;  // at the least
 constexpr int kMaxNameColumnWidth = 240;
+constexpr int kGridLeftMargin = 12;
+constexpr int kGridRightMargin = 10;
+constexpr int kGridColumnSpacing = 10;
 
 // The name column takes two fifths of the pane, so that widening the pane shows longer names.
 int nameColumnWidth(int paneWidth) {
-  const int grid = paneWidth - 12 - 10 - 10;  // the grid's margins and its column spacing
-  return std::clamp(grid * 2 / 5, kNameColumnWidth, kMaxNameColumnWidth);
+  const int columns = paneWidth - kGridLeftMargin - kGridRightMargin - kGridColumnSpacing;
+  return std::clamp(columns * 2 / 5, kNameColumnWidth, kMaxNameColumnWidth);
 }
 
 // Long names keep their start and their end ("orvan:amb…Strength"), which is where namespaced
@@ -110,8 +113,8 @@ QWidget* makeValueCell(const PropertyValueDisplay& display, QWidget* parent) {
 class PropertyGrid {
  public:
   explicit PropertyGrid(QWidget* parent) : layout_(new QGridLayout(parent)) {
-    layout_->setContentsMargins(12, 4, 10, 8);
-    layout_->setHorizontalSpacing(10);
+    layout_->setContentsMargins(kGridLeftMargin, 4, kGridRightMargin, 8);
+    layout_->setHorizontalSpacing(kGridColumnSpacing);
     layout_->setVerticalSpacing(3);
     layout_->setColumnMinimumWidth(0, kNameColumnWidth);
     layout_->setColumnStretch(1, 1);
