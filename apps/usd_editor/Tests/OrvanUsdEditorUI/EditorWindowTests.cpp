@@ -2,20 +2,17 @@
 // runs the model, and the Qt event loop runs the widgets.
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
+#include <QComboBox>
 #include <QItemSelectionModel>
 #include <QLabel>
-#include <QComboBox>
 #include <QMenu>
-#include <QToolButton>
 #include <QPushButton>
 #include <QSplitter>
-#include <QTreeWidget>
+#include <QToolButton>
 #include <QTreeView>
+#include <QTreeWidget>
 
 #include <filesystem>
-#include <fstream>
 
 #include "Application/EditorModel.h"
 #include "OrvanUsdEditorUI/ConnectionBanner.h"
@@ -31,6 +28,7 @@
 #include "QtApplicationEnvironment.h"
 #include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
+#include "Support/TemporaryFolder.h"
 
 namespace orvan::ui {
 namespace {
@@ -38,48 +36,44 @@ namespace {
 namespace fs = std::filesystem;
 using testing::processEventsUntil;
 
-std::string prim(const std::string& path, const std::string& name, const std::string& type,
-                 const std::string& parent, const std::string& children) {
-  return R"({"path":")" + path + R"(","name":")" + name + R"(","typeName":")" + type +
-         R"(","parent":")" + parent + R"(","active":true,"badges":[],"children":[)" + children +
-         "]}";
+// The fields a tree node and a flat detail share, named and parented by the path.
+std::string primFields(const std::string& path, const std::string& type) {
+  const auto slash = path.rfind('/');
+  return R"({"path":")" + path + R"(","name":")" + path.substr(slash + 1) + R"(","typeName":")" +
+         type + R"(","parent":")" + (slash == 0 ? "/" : path.substr(0, slash)) +
+         R"(","active":true,"badges":[])";
 }
 
-std::string detail(const std::string& path, const std::string& name, const std::string& type,
-                   const std::string& components, const std::string& attributes) {
-  return R"({"path":")" + path + R"(","name":")" + name + R"(","typeName":")" + type +
-         R"(","parent":"/","active":true,"badges":[],"entityPath":")" + path +
-         R"(","entityId":1,"components":[)" + components + R"(],"attributes":[)" + attributes +
-         "]}";
+std::string node(const std::string& path, const std::string& type,
+                 const std::string& children = "") {
+  return primFields(path, type) + R"(,"children":[)" + children + "]}";
+}
+
+std::string detail(const std::string& path, const std::string& type,
+                   const std::string& components = "", const std::string& attributes = "") {
+  return primFields(path, type) + R"(,"entityPath":")" + path + R"(","entityId":1,"components":[)" +
+         components + R"(],"attributes":[)" + attributes + "]}";
 }
 
 // /World (Xform) with Ground and Player/Body; /Lights with Sun. `withPlayer` false drops Player.
 std::string stageJson(bool withPlayer = true) {
   const std::string player =
-      withPlayer ? "," + prim("/World/Player", "Player", "Xform", "/World",
-                              prim("/World/Player/Body", "Body", "Capsule", "/World/Player", ""))
-                 : "";
-  const std::string roots = prim("/World", "World", "Xform", "/",
-                                 prim("/World/Ground", "Ground", "Mesh", "/World", "") + player) +
-                            "," +
-                            prim("/Lights", "Lights", "Scope", "/",
-                                 prim("/Lights/Sun", "Sun", "DistantLight", "/Lights", ""));
-  const std::string transform =
+      withPlayer ? "," + node("/World/Player", "Xform", node("/World/Player/Body", "Capsule")) : "";
+  const std::string roots = node("/World", "Xform", node("/World/Ground", "Mesh") + player) + "," +
+                            node("/Lights", "Scope", node("/Lights/Sun", "DistantLight"));
+  const std::string components =
       R"({"type":"Transform","enabled":true,"properties":[)"
-      R"j({"name":"position","kind":"vector3","value":"(0, 1.5, -2)"}]})j";
-  const std::string rules = R"({"type":"GameRules","label":"Rules","enabled":false,"properties":[)"
-                            R"({"name":"paused","kind":"bool","value":"false"}]})";
-  const std::string worldAttributes =
+      R"j({"name":"position","kind":"vector3","value":"(0, 1.5, -2)"}]},)j"
+      R"({"type":"GameRules","label":"Rules","enabled":false,"properties":[)"
+      R"({"name":"paused","kind":"bool","value":"false"}]})";
+  const std::string attributes =
       R"({"name":"visibility","type":"token","value":"inherited"},)"
       R"({"name":"orvan:ambientLightStrength","type":"float","value":"0.6"})";
-  std::string prims = detail("/World", "World", "Xform", transform + "," + rules, worldAttributes) +
-                      "," + detail("/World/Ground", "Ground", "Mesh", "", "") + "," +
-                      detail("/Lights", "Lights", "Scope", "", "") + "," +
-                      detail("/Lights/Sun", "Sun", "DistantLight", "", "");
-  if (withPlayer) {
-    prims += "," + detail("/World/Player", "Player", "Xform", "", "") + "," +
-             detail("/World/Player/Body", "Body", "Capsule", "", "");
-  }
+  std::string prims = detail("/World", "Xform", components, attributes) + "," +
+                      detail("/World/Ground", "Mesh") + "," + detail("/Lights", "Scope") + "," +
+                      detail("/Lights/Sun", "DistantLight");
+  if (withPlayer)
+    prims += "," + detail("/World/Player", "Xform") + "," + detail("/World/Player/Body", "Capsule");
   return R"({"sceneUri":"/demo/scene.usda","rootPrims":[)" + roots + R"(],"prims":[)" + prims +
          R"(],"catalog":[],"assets":[]})";
 }
@@ -88,23 +82,14 @@ class EditorWindowTest : public ::testing::Test {
  protected:
   void SetUp() override {
     testing::testApplication();
-    folder_ = fs::temp_directory_path() / ("orvan-editor-window-" + std::to_string(::getpid()));
-    fs::create_directories(folder_);
     configuration_.projectServerURL = "";
     configuration_.localMode = true;
     configuration_.inspectorPath = ORVAN_FAKE_INSPECTOR_PATH;
     configuration_.scenePath = writeScene("scene.usda", stageJson());
   }
-  void TearDown() override {
-    window_.reset();
-    model_.reset();
-    fs::remove_all(folder_);
-  }
 
   std::string writeScene(const std::string& name, const std::string& contents) {
-    const fs::path path = folder_ / name;
-    std::ofstream(path) << contents;
-    return path.string();
+    return folder_.write(name, contents).string();
   }
 
   // Shows the window (which starts the editor) and lets the inspector's stage arrive.
@@ -149,7 +134,7 @@ class EditorWindowTest : public ::testing::Test {
     settle();
   }
 
-  fs::path folder_;
+  editor::testing::TemporaryFolder folder_;
   editor::EditorConfiguration configuration_;
   editor::testing::ManualScheduler scheduler_;
   editor::InMemoryPreferencesStore preferences_;
@@ -208,7 +193,8 @@ TEST_F(EditorWindowTest, SelectingRowsSelectsPrimsAndFillsTheInspector) {
   // pane is wide enough.
   QLabel* longName = nullptr;
   for (QLabel* name : window_->inspector().findChildren<QLabel*>("PropertyName")) {
-    if (name->property("plainName") == "orvan:ambientLightStrength") longName = name;
+    if (name->property("plainName") == "orvan:ambientLightStrength")
+      longName = name;
   }
   ASSERT_NE(longName, nullptr);
   EXPECT_TRUE(longName->text().startsWith("orvan:")) << longName->text().toStdString();
@@ -319,7 +305,7 @@ TEST_F(EditorWindowTest, AFailedLoadShowsABannerWhoseRetryAndDismissWork) {
   EXPECT_EQ(window.hierarchy().emptyStateText(), "No stage loaded");
 
   // Retry asks the inspector again; this time the scene is good.
-  std::ofstream(model_->configuration.scenePath) << stageJson();
+  writeScene("broken.usda", stageJson());
   const auto generation = model_->refreshGeneration;
   banner.retryButton()->click();
   EXPECT_EQ(model_->refreshGeneration, generation + 1);
@@ -336,10 +322,9 @@ TEST_F(EditorWindowTest, AFailedLoadShowsABannerWhoseRetryAndDismissWork) {
 }
 
 TEST_F(EditorWindowTest, TheProjectPaneGroupsTheFolderAndPointsTheInspectorAtAPickedAsset) {
-  configuration_.projectPath = folder_.string();
-  fs::create_directories(folder_ / "textures");
-  std::ofstream(folder_ / "textures" / "Brick.PNG") << "png";
-  std::ofstream(folder_ / "notes.txt") << "text";
+  configuration_.projectPath = folder_.path().string();
+  writeScene("textures/Brick.PNG", "png");
+  writeScene("notes.txt", "text");
   openWindow();
   settle();
   auto groups = [&] {
@@ -378,7 +363,7 @@ TEST_F(EditorWindowTest, TheProjectPaneGroupsTheFolderAndPointsTheInspectorAtAPi
   EXPECT_EQ(window_->inspector().contentLines().value(0), "Sun");
 
   // The asset disappears from the folder: the pane drops its row on the next listing.
-  fs::remove(folder_ / "textures" / "Brick.PNG");
+  fs::remove(folder_ / "textures/Brick.PNG");
   model_->refreshProjectData(true);
   scheduler_.runUntilQuiet();
   settle();

@@ -1,8 +1,8 @@
 #pragma once
 
 #include <QApplication>
-
-#include <memory>
+#include <QElapsedTimer>
+#include <QThread>
 
 namespace orvan::ui::testing {
 
@@ -12,21 +12,12 @@ QApplication& testApplication();
 
 // Runs the Qt event loop until `done()` holds or `timeoutMs` passes. Returns whether it held.
 template <class Predicate>
-bool processEventsUntil(Predicate done, int timeoutMs);
-
-}  // namespace orvan::ui::testing
-
-#include <QElapsedTimer>
-#include <QThread>
-
-namespace orvan::ui::testing {
-
-template <class Predicate>
 bool processEventsUntil(Predicate done, int timeoutMs) {
   QElapsedTimer timer;
   timer.start();
   while (!done()) {
-    if (timer.elapsed() > timeoutMs) return false;
+    if (timer.elapsed() > timeoutMs)
+      return false;
     QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
     QThread::msleep(1);
   }

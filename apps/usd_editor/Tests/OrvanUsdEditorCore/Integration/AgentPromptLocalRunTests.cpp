@@ -154,27 +154,5 @@ TEST_F(AgentPromptLocalRunTest, StoppedAgentThatTakesItsTimeEndsAsStopped) {
   EXPECT_EQ(http_.requestCount(), 0u);
 }
 
-TEST_F(AgentPromptLocalRunTest, CleanExitWithoutAReceiptFailsWithTheWarning) {
-  script("say I changed nothing\nexit 0\n");
-  submit(scope());
-  ASSERT_TRUE(waitFor([&] { return !http_.pending().empty(); }));
-  ASSERT_TRUE(http_.completeNext(httpResponse(200, "{}")));
-  ASSERT_TRUE(waitFor([&] { return state().phase == AgentPromptPhase::failed; }));
-  EXPECT_EQ(state().statusLabel, "Request failed");
-  EXPECT_EQ(state().permissionMessage,
-            "Velk did not receive a final change receipt. Check the active workspace before "
-            "retrying; the agent may already have applied a change.");
-  EXPECT_EQ(state().prompt, "Make the crate red");
-}
-
-TEST_F(AgentPromptLocalRunTest, MissingAgentIsToldWithoutStartingAnything) {
-  fs::remove(home_ / ".local/bin/claude");
-  submit(scope());
-  ASSERT_TRUE(waitFor([&] { return state().phase == AgentPromptPhase::failed; }));
-  EXPECT_EQ(state().statusLabel, "Claude is not installed");
-  EXPECT_EQ(state().permissionMessage,
-            "Install and sign in to Claude, then try the Velk prompt bar again.");
-}
-
 }  // namespace
 }  // namespace orvan::editor

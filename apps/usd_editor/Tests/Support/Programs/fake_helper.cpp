@@ -1,8 +1,7 @@
 // A stand-in helper for process tests. The first argument picks one behaviour:
 //
-//   echo-lines LINE...            each LINE on standard output
 //   print-args ARG...             every argument after the mode, one per line, in brackets
-//   print-env NAME                the variable's value, or "<unset>"
+//   print-env NAME...             each variable's value, or "<unset>", one per line
 //   flood OUT_BYTES ERR_BYTES CODE  interleave that many bytes on stdout and stderr, exit CODE
 //   exit CODE [STDERR_TEXT]       write the text to stderr and exit with CODE
 //   raise SIGNAL                  kill itself with the signal
@@ -78,19 +77,16 @@ int run(int argc, char** argv) {
   if (argc < 2)
     return 64;
   const std::string_view mode = argv[1];
-  if (mode == "echo-lines") {
-    for (int i = 2; i < argc; ++i)
-      say(argv[i]);
-    return 0;
-  }
   if (mode == "print-args") {
     for (int i = 2; i < argc; ++i)
       say("[" + std::string(argv[i]) + "]");
     return 0;
   }
-  if (mode == "print-env" && argc == 3) {
-    const char* value = std::getenv(argv[2]);
-    say(value != nullptr ? value : "<unset>");
+  if (mode == "print-env") {
+    for (int i = 2; i < argc; ++i) {
+      const char* value = std::getenv(argv[i]);
+      say(value != nullptr ? value : "<unset>");
+    }
     return 0;
   }
   if (mode == "flood" && argc == 5) {
