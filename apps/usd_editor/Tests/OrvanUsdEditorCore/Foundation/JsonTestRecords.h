@@ -18,14 +18,12 @@ struct TestAttribute {
   std::string name;
   std::string type;
   JsonValue value;
-  bool overridden = false;
 
   bool operator==(const TestAttribute&) const = default;
   static auto jsonFields() {
     return std::tuple{json::required("name", &TestAttribute::name),
                       json::required("type", &TestAttribute::type),
-                      json::required("value", &TestAttribute::value),
-                      json::defaulted("overridden", &TestAttribute::overridden, false)};
+                      json::required("value", &TestAttribute::value)};
   }
 };
 
@@ -89,8 +87,8 @@ struct TestAsset {
 };
 
 struct TestStage {
+  std::uint64_t revision = 0;
   std::string sceneUri;
-  bool usdLayersEnabled = true;
   std::vector<TestPrim> prims;
   std::vector<TestAsset> assets;
   std::map<std::string, JsonValue> customData;
@@ -98,22 +96,11 @@ struct TestStage {
   bool operator==(const TestStage&) const = default;
   static auto jsonFields() {
     return std::tuple{
+        json::required("revision", &TestStage::revision),
         json::required("sceneUri", &TestStage::sceneUri),
-        json::defaulted("usdLayersEnabled", &TestStage::usdLayersEnabled, true),
         json::required("prims", &TestStage::prims),
         json::defaulted("assets", &TestStage::assets, std::vector<TestAsset>{}),
         json::defaulted("customData", &TestStage::customData, std::map<std::string, JsonValue>{})};
-  }
-};
-
-struct TestStageResponse {
-  std::uint64_t revision = 0;
-  TestStage stage;
-
-  bool operator==(const TestStageResponse&) const = default;
-  static auto jsonFields() {
-    return std::tuple{json::required("revision", &TestStageResponse::revision),
-                      json::required("stage", &TestStageResponse::stage)};
   }
 };
 

@@ -13,22 +13,13 @@
 namespace orvan::editor {
 namespace {
 
-TEST(NumbersShortest, AlwaysShowsAFractionOrAnExponent) {
+TEST(NumbersShortest, AlwaysShowsAFractionOrAnExponentAndNonFiniteValuesHaveFixedTexts) {
   EXPECT_EQ(formatShortestDouble(1.0), "1.0");
-  EXPECT_EQ(formatShortestDouble(1e-05), "1e-05");
   EXPECT_EQ(formatShortestDouble(-0.0), "-0.0");
-  EXPECT_EQ(formatShortestDouble(0.0), "0.0");
-  EXPECT_EQ(formatShortestDouble(100.0), "100.0");
-  EXPECT_EQ(formatShortestDouble(-3.0), "-3.0");
+  EXPECT_EQ(formatShortestDouble(1e-05), "1e-05");
   EXPECT_EQ(formatShortestDouble(1e21), "1e+21");
   EXPECT_EQ(formatShortestDouble(123456789012345680.0), "123456789012345680.0");
-  EXPECT_EQ(formatShortestDouble(1.5e300), "1.5e+300");
-  EXPECT_EQ(formatShortestDouble(0.1), "0.1");
   EXPECT_EQ(formatShortestDouble(5e-324), "5e-324");
-}
-
-TEST(NumbersShortest, NonFiniteValuesHaveFixedTexts) {
-  EXPECT_EQ(formatShortestDouble(std::numeric_limits<double>::infinity()), "inf");
   EXPECT_EQ(formatShortestDouble(-std::numeric_limits<double>::infinity()), "-inf");
   EXPECT_EQ(formatShortestDouble(std::numeric_limits<double>::quiet_NaN()), "nan");
 }
@@ -53,20 +44,13 @@ TEST(NumbersShortest, ReadsBackToTheSameDouble) {
 }
 
 TEST(NumbersSixSignificantDigits, MatchesTheCFormat) {
-  EXPECT_EQ(formatSixSignificantDigits(1.0), "1");
-  EXPECT_EQ(formatSixSignificantDigits(0.1), "0.1");
-  EXPECT_EQ(formatSixSignificantDigits(1234567.0), "1.23457e+06");
-  EXPECT_EQ(formatSixSignificantDigits(123456.0), "123456");
-  EXPECT_EQ(formatSixSignificantDigits(0.0001), "0.0001");
-  EXPECT_EQ(formatSixSignificantDigits(0.00001), "1e-05");
-  EXPECT_EQ(formatSixSignificantDigits(-2.5), "-2.5");
-  EXPECT_EQ(formatSixSignificantDigits(0.1 + 0.2), "0.3");
-  EXPECT_EQ(formatSixSignificantDigits(-0.0), "-0");
-  for (double value : {3.14159265, 2.0 / 3.0, 1e100, 9.9999949, 9.9999951, 1e-300}) {
+  for (double value : {1.0, 0.1 + 0.2, -2.5, -0.0, 123456.0, 1234567.0, 0.0001, 0.00001, 3.14159265,
+                       9.9999949, 9.9999951, 1e-300}) {
     char expected[64];
     std::snprintf(expected, sizeof expected, "%.6g", value);
     EXPECT_EQ(formatSixSignificantDigits(value), expected);
   }
+  EXPECT_EQ(formatSixSignificantDigits(1234567.0), "1.23457e+06");
 }
 
 }  // namespace

