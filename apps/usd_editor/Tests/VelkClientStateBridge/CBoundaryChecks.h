@@ -1,4 +1,4 @@
-/* Checks of the C boundary written in C; the C++ tests run them and report their first failure. */
+/* Checks of the C boundary written in C; the C++ test runs them and reports their first failure. */
 #ifndef ORVAN_TESTS_C_BOUNDARY_CHECKS_H
 #define ORVAN_TESTS_C_BOUNDARY_CHECKS_H
 
@@ -11,9 +11,7 @@ typedef struct VelkCheckState {
   int line;
 } VelkCheckState;
 
-void velk_c_check_targets(VelkCheckState* state);
-void velk_c_check_switch(VelkCheckState* state);
-void velk_c_check_copy_and_states(VelkCheckState* state);
+void velk_c_check_boundary(VelkCheckState* state);
 
 #ifdef __cplusplus
 }

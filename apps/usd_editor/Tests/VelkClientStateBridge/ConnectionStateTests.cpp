@@ -9,72 +9,63 @@ namespace {
 
 using Kind = ConnectionStateKind;
 
-Kind classify(std::int32_t status, const char* code, bool network = false) {
-  return classify_connection_state(status, code, network);
-}
-
-TEST(ClassifyConnectionStateTest, NetworkFailureWinsOverEverything) {
-  EXPECT_EQ(classify(401, "login_required", true), Kind::network_unavailable);
-  EXPECT_EQ(classify(0, nullptr, true), Kind::network_unavailable);
-  EXPECT_EQ(classify(401, "network_unavailable"), Kind::network_unavailable);
-}
-
-TEST(ClassifyConnectionStateTest, StatusAloneWithoutACode) {
-  EXPECT_EQ(classify(0, nullptr), Kind::request_failed);
-  EXPECT_EQ(classify(401, nullptr), Kind::login_required);
-  EXPECT_EQ(classify(403, nullptr), Kind::project_access_denied);
-  EXPECT_EQ(classify(404, nullptr), Kind::request_failed) << "only the code says not found";
-  EXPECT_EQ(classify(499, nullptr), Kind::request_failed);
-  EXPECT_EQ(classify(500, nullptr), Kind::server_error);
-  EXPECT_EQ(classify(INT32_MAX, nullptr), Kind::server_error);
-  EXPECT_EQ(classify(-500, nullptr), Kind::request_failed);
-}
-
-TEST(ClassifyConnectionStateTest, CodesRankAgainstStatusesInAFixedOrder) {
-  EXPECT_EQ(classify(401, "project_access_denied"), Kind::login_required);
-  EXPECT_EQ(classify(403, "login_required"), Kind::login_required);
-  EXPECT_EQ(classify(200, "session_expired"), Kind::login_required);
-  EXPECT_EQ(classify(403, "project_context_required"), Kind::project_context_required);
-  EXPECT_EQ(classify(503, "scene_load_timeout"), Kind::scene_load_timeout);
-  EXPECT_EQ(classify(403, "scene_load_timeout"), Kind::scene_load_timeout);
-  EXPECT_EQ(classify(403, "project_not_found"), Kind::project_access_denied);
-  EXPECT_EQ(classify(500, "project_not_found"), Kind::project_not_found);
-  EXPECT_EQ(classify(500, "invalid_deep_link"), Kind::invalid_link);
-  EXPECT_EQ(classify(400, "invalid_link"), Kind::invalid_link);
-  EXPECT_EQ(classify(503, "anything"), Kind::server_error);
-  EXPECT_EQ(classify(200, "server_error"), Kind::server_error);
-  EXPECT_EQ(classify(400, "anything"), Kind::request_failed);
-  EXPECT_EQ(classify(400, ""), Kind::request_failed);
-  EXPECT_EQ(classify(400, "Project_Not_Found"), Kind::request_failed) << "codes are exact";
+TEST(ClassifyConnectionStateTest, NetworkThenCodesThenStatusesDecide) {
+  struct Case {
+    std::int32_t status;
+    const char* code;
+    bool network;
+    Kind expected;
+  };
+  const Case cases[] = {
+      {401, "login_required", true, Kind::network_unavailable},
+      {401, "network_unavailable", false, Kind::network_unavailable},
+      // Without a code only a few statuses mean something.
+      {0, nullptr, false, Kind::request_failed},
+      {401, nullptr, false, Kind::login_required},
+      {403, nullptr, false, Kind::project_access_denied},
+      {499, nullptr, false, Kind::request_failed},
+      {500, nullptr, false, Kind::server_error},
+      // A code outranks the status, except that an expired session outranks most codes.
+      {401, "project_access_denied", false, Kind::login_required},
+      {200, "session_expired", false, Kind::login_required},
+      {403, "project_context_required", false, Kind::project_context_required},
+      {403, "scene_load_timeout", false, Kind::scene_load_timeout},
+      {403, "project_not_found", false, Kind::project_access_denied},
+      {500, "project_not_found", false, Kind::project_not_found},
+      {500, "invalid_deep_link", false, Kind::invalid_link},
+      {400, "invalid_link", false, Kind::invalid_link},
+      {503, "anything", false, Kind::server_error},
+      {200, "server_error", false, Kind::server_error},
+      {400, "Project_Not_Found", false, Kind::request_failed},  // codes are exact
+  };
+  for (const Case& c : cases) {
+    SCOPED_TRACE(testing::Message() << c.status << " " << (c.code ? c.code : "null"));
+    EXPECT_EQ(classify_connection_state(c.status, c.code, c.network), c.expected);
+  }
 }
 
 TEST(ConnectionStateDescriptorTest, OutOfRangeKindsReadAsRequestFailed) {
-  for (std::int32_t kind : {-1, 12, 99, INT32_MIN, INT32_MAX}) {
+  for (std::int32_t kind : {-1, 12, INT32_MAX}) {
     EXPECT_STREQ(connection_state_descriptor(kind).title, "Velk could not complete that request");
-    EXPECT_EQ(connection_state_descriptor(kind).kind, Kind::request_failed);
   }
 }
 
 TEST(ConnectionStateDescriptorTest, ClassifiedRowsAreActionableAndPresentationRowsAreQuiet) {
   for (const ConnectionStateDescriptor& row : kDescriptors) {
-    const bool presentationOnly =
-        row.kind == Kind::idle || row.kind == Kind::connecting || row.kind == Kind::connected;
-    if (presentationOnly) {
+    SCOPED_TRACE(row.code);
+    if (row.kind == Kind::idle || row.kind == Kind::connecting || row.kind == Kind::connected) {
       EXPECT_EQ(row.primary_action, ConnectionStateAction::none);
       EXPECT_FALSE(row.blocks_project);
       continue;
     }
-    EXPECT_STRNE(row.title, "") << row.code;
-    EXPECT_STRNE(row.message, "") << row.code;
-    // A labelled button always has an action and an action always has a label, except for the
-    // invalid link, which offers nothing to press.
+    EXPECT_STRNE(row.title, "");
+    EXPECT_STRNE(row.message, "");
+    // A labelled button always has an action and an action always has a label.
     EXPECT_EQ(std::string(row.primary_label).empty(),
-              row.primary_action == ConnectionStateAction::none)
-        << row.code;
+              row.primary_action == ConnectionStateAction::none);
     EXPECT_EQ(std::string(row.secondary_label).empty(),
-              row.secondary_action == ConnectionStateAction::none)
-        << row.code;
-    EXPECT_TRUE(row.retryable || row.blocks_project) << row.code << " would never be shown";
+              row.secondary_action == ConnectionStateAction::none);
+    EXPECT_TRUE(row.retryable || row.blocks_project) << "would never be shown";
   }
 }
 

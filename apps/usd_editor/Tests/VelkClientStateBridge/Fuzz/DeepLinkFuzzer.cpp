@@ -28,28 +28,28 @@ void checkCanonical(const ClientTarget& target, std::string_view default_server)
   FUZZ_CHECK(again == target);
 }
 
+// Whether host and port agree with the address is part of being canonical (checkCanonical).
 void checkEndpoint(const ClientTarget& target) {
   FUZZ_CHECK(target.port >= 0 && target.port <= 65535);
   FUZZ_CHECK(target.web_port >= 0 && target.web_port <= 65535);
-  if (!target.address.empty() || !target.host.empty()) FUZZ_CHECK(target.port >= 1);
-  if (!target.address.empty()) {
-    ClientTarget derived;
-    set_target_address(derived, target.address);
-    FUZZ_CHECK(derived.host == target.host && derived.port == target.port);
-  }
+  if (!target.address.empty() || !target.host.empty())
+    FUZZ_CHECK(target.port >= 1);
 }
 
 void checkSelection(const ClientTarget& target) {
   for (std::size_t i = 0; i < target.selection.size(); ++i) {
     FUZZ_CHECK(!target.selection[i].empty());
-    for (std::size_t j = 0; j < i; ++j) FUZZ_CHECK(target.selection[i] != target.selection[j]);
+    for (std::size_t j = 0; j < i; ++j)
+      FUZZ_CHECK(target.selection[i] != target.selection[j]);
   }
 }
 
 void checkParse(std::string_view link, std::string_view default_server) {
   const std::optional<ClientTarget> target = parse_deep_link(link, default_server);
-  if (link.size() < 3 || link.find("://") == std::string_view::npos) FUZZ_CHECK(!target);
-  if (!target) return;
+  if (link.size() < 3 || link.find("://") == std::string_view::npos)
+    FUZZ_CHECK(!target);
+  if (!target)
+    return;
 
   FUZZ_CHECK(!target_names_nothing(*target));
   FUZZ_CHECK(!target->workspace.empty());
@@ -66,14 +66,12 @@ void checkBoundary(const std::string& link, const char* default_server) {
   const std::optional<ClientTarget> expected = parse_deep_link(link.c_str(), server);
   VelkClientTarget* record = velk_client_target_parse(link.c_str(), default_server);
   FUZZ_CHECK((record != nullptr) == expected.has_value());
+  // The record's fields are tested one by one in C; here the default server and the scene, the
+  // two that normalisation rewrites.
   const ClientTarget blank;
   const ClientTarget& want = expected ? *expected : blank;
   FUZZ_CHECK(std::strcmp(velk_client_target_server_url(record), want.server_url.c_str()) == 0);
-  FUZZ_CHECK(std::strcmp(velk_client_target_project_id(record), want.project_id.c_str()) == 0);
-  FUZZ_CHECK(std::strcmp(velk_client_target_project_root(record), want.project_root.c_str()) == 0);
   FUZZ_CHECK(std::strcmp(velk_client_target_scene_uri(record), want.scene_uri.c_str()) == 0);
-  FUZZ_CHECK(std::strcmp(velk_client_target_workspace(record), want.workspace.c_str()) == 0);
-  FUZZ_CHECK(std::strcmp(velk_client_target_active_layer(record), want.active_layer.c_str()) == 0);
   velk_client_target_destroy(record);
 }
 

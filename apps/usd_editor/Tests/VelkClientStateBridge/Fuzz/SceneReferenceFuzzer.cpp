@@ -12,8 +12,10 @@ namespace orvan::client::fuzz {
 namespace {
 
 std::string_view trimmed(std::string_view text) {
-  while (!text.empty() && is_c_space(text.front())) text.remove_prefix(1);
-  while (!text.empty() && is_c_space(text.back())) text.remove_suffix(1);
+  while (!text.empty() && is_c_space(text.front()))
+    text.remove_prefix(1);
+  while (!text.empty() && is_c_space(text.back()))
+    text.remove_suffix(1);
   return text;
 }
 
@@ -30,7 +32,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   target.scene_uri = scene;
   const ClientTarget normalized = normalize_target(target, kDefaultServerUrl);
   FUZZ_CHECK(normalized.scene_uri == (portable.empty() ? scene : portable));
-  if (portable.empty()) return 0;
+  if (portable.empty())
+    return 0;
 
   FUZZ_CHECK(!portable.starts_with('/'));
   FUZZ_CHECK(portable.find("/../") == std::string::npos);
@@ -42,7 +45,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   // The result is a tail of the trimmed input with separators turned around; nothing is invented.
   std::string forward(fuzz::trimmed(scene));
   for (char& c : forward) {
-    if (c == '\\') c = '/';
+    if (c == '\\')
+      c = '/';
   }
   FUZZ_CHECK(forward.ends_with(portable));
 
