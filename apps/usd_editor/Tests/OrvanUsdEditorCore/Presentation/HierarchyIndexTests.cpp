@@ -31,12 +31,13 @@ TEST(HierarchyIndexTest, EveryEntryKnowsItsParentRowAndChildren) {
 }
 
 TEST(HierarchyIndexTest, AncestryAndUnknownPaths) {
-  const auto index =
-      HierarchyIndex::build(std::make_shared<const StageInspection>(testing::makeTreeStage(2, 2, 2)));
+  const auto index = HierarchyIndex::build(
+      std::make_shared<const StageInspection>(testing::makeTreeStage(2, 2, 2)));
   const auto leaf = index->entryForPath("/Root1/Child0/Leaf1");
   ASSERT_TRUE(leaf.has_value());
   std::vector<std::string> chain;
-  for (std::uint32_t id : index->ancestry(*leaf)) chain.push_back(index->entry(id).node->path);
+  for (std::uint32_t id : index->ancestry(*leaf))
+    chain.push_back(index->entry(id).node->path);
   EXPECT_EQ(chain, (std::vector<std::string>{"/Root1", "/Root1/Child0", "/Root1/Child0/Leaf1"}));
   EXPECT_FALSE(index->entryForPath("/Root1/Child9").has_value());
   EXPECT_FALSE(index->entryForPath("").has_value());

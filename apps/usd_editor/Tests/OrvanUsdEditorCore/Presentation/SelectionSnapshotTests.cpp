@@ -23,7 +23,8 @@ UsdAttribute attribute(std::string name, std::string type, std::string value) {
 
 std::vector<std::string> types(const std::vector<UsdComponent>& components) {
   std::vector<std::string> out;
-  for (const auto& each : components) out.push_back(each.type);
+  for (const auto& each : components)
+    out.push_back(each.type);
   return out;
 }
 
@@ -35,7 +36,8 @@ class SelectionSnapshotTest : public ::testing::Test {
   void SetUp() override {
     StageInspection stage = testing::makeTreeStage(0, 0, 0);
     auto a = testing::makePrimDetail("/A", "Xform");
-    a.components = {component("Name"), component("Transform"), component("Light"), component("Body")};
+    a.components = {component("Name"), component("Transform"), component("Light"),
+                    component("Body")};
     a.attributes = {attribute("visibility", "token", "inherited"), attribute("size", "double", "1"),
                     attribute("tag", "string", "a")};
     auto b = testing::makePrimDetail("/B", "Xform");
@@ -56,7 +58,8 @@ class SelectionSnapshotTest : public ::testing::Test {
     document_ = EditorClientDocumentState::makeSnapshot(PreparedStage::prepare(stage), {});
   }
 
-  EditorSelectionSnapshot snapshot(const std::string& primary, const std::vector<std::string>& paths) {
+  EditorSelectionSnapshot snapshot(const std::string& primary,
+                                   const std::vector<std::string>& paths) {
     return selectionSnapshot(*document_, previews_, primary, paths);
   }
 
@@ -70,7 +73,8 @@ TEST_F(SelectionSnapshotTest, OneEntityShowsItsComponentsAndWhatCanStillBeAdded)
   EXPECT_EQ(shown.prim->path, "/A/Mesh");
   EXPECT_EQ(shown.entityPath, "/A") << "a part shows the entity it belongs to";
   ASSERT_TRUE(shown.entity.has_value());
-  EXPECT_EQ(types(shown.components), (std::vector<std::string>{"Name", "Transform", "Light", "Body"}));
+  EXPECT_EQ(types(shown.components),
+            (std::vector<std::string>{"Name", "Transform", "Light", "Body"}));
   EXPECT_EQ(types(shown.availableCatalog), (std::vector<std::string>{"Audio"}));
 
   const auto marked = snapshot("/C", {"/C"});
@@ -81,12 +85,14 @@ TEST_F(SelectionSnapshotTest, OneEntityShowsItsComponentsAndWhatCanStillBeAdded)
   EXPECT_EQ(loose.entityPath, "");
   EXPECT_TRUE(loose.entities.empty());
   EXPECT_TRUE(loose.components.empty());
-  EXPECT_EQ(types(loose.availableCatalog), (std::vector<std::string>{"Transform", "Light", "Audio"}));
+  EXPECT_EQ(types(loose.availableCatalog),
+            (std::vector<std::string>{"Transform", "Light", "Audio"}));
 }
 
 TEST_F(SelectionSnapshotTest, SeveralEntitiesShareOnlyWhatEveryOneHas) {
   const auto both = snapshot("/A", {"/A", "/A/Mesh", "/B"});
-  EXPECT_EQ(both.entityPaths, (std::vector<std::string>{"/A", "/B"})) << "distinct, in selection order";
+  EXPECT_EQ(both.entityPaths, (std::vector<std::string>{"/A", "/B"}))
+      << "distinct, in selection order";
   EXPECT_EQ(types(both.components), (std::vector<std::string>{"Transform", "Body"}))
       << "the first entity's order, never the name";
   EXPECT_EQ(types(both.availableCatalog), (std::vector<std::string>{"Light", "Audio"}));
@@ -109,7 +115,8 @@ TEST_F(SelectionSnapshotTest, AttributesAreThoseEverySelectedPrimHasByNameAndTyp
 
 TEST_F(SelectionSnapshotTest, UnknownPathsAndStorePreviews) {
   EXPECT_EQ(snapshot("/Gone", {"/Gone"}), EditorSelectionSnapshot::empty());
-  previews_["/Preview"] = StoreScenePreview{"/Preview", {"store://x", "X", "prefab", "", std::nullopt, 0}};
+  previews_["/Preview"] =
+      StoreScenePreview{"/Preview", {"store://x", "X", "prefab", "", std::nullopt, 0}};
   const auto preview = snapshot("/Preview", {"/Preview"});
   ASSERT_TRUE(preview.storePreview.has_value());
   EXPECT_EQ(preview.storePreview->item.uri, "store://x");

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "Application/EditorModel.h"
+#include "Foundation/JsonEncoder.h"
 #include "Foundation/UrlComponents.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
@@ -11,29 +12,28 @@
 #include "ProjectsAndWorkspaces/VelkSessionTokenStore.h"
 #include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
+#include "Support/StageBuilders.h"
 
 namespace orvan::editor {
 namespace {
 
 using testing::FakeHttpClient;
-using testing::httpResponse;
 using ::testing::HasSubstr;
+using testing::httpResponse;
 
 constexpr char kServer[] = "http://server.test";
 
-std::string stageBody(std::uint64_t revision, const std::string& root) {
-  return R"({"revision":)" + std::to_string(revision) +
-         R"(,"stage":{"sceneUri":"/srv/demo/scene.usda","rootPrims":[{"path":"/)" + root +
-         R"(","name":")" + root + R"(","typeName":"Xform","parent":"/","active":true,"badges":[],"children":[]}],)"
-         R"("prims":[{"path":"/)" + root + R"(","name":")" + root +
-         R"(","typeName":"Xform","parent":"/","active":true,"badges":[],"entityPath":"","entityId":0,"components":[],"attributes":[]}],)"
-         R"("catalog":[],"assets":[]}})";
+std::string stageBody(std::uint64_t revision, std::string root) {
+  StageInspection stage = testing::makeTreeStage(1, 0, 0);
+  stage.rootPrims[0].name = std::move(root);
+  return encodeJson(RemoteStageResponse{.revision = revision, .stage = std::move(stage)});
 }
 
 std::string projectBody(const std::string& assetPath, const std::string& extra = "") {
   return R"({"id":"proj-1","label":"Demo","path":"/srv/demo","workspace":"main",)"
-         R"("workspaces":[{"id":"main","name":"Main"},{"id":"wip","name":"WIP"}],)" + extra +
-         R"("assets":[{"path":")" + assetPath + R"(","name":"a","folder":"","kind":"USD"}]})";
+         R"("workspaces":[{"id":"main","name":"Main"},{"id":"wip","name":"WIP"}],)" +
+         extra + R"("assets":[{"path":")" + assetPath +
+         R"(","name":"a","folder":"","kind":"USD"}]})";
 }
 
 std::string projectsBody() {
@@ -55,8 +55,8 @@ class HostedProjectFlowTest : public ::testing::Test {
 
   EditorModel& start(EditorConfiguration configuration) {
     model_ = std::make_unique<EditorModel>(
-        std::move(configuration),
-        EditorModelPorts{scheduler_, scheduler_.background(), preferences_, secrets_, launcher_, http_});
+        std::move(configuration), EditorModelPorts{scheduler_, scheduler_.background(),
+                                                   preferences_, secrets_, launcher_, http_});
     model_->startInitialRefresh();
     return *model_;
   }
@@ -65,7 +65,8 @@ class HostedProjectFlowTest : public ::testing::Test {
   std::vector<std::string> sent(const std::string& path) const {
     std::vector<std::string> urls;
     for (const HttpRequest& request : http_.requests()) {
-      if (UrlComponents::parse(request.url)->path == path) urls.push_back(request.url);
+      if (UrlComponents::parse(request.url)->path == path)
+        urls.push_back(request.url);
     }
     return urls;
   }
@@ -76,7 +77,8 @@ class HostedProjectFlowTest : public ::testing::Test {
 
   std::vector<std::string> rootNames() const {
     std::vector<std::string> names;
-    for (const auto& node : model_->currentStage().rootPrims) names.push_back(node.name);
+    for (const auto& node : model_->currentStage().rootPrims)
+      names.push_back(node.name);
     return names;
   }
 
@@ -134,8 +136,10 @@ TEST_F(HostedProjectFlowTest, AnIncompleteCatalogueIsAskedForAgainUntilItIsWhole
   answer("/api/workspaces", httpResponse(200, "{}"));
   EditorModel& editor = start(completeScope());
   scheduler_.runUntilQuiet();
-  answer("/api/project", httpResponse(200, projectBody("a.usda", R"("assetCatalogComplete":false,)")));
-  answer("/api/project", httpResponse(200, projectBody("b.usda", R"("assetCatalogComplete":false,)")));
+  answer("/api/project",
+         httpResponse(200, projectBody("a.usda", R"("assetCatalogComplete":false,)")));
+  answer("/api/project",
+         httpResponse(200, projectBody("b.usda", R"("assetCatalogComplete":false,)")));
   answer("/api/project", httpResponse(200, projectBody("c.usda")));
   scheduler_.advanceBy(std::chrono::milliseconds(40));
   scheduler_.runUntilQuiet();
@@ -183,8 +187,9 @@ TEST_F(HostedProjectFlowTest, ResolutionThatConfirmsTheLaunchSceneStartsNoRefres
   configuration.scenePath = "scenes/main.usda";
   // The launch scene is relative and there is no project root: the catalogue must say where. This
   // server keeps the project's files to itself, so the scene stays as the launch gave it.
-  answer("/api/projects", httpResponse(200, R"({"root":"","current":"","projects":[)"
-                                            R"({"id":"proj-3","name":"Three","path":"","scene":"scenes/main.usda","current":false}]})"));
+  answer("/api/projects", httpResponse(200, R"({"root":"","current":"","projects":[{"id":"proj-3",)"
+                                            R"("name":"3","path":"","scene":"scenes/main.usda",)"
+                                            R"("current":false}]})"));
   EditorModel& editor = start(configuration);
   scheduler_.runUntilQuiet();
   EXPECT_TRUE(editor.initialProjectResolved.get());
@@ -216,8 +221,10 @@ TEST_F(HostedProjectFlowTest, OnlyTheNewestStartupAttemptIsApplied) {
 
 TEST_F(HostedProjectFlowTest, ARefusedSessionIsForgottenAndSignInIsAsked) {
   VelkSessionTokenStore::save(secrets_, "old-token", kServer);
-  answer("/api/me", httpResponse(200, R"({"authEnabled":true,"authenticated":true,"user":{"id":"u-9","displayName":" Ada "}})"));
-  answer("/api/stage", httpResponse(401, R"({"accepted":false,"code":"session_expired","message":"expired"})"));
+  answer("/api/me", httpResponse(200, R"({"authEnabled":true,"authenticated":true,)"
+                                      R"("user":{"id":"u-9","displayName":" Ada "}})"));
+  answer("/api/stage",
+         httpResponse(401, R"({"accepted":false,"code":"session_expired","message":"expired"})"));
   answer("/api/workspaces", httpResponse(200, "{}"));
   EditorModel& editor = start(completeScope());
   EXPECT_EQ(http_.requests().front().header("Authorization"), "Bearer old-token");
@@ -250,24 +257,26 @@ TEST_F(HostedProjectFlowTest, StageFailuresKeepTheStageAndClassifyTheAnswer) {
   };
   const std::vector<Case> cases = {
       {httpResponse(500, "<html>oops</html>"), "Velk hit a server problem"},
-      {httpResponse(200, R"({"accepted":false,"code":"project_not_found"})"), "That project is unavailable"},
+      {httpResponse(200, R"({"accepted":false,"code":"project_not_found"})"),
+       "That project is unavailable"},
       {httpResponse(200, R"({"revision":"not a number"})"), "Velk could not complete that request"},
   };
   for (const Case& failure : cases) {
+    SCOPED_TRACE(failure.message);
     answer("/api/stage", failure.response);
     editor.refresh();
     scheduler_.runUntilQuiet();
-    EXPECT_THAT(editor.status.get(), HasSubstr("Refresh failed: ")) << failure.message;
-    ASSERT_TRUE(editor.connectionIssue.get().has_value()) << failure.message;
+    EXPECT_THAT(editor.status.get(), HasSubstr("Refresh failed: "));
+    ASSERT_TRUE(editor.connectionIssue.get().has_value());
     EXPECT_THAT(editor.connectionIssue.get()->title + " " + editor.connectionIssue.get()->message,
                 HasSubstr(failure.message));
     EXPECT_EQ(rootNames(), (std::vector<std::string>{"World"}));
     EXPECT_FALSE(editor.isStartupBlocking()) << "once the project answered, a failure is a banner";
   }
-  EXPECT_EQ(editor.connectionIssue.get()->diagnostic.empty(), false);
 
   // A transport failure, then a cancelled refresh: the second says nothing.
-  http_.script(FakeHttpClient::urlContains("/api/stage"), Error::transport(Error::kTransportCannotConnect, "refused"));
+  http_.script(FakeHttpClient::urlContains("/api/stage"),
+               Error::transport(Error::kTransportCannotConnect, "refused"));
   editor.refresh();
   scheduler_.runUntilQuiet();
   EXPECT_EQ(editor.connectionIssue.get()->code, "network_unavailable");
@@ -275,7 +284,8 @@ TEST_F(HostedProjectFlowTest, StageFailuresKeepTheStageAndClassifyTheAnswer) {
   editor.refresh();
   editor.refresh();
   scheduler_.runUntilQuiet();
-  EXPECT_FALSE(editor.connectionIssue.get().has_value()) << "the replaced request was cancelled quietly";
+  EXPECT_FALSE(editor.connectionIssue.get().has_value())
+      << "the replaced request was cancelled quietly";
 }
 
 TEST_F(HostedProjectFlowTest, AStageOlderThanTheHeldRevisionIsRefusedEightTimesInARow) {
@@ -306,7 +316,8 @@ TEST(ConnectionFailureTest, WhichAnswersAreFailures) {
   EXPECT_FALSE(connectionFailure(httpResponse(304)).has_value()) << "a 304 is never a failure";
   EXPECT_FALSE(connectionFailure(httpResponse(200, R"({"accepted":false})")).has_value());
   EXPECT_FALSE(connectionFailure(httpResponse(204, "not json")).has_value());
-  const auto refused = connectionFailure(httpResponse(200, R"({"accepted":false,"code":"project_not_found","project":{"name":"Demo"}})"));
+  const auto refused = connectionFailure(httpResponse(
+      200, R"({"accepted":false,"code":"project_not_found","project":{"name":"Demo"}})"));
   ASSERT_TRUE(refused.has_value());
   EXPECT_EQ(refused->issue.code, "project_not_found");
   ASSERT_TRUE(refused->issue.project.has_value());
@@ -321,7 +332,8 @@ TEST(ConnectionFailureTest, WhichAnswersAreFailures) {
 TEST(ResponseCacheTest, LeastRecentlyUsedByAccessAndScopesThatDiffer) {
   AccessOrderedCache<CachedRemoteStage> cache(kRemoteStageCacheLimit);
   auto key = [](int index) { return "scope-" + std::to_string(index); };
-  for (int index = 0; index < 16; ++index) cache.remember(key(index), {});
+  for (int index = 0; index < 16; ++index)
+    cache.remember(key(index), {});
   ASSERT_NE(cache.find(key(0)), nullptr);  // a look-up protects the oldest entry
   cache.remember(key(16), {});
   EXPECT_EQ(cache.size(), 16u);

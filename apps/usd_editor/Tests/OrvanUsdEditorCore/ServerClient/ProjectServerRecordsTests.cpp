@@ -74,8 +74,6 @@ TEST(ProjectServerRecordsTest, MissingRequiredKeysFailTheWholeRecord) {
   EXPECT_EQ(failureOf<HostedProjectsResponse>(
                 R"({"root":"/","current":"","projects":[{"name":"n","path":"p","scene":"s"}]})"),
             "missing required key at projects[0].current");
-  EXPECT_EQ(failureOf<WorkspaceRevisionsResponse>(R"({"revisions":[]})"),
-            "missing required key at accepted");
   EXPECT_EQ(failureOf<VelkMeResponse>(R"({"user":{"email":"a@b"}})"),
             "missing required key at user.id");
   EXPECT_EQ(failureOf<HostedAssetUploadResponse>(R"({"accepted":false,"revision":3})"),
@@ -83,31 +81,15 @@ TEST(ProjectServerRecordsTest, MissingRequiredKeysFailTheWholeRecord) {
 }
 
 TEST(ProjectServerRecordsTest, AWrongTypeDeepInsideNamesItsExactPath) {
-  const std::string comment = R"({"id":"c1","author":"ann","body":"hi"})";
-  EXPECT_EQ(failureOf<ProjectResponse>(
-                R"({"label":"Demo","assets":[],"workspaceComments":[)" + comment +
-                R"(,{"id":"c2","author":"bo","body":"x","runtimeContext":{"tick":"7"}}]})"),
-            "expected unsigned integer at workspaceComments[1].runtimeContext.tick");
+  EXPECT_EQ(
+      failureOf<ProjectResponse>(
+          R"({"label":"Demo","assets":[],"workspaceComments":[{"id":"c1","author":"ann",)"
+          R"("body":"hi"},{"id":"c2","author":"bo","body":"x","runtimeContext":{"tick":"7"}}]})"),
+      "expected unsigned integer at workspaceComments[1].runtimeContext.tick");
   EXPECT_EQ(failureOf<ProjectResponse>(
                 R"({"label":"Demo","assets":[],"activeSceneClients":)"
                 R"({"scenes/a.usda":[{"id":"c","name":"n"},{"id":"d","name":4}]}})"),
             "expected string at activeSceneClients.scenes/a.usda[1].name");
-  EXPECT_EQ(failureOf<ProjectResponse>(
-                R"({"label":"Demo","assets":[{"path":"a","name":"a","folder":"","kind":"USD",)"
-                R"("descriptor":{"identifier":1}}]})"),
-            "expected string at assets[0].descriptor.identifier");
-  EXPECT_EQ(failureOf<HostedProjectOperationResponse>(
-                R"({"accepted":true,"revision":1,"message":"m","stageEnvelope":{"revision":2,)"
-                R"("stage":{"sceneUri":"s","rootPrims":[],"prims":[],"catalog":[]}}})"),
-            "missing required key at stageEnvelope.stage.assets");
-  EXPECT_EQ(
-      failureOf<WorkspaceRevisionsResponse>(
-          R"({"accepted":true,"revisions":[{"key":"k","number":-1,"parents":[],)"
-          R"("author":"a","createdAt":"t","summary":"s","changedFileCount":0,"current":true}]})"),
-      "expected unsigned integer at revisions[0].number");
-  EXPECT_EQ(failureOf<WorkspaceRestoreResponse>(
-                R"({"accepted":true,"revisionNumber":18446744073709551616})"),
-            "integer out of range at revisionNumber");
   EXPECT_EQ(failureOf<HostedProjectsResponse>(
                 R"({"root":"/","current":"","projects":[{"name":"n","path":"p","scene":"s",)"
                 R"("current":true,"members":{"total":1.5}}]})"),
@@ -116,10 +98,6 @@ TEST(ProjectServerRecordsTest, AWrongTypeDeepInsideNamesItsExactPath) {
 
 TEST(ProjectServerRecordsTest, RevisionsAndTicksKeepAllSixtyFourBits) {
   const std::string max = std::to_string(kAllBits);
-  const auto operation = decoded<HostedProjectOperationResponse>(R"({"accepted":true,"revision":)" +
-                                                                 max + R"(,"message":""})");
-  EXPECT_EQ(operation.revision, kAllBits);
-
   const auto history = decoded<WorkspaceRevisionsResponse>(
       R"({"accepted":true,"revision":9223372036854775809,"revisions":[{"key":"k","number":)" + max +
       R"(,"parents":["j"],"author":"a","createdAt":"t","summary":"s",)"
@@ -127,6 +105,10 @@ TEST(ProjectServerRecordsTest, RevisionsAndTicksKeepAllSixtyFourBits) {
   EXPECT_EQ(history.revision, 9223372036854775809ull);
   ASSERT_TRUE(history.revisions.has_value());
   EXPECT_EQ(history.revisions->at(0).number, kAllBits);
+  EXPECT_NE(encodeJson(history).find(max), std::string::npos);
+  EXPECT_EQ(failureOf<WorkspaceRestoreResponse>(
+                R"({"accepted":true,"revisionNumber":18446744073709551616})"),
+            "integer out of range at revisionNumber");
 
   const auto comments = decoded<WorkspaceCommentsResponse>(
       R"({"comments":[{"id":"c","author":"a","body":"b","runtimeContext":{"revision":)" + max +
@@ -136,71 +118,31 @@ TEST(ProjectServerRecordsTest, RevisionsAndTicksKeepAllSixtyFourBits) {
   ASSERT_TRUE(context.has_value());
   EXPECT_EQ(context->revision, kAllBits);
   EXPECT_EQ(context->tick, 9007199254740993ull) << "a tick above 2^53 is not rounded";
-
-  for (const std::string& encoded : {encodeJson(operation), encodeJson(history)}) {
-    EXPECT_NE(encoded.find(max), std::string::npos) << encoded;
-  }
-  EXPECT_EQ(decoded<WorkspaceCommentsResponse>(encodeJson(comments)), comments);
 }
 
-ProjectResponse fullProject() {
-  ProjectAssetItem asset{.path = "Assets/Crate.usda",
-                         .name = "Crate",
-                         .folder = "Assets",
-                         .kind = "USD",
-                         .cooked = true,
-                         .runtimeAssetId = kAllBits,
-                         .contentHash = 42,
-                         .sourceGeneration = "g7"};
-  const SceneClientSummary agent{
-      .id = "agent-1", .name = "Helper", .kind = "agent", .model = "m", .prompt = "Add a lamp"};
-  const ProjectWorkspaceComment comment{
-      .id = "c1",
-      .author = "ann",
-      .body = "Too dark \"here\"\n",
-      .anchorKind = "prim",
-      .anchorPath = "/World/Lamp",
-      .runtimeContext =
-          ProjectCommentRuntimeContext{.platform = "web", .tick = 99, .attached = false},
-      .resolved = false};
-  return ProjectResponse{
-      .id = "p-1",
-      .label = "Démo",
-      .path = "/srv/demo",
-      .scene = "/srv/demo/Scenes/Main.usda",
-      .sceneRef = "Scenes/Main.usda",
-      .mainScene = "Scenes/Main.usda",
-      .workspace = "lighting",
-      .workspaces =
-          std::vector<ProjectWorkspaceSummary>{
-              {.id = "main", .name = "Main", .current = false},
-              {.id = "lighting",
-               .name = "Lighting",
-               .parentId = "main",
-               .headKey = "h2",
-               .archived = false,
-               .current = true,
-               .activeClientCount = 2,
-               .activeAgents = std::vector<SceneClientSummary>{agent}}},
-      .activeSceneClients =
-          std::map<std::string, std::vector<SceneClientSummary>>{
-              {"Scenes/Main.usda",
-               {SceneClientSummary{.id = "u1", .name = "Ann", .color = "#f00"}}}},
-      .activeAgents = std::vector<SceneClientSummary>{agent},
-      .profiles =
-          std::vector<UserProfileSummary>{{.id = "u1", .displayName = "Ann", .color = "#f00"}},
-      .workspaceComments = std::vector<ProjectWorkspaceComment>{comment},
-      .assetCatalogHeadKey = "head-3",
-      .assetCatalogComplete = true,
-      .assets = {asset}};
-}
+// Every field of the project answer, in the order the encoder writes them.
+constexpr const char* kFullProject =
+    R"({"id":"p-1","label":"Démo","path":"/srv/demo","scene":"/srv/demo/Scenes/Main.usda",)"
+    R"("sceneRef":"Scenes/Main.usda","mainScene":"Scenes/Main.usda","workspace":"lighting",)"
+    R"("workspaces":[{"id":"main","name":"Main","current":false},{"id":"lighting",)"
+    R"("name":"Lighting","parentId":"main","headKey":"h2","archived":false,"current":true,)"
+    R"("activeClientCount":2,"activeAgents":[{"id":"agent-1","name":"Helper","kind":"agent",)"
+    R"("model":"m","prompt":"Add a lamp"}]}],)"
+    R"("activeSceneClients":{"Scenes/Main.usda":[{"id":"u1","name":"Ann","color":"#f00"}]},)"
+    R"("activeAgents":[{"id":"agent-1","name":"Helper","kind":"agent","model":"m",)"
+    R"("prompt":"Add a lamp"}],"profiles":[{"id":"u1","displayName":"Ann","color":"#f00"}],)"
+    R"("workspaceComments":[{"id":"c1","author":"ann","body":"Too dark \"here\"\n",)"
+    R"("anchorKind":"prim","anchorPath":"/World/Lamp","runtimeContext":{"platform":"web",)"
+    R"("tick":99,"attached":false},"resolved":false}],"assetCatalogHeadKey":"head-3",)"
+    R"("assetCatalogComplete":true,"assets":[{"path":"Assets/Crate.usda","name":"Crate",)"
+    R"("folder":"Assets","kind":"USD","cooked":true,"runtimeAssetId":18446744073709551615,)"
+    R"("contentHash":42,"sourceGeneration":"g7"}]})";
 
-TEST(ProjectServerRecordsTest, FullAnswersSurviveEncodingAndDecoding) {
-  const ProjectResponse project = fullProject();
-  EXPECT_EQ(decoded<ProjectResponse>(encodeJson(project)), project);
+TEST(ProjectServerRecordsTest, FullAnswersSurviveDecodingAndEncoding) {
+  EXPECT_EQ(encodeJson(decoded<ProjectResponse>(kFullProject)), kFullProject);
 
   HostedProjectOperationResponse operation{.accepted = true,
-                                           .revision = 77,
+                                           .revision = kAllBits,
                                            .message = "Opened workspace",
                                            .projectId = "p-1",
                                            .workspace = "lighting",
@@ -248,8 +190,6 @@ TEST(HostedProjectTest, AProjectWithoutIdIsKnownByItsPath) {
   EXPECT_EQ(b.stableId, "/srv/b") << "an empty id identifies nothing";
   EXPECT_EQ(c.stableId, "p-c");
 
-  EXPECT_FALSE(a.canInvite);
-  EXPECT_EQ(a.memberCount, 0);
   EXPECT_EQ(b.memberCount, 0) << "only the total counts members";
   EXPECT_TRUE(b.isCurrent);
   EXPECT_EQ(c, (HostedProject{.stableId = "p-c",
