@@ -8,14 +8,11 @@
 //   record FILE       write what it was started with to FILE, each item ended by a NUL byte:
 //                     the working directory, where standard input leads, ORVAN_AUTH_TOKEN (or
 //                     "<unset>"), then every argument after the program
-//   await-term MS     say "waiting", wait for SIGTERM, then go on MS later (a slow shutdown)
 //   exit CODE         end with CODE
 //
 // Without a script, or at its end, it exits 0.
-#include <signal.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -25,12 +22,6 @@
 #include <thread>
 
 namespace {
-
-volatile sig_atomic_t termReceived = 0;
-
-void onTerm(int) {
-  termReceived = 1;
-}
 
 void writeLine(std::FILE* stream, std::string_view text) {
   std::fwrite(text.data(), 1, text.size(), stream);
@@ -60,7 +51,6 @@ bool record(const std::string& file, int argc, char** argv) {
 }
 
 int run(int argc, char** argv) {
-  ::signal(SIGTERM, onTerm);
   const char* scriptPath = std::getenv("ORVAN_FAKE_AGENT_SCRIPT");
   if (scriptPath == nullptr)
     return 0;
@@ -81,11 +71,6 @@ int run(int argc, char** argv) {
     } else if (command == "record") {
       if (!record(argument, argc, argv))
         return 73;
-    } else if (command == "await-term") {
-      writeLine(stdout, "waiting");
-      while (termReceived == 0)
-        pauseFor(5);
-      pauseFor(std::atoi(argument.c_str()));
     } else if (command == "exit") {
       return std::atoi(argument.c_str());
     } else if (!command.empty()) {
