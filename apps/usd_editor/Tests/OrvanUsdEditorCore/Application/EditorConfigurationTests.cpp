@@ -1,12 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
 #include "Application/BuildSettings.h"
 #include "Application/EditorConfiguration.h"
+#include "Support/TemporaryFolder.h"
 
 namespace orvan::editor {
 namespace {
@@ -22,22 +22,18 @@ TEST(EditorConfigurationTest, NoArgumentsGiveTheDefaults) {
   EXPECT_FALSE(configuration.localMode);
   EXPECT_EQ(configuration.workspaceRoot, "/home/me");
   EXPECT_EQ(configuration.workspace, "main");
-  EXPECT_EQ(configuration.viewportBackend, EditorViewportBackend::inProcess);
   EXPECT_EQ(configuration.revision, 1u);
   EXPECT_EQ(configuration.clientId, "native-editor");
   EXPECT_EQ(configuration.projectServerURL, kDefaultProjectServerURL);
   EXPECT_EQ(configuration.webEditorURL, kDefaultWebEditorURL);
   EXPECT_EQ(configuration.address, kDefaultAuthoringAddress);
-  EXPECT_EQ(configuration.editClientPath, "build/full-demo/orvan_edit_client");
-  EXPECT_EQ(configuration.viewportAddress, "127.0.0.1:50052");
-  EXPECT_TRUE(configuration.remoteStageURL.empty());
 }
 
 TEST(EditorConfigurationTest, OptionsTakeTheNextArgumentAndTheLastOneWins) {
-  const auto configuration = parse({"--local-mode", "--project-id", "p1", "--project", "/proj",
-                                    "--scene", "a.usda", "--scene", "b.usda", "--ws", "dev",
-                                    "--client-id", "mine", "--project-server-url", "",
-                                    "--edit-client", "/bin/edit"});
+  const auto configuration =
+      parse({"--local-mode", "--project-id", "p1", "--project", "/proj", "--scene", "a.usda",
+             "--scene", "b.usda", "--ws", "dev", "--client-id", "mine", "--project-server-url", "",
+             "--edit-client", "/bin/edit"});
   EXPECT_TRUE(configuration.localMode);
   EXPECT_EQ(configuration.projectId, "p1");
   EXPECT_EQ(configuration.projectPath, "/proj");
@@ -50,30 +46,24 @@ TEST(EditorConfigurationTest, OptionsTakeTheNextArgumentAndTheLastOneWins) {
 
 TEST(EditorConfigurationTest, MissingValuesAndUnknownArguments) {
   EXPECT_EQ(parse({"--address"}).address, "") << "a trailing option applies the empty value";
-  EXPECT_EQ(parse({"--workspace"}).workspace, "main");
   EXPECT_EQ(parse({"--ws", ""}).workspace, "main");
-  // Both the unknown option and its would-be value are skipped one by one.
-  const auto unknown = parse({"--unknown", "value", "--scene", "a.usda"});
-  EXPECT_EQ(unknown.scenePath, "a.usda");
-  // An unknown argument followed directly by a known option does not swallow it.
+  // An unknown option's would-be value is examined as an argument of its own.
+  EXPECT_EQ(parse({"--unknown", "value", "--scene", "a.usda"}).scenePath, "a.usda");
   EXPECT_EQ(parse({"--unknown", "--scene", "x.usda"}).scenePath, "x.usda");
-  // No joined forms, no prefixes, case matters.
+  // No joined forms, and case matters.
   EXPECT_EQ(parse({"--scene=a.usda"}).scenePath, "");
-  EXPECT_EQ(parse({"--sce", "a.usda"}).scenePath, "");
-  EXPECT_EQ(parse({"--SCENE", "a.usda"}).scenePath, "");
   EXPECT_FALSE(parse({"--Local-Mode"}).localMode);
 }
 
-TEST(EditorConfigurationTest, RevisionParsing) {
-  EXPECT_EQ(parse({"--revision", "abc"}).revision, 1u);
-  EXPECT_EQ(parse({"--revision", ""}).revision, 1u);
-  EXPECT_EQ(parse({"--revision", "+7"}).revision, 7u);
-  EXPECT_EQ(parse({"--revision", "-0"}).revision, 0u);
-  EXPECT_EQ(parse({"--revision", "-3"}).revision, 1u);
-  EXPECT_EQ(parse({"--revision", "18446744073709551615"}).revision, 18446744073709551615ull);
-  EXPECT_EQ(parse({"--revision", "18446744073709551616"}).revision, 1u);
-  EXPECT_EQ(parse({"--revision", "12x"}).revision, 1u);
-  EXPECT_EQ(parse({"--revision", " 5"}).revision, 1u);
+TEST(EditorConfigurationTest, ARevisionIsAnUnsignedDecimalOrIgnored) {
+  const std::pair<std::string_view, std::uint64_t> cases[] = {
+      {"+7", 7},  {"-0", 0},  {"18446744073709551615", 18446744073709551615ull},
+      {"-3", 1},  {"abc", 1}, {"18446744073709551616", 1},
+      {"12x", 1}, {"+", 1},
+  };
+  for (const auto& [text, revision] : cases) {
+    EXPECT_EQ(parse({"--revision", std::string(text)}).revision, revision) << text;
+  }
   EXPECT_EQ(parse({"--revision", "9", "--revision", "bad"}).revision, 9u);
 }
 
@@ -85,25 +75,19 @@ TEST(EditorConfigurationTest, ViewportBackendNamesAndUnknownValues) {
   EXPECT_EQ(parse({"--viewport-backend", "out-of-process", "--viewport-backend", "InProcess"})
                 .viewportBackend,
             EditorViewportBackend::inProcess);
-  // An unknown backend keeps the earlier choice, and a later valid option still applies.
-  EXPECT_EQ(parse({"--viewport-backend", "iosurface", "--viewport-backend", "metal"}).viewportBackend,
-            EditorViewportBackend::ioSurface);
-  EXPECT_EQ(parse({"--viewport-backend", "metal", "--viewport-backend", "iosurface"}).viewportBackend,
-            EditorViewportBackend::ioSurface);
-  EXPECT_FALSE(parseEditorViewportBackend("in process").has_value());
+  // An unknown backend keeps the earlier choice.
+  EXPECT_EQ(
+      parse({"--viewport-backend", "iosurface", "--viewport-backend", "metal"}).viewportBackend,
+      EditorViewportBackend::ioSurface);
 }
 
-TEST(EditorConfigurationTest, WorkspaceRootIsFoundFromTheProgramPath) {
+TEST(EditorConfigurationTest, WorkspaceRootIsFoundFromTheProgramPathAndResolvesHelperPaths) {
   EXPECT_EQ(defaultWorkspaceRoot({"/x/y/apps/usd_editor/bin/app"}, "/cwd"), "/x/y");
-  EXPECT_EQ(defaultWorkspaceRoot({"apps/usd_editor/bin/app"}, "/src/repo"), "/src/repo");
   EXPECT_EQ(defaultWorkspaceRoot({"../repo/apps/usd_editor/bin/app"}, "/src/other"), "/src/repo");
-  EXPECT_EQ(defaultWorkspaceRoot({"/usr/bin/app"}, "/cwd"), "/cwd");
   EXPECT_EQ(defaultWorkspaceRoot({}, "/cwd"), "/cwd");
   // Only a whole folder name counts.
   EXPECT_EQ(defaultWorkspaceRoot({"/x/apps/usd_editor_old/bin/app"}, "/cwd"), "/cwd");
-}
 
-TEST(EditorConfigurationTest, HelperPathsResolveAgainstTheWorkspaceRoot) {
   auto configuration = EditorConfiguration::fromArguments({"/r/apps/usd_editor/bin/app"}, "/c");
   EXPECT_EQ(configuration.resolvedPath(configuration.inspectorPath),
             "/r/build/full-demo/orvan_usd_inspector");
@@ -111,12 +95,11 @@ TEST(EditorConfigurationTest, HelperPathsResolveAgainstTheWorkspaceRoot) {
 }
 
 TEST(EditorConfigurationTest, LocalAuthoringAddresses) {
-  for (const char* local : {"", "  ", "localhost:50051", "127.0.0.1:1", " GRPC://LOCALHOST:9",
-                            "grpcs://127.0.0.1:443", "grpc://localhost"}) {
+  for (const char* local :
+       {"", "localhost:50051", " GRPC://LOCALHOST:9", "grpcs://127.0.0.1:443"}) {
     EXPECT_TRUE(isLocalAuthoringAddress(local)) << local;
   }
-  for (const char* remote : {"grpcs://edit.example.com:443", "localhost", "10.0.0.1:50051",
-                             "http://localhost:80"}) {
+  for (const char* remote : {"grpcs://edit.example.com:443", "localhost", "http://localhost:80"}) {
     EXPECT_FALSE(isLocalAuthoringAddress(remote)) << remote;
   }
 }
@@ -135,25 +118,21 @@ TEST(EditorConfigurationTest, AuthoringAddressFollowsTheProjectServerOnlyWhenLoc
             std::nullopt);
   EXPECT_EQ(derived({"--address", "grpcs://remote:443", "--project-server-url", "https://host"}),
             std::nullopt);
-  EXPECT_EQ(derived({"--address", "", "--project-server-url", ""}), std::nullopt);
   EXPECT_EQ(derived({"--address", "", "--project-server-url", "not a url"}), std::nullopt);
 }
 
 TEST(EditorConfigurationTest, FbxAvailabilityLooksAtThePluginPathThenTheWorkspace) {
-  const auto root = std::filesystem::temp_directory_path() / "orvan-fbx-test";
-  std::filesystem::remove_all(root);
-  std::filesystem::create_directories(root / "plugins/fbx");
-  auto configuration = EditorConfiguration::fromArguments({"app"}, root.string());
-  EXPECT_FALSE(configuration.usdFbxAvailable("::" + (root / "plugins/fbx").string()));
-  std::ofstream(root / "plugins/fbx/plugInfo.json") << "{}";
-  EXPECT_TRUE(configuration.usdFbxAvailable("/nowhere::" + (root / "plugins/fbx").string()));
+  const testing::TemporaryFolder root;
+  const auto configuration = EditorConfiguration::fromArguments({"app"}, root.path().string());
+  const std::string plugins = (root / "plugins/fbx").string();
+  std::filesystem::create_directories(plugins);
+  EXPECT_FALSE(configuration.usdFbxAvailable("::" + plugins));
+  root.write("plugins/fbx/plugInfo.json", "{}");
+  EXPECT_TRUE(configuration.usdFbxAvailable("/nowhere::" + plugins));
 
-  const auto bundled = root / ".derived/usdfbx/install/usdFbx/resources";
-  std::filesystem::create_directories(bundled);
   EXPECT_FALSE(configuration.usdFbxAvailable(""));
-  std::ofstream(bundled / "plugInfo.json") << "{}";
+  root.write(".derived/usdfbx/install/usdFbx/resources/plugInfo.json", "{}");
   EXPECT_TRUE(configuration.usdFbxAvailable(""));
-  std::filesystem::remove_all(root);
 }
 
 }  // namespace
