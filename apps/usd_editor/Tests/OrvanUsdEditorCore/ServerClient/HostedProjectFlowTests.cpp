@@ -44,9 +44,14 @@ std::string projectsBody() {
 
 class HostedProjectFlowTest : public ::testing::Test {
  protected:
-  static EditorConfiguration completeScope() {
+  static EditorConfiguration onServer() {
     EditorConfiguration configuration;
     configuration.projectServerURL = kServer;
+    return configuration;
+  }
+
+  static EditorConfiguration completeScope() {
+    EditorConfiguration configuration = onServer();
     configuration.projectId = "proj-1";
     configuration.projectPath = "/srv/demo";
     configuration.scenePath = "/srv/demo/scene.usda";
@@ -59,6 +64,12 @@ class HostedProjectFlowTest : public ::testing::Test {
                                                    preferences_, secrets_, launcher_, http_});
     model_->startInitialRefresh();
     return *model_;
+  }
+
+  // Lets virtual time pass and everything it started finish.
+  void wait(std::chrono::milliseconds time) {
+    scheduler_.advanceBy(time);
+    scheduler_.runUntilQuiet();
   }
 
   // The requests sent so far whose path is `path`, as their full addresses.
@@ -109,8 +120,7 @@ TEST_F(HostedProjectFlowTest, ACompleteScopeLoadsStageAndWorkspacesSideBySideThe
   // The project follows 40 ms after the stage, and fills the asset list.
   answer("/api/project", httpResponse(200, projectBody("props/a.usda"), {{"ETag", "\"p1\""}}));
   EXPECT_TRUE(sent("/api/project").empty());
-  scheduler_.advanceBy(std::chrono::milliseconds(40));
-  scheduler_.runUntilQuiet();
+  wait(std::chrono::milliseconds(40));
   ASSERT_EQ(sent("/api/project").size(), 1u);
   EXPECT_THAT(sent("/api/project")[0], HasSubstr("p=proj-1"));
   ASSERT_EQ(editor.projectAssets.size(), 1u);
@@ -136,35 +146,27 @@ TEST_F(HostedProjectFlowTest, AnIncompleteCatalogueIsAskedForAgainUntilItIsWhole
   answer("/api/workspaces", httpResponse(200, "{}"));
   EditorModel& editor = start(completeScope());
   scheduler_.runUntilQuiet();
-  answer("/api/project",
-         httpResponse(200, projectBody("a.usda", R"("assetCatalogComplete":false,)")));
-  answer("/api/project",
-         httpResponse(200, projectBody("b.usda", R"("assetCatalogComplete":false,)")));
+  const std::string partial = R"("assetCatalogComplete":false,)";
+  answer("/api/project", httpResponse(200, projectBody("a.usda", partial)));
+  answer("/api/project", httpResponse(200, projectBody("b.usda", partial)));
   answer("/api/project", httpResponse(200, projectBody("c.usda")));
-  scheduler_.advanceBy(std::chrono::milliseconds(40));
-  scheduler_.runUntilQuiet();
+  wait(std::chrono::milliseconds(40));
   EXPECT_TRUE(editor.projectAssetCatalogLoading);
   EXPECT_EQ(sent("/api/project").size(), 1u);
-  scheduler_.advanceBy(std::chrono::milliseconds(249));
-  scheduler_.runUntilQuiet();
+  wait(std::chrono::milliseconds(249));
   EXPECT_EQ(sent("/api/project").size(), 1u) << "the poll waits 250 ms";
-  scheduler_.advanceBy(std::chrono::milliseconds(1));
-  scheduler_.runUntilQuiet();
-  scheduler_.advanceBy(std::chrono::milliseconds(250));
-  scheduler_.runUntilQuiet();
+  wait(std::chrono::milliseconds(1));
+  wait(std::chrono::milliseconds(250));
   EXPECT_EQ(sent("/api/project").size(), 3u);
   EXPECT_FALSE(editor.projectAssetCatalogLoading);
   EXPECT_EQ(editor.projectAssets.size(), 3u) << "partial lists only ever add";
-  scheduler_.advanceBy(std::chrono::seconds(5));
-  scheduler_.runUntilQuiet();
+  wait(std::chrono::seconds(5));
   EXPECT_EQ(sent("/api/project").size(), 3u) << "a whole catalogue ends the polling";
 }
 
 TEST_F(HostedProjectFlowTest, AnIncompleteScopeResolvesItsProjectFromTheCatalogue) {
-  EditorConfiguration configuration;
-  configuration.projectServerURL = kServer;
   answer("/api/projects", httpResponse(200, projectsBody()));
-  EditorModel& editor = start(configuration);
+  EditorModel& editor = start(onServer());
   EXPECT_TRUE(editor.isStartupBlocking()) << "the sheet shows while the project is unknown";
   ASSERT_EQ(sent("/api/projects").size(), 1u);
   EXPECT_EQ(http_.requests().front().timeout, std::chrono::seconds(8));
@@ -181,8 +183,7 @@ TEST_F(HostedProjectFlowTest, AnIncompleteScopeResolvesItsProjectFromTheCatalogu
 }
 
 TEST_F(HostedProjectFlowTest, ResolutionThatConfirmsTheLaunchSceneStartsNoRefresh) {
-  EditorConfiguration configuration;
-  configuration.projectServerURL = kServer;
+  EditorConfiguration configuration = onServer();
   configuration.projectId = "proj-3";
   configuration.scenePath = "scenes/main.usda";
   // The launch scene is relative and there is no project root: the catalogue must say where. This
@@ -206,9 +207,7 @@ TEST_F(HostedProjectFlowTest, ResolutionThatConfirmsTheLaunchSceneStartsNoRefres
 }
 
 TEST_F(HostedProjectFlowTest, OnlyTheNewestStartupAttemptIsApplied) {
-  EditorConfiguration configuration;
-  configuration.projectServerURL = kServer;
-  EditorModel& editor = start(configuration);
+  EditorModel& editor = start(onServer());
   editor.startInitialRefresh();
   // The first attempt's list arrives after the second began: it is stale.
   ASSERT_EQ(http_.pending().size(), 1u) << "the second attempt replaced the first request";
@@ -299,12 +298,10 @@ TEST_F(HostedProjectFlowTest, AStageOlderThanTheHeldRevisionIsRefusedEightTimesI
   scheduler_.runUntilQuiet();
   EXPECT_TRUE(rootNames().empty()) << "an older stage is not shown";
   EXPECT_EQ(editor.staleStageRefreshRetries, 1u);
-  scheduler_.advanceBy(std::chrono::milliseconds(249));
-  scheduler_.runUntilQuiet();
+  wait(std::chrono::milliseconds(249));
   EXPECT_EQ(sent("/api/stage").size(), 1u) << "the retry waits a quarter second";
   for (int retry = 0; retry < 8; ++retry) {
-    scheduler_.advanceBy(std::chrono::milliseconds(250));
-    scheduler_.runUntilQuiet();
+    wait(std::chrono::milliseconds(250));
   }
   EXPECT_EQ(sent("/api/stage").size(), 9u);
   EXPECT_EQ(rootNames(), (std::vector<std::string>{"Old8"})) << "the ninth is taken as it is";

@@ -66,6 +66,9 @@ TEST(StageInspectionRecordsTest, AssetBoundsMetadataNeedsBothBoundsKeys) {
   ASSERT_TRUE(none.ok());
   EXPECT_FALSE(none->hasBoundsMetadata);
   EXPECT_EQ(none->boundsDimensions, (std::vector<double>{0.75, 0.75, 0.75}));
+  EXPECT_EQ(none->baseColor, (std::vector<double>{0.15, 0.55, 1.0, 1.0}));
+  EXPECT_EQ(none->shaderModel, "pbr");
+  EXPECT_DOUBLE_EQ(none->roughness, 0.55);
   EXPECT_FALSE(
       decodeAsset(R"(,"boundsCenter":[1,2,3],"boundsDimensions":null)")->hasBoundsMetadata);
   const auto both = decodeAsset(R"(,"boundsDimensions":[2,2,2],"boundsCenter":[1,2,3])");
