@@ -183,7 +183,9 @@ TEST(JsonDecoderHook, SeesWhichKeysWerePresentAndCanRejectTheRecord) {
     return asset.ok() && asset->hasBoundsMetadata;
   };
   EXPECT_TRUE(bounds(R"({"id":1,"boundsCenter":[0,0,0],"boundsDimensions":[1,2,3]})"));
-  EXPECT_FALSE(bounds(R"({"id":1,"boundsCenter":[0,0,0],"boundsDimensions":null})"));
+  // A null counts as missing, also after an earlier value of the same key.
+  EXPECT_FALSE(
+      bounds(R"({"id":1,"boundsCenter":[0],"boundsDimensions":[1],"boundsDimensions":null})"));
 
   EXPECT_EQ(
       problemOf<TestStage>(stage("", R"(,"assets":[{"id":1},{"id":2,"roughness":-1}])"), "stage"),
