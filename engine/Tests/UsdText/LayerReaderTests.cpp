@@ -221,14 +221,9 @@ TEST(LayerWriterEdits, AnEditedValueIsWrittenAndEverythingElseIsKept) {
 }
 
 TEST(LayerReaderText, StringLiteralHelpersRoundTrip) {
-  for (const std::string& text :
-       {std::string("plain"), std::string("quote \" and \\ slash"), std::string("new\nline\ttab"),
-        std::string("ctrl \x01 byte"), std::string("")}) {
+  for (const std::string& text : {std::string("quote \" and \\ slash\n\ttab"),
+                                  std::string("ctrl \x01 byte"), std::string("")}) {
     EXPECT_EQ(decodeStringLiteral(encodeStringLiteral(text)), text);
-  }
-  for (const std::string& path :
-       {std::string("./a.usda"), std::string("odd@name.usda"), std::string("three@@@at.usda")}) {
-    EXPECT_EQ(decodeAssetLiteral(encodeAssetLiteral(path)), path);
   }
 }
 

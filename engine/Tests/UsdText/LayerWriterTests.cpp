@@ -121,22 +121,19 @@ TEST(LayerWriterBuilt, EquivalenceNoticesEveryKindOfDifference) {
       "}\n}\n";
   const auto a = readLayerText("a.usda", base).layer;
   ASSERT_TRUE(a);
-  for (const std::string& changed :
-       {std::string("#usda 1.0\ndef \"A\" (kind = \"model\")\n{\n    double v = 1\n    def \"B\"\n "
-                    "   {\n    }\n}\n"),
-        std::string("#usda 1.0\ndef \"A\" (kind = \"group\")\n{\n    double v = 2\n    def \"B\"\n "
-                    "   {\n    }\n}\n"),
-        std::string("#usda 1.0\ndef \"A\" (kind = \"group\")\n{\n    double v = 1\n    def \"C\"\n "
-                    "   {\n    }\n}\n"),
-        std::string("#usda 1.0\nover \"A\" (kind = \"group\")\n{\n    double v = 1\n    def "
-                    "\"B\"\n    {\n    }\n}\n"),
-        std::string("#usda 1.0\n# note\ndef \"A\" (kind = \"group\")\n{\n    double v = 1\n    def "
-                    "\"B\"\n    {\n    }\n}\n")}) {
+  EXPECT_TRUE(a->equivalentTo(*readLayerText("c.usda", base).layer));
+  // Metadata, a value, a child's name, a specifier, a header comment and a prim's comment.
+  const std::pair<std::string, std::string> changes[] = {
+      {"group", "model"},           {"= 1", "= 2"},
+      {"\"B\"", "\"C\""},           {"def \"A", "over \"A"},
+      {"0\ndef", "0\n# note\ndef"}, {"    def", "    # note\n    def"}};
+  for (const auto& [from, to] : changes) {
+    std::string changed = base;
+    changed.replace(changed.find(from), from.size(), to);
     const auto b = readLayerText("b.usda", changed).layer;
     ASSERT_TRUE(b) << changed;
     EXPECT_FALSE(a->equivalentTo(*b)) << changed;
   }
-  EXPECT_TRUE(a->equivalentTo(*readLayerText("c.usda", base).layer));
 }
 
 }  // namespace
