@@ -19,7 +19,7 @@ std::shared_ptr<const HierarchyIndex> indexOf(StageInspection stage) {
 // Rows as the editor window shows them are covered by its tests; this one holds the model to the
 // item model contract (parent/index/rowCount consistency, reset signalling) as stages are swapped,
 // and checks the lookups the window does not reach.
-TEST(HierarchyTreeModelTest, HonoursTheItemModelContractAcrossStageSwaps) {
+TEST(HierarchyTreeModelTest, HonoursTheItemModelContractAndFindsRowsByPath) {
   testing::testApplication();
   HierarchyTreeModel model;
   QAbstractItemModelTester tester(&model, QAbstractItemModelTester::FailureReportingMode::Fatal);
@@ -28,6 +28,7 @@ TEST(HierarchyTreeModelTest, HonoursTheItemModelContractAcrossStageSwaps) {
   EXPECT_EQ(model.pathForIndex(child), "/Root1/Child2");
   EXPECT_EQ(model.parent(child), model.indexForPath("/Root1"));
   EXPECT_FALSE(model.indexForPath("/Nope").isValid());
+  EXPECT_FALSE(model.index(3, 0, model.parent(child)).isValid()) << "rows past the end are invalid";
   model.setIndex(indexOf(editor::testing::makeTreeStage(1, 0, 0)));
   model.setIndex(nullptr);
   EXPECT_EQ(model.rowCount(), 0);

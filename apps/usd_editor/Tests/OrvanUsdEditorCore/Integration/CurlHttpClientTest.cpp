@@ -5,8 +5,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <fstream>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
@@ -127,6 +129,9 @@ class CurlHttpClientTest : public ::testing::Test {
     server->Get("/fail", [](const httplib::Request&, httplib::Response& out) {
       out.status = 500;
       out.set_content("boom", "text/plain");
+    });
+    server->Get("/echo", [](const httplib::Request& in, httplib::Response& out) {
+      out.set_content(in.get_param_value("n"), "text/plain");
     });
     server->Get("/held", [this](const httplib::Request&, httplib::Response& out) {
       ++server.heldRequests;
@@ -336,6 +341,22 @@ TEST_F(CurlHttpClientTest, FailuresAreErrorValues) {
   EXPECT_THAT(fetch(smuggling).errorCode(), Optional(Error::kTransportFailed));
   EXPECT_THAT(fetch(request("GET /x", server.url("/etag"))).errorCode(),
               Optional(Error::kTransportFailed));
+}
+
+// Every answer goes to its own request, however many are in flight.
+TEST_F(CurlHttpClientTest, ConcurrentRequestsEachGetTheirOwnAnswer) {
+  std::vector<Outcome> outcomes(60);
+  for (std::size_t i = 0; i < outcomes.size(); ++i) {
+    client.send(request("GET", server.url("/echo?n=" + std::to_string(i))), nullptr,
+                outcomes[i].completionHandler());
+  }
+  ASSERT_TRUE(loop.runUntil(
+      [&] { return std::all_of(outcomes.begin(), outcomes.end(), std::mem_fn(&Outcome::done)); },
+      kPatience));
+  for (std::size_t i = 0; i < outcomes.size(); ++i) {
+    EXPECT_EQ(outcomes[i].answer(), "200 " + std::to_string(i));
+    EXPECT_EQ(outcomes[i].completions, 1);
+  }
 }
 
 }  // namespace
