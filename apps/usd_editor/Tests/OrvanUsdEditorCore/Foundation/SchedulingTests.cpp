@@ -16,6 +16,24 @@ namespace {
 using namespace std::chrono_literals;
 using testing::ManualScheduler;
 
+// Every delay in the flow tests rests on this order: due time first, then posting order, with
+// timers posted by a timer firing within the same advance.
+TEST(ManualSchedulerTest, RunsTimersByDueTimeThenPostingOrderAndChainsWithinOneAdvance) {
+  ManualScheduler scheduler;
+  std::vector<std::string> order;
+  scheduler.postAfter(30ms, [&] { order.push_back("c30"); });
+  scheduler.postAfter(10ms, [&] {
+    order.push_back("a10");
+    scheduler.postAfter(15ms, [&] { order.push_back("d25"); });
+  });
+  scheduler.postAfter(10ms, [&] { order.push_back("b10"); });
+  scheduler.post([&] { order.push_back("now"); });
+  scheduler.advanceBy(9ms);
+  EXPECT_EQ(order, (std::vector<std::string>{"now"}));
+  scheduler.advanceBy(21ms);
+  EXPECT_EQ(order, (std::vector<std::string>{"now", "a10", "b10", "d25", "c30"}));
+}
+
 TEST(TaskTest, ASlotDebouncesByReplacingItsTaskAndCancelsItWhenItGoesAway) {
   ManualScheduler scheduler;
   std::vector<int> commits;
