@@ -110,12 +110,14 @@ TEST(SubprocessOutputTest, FloodOnBothStreamsNeitherHangsNorLosesTheExitStatus) 
   EXPECT_EQ(output.standardError.find_first_not_of('e'), std::string::npos);
   EXPECT_FALSE(output.standardErrorTruncated);
 
-  auto limited = fakeHelper({"flood", "0", "100000", "0"});
-  limited.standardError.captureLimitBytes = 1000;
+  // Beyond its limit a capture keeps the newest bytes: a failing helper's last words.
+  auto limited = fakeHelper({"oversized-line", "100000"});
+  limited.standardOutput.captureLimitBytes = 60000;
   const ProcessOutput cut = runOrFail(limited);
-  EXPECT_EQ(cut.standardError, std::string(1000, 'e'));
-  EXPECT_TRUE(cut.standardErrorTruncated);
-  EXPECT_FALSE(cut.standardOutputTruncated);
+  EXPECT_EQ(cut.standardOutput.size(), 60000u);
+  EXPECT_EQ(cut.standardOutput.substr(59990), "xxx\nafter\n");
+  EXPECT_TRUE(cut.standardOutputTruncated);
+  EXPECT_FALSE(cut.standardErrorTruncated);
 }
 
 // Pulled output is read in pieces of at most the size asked for, while the
