@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "Foundation/EventLoop.h"
+#include "Support/Eventually.h"
 #include "Support/ManualScheduler.h"
 #include "Support/TemporaryFolder.h"
 
@@ -21,6 +22,7 @@ namespace orvan::editor {
 namespace {
 
 using namespace std::chrono_literals;
+using testing::eventually;
 using ::testing::HasSubstr;
 using ::testing::Optional;
 
@@ -93,19 +95,6 @@ struct Outcome {
     return result->error().code;
   }
 };
-
-// Waits on real time for something that happens off the main executor (in the server, or on the
-// network thread), where an event loop would not notice it.
-template <class Condition>
-bool waitFor(Condition condition) {
-  const TimePoint giveUp = Clock::now() + kPatience;
-  while (!condition()) {
-    if (Clock::now() > giveUp)
-      return false;
-    std::this_thread::sleep_for(1ms);
-  }
-  return true;
-}
 
 HttpRequest request(std::string method, std::string url) {
   HttpRequest made;
@@ -228,7 +217,7 @@ TEST_F(CurlHttpClientTest, CancellationIsDeliveredOnceAndTheLateAnswerNever) {
   Outcome cancelled;
   TaskHandle handle =
       client.send(request("GET", server.url("/held")), nullptr, cancelled.completionHandler());
-  ASSERT_TRUE(waitFor([&] { return server.heldRequests == 1; }));
+  ASSERT_TRUE(eventually([&] { return server.heldRequests == 1; }, kPatience));
   handle.cancel();
   EXPECT_FALSE(cancelled.done()) << "delivered inside cancel()";
   ASSERT_TRUE(loop.runUntil([&] { return cancelled.done(); }, kPatience));
@@ -256,7 +245,7 @@ TEST_F(CurlHttpClientTest, AnswersNotYetDeliveredYieldToCancelAndToDestruction) 
   Outcome cancelled;
   TaskHandle handle =
       heldClient->send(request("GET", server.url("/etag")), nullptr, cancelled.completionHandler());
-  ASSERT_TRUE(waitFor([&] { return scheduler.hasPendingMainWork(); }));
+  ASSERT_TRUE(eventually([&] { return scheduler.hasPendingMainWork(); }, kPatience));
   handle.cancel();
   scheduler.runUntilIdle();
   EXPECT_EQ(cancelled.completions, 1);
@@ -265,9 +254,9 @@ TEST_F(CurlHttpClientTest, AnswersNotYetDeliveredYieldToCancelAndToDestruction) 
   Outcome answered;
   Outcome inFlight;
   heldClient->send(request("GET", server.url("/etag")), nullptr, answered.completionHandler());
-  ASSERT_TRUE(waitFor([&] { return scheduler.hasPendingMainWork(); }));
+  ASSERT_TRUE(eventually([&] { return scheduler.hasPendingMainWork(); }, kPatience));
   heldClient->send(request("GET", server.url("/held")), nullptr, inFlight.completionHandler());
-  ASSERT_TRUE(waitFor([&] { return server.heldRequests == 1; }));
+  ASSERT_TRUE(eventually([&] { return server.heldRequests == 1; }, kPatience));
   heldClient.reset();  // with a request held by the server: must not wait for it
   scheduler.runUntilIdle();
   EXPECT_EQ(answered.completions, 0);

@@ -13,6 +13,7 @@
 
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/Subprocess.h"
+#include "Support/Eventually.h"
 #include "Support/TemporaryFolder.h"
 
 namespace orvan::editor {
@@ -30,6 +31,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using namespace std::chrono_literals;
+using testing::eventually;
 
 ProcessLaunchOptions program(std::string path, std::vector<std::string> arguments = {}) {
   ProcessLaunchOptions options;
@@ -88,15 +90,6 @@ OutputLine line(std::string text, bool truncated = false, bool endedAtEnd = fals
 std::size_t countOpenDescriptors() {
   const std::filesystem::directory_iterator entries("/proc/self/fd");
   return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
-}
-
-// Polls real time for something the monitor thread does; false when it never happens.
-template <class Condition>
-bool eventually(Condition condition) {
-  const auto deadline = std::chrono::steady_clock::now() + 20s;
-  while (!condition() && std::chrono::steady_clock::now() < deadline)
-    std::this_thread::sleep_for(10ms);
-  return condition();
 }
 
 TEST(SubprocessOutputTest, FloodOnBothStreamsNeitherHangsNorLosesTheExitStatus) {
