@@ -85,7 +85,7 @@ void BM_ApplyStageToHierarchyPane(benchmark::State& state) {
   const auto secondDocument = EditorClientDocumentState::makeSnapshot(second, {});
   model.clientDocument.publish(firstDocument, true, false);
   pane.expandToDepth(0);  // the 100 roots open
-  model.selectPrims("/Root3/Child7/Mesh2", {"/Root3/Child7/Mesh2", "/Root50/Child1"});
+  model.documents.selectPrims("/Root3/Child7/Mesh2", {"/Root3/Child7/Mesh2", "/Root50/Child1"});
   QCoreApplication::processEvents();
 
   bool useSecond = true;

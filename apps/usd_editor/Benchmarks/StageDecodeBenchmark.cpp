@@ -442,7 +442,7 @@ void BM_ApplyPreparedStageOnMainThread(benchmark::State& state) {
   EditorConfiguration configuration;
   configuration.projectServerURL = "";
   EditorModel model(configuration, EditorModelPorts{main, background, preferences, secrets, launcher, http});
-  model.selectPrims("/World", {"/World"});
+  model.documents.selectPrims("/World", {"/World"});
   // Two prepared stages applied in turn, so that every apply is a change; both stay alive here,
   // so the measurement leaves out freeing, which the model hands to a background thread anyway.
   const std::shared_ptr<const PreparedStage> prepared[2] = {PreparedStage::prepare(stage),
@@ -452,9 +452,9 @@ void BM_ApplyPreparedStageOnMainThread(benchmark::State& state) {
       EditorClientDocumentState::makeSnapshot(prepared[1], {})};
   std::uint64_t generation = 0;
   for (auto _ : state) {
-    model.refreshGeneration = ++generation;
-    model.applyRefreshResultNow(prepared[generation % 2], std::nullopt, generation, false);
-    model.publishClientDocument(documents[generation % 2], model.clientDocumentBuildGeneration,
+    model.stageRefresher.refreshGeneration = ++generation;
+    model.stageRefresher.applyRefreshResultNow(prepared[generation % 2], std::nullopt, generation, false);
+    model.documents.publishClientDocument(documents[generation % 2], model.documents.clientDocumentBuildGeneration,
                                 Duration::zero());
   }
   state.counters["prims"] = static_cast<double>(stage.prims.size());

@@ -2,6 +2,7 @@
 
 #include <QLabel>
 #include <QMenu>
+#include <QMessageBox>
 #include <QToolButton>
 #include <QPushButton>
 #include <QStatusBar>
@@ -59,9 +60,11 @@ EditorWindow::EditorWindow(editor::EditorModel& model, QWidget* parent)
   }));
   subscriptions_.push_back(model_.stage.subscribe([this](const auto&) { updateTitle(); }));
   subscriptions_.push_back(
-      model_.connectionIssue.subscribe([this](const auto&) { updateStartupPresentation(); }));
+      model_.startup.connectionIssue.subscribe([this](const auto&) { updateStartupPresentation(); }));
   subscriptions_.push_back(
-      model_.initialProjectResolved.subscribe([this](bool) { updateStartupPresentation(); }));
+      model_.startup.initialProjectResolved.subscribe([this](bool) { updateStartupPresentation(); }));
+  subscriptions_.push_back(model_.account.callbackAwaitingConfirmation.subscribe(
+      [this](const auto& held) { askAboutSignInCallback(held); }));
 
   setStatusText(QString::fromStdString(model_.status.get()));
   updateTitle();
@@ -71,16 +74,16 @@ EditorWindow::EditorWindow(editor::EditorModel& model, QWidget* parent)
 
 void EditorWindow::updateAccount() {
   QToolButton* button = accountButton();
-  const bool hosted = !editor::isBlank(model_.configuration.projectServerURL);
+  const bool hosted = !editor::isBlank(model_.scope.projectServerURL());
   setAccountButtonVisible(hosted);
   if (!hosted) return;
-  button->setText(QString::fromStdString(model_.velkAccountLabel()));
+  button->setText(QString::fromStdString(model_.account.velkAccountLabel()));
   QMenu* menu = button->menu();
   menu->clear();
-  if (model_.isVelkSignedIn()) {
-    menu->addAction("Log Out", this, [this] { model_.signOutOfVelk(); });
+  if (model_.account.isVelkSignedIn()) {
+    menu->addAction("Log Out", this, [this] { model_.account.signOutOfVelk(); });
   } else {
-    menu->addAction("Sign In", this, [this] { model_.signInToVelk(); });
+    menu->addAction("Sign In", this, [this] { model_.account.signInToVelk(); });
   }
 }
 
@@ -91,6 +94,33 @@ QString EditorWindow::statusText() const {
   return label ? label->text() : QString();
 }
 
+void EditorWindow::askAboutSignInCallback(const std::optional<editor::SignInCallbackConfirmation>& held) {
+  if (signInQuestion_) {
+    signInQuestion_->close();
+    signInQuestion_->deleteLater();
+    signInQuestion_ = nullptr;
+  }
+  if (!held) return;
+  auto* question = new QMessageBox(QMessageBox::Warning, QString::fromStdString(held->title),
+                                   QString::fromStdString(held->message), QMessageBox::NoButton, this);
+  question->addButton("Apply Sign-In", QMessageBox::AcceptRole);
+  question->addButton(QMessageBox::Cancel);
+  question->setDefaultButton(QMessageBox::Cancel);
+  connect(question, &QMessageBox::finished, this, [this, question](int) {
+    if (signInQuestion_ != question) return;
+    const bool apply = question->buttonRole(question->clickedButton()) == QMessageBox::AcceptRole;
+    signInQuestion_ = nullptr;
+    question->deleteLater();
+    if (apply) {
+      model_.account.confirmSignInCallback();
+    } else {
+      model_.account.declineSignInCallback();
+    }
+  });
+  signInQuestion_ = question;
+  question->open();
+}
+
 void EditorWindow::updateTitle() {
   const QString label = QString::fromStdString(model_.projectLabel());
   const bool local = model_.configuration.localMode;
@@ -99,10 +129,10 @@ void EditorWindow::updateTitle() {
 }
 
 void EditorWindow::updateStartupPresentation() {
-  const auto& issue = model_.connectionIssue.get();
+  const auto& issue = model_.startup.connectionIssue.get();
   if (model_.isStartupBlocking()) {
-    startupSheet_->setContent(editor::startupSheetContent(issue, model_.initialProjectError,
-                                                          model_.configuration.projectServerURL));
+    startupSheet_->setContent(editor::startupSheetContent(issue, model_.startup.initialProjectError,
+                                                          model_.scope.projectServerURL()));
     startupSheet_->coverParent();
     startupSheet_->show();
     banner_->hide();  // the sheet says it already
@@ -140,7 +170,7 @@ void EditorWindow::performConnectionAction(int action) {
 void EditorWindow::presentForScreenshot() {
   const auto& roots = model_.currentStage().rootPrims;
   if (model_.session.sceneSelection.get().paths.empty() && !roots.empty()) {
-    model_.selectPrims(roots.front().path, {roots.front().path});
+    model_.documents.selectPrims(roots.front().path, {roots.front().path});
   }
   hierarchy_->expandToDepth(1);
 }

@@ -1,12 +1,16 @@
 #pragma once
 
+#include <optional>
 #include <vector>
 
 #include "Foundation/Observable.h"
 #include "OrvanUsdEditorUI/MainWindow.h"
 
+class QMessageBox;
+
 namespace orvan::editor {
 class EditorModel;
+struct SignInCallbackConfirmation;
 }
 
 namespace orvan::ui {
@@ -31,6 +35,8 @@ class EditorWindow final : public MainWindow {
   StartupSheet& startupSheet() const { return *startupSheet_; }
   ConnectionBanner& connectionBanner() const { return *banner_; }
   QString statusText() const;
+  // The open question about a sign-in link, if any.
+  QMessageBox* signInQuestion() const { return signInQuestion_; }
 
   // For a screenshot of a loaded scene: selects the first root prim when nothing is selected, and
   // opens the tree a level deeper than a normal start.
@@ -46,6 +52,8 @@ class EditorWindow final : public MainWindow {
   // The account button: who is signed in, and Sign In or Log Out. Hidden for a local scene.
   void updateAccount();
   void performConnectionAction(int action);
+  // A sign-in link that answers no sign-in of this window's: the user decides whether it applies.
+  void askAboutSignInCallback(const std::optional<editor::SignInCallbackConfirmation>& held);
 
   editor::EditorModel& model_;
   HierarchyPane* hierarchy_ = nullptr;
@@ -53,6 +61,7 @@ class EditorWindow final : public MainWindow {
   ProjectPane* project_ = nullptr;
   StartupSheet* startupSheet_ = nullptr;
   ConnectionBanner* banner_ = nullptr;
+  QMessageBox* signInQuestion_ = nullptr;
   bool startedInitialRefresh_ = false;
   std::vector<editor::Subscription> subscriptions_;
 };

@@ -8,6 +8,7 @@
 #include <QMenu>
 #include <QPushButton>
 #include <QSplitter>
+#include <QMessageBox>
 #include <QToolButton>
 #include <QTreeView>
 #include <QTreeWidget>
@@ -149,10 +150,10 @@ TEST_F(EditorWindowTest, FirstShowingLoadsTheLocalStageIntoHierarchyTitleAndStat
   EditorWindow& window = openWindow(false);
   EXPECT_EQ(window.hierarchy().emptyStateText(), "No stage loaded");
   EXPECT_EQ(window.inspector().emptyStateText(), "No stage loaded");
-  EXPECT_EQ(model_->refreshGeneration, 1u) << "the first showing starts the editor once";
+  EXPECT_EQ(model_->stageRefresher.refreshGeneration, 1u) << "the first showing starts the editor once";
   window.hide();
   window.show();
-  EXPECT_EQ(model_->refreshGeneration, 1u);
+  EXPECT_EQ(model_->stageRefresher.refreshGeneration, 1u);
 
   scheduler_.runUntilQuiet();
   EXPECT_EQ(window.windowTitle(), QString::fromUtf8("scene.usda \u2014 Local"));
@@ -222,7 +223,7 @@ TEST_F(EditorWindowTest, TheTreeFollowsSelectionsMadeElsewhereAndKeepsItsShapeAc
   openWindow();
   QTreeView& view = window_->hierarchy().view();
   HierarchyTreeModel& tree = window_->hierarchy().treeModel();
-  model_->selectPrims("/World/Player/Body", {"/World/Player/Body"});
+  model_->documents.selectPrims("/World/Player/Body", {"/World/Player/Body"});
   settle();
   const QModelIndex body = tree.indexForPath("/World/Player/Body");
   EXPECT_TRUE(view.selectionModel()->isRowSelected(body.row(), body.parent()));
@@ -231,8 +232,9 @@ TEST_F(EditorWindowTest, TheTreeFollowsSelectionsMadeElsewhereAndKeepsItsShapeAc
   view.setExpanded(tree.indexForPath("/Lights"), false);
 
   // The next stage no longer has the selected prim's branch.
-  model_->configuration.scenePath = writeScene("next.usda", stageJson(false));
-  model_->refresh();
+  const std::string next = writeScene("next.usda", stageJson(false));
+  model_->scope.current.update([&](editor::SharedClientScope& place) { place.scene = next; });
+  model_->stageRefresher.refresh();
   scheduler_.runUntilQuiet();
   settle();
   EXPECT_TRUE(model_->session.sceneSelection.get().paths.empty());
@@ -261,19 +263,19 @@ TEST_F(EditorWindowTest, TheStartupSheetCoversAHostedLaunchUntilTheProjectResolv
   EXPECT_FALSE(sheet.primaryButton()->isVisible());
 
   // An issue replaces the words and brings its actions; Retry starts the editor again.
-  model_->connectionIssue.set(
+  model_->startup.connectionIssue.set(
       editor::VelkConnectionIssue::classify(0, "server_error", false, {}, "boom"));
   EXPECT_EQ(sheet.title(), "Velk hit a server problem");
   ASSERT_TRUE(sheet.primaryButton()->isVisible());
   EXPECT_EQ(sheet.primaryButton()->text(), "Retry");
   EXPECT_FALSE(window.connectionBanner().isVisible()) << "the sheet alone tells a start-up issue";
-  const auto generation = model_->initialProjectResolutionGeneration;
+  const auto generation = model_->startup.initialProjectResolutionGeneration;
   sheet.primaryButton()->click();
-  EXPECT_EQ(model_->initialProjectResolutionGeneration, generation + 1);
-  EXPECT_FALSE(model_->connectionIssue.get().has_value());
+  EXPECT_EQ(model_->startup.initialProjectResolutionGeneration, generation + 1);
+  EXPECT_FALSE(model_->startup.connectionIssue.get().has_value());
   EXPECT_EQ(sheet.title(), "Opening Project");
 
-  model_->initialProjectResolved.set(true);
+  model_->startup.initialProjectResolved.set(true);
   EXPECT_FALSE(sheet.isVisible());
 
   // The account button offers sign-in; a callback link signs in and it offers to log out.
@@ -285,11 +287,23 @@ TEST_F(EditorWindowTest, TheStartupSheetCoversAHostedLaunchUntilTheProjectResolv
   account->menu()->actions()[0]->trigger();
   EXPECT_EQ(model_->status.get(), "Could not open a browser for Velk sign-in") << "no browser here";
   model_->handleIncomingURL("velk://auth-callback?token=t&displayName=Ann");
+  // No sign-in was started here (no browser answered), so the window asks before it applies.
+  QMessageBox* question = window.signInQuestion();
+  ASSERT_NE(question, nullptr);
+  EXPECT_TRUE(question->text().contains("http://127.0.0.1:9")) << question->text().toStdString();
+  EXPECT_EQ(account->text(), "Not signed in");
+  QAbstractButton* apply = nullptr;
+  for (QAbstractButton* button : question->buttons()) {
+    if (question->buttonRole(button) == QMessageBox::AcceptRole) apply = button;
+  }
+  ASSERT_NE(apply, nullptr);
+  apply->click();
+  EXPECT_EQ(window.signInQuestion(), nullptr);
   EXPECT_EQ(account->text(), "Ann");
   ASSERT_EQ(account->menu()->actions().size(), 1);
   EXPECT_EQ(account->menu()->actions()[0]->text(), "Log Out");
   account->menu()->actions()[0]->trigger();
-  EXPECT_FALSE(model_->isVelkSignedIn());
+  EXPECT_FALSE(model_->account.isVelkSignedIn());
   EXPECT_EQ(account->text(), "Not signed in");
 }
 
@@ -306,17 +320,17 @@ TEST_F(EditorWindowTest, AFailedLoadShowsABannerWhoseRetryAndDismissWork) {
 
   // Retry asks the inspector again; this time the scene is good.
   writeScene("broken.usda", stageJson());
-  const auto generation = model_->refreshGeneration;
+  const auto generation = model_->stageRefresher.refreshGeneration;
   banner.retryButton()->click();
-  EXPECT_EQ(model_->refreshGeneration, generation + 1);
+  EXPECT_EQ(model_->stageRefresher.refreshGeneration, generation + 1);
   EXPECT_FALSE(banner.isVisible());
   scheduler_.runUntilQuiet();
   EXPECT_EQ(rootNames(), (QStringList{"World", "Lights"}));
 
-  model_->connectionIssue.set(editor::VelkConnectionIssue::classify(0, "", false, {}, "again"));
+  model_->startup.connectionIssue.set(editor::VelkConnectionIssue::classify(0, "", false, {}, "again"));
   ASSERT_TRUE(banner.isVisible());
   banner.dismissButton()->click();
-  EXPECT_FALSE(model_->connectionIssue.get().has_value());
+  EXPECT_FALSE(model_->startup.connectionIssue.get().has_value());
   EXPECT_FALSE(banner.isVisible());
   EXPECT_EQ(rootNames(), (QStringList{"World", "Lights"})) << "dismissing keeps the stage";
 }
@@ -343,7 +357,7 @@ TEST_F(EditorWindowTest, TheProjectPaneGroupsTheFolderAndPointsTheInspectorAtAPi
 
   // The picker regroups by folder and the choice is the model's, kept between runs.
   window_->project().organizationPicker().setCurrentIndex(1);
-  EXPECT_EQ(model_->projectAssetBrowserOrganization.get(),
+  EXPECT_EQ(model_->viewPreferences.projectAssetBrowserOrganization.get(),
             editor::ProjectAssetBrowserOrganization::folders);
   EXPECT_EQ(groups(), (QStringList{"Project: notes.txt scene.usda", "textures: Brick.PNG"}))
       << groups().join(" | ").toStdString();
@@ -364,7 +378,7 @@ TEST_F(EditorWindowTest, TheProjectPaneGroupsTheFolderAndPointsTheInspectorAtAPi
 
   // The asset disappears from the folder: the pane drops its row on the next listing.
   fs::remove(folder_ / "textures/Brick.PNG");
-  model_->refreshProjectData(true);
+  model_->projectData.refreshProjectData(true);
   scheduler_.runUntilQuiet();
   settle();
   EXPECT_EQ(groups(), (QStringList{"Project: notes.txt scene.usda"}));

@@ -67,7 +67,7 @@ TEST_F(OrvanUsdEditorAppTest, TheUpdaterStartsOnceThreeSecondsAfterTheWindowShow
   auto app = makeApp({});
   EXPECT_EQ(updater_.starts, 0) << "created without starting";
   app->show();
-  EXPECT_EQ(app->model().refreshGeneration, 1u) << "the window's first showing starts the editor";
+  EXPECT_EQ(app->model().stageRefresher.refreshGeneration, 1u) << "the window's first showing starts the editor";
   scheduler_.advanceBy(2999ms);
   EXPECT_EQ(updater_.starts, 0);
   scheduler_.advanceBy(1ms);

@@ -1,21 +1,17 @@
 #include "Application/EditorModel.h"
 
-#include <sys/random.h>
-
 #include <cstdio>
 
 #include <spdlog/spdlog.h>
 
 #include "Application/StartupPresentation.h"
-#include "Application/UserDefaultsKeys.h"
 #include "Foundation/JsonDecoder.h"
-#include "Foundation/JsonEncoder.h"
-#include "Foundation/Logging.h"
 #include "Foundation/Text.h"
 #include "Foundation/UrlComponents.h"
+#include "Launch/HostedProjectLaunchScope.h"
+#include "Launch/UserDefaultsKeys.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/ProcessLauncher.h"
-#include "ProjectsAndWorkspaces/VelkSessionTokenStore.h"
 
 namespace orvan::editor {
 
@@ -34,15 +30,25 @@ std::string lowerCaseUuid(const RandomBytes& random) {
   return text;
 }
 
-// Writes an observable preference back at each change.
-template <class T, class Write>
-Subscription bindPreference(Observable<T>& value, Write write) {
-  return value.subscribe([write](const T& current) { write(current); });
+// Two default editors never share a client identity; a given `--client-id` stays as it is.
+EditorConfiguration withUniqueClientId(EditorConfiguration configuration, const RandomBytes& random) {
+  if (configuration.clientId == "native-editor" || configuration.clientId.empty()) {
+    configuration.clientId = "native-editor-" + lowerCaseUuid(random);
+  }
+  return configuration;
 }
 
-}  // namespace
-
-namespace {
+// The place remembered for the launch's server, if any.
+std::optional<HostedProjectLaunchScope> storedLaunchScope(PreferencesStore& preferences,
+                                                          const std::string& serverURL) {
+  const auto data = preferences.data(defaults::kHostedLaunchScopes);
+  if (!data) return std::nullopt;
+  const auto scopes = decodeJson<HostedProjectLaunchScopes>(*data);
+  if (!scopes.ok()) return std::nullopt;
+  const auto found = scopes->find(launchScopeServerKey(serverURL));
+  if (found == scopes->end()) return std::nullopt;
+  return found->second;
+}
 
 AgentPromptController::Ports agentPromptPorts(const EditorModelPorts& ports) {
   ProcessLauncher& launcher = ports.processes;
@@ -65,278 +71,226 @@ AgentPromptController::Ports agentPromptPorts(const EditorModelPorts& ports) {
 
 }  // namespace
 
+// Construction, in order: the view preferences; the remembered place merged with the launch
+// arguments; who this editor is; a unique client id; the session of this server and the launch
+// revision; the diagnostics switches; a first document of the empty stage; the edit helper.
 EditorModel::EditorModel(EditorConfiguration launchConfiguration, EditorModelPorts ports)
-    : configuration(std::move(launchConfiguration)),
-      session(agentPromptPorts(ports)),
-      ports_(std::move(ports)) {
-  // 1. Initial values, and the view preferences kept between runs.
-  readViewPreferences();
-  bindViewPreferences();
-  // 2-3. The remembered place on this server, merged with the launch arguments.
-  applyRememberedLaunchScope();
-  projectId.set(configuration.projectId);
-  // 4. Who this editor is.
-  initializeIdentity();
-  // 5. A unique client identity per run, unless one was given.
-  makeClientIdUnique();
-  // 6. The session of this server, and the launch revision.
-  loadSessionToken();
+    : ports_(std::move(ports)),
+      launchClientId_(launchConfiguration.clientId),
+      configuration(withUniqueClientId(std::move(launchConfiguration), ports_.randomBytes)),
+      scope(launchScope(configuration, storedLaunchScope(ports_.preferences, configuration.projectServerURL))),
+      timing(EditorTiming::fromEnvironment()),
+      session(agentPromptPorts(ports_)),
+      viewPreferences(ports_.preferences),
+      identity({ports_.main, ports_.preferences, ports_.randomBytes, ports_.accountFullName, launchClientId_}),
+      server({ports_.main, ports_.http, configuration, scope, startup, identity.userId}),
+      documents({ports_.main, ports_.background, stage, session, clientDocument, presentation, timing}),
+      projectData({ports_.main, ports_.background, scope, startup, server, status, stage, documents, timing}),
+      stageRefresher({ports_.main, ports_.background, ports_.processes, configuration, scope, startup, server,
+                      projectData, documents, stage, revision, status, timing}),
+      account({ports_.main, ports_.secrets, ports_.openURL, configuration, scope, startup, server, stageRefresher,
+               projectData, documents, status}),
+      projects({ports_.main, ports_.preferences, scope, startup, server, stageRefresher, account},
+               WorkspacePresentationSnapshot{scope.transportWorkspace(), {}}) {
+  connectParts();
+  account.loadSessionToken();
   revision.set(configuration.revision);
-  // 7. Diagnostics switches.
-  projectTimingEnabled = isDiagnosticFlagEnabled("ORVAN_PROJECT_SWITCH_TIMING");
-  if (const char* target = std::getenv("ORVAN_PROFILE_OPEN_PROJECT_AFTER_START")) {
-    projectSwitchProfileTarget = target;
-  }
-  timingLogsEnabled = isDiagnosticFlagEnabled("ORVAN_GIZMO_TIMING");
-  // 8. The workspace being opened.
-  currentWorkspace = configuration.workspace.empty() ? "main" : configuration.workspace;
-  // 9. A first document, of the empty stage, for every reader.
-  retire(clientDocument.publish(EditorClientDocumentState::makeSnapshot(stage.get(), projectAssets),
-                                true, true));
-  rebuildPresentationIndex();
-  // 10. Start the edit helper while the window is still opening, when there is a scene for it.
+  documents.publishInitialDocument();
   prewarmPersistentEditClientIfPossible();
 }
 
 EditorModel::~EditorModel() = default;
 
-// ---- Preferences
-
-void EditorModel::readViewPreferences() {
-  PreferencesStore& preferences = ports_.preferences;
-  hierarchyOrder.set(preferences.string(defaults::kHierarchyOrder) == "scene"
-                         ? HierarchyOrder::scene
-                         : HierarchyOrder::alphabetical);
-  showHierarchyStatus.set(preferences.boolean(defaults::kShowHierarchyStatus).value_or(false));
-  showFakeAssetSettings.set(preferences.boolean(defaults::kShowFakeAssetSettings).value_or(false));
-  projectAssetBrowserOrganization.set(
-      preferences.string(defaults::kProjectAssetBrowserOrganization) == "folders"
-          ? ProjectAssetBrowserOrganization::folders
-          : ProjectAssetBrowserOrganization::typeAndClass);
-  snapEnabled.set(preferences.boolean(defaults::kSnapEnabled).value_or(false));
-  snapSurfaceMode.set(preferences.boolean(defaults::kSnapSurfaceMode).value_or(false));
-  snapBoundsPlacement.set(preferences.boolean(defaults::kSnapBoundsPlacement).value_or(false));
-  snapAlignToSurface.set(preferences.boolean(defaults::kSnapAlignToSurface).value_or(false));
-}
-
-void EditorModel::bindViewPreferences() {
-  PreferencesStore& preferences = ports_.preferences;
-  auto keepBool = [&](Observable<bool>& value, std::string_view key) {
-    preferenceBindings_.push_back(bindPreference(
-        value, [&preferences, key](bool current) { (void)preferences.setBoolean(key, current); }));
+// The parts tell each other what happened through these few hooks; everything else they reach
+// through the stores and parts below them.
+void EditorModel::connectParts() {
+  identity.hooks.identityChanged = [this] {
+    retirePersistentEditClient();
+    stopToolWatcher();
+    startToolWatcher();
   };
-  keepBool(showHierarchyStatus, defaults::kShowHierarchyStatus);
-  keepBool(showFakeAssetSettings, defaults::kShowFakeAssetSettings);
-  keepBool(snapEnabled, defaults::kSnapEnabled);
-  keepBool(snapSurfaceMode, defaults::kSnapSurfaceMode);
-  keepBool(snapBoundsPlacement, defaults::kSnapBoundsPlacement);
-  keepBool(snapAlignToSurface, defaults::kSnapAlignToSurface);
-  preferenceBindings_.push_back(bindPreference(hierarchyOrder, [&preferences](HierarchyOrder order) {
-    (void)preferences.setString(defaults::kHierarchyOrder,
-                                order == HierarchyOrder::scene ? "scene" : "alphabetical");
-  }));
-  preferenceBindings_.push_back(bindPreference(
-      projectAssetBrowserOrganization, [&preferences](ProjectAssetBrowserOrganization organization) {
-        (void)preferences.setString(
-            defaults::kProjectAssetBrowserOrganization,
-            organization == ProjectAssetBrowserOrganization::folders ? "folders" : "typeAndClass");
-      }));
-}
-
-// ---- Launch scope
-
-std::optional<HostedProjectLaunchScope> EditorModel::storedLaunchScope() const {
-  const auto data = ports_.preferences.data(defaults::kHostedLaunchScopes);
-  if (!data) return std::nullopt;
-  const auto scopes = decodeJson<HostedProjectLaunchScopes>(*data);
-  if (!scopes.ok()) return std::nullopt;
-  const auto found = scopes->find(launchScopeServerKey(configuration.projectServerURL));
-  if (found == scopes->end()) return std::nullopt;
-  return found->second;
-}
-
-void EditorModel::applyRememberedLaunchScope() {
-  editor::applyRememberedLaunchScope(configuration, storedLaunchScope());
-}
-
-void EditorModel::rememberHostedProjectLaunchScope() {
-  const std::string scene = hostedScenePath(configuration.scenePath);
-  if (isBlank(configuration.projectServerURL) || isBlank(projectId.get()) || isBlank(scene)) return;
-  HostedProjectLaunchScopes scopes;
-  if (const auto data = ports_.preferences.data(defaults::kHostedLaunchScopes)) {
-    if (auto stored = decodeJson<HostedProjectLaunchScopes>(*data); stored.ok()) {
-      scopes = std::move(*stored);
-    }
-  }
-  scopes[launchScopeServerKey(configuration.projectServerURL)] = HostedProjectLaunchScope{
-      projectId.get(), configuration.projectPath, scene,
-      currentWorkspace.empty() ? "main" : currentWorkspace};
-  (void)ports_.preferences.setData(defaults::kHostedLaunchScopes, encodeJson(scopes));
-}
-
-std::string EditorModel::hostedScenePath(std::string_view scene) const {
-  return editor::hostedScenePath(scene, configuration.projectPath);
-}
-
-// ---- Identity and session at construction
-
-void EditorModel::makeClientIdUnique() {
-  if (configuration.clientId == "native-editor" || configuration.clientId.empty()) {
-    configuration.clientId = "native-editor-" + lowerCaseUuid(ports_.randomBytes);
-  }
-}
-
-void EditorModel::loadSessionToken() {
-  velkSessionToken = VelkSessionTokenStore::load(ports_.secrets, configuration.projectServerURL);
-}
-
-// ---- Derived state
-
-bool EditorModel::hasProjectServerContext() const {
-  return !isBlank(projectId.get()) || !isBlank(configuration.projectPath) ||
-         !isBlank(configuration.scenePath);
-}
-
-std::string EditorModel::transportWorkspace() const {
-  return currentWorkspace.empty() ? "main" : currentWorkspace;
-}
-
-bool EditorModel::hasCompleteHostedLaunchScope() const {
-  const SharedClientScope scope{configuration.projectServerURL, projectId.get(),
-                                configuration.projectPath, hostedScenePath(configuration.scenePath),
-                                transportWorkspace(), activeLayerIdentifier};
-  if (!SharedScopeSwitchCoordinator::hasRenderScope(scope)) return false;
-  if (isBlank(configuration.projectServerURL)) return true;
-  if (isBlank(projectId.get())) return true;
-  if (!isBlank(configuration.projectPath)) return true;
-  return hasPrefix(configuration.scenePath, "/");
-}
-
-bool EditorModel::isStartupBlocking() const {
-  if (isBlank(configuration.remoteStageURL)) return false;
-  return !initialProjectResolved.get();
-}
-
-std::string EditorModel::projectLabel() const {
-  return editor::projectLabel({.projectConnectionInFlight = projectConnectionInFlight,
-                               .seamlessWorkspaceTransitionInFlight = seamlessWorkspaceTransitionInFlight,
-                               .projectTransitionMessage = projectTransitionMessage,
-                               .stageSceneUri = currentStage().sceneUri,
-                               .remoteStageURL = configuration.remoteStageURL,
-                               .scenePath = configuration.scenePath});
-}
-
-std::string EditorModel::projectLoadingMessage() const {
-  return editor::projectLoadingMessage(
-      {.seamlessWorkspaceTransitionInFlight = seamlessWorkspaceTransitionInFlight,
-       .projectConnectionInFlight = projectConnectionInFlight,
-       .stageRefreshInFlight = stageRefreshInFlight,
-       .projectTransitionMessage = projectTransitionMessage});
-}
-
-void EditorModel::configureRuntimeForProjectServerIfNeeded() {
-  if (isBlank(configuration.projectServerURL)) return;
-  if (isBlank(configuration.remoteStageURL)) {
-    if (auto stageURL = projectServerAPIURL("/api/stage")) configuration.remoteStageURL = *stageURL;
-  }
-  if (auto derived = configuration.projectServerDerivedAuthoringAddress()) {
-    configuration.address = *derived;
-  }
-}
-
-void EditorModel::projectTiming(std::string_view text) const {
-  if (!projectTimingEnabled) return;
-  std::string line = "Velk project timing";
-  if (projectSwitchTimingStartedAt) {
-    char since[48];
-    std::snprintf(since, sizeof since, " t=%.3fs",
-                  std::chrono::duration<double>(ports_.main.now() - *projectSwitchTimingStartedAt).count());
-    line += since;
-  }
-  spdlog::info("{}: {}", line, text);
+  projectData.hooks.projectApplied = [this](const ProjectResponse& project) {
+    if (project.profiles) identity.applyUserProfiles(*project.profiles);
+    projects.applyProjectWorkspaceState(project);
+  };
+  projectData.hooks.projectFailed = [this](const std::string& message) {
+    projects.workspaceCatalogLoading = false;
+    projects.workspaceCatalogError = message;
+  };
+  projectData.hooks.signInRequired = [this](const std::string& token) { account.requireVelkSignIn(token); };
+  stageRefresher.hooks.signInRequired = [this] { account.requireVelkSignIn(); };
+  account.hooks.signedIn = [this] {
+    projects.refreshHostedProjects();
+    startInitialRefresh();
+  };
+  account.hooks.signedOut = [this] { projects.hostedProjects.clear(); };
+  account.hooks.sessionEnded = [this] {
+    projects.workspaceCatalogLoading = false;
+    projects.workspaceCatalogError = "Sign in to load workspaces.";
+  };
+  account.hooks.userColorChosen = [this](const std::string& color) { identity.applyAccountColor(color); };
+  account.hooks.userIdentified = [this](std::optional<std::string> name, std::optional<std::string> id,
+                                        std::optional<std::string> color, bool syncRemote) {
+    identity.setUserIdentity(std::move(name), std::move(id), std::move(color), syncRemote);
+  };
+  projects.hooks.projectChosen = [this] { retirePersistentEditClient(); };
 }
 
 // ---- Start-up
 
+bool EditorModel::hasCompleteHostedLaunchScope() const {
+  if (!SharedScopeSwitchCoordinator::hasRenderScope(scope.sharedScope())) return false;
+  if (isBlank(scope.projectServerURL())) return true;
+  if (isBlank(scope.projectId())) return true;
+  if (!isBlank(scope.projectPath())) return true;
+  return hasPrefix(scope.scenePath(), "/");
+}
+
+bool EditorModel::isStartupBlocking() const {
+  if (isBlank(server.addresses.remoteStageURL)) return false;
+  return !startup.initialProjectResolved.get();
+}
+
+std::string EditorModel::projectLabel() const {
+  return editor::projectLabel({.projectConnectionInFlight = scope.projectConnectionInFlight,
+                               .seamlessWorkspaceTransitionInFlight = scope.seamlessWorkspaceTransitionInFlight,
+                               .projectTransitionMessage = scope.projectTransitionMessage,
+                               .stageSceneUri = currentStage().sceneUri,
+                               .remoteStageURL = server.addresses.remoteStageURL,
+                               .scenePath = scope.scenePath()});
+}
+
+std::string EditorModel::projectLoadingMessage() const {
+  return editor::projectLoadingMessage(
+      {.seamlessWorkspaceTransitionInFlight = scope.seamlessWorkspaceTransitionInFlight,
+       .projectConnectionInFlight = scope.projectConnectionInFlight,
+       .stageRefreshInFlight = stageRefresher.stageRefreshInFlight,
+       .projectTransitionMessage = scope.projectTransitionMessage});
+}
+
 void EditorModel::startInitialRefresh() {
   ORVAN_ASSERT_MAIN_THREAD(ports_.main);
-  configureRuntimeForProjectServerIfNeeded();
-  refreshCurrentVelkProfile();
-  if (!projectSwitchProfileTarget.empty()) refreshHostedProjects();
-  if (isBlank(configuration.remoteStageURL)) {
+  server.configureRuntimeForProjectServerIfNeeded();
+  account.refreshCurrentVelkProfile();
+  if (!timing.projectSwitchProfileTarget.empty()) projects.refreshHostedProjects();
+  if (isBlank(server.addresses.remoteStageURL)) {
     // Local: the inspector helper composes the stage; nothing needs resolving first.
-    initialProjectResolved.set(true);
-    refresh();
+    startup.initialProjectResolved.set(true);
+    stageRefresher.refresh();
     return;
   }
   // Hosted: the project must be resolved before the viewport and the stage may start.
-  const std::uint64_t generation = ++initialProjectResolutionGeneration;
-  const std::string launchScene = trimmed(configuration.scenePath);
+  const std::uint64_t generation = ++startup.initialProjectResolutionGeneration;
+  const std::string launchScene = trimmed(scope.scenePath());
   const bool completeScope = hasCompleteHostedLaunchScope();
-  initialProjectResolved.set(completeScope);
-  initialProjectResponsive = false;
-  initialProjectError.clear();
-  initialProjectNeedsSignIn = false;
-  const std::uint64_t serial = session.applySceneSelection("", {}, true);
-  presentation.showSceneSelection("", {});
-  session.replaceSceneSelectionSnapshot(EditorSelectionSnapshot::empty(), serial);
-  storeStage(PreparedStage::empty());
-  projectAssets.clear();
-  scheduleClientDocumentRebuild(false, true);
-  stageRefreshInFlight = true;
-  setWorkspaceState(currentWorkspace.empty() ? "main" : currentWorkspace, {}, true);
-  workspaceCatalogLoading = true;
-  workspaceCatalogError.clear();
+  startup.initialProjectResolved.set(completeScope);
+  startup.initialProjectResponsive = false;
+  startup.initialProjectError.clear();
+  startup.initialProjectNeedsSignIn = false;
+  documents.clearSceneSelection();
+  stageRefresher.storeStage(PreparedStage::empty());
+  documents.projectAssets.clear();
+  documents.scheduleClientDocumentRebuild(false, true);
+  stageRefresher.stageRefreshInFlight = true;
+  projects.setWorkspaceState(scope.transportWorkspace(), {}, true);
+  projects.workspaceCatalogLoading = true;
+  projects.workspaceCatalogError.clear();
   status.set("Loading project");
   if (completeScope) {
     // Stage and workspace catalogue load side by side; no project list is needed.
-    refreshWorkspaceCatalog();
-    refresh();
+    projects.refreshWorkspaceCatalog();
+    stageRefresher.refresh();
     return;
   }
   const WeakLifetime weak = lifetime_.weak();
-  resolveCurrentHostedProjectBeforeStartup(
+  projects.resolveCurrentHostedProjectBeforeStartup(
       generation, [this, weak, generation, launchScene](HostedProjectResolution outcome) {
-        if (!weak.isAlive() || generation != initialProjectResolutionGeneration) return;
-        if (initialProjectNeedsSignIn) {
-          initialProjectResolved.set(false);  // the sign-in sheet stays
+        if (!weak.isAlive() || generation != startup.initialProjectResolutionGeneration) return;
+        if (startup.initialProjectNeedsSignIn) {
+          startup.initialProjectResolved.set(false);  // the sign-in sheet stays
           return;
         }
         switch (outcome) {
           case HostedProjectResolution::none:
           case HostedProjectResolution::stale:
-            initialProjectResolved.set(true);
+            startup.initialProjectResolved.set(true);
             return;
           case HostedProjectResolution::chosen:
-            initialProjectResolved.set(true);
+            startup.initialProjectResolved.set(true);
             // A resolution that merely confirmed the scene the launch asked for starts nothing.
-            if (launchScene.empty() || trimmed(configuration.scenePath) != launchScene) refresh();
+            if (launchScene.empty() || trimmed(scope.scenePath()) != launchScene) stageRefresher.refresh();
             return;
           case HostedProjectResolution::failed:
-            initialProjectResolved.set(!launchScene.empty());
+            startup.initialProjectResolved.set(!launchScene.empty());
             return;
         }
       });
 }
 
+void EditorModel::performConnectionAction(VelkConnectionAction action) {
+  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
+  switch (action) {
+    case VelkConnectionAction::retry:
+      startup.connectionIssue.set(std::nullopt);
+      startInitialRefresh();
+      return;
+    case VelkConnectionAction::none:
+      return;
+    case VelkConnectionAction::chooseProject:
+      projects.markStartupResolvedWithoutProject();
+      return;
+    case VelkConnectionAction::login:
+      account.signInToVelk();
+      return;
+    case VelkConnectionAction::requestAccess:
+      spdlog::info("connection action {} is not available in this build", static_cast<int>(action));
+      return;
+  }
+}
+
+void EditorModel::dismissConnectionIssue() { startup.connectionIssue.set(std::nullopt); }
+
+// ---- Links
+
+void EditorModel::handleIncomingURL(const std::string& url) {
+  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
+  if (const std::optional<UrlComponents> parts = UrlComponents::parse(url)) {
+    const std::string scheme = lowercased(parts->scheme);
+    const std::string host = lowercased(parts->host);
+    if (scheme == "velk" || scheme == "orvan") {
+      if (host == "setup-agent") {
+        spdlog::info("agent set-up links are not handled by this build");
+        return;
+      }
+      if (host == "auth-callback") {
+        account.handleVelkAuthCallback(*parts);
+        return;
+      }
+    }
+  }
+  openProjectLink(url);
+}
+
+void EditorModel::openProjectLink(const std::string& url) {
+  // Project links join with project switching; until then they are noted and left alone.
+  (void)url;
+  spdlog::info("project links are not opened by this build yet");
+}
+
 // ---- Authoring seams
 
-std::string EditorModel::activeLayerForPrewarm() const { return activeLayerIdentifier; }
-
 void EditorModel::prewarmPersistentEditClientIfPossible() {
-  if (!isBlank(configuration.projectId) && isBlank(configuration.projectPath) &&
-      !hasPrefix(configuration.scenePath, "/")) {
+  if (!isBlank(scope.projectId()) && isBlank(scope.projectPath()) && !hasPrefix(scope.scenePath(), "/")) {
     return;  // no scene to connect to yet
   }
-  persistentEditClient = PersistentEditClientSettings{
-      configuration.resolvedPath(configuration.editClientPath),
-      configuration.address,
-      userId.get(),
-      configuration.clientId,
-      configuration.scenePath,
-      currentWorkspace,
-      activeLayerForPrewarm(),
-      velkSessionToken};
+  persistentEditClient = PersistentEditClientSettings{configuration.resolvedPath(configuration.editClientPath),
+                                                      server.addresses.authoringAddress,
+                                                      identity.userId.get(),
+                                                      configuration.clientId,
+                                                      scope.scenePath(),
+                                                      scope.currentWorkspace(),
+                                                      scope.activeLayerIdentifier(),
+                                                      server.velkSessionToken};
 }
 
 void EditorModel::retirePersistentEditClient() { persistentEditClient.reset(); }

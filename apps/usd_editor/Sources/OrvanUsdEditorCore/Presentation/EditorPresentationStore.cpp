@@ -74,10 +74,4 @@ void EditorPresentationStore::reconcileSelectionAfterDataUpdate() {
   inspectorRecord.set(std::move(record));
 }
 
-void EditorPresentationStore::showSceneSelection(const std::string& primaryPath,
-                                                 const std::vector<std::string>& paths) {
-  selectedPrimPath.set(primaryPath);
-  selectedPrimPaths.set(paths);
-}
-
 }  // namespace orvan::editor

@@ -9,9 +9,9 @@
 #include <variant>
 #include <vector>
 
-#include "Application/EditorSessionState.h"
 #include "Foundation/Observable.h"
 #include "Presentation/EditorClientDocument.h"
+#include "Presentation/ProjectAssetSelection.h"
 
 namespace orvan::editor {
 
@@ -51,8 +51,6 @@ class EditorPresentationStore {
  public:
   Observable<std::optional<ProjectAssetSelection>> selectedAsset;
   Observable<std::optional<InspectorPresentationRecord>> inspectorRecord;
-  Observable<std::string> selectedPrimPath;
-  Observable<std::vector<std::string>> selectedPrimPaths;
 
   std::unordered_map<std::string, ProjectAssetPresentationRecord> projectAssetRecordsByPath;
   std::unordered_map<std::string, MaterialPresentationRecord> materialRecordsByPath;
@@ -67,8 +65,6 @@ class EditorPresentationStore {
   void rebuild(std::shared_ptr<const EditorClientDocumentSnapshot> document);
   // A selected asset whose record has gone is cleared; the inspector's record is read anew.
   void reconcileSelectionAfterDataUpdate();
-  // Mirrors the scene selection for readers of this store.
-  void showSceneSelection(const std::string& primaryPath, const std::vector<std::string>& paths);
 
  private:
   std::optional<InspectorPresentationRecord> recordFor(const ProjectAssetSelection& selection) const;

@@ -4,7 +4,7 @@
 #include <memory>
 #include <optional>
 
-#include "ProjectsAndWorkspaces/SharedClientScope.h"
+#include "Launch/SharedClientScope.h"
 #include "velk_client_state_bridge.h"
 
 namespace orvan::editor {

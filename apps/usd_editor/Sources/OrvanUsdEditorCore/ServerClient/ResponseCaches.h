@@ -8,7 +8,7 @@
 #include <string_view>
 #include <unordered_map>
 
-#include "ProjectsAndWorkspaces/SharedClientScope.h"
+#include "Launch/SharedClientScope.h"
 #include "ServerClient/Records/ProjectResponse.h"
 #include "ServerClient/Records/StageInspection.h"
 

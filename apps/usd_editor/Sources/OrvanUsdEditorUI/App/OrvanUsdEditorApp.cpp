@@ -52,9 +52,9 @@ std::vector<std::string> urlsAmong(const std::vector<std::string>& arguments) {
 // A local stage is settled once its first load ended either way. A hosted one has nothing more
 // to wait for in this build once start-up has begun.
 bool readyForScreenshot(const editor::EditorModel& model) {
-  if (!editor::trimWhitespaceAndNewlines(model.configuration.remoteStageURL).empty())
+  if (!editor::trimWhitespaceAndNewlines(model.server.addresses.remoteStageURL).empty())
     return true;
-  return model.refreshGeneration > 0 && !model.stageRefreshInFlight;
+  return model.stageRefresher.refreshGeneration > 0 && !model.stageRefresher.stageRefreshInFlight;
 }
 
 // The real adapters. Declaration order is destruction order reversed: the thread pool goes first

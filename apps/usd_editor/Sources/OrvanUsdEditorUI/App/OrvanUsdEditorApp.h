@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "Application/EditorConfiguration.h"
+#include "Launch/EditorConfiguration.h"
 #include "Foundation/Task.h"
 #include "OrvanUsdEditorUI/App/IncomingUrlQueue.h"
 

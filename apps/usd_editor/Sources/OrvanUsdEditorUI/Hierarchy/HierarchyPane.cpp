@@ -171,7 +171,7 @@ void HierarchyPane::selectionChangedInView() {
   const editor::SceneSelectionState& shown = model_.session.sceneSelection.get();
   if (shown.primaryPath == primary && shown.paths == paths)
     return;
-  model_.selectPrims(std::move(primary), std::move(paths));
+  model_.documents.selectPrims(std::move(primary), std::move(paths));
 }
 
 }  // namespace orvan::ui

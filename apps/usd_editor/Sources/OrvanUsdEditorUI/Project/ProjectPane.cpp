@@ -60,7 +60,7 @@ ProjectPane::ProjectPane(editor::EditorModel& model, QWidget* parent)
   layout->addWidget(body, 1);
 
   connect(organization_, &QComboBox::currentIndexChanged, this, [this](int index) {
-    model_.projectAssetBrowserOrganization.set(
+    model_.viewPreferences.projectAssetBrowserOrganization.set(
         static_cast<editor::ProjectAssetBrowserOrganization>(organization_->itemData(index).toInt()));
   });
   connect(tree_, &QTreeWidget::itemSelectionChanged, this, [this] { selectionChangedInView(); });
@@ -68,7 +68,7 @@ ProjectPane::ProjectPane(editor::EditorModel& model, QWidget* parent)
   subscriptions_.push_back(
       model_.clientDocument.projectProjection.revision.subscribe([this](const auto&) { rebuild(); }));
   subscriptions_.push_back(
-      model_.projectAssetBrowserOrganization.subscribe([this](const auto&) { rebuild(); }));
+      model_.viewPreferences.projectAssetBrowserOrganization.subscribe([this](const auto&) { rebuild(); }));
   subscriptions_.push_back(
       model_.session.projectAssetSelection.subscribe([this](const auto&) { showSelection(); }));
   rebuild();
@@ -81,7 +81,7 @@ QString ProjectPane::emptyStateText() const {
 }
 
 void ProjectPane::rebuild() {
-  const auto organization = model_.projectAssetBrowserOrganization.get();
+  const auto organization = model_.viewPreferences.projectAssetBrowserOrganization.get();
   const int pickerIndex = organization_->findData(static_cast<int>(organization));
   if (pickerIndex != organization_->currentIndex()) {
     const QSignalBlocker quiet(organization_);
@@ -136,7 +136,7 @@ void ProjectPane::selectionChangedInView() {
   const auto selected = tree_->selectedItems();
   if (selected.isEmpty()) return;
   const QString path = selected.front()->data(0, kPathRole).toString();
-  if (!path.isEmpty()) model_.selectProjectAsset(path.toStdString());
+  if (!path.isEmpty()) model_.documents.selectProjectAsset(path.toStdString());
 }
 
 }  // namespace orvan::ui

@@ -6,7 +6,7 @@
 #include <algorithm>
 
 #include "Application/EditorModel.h"
-#include "Application/UserDefaultsKeys.h"
+#include "Launch/UserDefaultsKeys.h"
 #include "Foundation/JsonEncoder.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
@@ -56,18 +56,18 @@ TEST_F(EditorModelConstructionTest, DefaultClientIdBecomesUniquePerRunAndAGivenO
 TEST_F(EditorModelConstructionTest, IdentityIsMadeOnceAndKeptBetweenLaunches) {
   accountName_ = "  Ada Lovelace ";
   const auto first = makeModel(EditorConfiguration{});
-  EXPECT_EQ(first->userName.get(), "Ada Lovelace");
-  EXPECT_TRUE(first->userId.get().starts_with("user-"));
-  EXPECT_EQ(first->userId.get().size(), std::string("user-").size() + 16);
-  EXPECT_EQ(preferences_.string(defaults::kUserId), first->userId.get());
-  ASSERT_EQ(first->userProfiles.get().size(), 1u);
-  EXPECT_EQ(first->userProfiles.get()[0].displayName, "Ada Lovelace");
+  EXPECT_EQ(first->identity.userName.get(), "Ada Lovelace");
+  EXPECT_TRUE(first->identity.userId.get().starts_with("user-"));
+  EXPECT_EQ(first->identity.userId.get().size(), std::string("user-").size() + 16);
+  EXPECT_EQ(preferences_.string(defaults::kUserId), first->identity.userId.get());
+  ASSERT_EQ(first->identity.userProfiles.get().size(), 1u);
+  EXPECT_EQ(first->identity.userProfiles.get()[0].displayName, "Ada Lovelace");
 
   accountName_ = "Someone Else";
   const auto second = makeModel(EditorConfiguration{});
-  EXPECT_EQ(second->userName.get(), "Ada Lovelace") << "the stored name wins over the account";
-  EXPECT_EQ(second->userId.get(), first->userId.get());
-  EXPECT_EQ(second->userColor.get(), first->userColor.get());
+  EXPECT_EQ(second->identity.userName.get(), "Ada Lovelace") << "the stored name wins over the account";
+  EXPECT_EQ(second->identity.userId.get(), first->identity.userId.get());
+  EXPECT_EQ(second->identity.userColor.get(), first->identity.userColor.get());
 }
 
 TEST_F(EditorModelConstructionTest, StoredIdentityIsNormalisedAndProfilesKeepTheFirstOfEachId) {
@@ -82,10 +82,10 @@ TEST_F(EditorModelConstructionTest, StoredIdentityIsNormalisedAndProfilesKeepThe
   };
   (void)preferences_.setData(defaults::kUserProfiles, encodeJson(stored));
   const auto model = makeModel(EditorConfiguration{});
-  EXPECT_EQ(model->userId.get(), "ada-lovelace");
-  EXPECT_EQ(model->userColor.get(), "#abcdef");
-  EXPECT_EQ(model->userName.get(), "Native User") << "a blank name falls back";
-  const auto& profiles = model->userProfiles.get();
+  EXPECT_EQ(model->identity.userId.get(), "ada-lovelace");
+  EXPECT_EQ(model->identity.userColor.get(), "#abcdef");
+  EXPECT_EQ(model->identity.userName.get(), "Native User") << "a blank name falls back";
+  const auto& profiles = model->identity.userProfiles.get();
   ASSERT_EQ(profiles.size(), 2u);
   EXPECT_EQ(profiles[0].id, "ada-lovelace");
   EXPECT_EQ(profiles[0].displayName, "Native User") << "the current user's entry is current";
@@ -98,21 +98,21 @@ TEST_F(EditorModelConstructionTest, ChangingIdentityRetiresTheEditHelperAndUpdat
   configuration.scenePath = "/scenes/a.usda";
   const auto model = makeModel(configuration);
   ASSERT_TRUE(model->persistentEditClient.has_value()) << "a scene is known: the helper prewarms";
-  EXPECT_EQ(model->persistentEditClient->author, model->userId.get());
+  EXPECT_EQ(model->persistentEditClient->author, model->identity.userId.get());
 
-  model->setUserIdentity(std::string("  "), std::string("Grace Hopper!"), std::string("blue"),
+  model->identity.setUserIdentity(std::string("  "), std::string("Grace Hopper!"), std::string("blue"),
                          false);
-  EXPECT_EQ(model->userName.get(), "Native User");
-  EXPECT_EQ(model->userId.get(), "Grace-Hopper");
+  EXPECT_EQ(model->identity.userName.get(), "Native User");
+  EXPECT_EQ(model->identity.userId.get(), "Grace-Hopper");
   EXPECT_FALSE(model->persistentEditClient.has_value())
       << "the next edit starts a helper with the new author";
   EXPECT_EQ(preferences_.string(defaults::kUserId), "Grace-Hopper");
-  const auto& profiles = model->userProfiles.get();
+  const auto& profiles = model->identity.userProfiles.get();
   const auto mine = std::find_if(profiles.begin(), profiles.end(),
                                  [](const auto& profile) { return profile.id == "Grace-Hopper"; });
   ASSERT_NE(mine, profiles.end());
-  EXPECT_EQ(mine->color, model->userColor.get());
-  EXPECT_EQ(model->userInitial(), "N");
+  EXPECT_EQ(mine->color, model->identity.userColor.get());
+  EXPECT_EQ(model->identity.userInitial(), "N");
 }
 
 TEST_F(EditorModelConstructionTest, RememberedScopeIsReadPerServerAndWrittenBack) {
@@ -122,35 +122,35 @@ TEST_F(EditorModelConstructionTest, RememberedScopeIsReadPerServerAndWrittenBack
     configuration.projectPath = "/projects/one";
     configuration.scenePath = "scenes/main.usda";
     const auto model = makeModel(configuration);
-    EXPECT_EQ(model->configuration.scenePath, "/projects/one/scenes/main.usda");
-    model->currentWorkspace = "dev";
-    model->rememberHostedProjectLaunchScope();
+    EXPECT_EQ(model->scope.scenePath(), "/projects/one/scenes/main.usda");
+    model->projects.setWorkspaceState("dev", {}, false);
+    model->projects.rememberHostedProjectLaunchScope();
   }
   // A plain launch against the same server (spelled differently) comes back to that place.
   auto plain = hosted();
   plain.projectServerURL = "HTTPS://projects.example";
   const auto model = makeModel(plain);
-  EXPECT_EQ(model->projectId.get(), "p1");
-  EXPECT_EQ(model->configuration.projectPath, "/projects/one");
-  EXPECT_EQ(model->configuration.scenePath, "/projects/one/scenes/main.usda");
-  EXPECT_EQ(model->currentWorkspace, "dev");
+  EXPECT_EQ(model->scope.projectId(), "p1");
+  EXPECT_EQ(model->scope.projectPath(), "/projects/one");
+  EXPECT_EQ(model->scope.scenePath(), "/projects/one/scenes/main.usda");
+  EXPECT_EQ(model->scope.currentWorkspace(), "dev");
 
   // Another server has no remembered place.
   auto other = hosted();
   other.projectServerURL = "https://elsewhere.example";
-  EXPECT_EQ(makeModel(other)->projectId.get(), "");
+  EXPECT_EQ(makeModel(other)->scope.projectId(), "");
 
   // Undecodable data reads as nothing remembered.
   (void)preferences_.setData(defaults::kHostedLaunchScopes, "{not json");
-  EXPECT_EQ(makeModel(plain)->projectId.get(), "");
+  EXPECT_EQ(makeModel(plain)->scope.projectId(), "");
 }
 
 TEST_F(EditorModelConstructionTest, SessionTokenIsReadForTheServer) {
   VelkSessionTokenStore::save(secrets_, "token-1", "https://projects.example/editor");
-  EXPECT_EQ(makeModel(hosted())->velkSessionToken, "token-1");
+  EXPECT_EQ(makeModel(hosted())->server.velkSessionToken, "token-1");
   auto other = hosted();
   other.projectServerURL = "https://projects.example:8443";
-  EXPECT_EQ(makeModel(other)->velkSessionToken, "");
+  EXPECT_EQ(makeModel(other)->server.velkSessionToken, "");
 }
 
 TEST_F(EditorModelConstructionTest, ViewPreferencesAreReadAtStartAndWrittenAtEachChange) {
@@ -158,16 +158,16 @@ TEST_F(EditorModelConstructionTest, ViewPreferencesAreReadAtStartAndWrittenAtEac
   (void)preferences_.setBoolean(defaults::kSnapEnabled, true);
   (void)preferences_.setString(defaults::kProjectAssetBrowserOrganization, "bogus");
   const auto model = makeModel(EditorConfiguration{});
-  EXPECT_EQ(model->hierarchyOrder.get(), HierarchyOrder::scene);
-  EXPECT_TRUE(model->snapEnabled.get());
-  EXPECT_EQ(model->projectAssetBrowserOrganization.get(),
+  EXPECT_EQ(model->viewPreferences.hierarchyOrder.get(), HierarchyOrder::scene);
+  EXPECT_TRUE(model->viewPreferences.snapEnabled.get());
+  EXPECT_EQ(model->viewPreferences.projectAssetBrowserOrganization.get(),
             ProjectAssetBrowserOrganization::typeAndClass);
-  EXPECT_TRUE(model->showHierarchyPane.get());
-  EXPECT_FALSE(model->showLayerPane.get());
+  EXPECT_TRUE(model->viewPreferences.showHierarchyPane.get());
+  EXPECT_FALSE(model->viewPreferences.showLayerPane.get());
 
-  model->hierarchyOrder.set(HierarchyOrder::alphabetical);
-  model->snapAlignToSurface.set(true);
-  model->projectAssetBrowserOrganization.set(ProjectAssetBrowserOrganization::folders);
+  model->viewPreferences.hierarchyOrder.set(HierarchyOrder::alphabetical);
+  model->viewPreferences.snapAlignToSurface.set(true);
+  model->viewPreferences.projectAssetBrowserOrganization.set(ProjectAssetBrowserOrganization::folders);
   EXPECT_EQ(preferences_.string(defaults::kHierarchyOrder), "alphabetical");
   EXPECT_EQ(preferences_.boolean(defaults::kSnapAlignToSurface), true);
   EXPECT_EQ(preferences_.string(defaults::kProjectAssetBrowserOrganization), "folders");
@@ -176,13 +176,13 @@ TEST_F(EditorModelConstructionTest, ViewPreferencesAreReadAtStartAndWrittenAtEac
 TEST_F(EditorModelConstructionTest, HostedLaunchBlocksUntilResolvedAndLocalNeverDoes) {
   auto hostedModel = makeModel(hosted());
   hostedModel->startInitialRefresh();
-  EXPECT_TRUE(hostedModel->configuration.remoteStageURL.starts_with(
+  EXPECT_TRUE(hostedModel->server.addresses.remoteStageURL.starts_with(
       "https://Projects.Example/api/stage?workspace=main&clientId=native-editor-"))
-      << hostedModel->configuration.remoteStageURL;
+      << hostedModel->server.addresses.remoteStageURL;
   EXPECT_TRUE(hostedModel->isStartupBlocking()) << "no project yet: the sheet covers the window";
   EXPECT_FALSE(hostedModel->canLaunchViewport());
   EXPECT_EQ(hostedModel->status.get(), "Loading project");
-  EXPECT_EQ(hostedModel->configuration.address, "grpcs://Projects.Example:443")
+  EXPECT_EQ(hostedModel->server.addresses.authoringAddress, "grpcs://Projects.Example:443")
       << "a local authoring address follows the project server";
 
   EditorConfiguration local;

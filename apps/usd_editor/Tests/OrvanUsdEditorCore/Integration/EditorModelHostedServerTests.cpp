@@ -115,7 +115,7 @@ std::vector<std::string> rootNames(const EditorModel& model) {
 }
 
 bool listsAsset(const EditorModel& model, const std::string& path) {
-  for (const auto& asset : model.projectAssets)
+  for (const auto& asset : model.documents.projectAssets)
     if (asset.path == path) return true;
   return false;
 }
@@ -129,9 +129,9 @@ TEST_F(EditorModelHostedServerTest, APlainHostedLaunchResolvesTheProjectAndLoads
   ASSERT_TRUE(runUntil([&] {
     return !model.currentStage().rootPrims.empty() && listsAsset(model, "hello_world.usda");
   })) << "status: " << model.status.get();
-  EXPECT_TRUE(model.initialProjectResolved.get());
+  EXPECT_TRUE(model.startup.initialProjectResolved.get());
   EXPECT_FALSE(model.isStartupBlocking());
-  EXPECT_FALSE(model.connectionIssue.get().has_value());
+  EXPECT_FALSE(model.startup.connectionIssue.get().has_value());
   EXPECT_EQ(rootNames(model), (std::vector<std::string>{"World"}));
   EXPECT_EQ(model.projectLabel(), "hello_world.usda") << "the window is titled by the scene";
   EXPECT_TRUE(listsAsset(model, "assets/lamp_post.usda"));
@@ -139,10 +139,10 @@ TEST_F(EditorModelHostedServerTest, APlainHostedLaunchResolvesTheProjectAndLoads
 
   // A second stage refresh is answered from the server's cache with the same stage.
   const auto revision = model.revision.get();
-  const auto generation = model.refreshGeneration;
-  model.refresh();
-  ASSERT_TRUE(runUntil([&] { return !model.stageRefreshInFlight; }));
-  EXPECT_EQ(model.refreshGeneration, generation + 1);
+  const auto generation = model.stageRefresher.refreshGeneration;
+  model.stageRefresher.refresh();
+  ASSERT_TRUE(runUntil([&] { return !model.stageRefresher.stageRefreshInFlight; }));
+  EXPECT_EQ(model.stageRefresher.refreshGeneration, generation + 1);
   EXPECT_EQ(model.revision.get(), revision);
   EXPECT_EQ(rootNames(model), (std::vector<std::string>{"World"}));
 }
@@ -152,21 +152,21 @@ TEST_F(EditorModelHostedServerTest, ARefusedSessionSignsInThroughTheBrowserAndTh
   ASSERT_TRUE(server.error().empty()) << server.error();
 
   EditorModel& refused = startModel(server.url());
-  ASSERT_TRUE(runUntil([&] { return refused.connectionIssue.get().has_value(); }));
+  ASSERT_TRUE(runUntil([&] { return refused.startup.connectionIssue.get().has_value(); }));
   EXPECT_EQ(refused.status.get(), "Sign in to continue.");
-  EXPECT_EQ(refused.connectionIssue.get()->primaryAction, VelkConnectionAction::login);
+  EXPECT_EQ(refused.startup.connectionIssue.get()->primaryAction, VelkConnectionAction::login);
   EXPECT_TRUE(refused.currentStage().rootPrims.empty()) << "nothing of the project was shown";
 
   // The sheet's button opens the server's sign-in page; the browser comes back with a link.
-  refused.performConnectionAction(refused.connectionIssue.get()->primaryAction);
+  refused.performConnectionAction(refused.startup.connectionIssue.get()->primaryAction);
   ASSERT_EQ(opened_.size(), 1u);
   const std::string callback = followSignInPage(opened_[0]);
   ASSERT_TRUE(callback.starts_with("velk://auth-callback")) << callback;
   refused.handleIncomingURL(callback);
   ASSERT_TRUE(runUntil([&] { return !refused.currentStage().rootPrims.empty(); }))
       << "status: " << refused.status.get();
-  EXPECT_TRUE(refused.isVelkSignedIn());
-  EXPECT_FALSE(refused.connectionIssue.get().has_value());
+  EXPECT_TRUE(refused.account.isVelkSignedIn());
+  EXPECT_FALSE(refused.startup.connectionIssue.get().has_value());
   model_.reset();
 
   // The next launch finds the token filed under the server and goes straight in.
@@ -174,7 +174,7 @@ TEST_F(EditorModelHostedServerTest, ARefusedSessionSignsInThroughTheBrowserAndTh
   EditorModel& signedIn = startModel(server.url());
   ASSERT_TRUE(runUntil([&] { return !signedIn.currentStage().rootPrims.empty(); }))
       << "status: " << signedIn.status.get();
-  EXPECT_FALSE(signedIn.connectionIssue.get().has_value());
+  EXPECT_FALSE(signedIn.startup.connectionIssue.get().has_value());
 }
 
 TEST_F(EditorModelHostedServerTest, AServerThatIsGoneEndsAsAClassifiedIssueNotAHang) {
@@ -185,7 +185,7 @@ TEST_F(EditorModelHostedServerTest, AServerThatIsGoneEndsAsAClassifiedIssueNotAH
     url = server.url();
   }  // stopped: the port now refuses connections
   EditorModel& model = startModel(url);
-  ASSERT_TRUE(runUntil([&] { return model.connectionIssue.get().has_value(); }))
+  ASSERT_TRUE(runUntil([&] { return model.startup.connectionIssue.get().has_value(); }))
       << "status: " << model.status.get();
   EXPECT_TRUE(model.isStartupBlocking());
   EXPECT_TRUE(model.currentStage().rootPrims.empty());

@@ -40,6 +40,11 @@ class EditorModelLocalRefreshTest : public ::testing::Test {
     return folder_.write(name, contents).string();
   }
 
+  // The editor moves to another scene file, as a switch of scene would.
+  void openScene(const std::string& path) {
+    model().scope.current.update([&](SharedClientScope& place) { place.scene = path; });
+  }
+
   EditorModel& model() {
     if (!model_) {
       model_ = std::make_unique<EditorModel>(
@@ -51,9 +56,8 @@ class EditorModelLocalRefreshTest : public ::testing::Test {
 
   // Runs a refresh to its end, of a new scene file when one is given.
   void refreshNow(const std::string& name = "", const std::string& contents = "") {
-    if (!name.empty())
-      model().configuration.scenePath = scene(name, contents);
-    model().refresh();
+    if (!name.empty()) openScene(scene(name, contents));
+    model().stageRefresher.refresh();
     scheduler_.runUntilQuiet();
   }
 
@@ -76,12 +80,12 @@ class EditorModelLocalRefreshTest : public ::testing::Test {
 
 TEST_F(EditorModelLocalRefreshTest, ASecondRefreshDropsTheFirstEvenWhenItCompletes) {
   EditorModel& editor = model();
-  editor.refresh();
+  editor.stageRefresher.refresh();
   // The first inspector run finishes and its reply waits for the main thread...
   scheduler_.runBackground(testing::ManualScheduler::ThenRunMain::kNo);
   // ...when the scene changes and a new refresh starts.
-  editor.configuration.scenePath = scene("second.usda", stageJson("Second"));
-  editor.refresh();
+  openScene(scene("second.usda", stageJson("Second")));
+  editor.stageRefresher.refresh();
   std::vector<std::string> seen;
   Subscription subscription = editor.stage.subscribe(
       [&](const auto& prepared) { seen.push_back(prepared->stage().rootPrims.at(0).name); });
@@ -96,7 +100,7 @@ TEST_F(EditorModelLocalRefreshTest, LocalStageLoadsAndFailuresKeepItAndSayWhy) {
   EXPECT_FALSE(editor.isStartupBlocking());
   EXPECT_TRUE(editor.canLaunchViewport()) << "a local launch never holds the viewport back";
   editor.startInitialRefresh();
-  EXPECT_TRUE(editor.initialProjectResolved.get());
+  EXPECT_TRUE(editor.startup.initialProjectResolved.get());
   EXPECT_TRUE(editor.currentStage().prims.empty()) << "nothing is applied before the work ran";
   scheduler_.runBackground();
   EXPECT_EQ(editor.status.get(), "Loaded composed OpenUSD stage");
@@ -120,31 +124,32 @@ TEST_F(EditorModelLocalRefreshTest, LocalStageLoadsAndFailuresKeepItAndSayWhy) {
     EXPECT_EQ(editor.status.get(),
               "Refresh failed: Nothing was changed. Try again, or return to your projects.")
         << failure.name;
-    ASSERT_TRUE(editor.connectionIssue.get().has_value()) << failure.name;
-    EXPECT_NE(editor.connectionIssue.get()->diagnostic.find(failure.diagnosticContains),
+    ASSERT_TRUE(editor.startup.connectionIssue.get().has_value()) << failure.name;
+    EXPECT_NE(editor.startup.connectionIssue.get()->diagnostic.find(failure.diagnosticContains),
               std::string::npos)
-        << failure.name << ": " << editor.connectionIssue.get()->diagnostic.substr(0, 200);
+        << failure.name << ": " << editor.startup.connectionIssue.get()->diagnostic.substr(0, 200);
     EXPECT_EQ(rootNames(), (std::vector<std::string>{"World"})) << failure.name;
   }
 
-  // A missing scene and a missing inspector fail the same way.
-  editor.configuration.scenePath = (folder_ / "missing.usda").string();
+  // A missing scene fails the same way, and the next good stage clears the issue.
+  openScene((folder_ / "missing.usda").string());
   refreshNow();
-  EXPECT_THAT(editor.connectionIssue.get()->diagnostic, HasSubstr("cannot open"));
-  editor.configuration.inspectorPath = (folder_ / "no-such-inspector").string();
-  refreshNow();
-  EXPECT_THAT(editor.connectionIssue.get()->diagnostic, HasSubstr("no-such-inspector"));
+  EXPECT_THAT(editor.startup.connectionIssue.get()->diagnostic, HasSubstr("cannot open"));
   EXPECT_EQ(rootNames(), (std::vector<std::string>{"World"}));
-
-  // The next good stage clears the issue.
-  editor.configuration.inspectorPath = ORVAN_FAKE_INSPECTOR_PATH;
   refreshNow("good.usda", stageJson("Again"));
-  EXPECT_FALSE(editor.connectionIssue.get().has_value());
+  EXPECT_FALSE(editor.startup.connectionIssue.get().has_value());
   EXPECT_EQ(rootNames(), (std::vector<std::string>{"Again"}));
+
+  // So does a missing inspector.
+  model_.reset();
+  configuration_.inspectorPath = (folder_ / "no-such-inspector").string();
+  refreshNow();
+  ASSERT_TRUE(model().startup.connectionIssue.get().has_value());
+  EXPECT_THAT(model().startup.connectionIssue.get()->diagnostic, HasSubstr("no-such-inspector"));
 }
 
 TEST_F(EditorModelLocalRefreshTest, AResultArrivingAfterTheModelIsGoneIsDropped) {
-  model().refresh();
+  model().stageRefresher.refresh();
   scheduler_.runBackground(testing::ManualScheduler::ThenRunMain::kNo);
   model_.reset();
   EXPECT_NO_FATAL_FAILURE(scheduler_.runUntilIdle());

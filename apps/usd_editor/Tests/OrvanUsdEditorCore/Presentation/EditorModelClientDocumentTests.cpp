@@ -23,8 +23,8 @@ class EditorModelClientDocumentTest : public ::testing::Test {
 
   // Applies a stage as a refresh would, and lets the document follow.
   void applyStage(StageInspection stage) {
-    model_.applyRefreshResultNow(PreparedStage::prepare(std::move(stage)), std::nullopt,
-                                 model_.refreshGeneration, false);
+    model_.stageRefresher.applyRefreshResultNow(PreparedStage::prepare(std::move(stage)), std::nullopt,
+                                 model_.stageRefresher.refreshGeneration, false);
     scheduler_.runUntilQuiet();
   }
 
@@ -54,9 +54,9 @@ ProjectAssetItem row(std::string path) {
 }
 
 TEST_F(EditorModelClientDocumentTest, RequestsInARowPublishOnceWithEveryCause) {
-  model_.scheduleClientDocumentRebuild(true, false);
-  model_.projectAssets = {row("a.usda")};
-  model_.scheduleClientDocumentRebuild(false, true);
+  model_.documents.scheduleClientDocumentRebuild(true, false);
+  model_.documents.projectAssets = {row("a.usda")};
+  model_.documents.scheduleClientDocumentRebuild(false, true);
   EXPECT_EQ(publishCount_, 0) << "nothing is built on the main thread";
   scheduler_.runUntilQuiet();
   EXPECT_EQ(publishCount_, 1);
@@ -64,17 +64,17 @@ TEST_F(EditorModelClientDocumentTest, RequestsInARowPublishOnceWithEveryCause) {
   EXPECT_EQ(projectRevision(), 2u);
   EXPECT_NE(model_.clientDocument.current().projectAsset("a.usda"), nullptr);
   EXPECT_EQ(model_.presentation.projectAssetRecordsByPath.count("a.usda"), 1u);
-  EXPECT_FALSE(model_.clientDocumentPendingStageChanged);
-  EXPECT_FALSE(model_.clientDocumentPendingProjectChanged);
+  EXPECT_FALSE(model_.documents.clientDocumentPendingStageChanged);
+  EXPECT_FALSE(model_.documents.clientDocumentPendingProjectChanged);
 }
 
 TEST_F(EditorModelClientDocumentTest, ABuildOvertakenByANewerRequestIsNeverPublished) {
-  model_.projectAssets = {row("old.usda")};
-  model_.scheduleClientDocumentRebuild(false, true);
+  model_.documents.projectAssets = {row("old.usda")};
+  model_.documents.scheduleClientDocumentRebuild(false, true);
   // The first build finishes; its reply waits for the main thread when a newer request comes.
   scheduler_.runBackground(testing::ManualScheduler::ThenRunMain::kNo);
-  model_.projectAssets = {row("new.usda")};
-  model_.scheduleClientDocumentRebuild(false, true);
+  model_.documents.projectAssets = {row("new.usda")};
+  model_.documents.scheduleClientDocumentRebuild(false, true);
   std::vector<std::string> published;
   Subscription seen = model_.clientDocument.snapshot.subscribe(
       [&](const auto& document) { published.push_back(document->projectAssets.at(0).path); });
@@ -83,15 +83,15 @@ TEST_F(EditorModelClientDocumentTest, ABuildOvertakenByANewerRequestIsNeverPubli
 
   // A build that reports with an older generation than the newest request is dropped too.
   const auto before = model_.clientDocument.snapshot.get();
-  model_.publishClientDocument(EditorClientDocumentSnapshot::empty(),
-                               model_.clientDocumentBuildGeneration - 1, Duration::zero());
+  model_.documents.publishClientDocument(EditorClientDocumentSnapshot::empty(),
+                               model_.documents.clientDocumentBuildGeneration - 1, Duration::zero());
   EXPECT_EQ(model_.clientDocument.snapshot.get(), before);
 }
 
 TEST_F(EditorModelClientDocumentTest, AStructuralPatchShowsAtOnceAndTheFullBuildAgrees) {
   StageInspection stage = testing::makeTreeStage(2, 2, 0);
   stage.assets = {};
-  model_.projectAssets = {row("a.usda")};
+  model_.documents.projectAssets = {row("a.usda")};
   applyStage(stage);
   ASSERT_EQ(model_.clientDocument.current().stage().rootPrims.size(), 2u);
 
@@ -101,7 +101,7 @@ TEST_F(EditorModelClientDocumentTest, AStructuralPatchShowsAtOnceAndTheFullBuild
   edited.prims.push_back(testing::makePrimDetail("/Root2", "Xform"));
   model_.stage.set(PreparedStage::prepare(edited));
   const std::uint64_t projectBefore = projectRevision();
-  model_.publishStructuralClientDocumentPatch();
+  model_.documents.publishStructuralClientDocumentPatch();
   const auto patched = model_.clientDocument.hierarchyProjection.snapshot;
   EXPECT_EQ(patched->stage().rootPrims.size(), 3u);
   EXPECT_NE(patched->prim("/Root2"), nullptr);
@@ -125,18 +125,17 @@ TEST_F(EditorModelClientDocumentTest, SelectionHighlightsAtOnceAndOnlyTheLastCli
         if (state.sceneSnapshot.prim)
           computed.push_back(state.sceneSnapshot.prim->path);
       });
-  model_.selectPrims("/Root0", {"/Root0"});
-  model_.selectPrims("/Root1", {"/Root1"});
+  model_.documents.selectPrims("/Root0", {"/Root0"});
+  model_.documents.selectPrims("/Root1", {"/Root1"});
   EXPECT_EQ(model_.session.sceneSelection.get().primaryPath, "/Root1")
       << "the highlight is at once";
-  EXPECT_EQ(model_.presentation.selectedPrimPath.get(), "/Root1");
   EXPECT_TRUE(computed.empty()) << "the snapshot waits for the next turns";
   scheduler_.runUntilIdle();
   EXPECT_EQ(computed, (std::vector<std::string>{"/Root1"}));
 
   // A snapshot scheduled for an older selection is discarded when it finally runs.
   const std::uint64_t oldSerial = model_.session.sceneSelection.get().serial;
-  model_.scheduleSelectionSnapshot("/Root0", {"/Root0"}, oldSerial);
+  model_.documents.scheduleSelectionSnapshot("/Root0", {"/Root0"}, oldSerial);
   model_.session.applySceneSelection("/Root2", {"/Root2"}, true);
   scheduler_.runUntilIdle();
   EXPECT_EQ(computed.back(), "/Root1");
@@ -145,8 +144,8 @@ TEST_F(EditorModelClientDocumentTest, SelectionHighlightsAtOnceAndOnlyTheLastCli
 
 TEST_F(EditorModelClientDocumentTest, SelectionKeepsStorePreviewsThatHaveNoPrim) {
   applyStage(testing::makeTreeStage(2, 0, 0));
-  model_.storeScenePreviews["/Preview"] = StoreScenePreview{"/Preview", {}};
-  model_.selectPrims("/Root1", {"/Root1", "/Preview"});
+  model_.documents.storeScenePreviews["/Preview"] = StoreScenePreview{"/Preview", {}};
+  model_.documents.selectPrims("/Root1", {"/Root1", "/Preview"});
   applyStage(testing::makeTreeStage(1, 0, 0));
   EXPECT_EQ(model_.session.sceneSelection.get().paths, (std::vector<std::string>{"/Preview"}));
   EXPECT_EQ(model_.session.sceneSelection.get().primaryPath, "/Preview");

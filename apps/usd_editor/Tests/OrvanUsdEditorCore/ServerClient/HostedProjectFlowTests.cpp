@@ -105,7 +105,7 @@ TEST_F(HostedProjectFlowTest, ACompleteScopeLoadsStageAndWorkspacesSideBySideThe
   answer("/api/stage", httpResponse(200, stageBody(5, "World"), {{"ETag", "\"s1\""}}));
   answer("/api/workspaces", httpResponse(200, R"({"workspaces":[{"id":"main","name":"Main"}]})"));
   EditorModel& editor = start(completeScope());
-  EXPECT_TRUE(editor.initialProjectResolved.get());
+  EXPECT_TRUE(editor.startup.initialProjectResolved.get());
   EXPECT_TRUE(sent("/api/projects").empty()) << "nothing needed resolving";
   EXPECT_EQ(sent("/api/stage").size(), 1u);
   EXPECT_EQ(sent("/api/workspaces").size(), 1u) << "both requests are out before either answers";
@@ -115,7 +115,7 @@ TEST_F(HostedProjectFlowTest, ACompleteScopeLoadsStageAndWorkspacesSideBySideThe
   EXPECT_EQ(rootNames(), (std::vector<std::string>{"World"}));
   EXPECT_EQ(editor.revision.get(), 5u);
   EXPECT_EQ(editor.status.get(), "Loaded composed OpenUSD stage");
-  ASSERT_EQ(editor.remoteStageCache.size(), 1u) << "an answer with an ETag is kept for its scope";
+  ASSERT_EQ(editor.server.remoteStageCache.size(), 1u) << "an answer with an ETag is kept for its scope";
 
   // The project follows 40 ms after the stage, and fills the asset list.
   answer("/api/project", httpResponse(200, projectBody("props/a.usda"), {{"ETag", "\"p1\""}}));
@@ -123,19 +123,19 @@ TEST_F(HostedProjectFlowTest, ACompleteScopeLoadsStageAndWorkspacesSideBySideThe
   wait(std::chrono::milliseconds(40));
   ASSERT_EQ(sent("/api/project").size(), 1u);
   EXPECT_THAT(sent("/api/project")[0], HasSubstr("p=proj-1"));
-  ASSERT_EQ(editor.projectAssets.size(), 1u);
+  ASSERT_EQ(editor.documents.projectAssets.size(), 1u);
   EXPECT_NE(editor.clientDocument.current().projectAsset("props/a.usda"), nullptr);
-  EXPECT_EQ(editor.workspacePresentation.get().workspaces.size(), 2u);
+  EXPECT_EQ(editor.projects.workspacePresentation.get().workspaces.size(), 2u);
 
   // The next fetch is conditional and a 304 keeps what the cache holds.
   answer("/api/project", httpResponse(304));
-  editor.refreshProjectData(false);
+  editor.projectData.refreshProjectData(false);
   scheduler_.runUntilQuiet();
   EXPECT_EQ(http_.requests().back().header("If-None-Match"), "\"p1\"");
-  EXPECT_EQ(editor.projectAssets.size(), 1u);
+  EXPECT_EQ(editor.documents.projectAssets.size(), 1u);
   // A forced reload asks without the ETag.
   answer("/api/project", httpResponse(200, projectBody("props/b.usda")));
-  editor.refreshProjectData(true);
+  editor.projectData.refreshProjectData(true);
   scheduler_.runUntilQuiet();
   EXPECT_FALSE(http_.requests().back().header("If-None-Match").has_value());
   EXPECT_NE(editor.clientDocument.current().projectAsset("props/b.usda"), nullptr);
@@ -151,15 +151,15 @@ TEST_F(HostedProjectFlowTest, AnIncompleteCatalogueIsAskedForAgainUntilItIsWhole
   answer("/api/project", httpResponse(200, projectBody("b.usda", partial)));
   answer("/api/project", httpResponse(200, projectBody("c.usda")));
   wait(std::chrono::milliseconds(40));
-  EXPECT_TRUE(editor.projectAssetCatalogLoading);
+  EXPECT_TRUE(editor.projectData.projectAssetCatalogLoading);
   EXPECT_EQ(sent("/api/project").size(), 1u);
   wait(std::chrono::milliseconds(249));
   EXPECT_EQ(sent("/api/project").size(), 1u) << "the poll waits 250 ms";
   wait(std::chrono::milliseconds(1));
   wait(std::chrono::milliseconds(250));
   EXPECT_EQ(sent("/api/project").size(), 3u);
-  EXPECT_FALSE(editor.projectAssetCatalogLoading);
-  EXPECT_EQ(editor.projectAssets.size(), 3u) << "partial lists only ever add";
+  EXPECT_FALSE(editor.projectData.projectAssetCatalogLoading);
+  EXPECT_EQ(editor.documents.projectAssets.size(), 3u) << "partial lists only ever add";
   wait(std::chrono::seconds(5));
   EXPECT_EQ(sent("/api/project").size(), 3u) << "a whole catalogue ends the polling";
 }
@@ -174,12 +174,12 @@ TEST_F(HostedProjectFlowTest, AnIncompleteScopeResolvesItsProjectFromTheCatalogu
   answer("/api/stage", httpResponse(200, stageBody(2, "Two")));
   scheduler_.runUntilQuiet();
   EXPECT_FALSE(editor.isStartupBlocking());
-  EXPECT_EQ(editor.projectId.get(), "proj-2") << "the server's current project with a scene";
-  EXPECT_EQ(editor.configuration.scenePath, "/srv/two/scenes/main.usda");
+  EXPECT_EQ(editor.scope.projectId(), "proj-2") << "the server's current project with a scene";
+  EXPECT_EQ(editor.scope.scenePath(), "/srv/two/scenes/main.usda");
   ASSERT_EQ(sent("/api/stage").size(), 1u);
   EXPECT_THAT(sent("/api/stage")[0], HasSubstr("p=proj-2&s=scenes/main.usda&w=main"));
   EXPECT_EQ(rootNames(), (std::vector<std::string>{"Two"}));
-  EXPECT_TRUE(editor.hostedProjects.at(1).isCurrent);
+  EXPECT_TRUE(editor.projects.hostedProjects.at(1).isCurrent);
 }
 
 TEST_F(HostedProjectFlowTest, ResolutionThatConfirmsTheLaunchSceneStartsNoRefresh) {
@@ -193,8 +193,8 @@ TEST_F(HostedProjectFlowTest, ResolutionThatConfirmsTheLaunchSceneStartsNoRefres
                                             R"("current":false}]})"));
   EditorModel& editor = start(configuration);
   scheduler_.runUntilQuiet();
-  EXPECT_TRUE(editor.initialProjectResolved.get());
-  EXPECT_EQ(editor.configuration.scenePath, "scenes/main.usda");
+  EXPECT_TRUE(editor.startup.initialProjectResolved.get());
+  EXPECT_EQ(editor.scope.scenePath(), "scenes/main.usda");
   EXPECT_TRUE(sent("/api/stage").empty()) << "the resolution only confirmed what was asked for";
 
   // The same launch against a server that names the project's folder loads the resolved scene.
@@ -213,9 +213,9 @@ TEST_F(HostedProjectFlowTest, OnlyTheNewestStartupAttemptIsApplied) {
   ASSERT_EQ(http_.pending().size(), 1u) << "the second attempt replaced the first request";
   http_.completeNext(httpResponse(200, R"({"root":"/srv","current":"","projects":[]})"));
   scheduler_.runUntilQuiet();
-  EXPECT_TRUE(editor.initialProjectResolved.get());
-  EXPECT_TRUE(editor.showProjectBrowser.get()) << "no project with a scene: the browser opens";
-  EXPECT_FALSE(editor.connectionIssue.get().has_value());
+  EXPECT_TRUE(editor.startup.initialProjectResolved.get());
+  EXPECT_TRUE(editor.projects.showProjectBrowser.get()) << "no project with a scene: the browser opens";
+  EXPECT_FALSE(editor.startup.connectionIssue.get().has_value());
 }
 
 TEST_F(HostedProjectFlowTest, ARefusedSessionIsForgottenAndSignInIsAsked) {
@@ -228,19 +228,19 @@ TEST_F(HostedProjectFlowTest, ARefusedSessionIsForgottenAndSignInIsAsked) {
   EditorModel& editor = start(completeScope());
   EXPECT_EQ(http_.requests().front().header("Authorization"), "Bearer old-token");
   scheduler_.runUntilQuiet();
-  EXPECT_EQ(editor.userName.get(), "Ada") << "the account's name, from the profile check";
+  EXPECT_EQ(editor.identity.userName.get(), "Ada") << "the account's name, from the profile check";
   EXPECT_EQ(editor.status.get(), "Sign in to continue.");
-  EXPECT_TRUE(editor.velkSessionToken.empty());
+  EXPECT_TRUE(editor.server.velkSessionToken.empty());
   EXPECT_EQ(VelkSessionTokenStore::load(secrets_, kServer), "");
-  EXPECT_TRUE(editor.initialProjectNeedsSignIn);
+  EXPECT_TRUE(editor.startup.initialProjectNeedsSignIn);
   EXPECT_TRUE(editor.isStartupBlocking());
-  ASSERT_TRUE(editor.connectionIssue.get().has_value());
-  EXPECT_EQ(editor.connectionIssue.get()->primaryAction, VelkConnectionAction::login);
+  ASSERT_TRUE(editor.startup.connectionIssue.get().has_value());
+  EXPECT_EQ(editor.startup.connectionIssue.get()->primaryAction, VelkConnectionAction::login);
 
   // A refusal that belongs to an older session than the present one changes nothing.
-  editor.velkSessionToken = "new-token";
-  editor.requireVelkSignIn(std::string("old-token"));
-  EXPECT_EQ(editor.velkSessionToken, "new-token");
+  editor.server.velkSessionToken = "new-token";
+  editor.account.requireVelkSignIn(std::string("old-token"));
+  EXPECT_EQ(editor.server.velkSessionToken, "new-token");
 }
 
 TEST_F(HostedProjectFlowTest, StageFailuresKeepTheStageAndClassifyTheAnswer) {
@@ -263,11 +263,11 @@ TEST_F(HostedProjectFlowTest, StageFailuresKeepTheStageAndClassifyTheAnswer) {
   for (const Case& failure : cases) {
     SCOPED_TRACE(failure.message);
     answer("/api/stage", failure.response);
-    editor.refresh();
+    editor.stageRefresher.refresh();
     scheduler_.runUntilQuiet();
     EXPECT_THAT(editor.status.get(), HasSubstr("Refresh failed: "));
-    ASSERT_TRUE(editor.connectionIssue.get().has_value());
-    EXPECT_THAT(editor.connectionIssue.get()->title + " " + editor.connectionIssue.get()->message,
+    ASSERT_TRUE(editor.startup.connectionIssue.get().has_value());
+    EXPECT_THAT(editor.startup.connectionIssue.get()->title + " " + editor.startup.connectionIssue.get()->message,
                 HasSubstr(failure.message));
     EXPECT_EQ(rootNames(), (std::vector<std::string>{"World"}));
     EXPECT_FALSE(editor.isStartupBlocking()) << "once the project answered, a failure is a banner";
@@ -276,14 +276,14 @@ TEST_F(HostedProjectFlowTest, StageFailuresKeepTheStageAndClassifyTheAnswer) {
   // A transport failure, then a cancelled refresh: the second says nothing.
   http_.script(FakeHttpClient::urlContains("/api/stage"),
                Error::transport(Error::kTransportCannotConnect, "refused"));
-  editor.refresh();
+  editor.stageRefresher.refresh();
   scheduler_.runUntilQuiet();
-  EXPECT_EQ(editor.connectionIssue.get()->code, "network_unavailable");
+  EXPECT_EQ(editor.startup.connectionIssue.get()->code, "network_unavailable");
   editor.dismissConnectionIssue();
-  editor.refresh();
-  editor.refresh();
+  editor.stageRefresher.refresh();
+  editor.stageRefresher.refresh();
   scheduler_.runUntilQuiet();
-  EXPECT_FALSE(editor.connectionIssue.get().has_value())
+  EXPECT_FALSE(editor.startup.connectionIssue.get().has_value())
       << "the replaced request was cancelled quietly";
 }
 
@@ -297,7 +297,7 @@ TEST_F(HostedProjectFlowTest, AStageOlderThanTheHeldRevisionIsRefusedEightTimesI
   EditorModel& editor = start(configuration);
   scheduler_.runUntilQuiet();
   EXPECT_TRUE(rootNames().empty()) << "an older stage is not shown";
-  EXPECT_EQ(editor.staleStageRefreshRetries, 1u);
+  EXPECT_EQ(editor.stageRefresher.staleStageRefreshRetries, 1u);
   wait(std::chrono::milliseconds(249));
   EXPECT_EQ(sent("/api/stage").size(), 1u) << "the retry waits a quarter second";
   for (int retry = 0; retry < 8; ++retry) {
@@ -306,7 +306,7 @@ TEST_F(HostedProjectFlowTest, AStageOlderThanTheHeldRevisionIsRefusedEightTimesI
   EXPECT_EQ(sent("/api/stage").size(), 9u);
   EXPECT_EQ(rootNames(), (std::vector<std::string>{"Old8"})) << "the ninth is taken as it is";
   EXPECT_EQ(editor.revision.get(), 9u);
-  EXPECT_EQ(editor.staleStageRefreshRetries, 0u);
+  EXPECT_EQ(editor.stageRefresher.staleStageRefreshRetries, 0u);
 }
 
 TEST(ConnectionFailureTest, WhichAnswersAreFailures) {

@@ -7,7 +7,7 @@
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
-#include "ProjectsAndWorkspaces/HostedSceneReference.h"
+#include "ServerClient/HostedSceneReference.h"
 #include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
 
@@ -21,7 +21,7 @@ class ProjectServerAddressTest : public ::testing::Test {
     model_ = std::make_unique<EditorModel>(
         std::move(configuration), EditorModelPorts{scheduler_, scheduler_.background(),
                                                    preferences_, secrets_, launcher_, http_});
-    model_->userId.set("user-ada");
+    model_->identity.userId.set("user-ada");
     return *model_;
   }
 
@@ -53,9 +53,9 @@ TEST_F(ProjectServerAddressTest, AHostedProjectUsesTheShortScopeItems) {
   configuration.scenePath = "/srv/projects/demo/Scenes/Main.usda";
   configuration.workspace = "feature";
   EditorModel& editor = model(configuration);
-  editor.activeLayerIdentifier = "layers/lights.usda";
+  editor.scope.current.update([](SharedClientScope& place) { place.activeLayer = "layers/lights.usda"; });
 
-  const auto address = editor.projectServerAPIURL("/api/project");
+  const auto address = editor.server.projectServerAPIURL("/api/project");
   ASSERT_TRUE(address.has_value());
   EXPECT_EQ(UrlComponents::parse(*address)->path, "/api/project");
   EXPECT_EQ(query(address), (std::vector<std::string>{"p=proj-1", "s=Scenes/Main.usda", "w=feature",
@@ -63,11 +63,11 @@ TEST_F(ProjectServerAddressTest, AHostedProjectUsesTheShortScopeItems) {
                                                       "clientId=client-1", "profileId=user-ada"}));
 
   // The project's own reference wins over the scene path.
-  editor.projectSceneRef = "./Scenes/Other.usda";
-  EXPECT_EQ(query(editor.projectServerAPIURL("/api/stage"))[1], "s=Scenes/Other.usda");
+  editor.server.projectSceneRef = "./Scenes/Other.usda";
+  EXPECT_EQ(query(editor.server.projectServerAPIURL("/api/stage"))[1], "s=Scenes/Other.usda");
 
   // A caller's own items suppress the scope's, in every spelling.
-  EXPECT_EQ(query(editor.projectServerAPIURL("/api/deep-link", {{"projectRoot", "/x"},
+  EXPECT_EQ(query(editor.server.projectServerAPIURL("/api/deep-link", {{"projectRoot", "/x"},
                                                                 {"scene", "a.usda"},
                                                                 {"ws", "main"},
                                                                 {"active_layer", ""},
@@ -84,17 +84,19 @@ TEST_F(ProjectServerAddressTest, WithoutAProjectIdTheLongPathFormIsUsed) {
   configuration.scenePath = "/srv/demo/scene.usda";
   EditorModel& editor = model(configuration);
   EXPECT_EQ(
-      query(editor.projectServerAPIURL("/api/stage")),
+      query(editor.server.projectServerAPIURL("/api/stage")),
       (std::vector<std::string>{"projectRoot= /srv/demo ", "scene=/srv/demo/scene.usda",
                                 "workspace=main", "clientId=client-1", "profileId=user-ada"}));
 
   // A hosted scene that can't be named inside the project still names the scene.
-  editor.projectId.set("proj-2");
-  editor.configuration.scenePath = "/elsewhere/scene.usda";
-  EXPECT_EQ(query(editor.projectServerAPIURL("/api/stage"))[1], "scene=/elsewhere/scene.usda");
+  editor.scope.current.update([](SharedClientScope& place) {
+    place.project = "proj-2";
+    place.scene = "/elsewhere/scene.usda";
+  });
+  EXPECT_EQ(query(editor.server.projectServerAPIURL("/api/stage"))[1], "scene=/elsewhere/scene.usda");
 
-  editor.configuration.projectServerURL = "not a url";
-  EXPECT_FALSE(editor.projectServerAPIURL("/api/stage").has_value());
+  editor.scope.current.update([](SharedClientScope& place) { place.server = "not a url"; });
+  EXPECT_FALSE(editor.server.projectServerAPIURL("/api/stage").has_value());
 }
 
 TEST_F(ProjectServerAddressTest, TheWebEditorAddressCarriesIdentityOnly) {
@@ -103,7 +105,7 @@ TEST_F(ProjectServerAddressTest, TheWebEditorAddressCarriesIdentityOnly) {
   configuration.webEditorURL = "https://web.example/editor";
   configuration.projectId = "proj-1";
   EditorModel& editor = model(configuration);
-  EXPECT_EQ(query(editor.remoteURL("/api/projects", {{"x", "1"}})),
+  EXPECT_EQ(query(editor.server.remoteURL("/api/projects", {{"x", "1"}})),
             (std::vector<std::string>{"x=1", "clientId=client-1", "profileId=user-ada"}));
 }
 
@@ -114,8 +116,8 @@ TEST_F(ProjectServerAddressTest, LaunchFillsTheStageAddressWithItsScope) {
   configuration.projectPath = "/srv/demo";
   configuration.scenePath = "scene.usda";
   EditorModel& editor = model(configuration);
-  editor.configureRuntimeForProjectServerIfNeeded();
-  EXPECT_EQ(editor.configuration.remoteStageURL,
+  editor.server.configureRuntimeForProjectServerIfNeeded();
+  EXPECT_EQ(editor.server.addresses.remoteStageURL,
             "http://127.0.0.1:8787/api/"
             "stage?p=proj-1&s=scene.usda&w=main&clientId=client-1&profileId=user-ada");
 }

@@ -6,7 +6,7 @@
 
 #include <spdlog/spdlog.h>
 
-#include "Application/EditorModel.h"
+#include "Presentation/DocumentPublisher.h"
 
 namespace orvan::editor {
 
@@ -24,20 +24,20 @@ std::string elapsedMilliseconds(Duration elapsed) {
 
 }  // namespace
 
-void EditorModel::scheduleClientDocumentRebuild(bool stageChanged, bool projectChanged) {
-  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
+void DocumentPublisher::scheduleClientDocumentRebuild(bool stageChanged, bool projectChanged) {
+  ORVAN_ASSERT_MAIN_THREAD(context_.main);
   // A merged rebuild must remember every cause it stands for.
   clientDocumentPendingStageChanged = clientDocumentPendingStageChanged || stageChanged;
   clientDocumentPendingProjectChanged = clientDocumentPendingProjectChanged || projectChanged;
   const std::uint64_t generation = ++clientDocumentBuildGeneration;
-  EditorClientDocumentBuildInput input{.stage = stage.get(),
+  EditorClientDocumentBuildInput input{.stage = context_.stage.get(),
                                        .projectAssets = projectAssets,
                                        .pendingCreatedAssets = pendingCreatedAssets,
                                        .generation = generation};
   const WeakLifetime weak = lifetime_.weak();
-  MainExecutor& main = ports_.main;
+  MainExecutor& main = context_.main;
   clientDocumentBuildTask_.replace(postTaskAndReply(
-      ports_.background, main,
+      context_.background, main,
       [builder = clientDocumentBuilder_, input = std::move(input), &main](std::stop_token token) {
         const TimePoint started = main.now();
         auto snapshot = builder->build(input, token);
@@ -50,77 +50,87 @@ void EditorModel::scheduleClientDocumentRebuild(bool stageChanged, bool projectC
       }));
 }
 
-void EditorModel::publishClientDocument(std::shared_ptr<const EditorClientDocumentSnapshot> snapshot,
+void DocumentPublisher::publishClientDocument(std::shared_ptr<const EditorClientDocumentSnapshot> snapshot,
                                         std::uint64_t generation, Duration elapsed) {
-  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
+  ORVAN_ASSERT_MAIN_THREAD(context_.main);
   if (generation != clientDocumentBuildGeneration) return;  // a newer build is under way
   const bool stageChanged = std::exchange(clientDocumentPendingStageChanged, false);
   const bool projectChanged = std::exchange(clientDocumentPendingProjectChanged, false);
   clientDocumentBuildTask_.clear();
-  retire(clientDocument.publish(std::move(snapshot), stageChanged, projectChanged));
+  retire(context_.clientDocument.publish(std::move(snapshot), stageChanged, projectChanged));
   if (stageChanged) rebuildStageIndex();
   rebuildPresentationIndex();
-  projectTiming("client document publish stage=" + std::string(stageChanged ? "1" : "0") +
+  context_.timing.projectTiming(context_.main.now(), "client document publish stage=" + std::string(stageChanged ? "1" : "0") +
                 " project=" + (projectChanged ? "1" : "0") +
                 " buildElapsedMs=" + elapsedMilliseconds(elapsed));
 }
 
-void EditorModel::publishStructuralClientDocumentPatch() {
-  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
-  const TimePoint started = ports_.main.now();
-  auto patched = withReplacedStage(clientDocument.current(), stage.get());
-  std::vector<std::shared_ptr<const EditorClientDocumentSnapshot>> retired{clientDocument.snapshot.get()};
-  clientDocument.snapshot.set(patched);
-  retired.push_back(std::exchange(clientDocument.hierarchyProjection.snapshot, patched));
-  clientDocument.hierarchyProjection.revision.set(clientDocument.hierarchyProjection.revision.get() + 1);
+void DocumentPublisher::publishInitialDocument() {
+  retire(context_.clientDocument.publish(
+      EditorClientDocumentState::makeSnapshot(context_.stage.get(), projectAssets), true, true));
+  rebuildPresentationIndex();
+}
+
+void DocumentPublisher::publishStructuralClientDocumentPatch() {
+  ORVAN_ASSERT_MAIN_THREAD(context_.main);
+  const TimePoint started = context_.main.now();
+  auto patched = withReplacedStage(context_.clientDocument.current(), context_.stage.get());
+  std::vector<std::shared_ptr<const EditorClientDocumentSnapshot>> retired{context_.clientDocument.snapshot.get()};
+  context_.clientDocument.snapshot.set(patched);
+  retired.push_back(std::exchange(context_.clientDocument.hierarchyProjection.snapshot, patched));
+  context_.clientDocument.hierarchyProjection.revision.set(context_.clientDocument.hierarchyProjection.revision.get() + 1);
   retire(std::move(retired));
   rebuildStageIndex();
-  spdlog::info("structural patch publish elapsedMs={}", elapsedMilliseconds(ports_.main.now() - started));
+  spdlog::info("structural patch publish elapsedMs={}", elapsedMilliseconds(context_.main.now() - started));
   // Whatever build is under way started from the stage before the edit: start over.
   scheduleClientDocumentRebuild(true, false);
 }
 
-void EditorModel::rebuildStageIndex() {
+void DocumentPublisher::rebuildStageIndex() {
   // The document's prim indexes serve the model as they are; what remains is to keep the
   // selection to prims that still exist.
   reconcileSessionSelectionWithStage();
 }
 
-void EditorModel::rebuildPresentationIndex() {
-  presentation.rebuild(clientDocument.snapshot.get());
+void DocumentPublisher::rebuildPresentationIndex() {
+  context_.presentation.rebuild(context_.clientDocument.snapshot.get());
 }
 
-void EditorModel::retire(std::vector<std::shared_ptr<const EditorClientDocumentSnapshot>> snapshots) {
-  ports_.background.post([snapshots = std::move(snapshots)]() mutable { snapshots.clear(); });
+void DocumentPublisher::retire(std::vector<std::shared_ptr<const EditorClientDocumentSnapshot>> snapshots) {
+  context_.background.post([snapshots = std::move(snapshots)]() mutable { snapshots.clear(); });
 }
 
 // ---- Selection
 
-bool EditorModel::isStorePreviewPath(std::string_view path) const {
+bool DocumentPublisher::isStorePreviewPath(std::string_view path) const {
   return storeScenePreviews.find(std::string(path)) != storeScenePreviews.end();
 }
 
-void EditorModel::selectPrims(std::string primaryPath, std::vector<std::string> paths) {
-  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
-  const std::uint64_t serial = session.applySceneSelection(primaryPath, paths, true);
-  presentation.showSceneSelection(primaryPath, paths);
+void DocumentPublisher::selectPrims(std::string primaryPath, std::vector<std::string> paths) {
+  ORVAN_ASSERT_MAIN_THREAD(context_.main);
+  const std::uint64_t serial = context_.session.applySceneSelection(primaryPath, paths, true);
   scheduleSelectionSnapshot(std::move(primaryPath), std::move(paths), serial);
 }
 
-void EditorModel::selectProjectAsset(const std::string& path) {
-  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
-  const ProjectAssetItem* row = clientDocument.current().projectAsset(path);
-  const UsdAsset* material = clientDocument.current().materialAsset(path);
-  if (!row && !material) return;
-  ProjectAssetSelection selection{path, row ? row->kind : material->kind};
-  session.applyProjectAssetSelection(selection);
-  presentation.selectedAsset.set(std::move(selection));
-  presentation.reconcileSelectionAfterDataUpdate();
+void DocumentPublisher::clearSceneSelection() {
+  const std::uint64_t serial = context_.session.applySceneSelection("", {}, true);
+  context_.session.replaceSceneSelectionSnapshot(EditorSelectionSnapshot::empty(), serial);
 }
 
-void EditorModel::scheduleSelectionSnapshot(std::string primaryPath, std::vector<std::string> paths,
+void DocumentPublisher::selectProjectAsset(const std::string& path) {
+  ORVAN_ASSERT_MAIN_THREAD(context_.main);
+  const ProjectAssetItem* row = context_.clientDocument.current().projectAsset(path);
+  const UsdAsset* material = context_.clientDocument.current().materialAsset(path);
+  if (!row && !material) return;
+  ProjectAssetSelection selection{path, row ? row->kind : material->kind};
+  context_.session.applyProjectAssetSelection(selection);
+  context_.presentation.selectedAsset.set(std::move(selection));
+  context_.presentation.reconcileSelectionAfterDataUpdate();
+}
+
+void DocumentPublisher::scheduleSelectionSnapshot(std::string primaryPath, std::vector<std::string> paths,
                                             std::uint64_t serial) {
-  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
+  ORVAN_ASSERT_MAIN_THREAD(context_.main);
   const WeakLifetime weak = lifetime_.weak();
   // Two turns of the main loop: the selection's highlight draws first, and a fast series of clicks
   // computes only the last snapshot, since each click replaces the task of the one before.
@@ -128,25 +138,25 @@ void EditorModel::scheduleSelectionSnapshot(std::string primaryPath, std::vector
                   serial]() {
     if (!weak.isAlive()) return;
     selectionSnapshotTask_.clear();
-    const TimePoint started = ports_.main.now();
+    const TimePoint started = context_.main.now();
     EditorSelectionSnapshot snapshot =
-        selectionSnapshot(clientDocument.current(), storeScenePreviews, primaryPath, paths);
-    if (timingLogsEnabled) {
+        selectionSnapshot(context_.clientDocument.current(), storeScenePreviews, primaryPath, paths);
+    if (context_.timing.timingLogsEnabled) {
       spdlog::info("snapshot components={} attributes={} elapsedMs={}", snapshot.components.size(),
-                   snapshot.attributes.size(), elapsedMilliseconds(ports_.main.now() - started));
+                   snapshot.attributes.size(), elapsedMilliseconds(context_.main.now() - started));
     }
-    session.replaceSceneSelectionSnapshot(std::move(snapshot), serial);
+    context_.session.replaceSceneSelectionSnapshot(std::move(snapshot), serial);
   };
-  selectionSnapshotTask_.replace(ports_.main.postAfter(
+  selectionSnapshotTask_.replace(context_.main.postAfter(
       Duration::zero(), [this, weak, compute = std::move(compute)]() mutable {
         if (!weak.isAlive()) return;
-        selectionSnapshotTask_.replace(ports_.main.postAfter(Duration::zero(), std::move(compute)));
+        selectionSnapshotTask_.replace(context_.main.postAfter(Duration::zero(), std::move(compute)));
       }));
 }
 
-void EditorModel::reconcileSessionSelectionWithStage() {
-  const EditorClientDocumentSnapshot& document = clientDocument.current();
-  const SceneSelectionState current = session.sceneSelection.get();
+void DocumentPublisher::reconcileSessionSelectionWithStage() {
+  const EditorClientDocumentSnapshot& document = context_.clientDocument.current();
+  const SceneSelectionState current = context_.session.sceneSelection.get();
   auto exists = [&](const std::string& path) {
     return document.prim(path) != nullptr || isStorePreviewPath(path);
   };
@@ -158,8 +168,7 @@ void EditorModel::reconcileSessionSelectionWithStage() {
   if (!primary.empty() && !exists(primary)) primary = kept.empty() ? "" : kept.front();
   std::uint64_t serial = current.serial;
   if (kept != current.paths || primary != current.primaryPath) {
-    serial = session.applySceneSelection(primary, kept, false);
-    presentation.showSceneSelection(primary, kept);
+    serial = context_.session.applySceneSelection(primary, kept, false);
   }
   // The inspector shows the new data of the selection either way.
   scheduleSelectionSnapshot(std::move(primary), std::move(kept), serial);

@@ -9,16 +9,9 @@
 #include "Foundation/Observable.h"
 #include "Intelligence/AgentPromptController.h"
 #include "Presentation/EditorSelectionSnapshot.h"
+#include "Presentation/ProjectAssetSelection.h"
 
 namespace orvan::editor {
-
-// A project asset picked in the project pane.
-struct ProjectAssetSelection {
-  std::string path;
-  std::string kind;
-
-  bool operator==(const ProjectAssetSelection&) const = default;
-};
 
 struct SceneSelectionState {
   std::string primaryPath;

@@ -6,12 +6,12 @@
 
 #include <spdlog/spdlog.h>
 
-#include "Application/EditorModel.h"
+#include "ServerClient/ProjectDataFeed.h"
 #include "Assets/ProjectAssetList.h"
 #include "Foundation/JsonDecoder.h"
 #include "Foundation/Logging.h"
 #include "Foundation/Text.h"
-#include "ProjectsAndWorkspaces/HostedSceneReference.h"
+#include "ServerClient/HostedSceneReference.h"
 #include "ServerClient/Records/ErrorEnvelope.h"
 #include "ServerClient/Records/ProjectAssetKind.h"
 
@@ -51,31 +51,32 @@ bool isStoreLinked(const UsdAsset& asset) {
 
 // Whether an answer describes the project on screen: a server that names another folder than the
 // one open answered for a place the user has left.
-bool describesOpenProject(const ProjectResponse& project, const EditorConfiguration& configuration) {
-  if (!project.path || isBlank(*project.path) || isBlank(configuration.projectPath)) return true;
-  return standardizePath(trimmed(*project.path)) == standardizePath(trimmed(configuration.projectPath));
+bool describesOpenProject(const ProjectResponse& project, std::string_view openProjectPath) {
+  if (!project.path || isBlank(*project.path) || isBlank(openProjectPath)) return true;
+  return standardizePath(trimmed(*project.path)) == standardizePath(trimmed(openProjectPath));
 }
 
 }  // namespace
 
-void EditorModel::refreshProjectData(bool forceReload) {
-  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
+void ProjectDataFeed::refreshProjectData(bool forceReload) {
+  ORVAN_ASSERT_MAIN_THREAD(context_.main);
   const std::uint64_t generation = ++projectDataGeneration;
-  if (!isBlank(configuration.projectServerURL) || !isBlank(configuration.remoteStageURL)) {
+  if (context_.server.isHosted()) {
     refreshRemoteProjectDataOnce(generation, forceReload);
     return;
   }
   // Local: the project folder on disk, listed off the main thread; no network.
-  const std::string root = trimmed(configuration.projectPath);
+  const std::string root = trimmed(context_.scope.projectPath());
   if (root.empty()) {
     localProjectFileAssets_.clear();
-    if (!isBlank(configuration.scenePath)) localProjectFileAssets_.push_back(sceneOnlyAsset(trimmed(configuration.scenePath)));
+    const std::string scene = trimmed(context_.scope.scenePath());
+    if (!scene.empty()) localProjectFileAssets_.push_back(sceneOnlyAsset(scene));
     publishLocalProjectAssets();
     return;
   }
   const WeakLifetime weak = lifetime_.weak();
   projectDataTask_.replace(postTaskAndReply(
-      ports_.background, ports_.main,
+      context_.background, context_.main,
       [root](std::stop_token) { return projectAssetList(std::filesystem::path(root)); },
       [this, weak, generation](std::vector<ProjectAssetItem> rows) {
         if (!weak.isAlive() || generation != projectDataGeneration) return;
@@ -85,23 +86,26 @@ void EditorModel::refreshProjectData(bool forceReload) {
       }));
 }
 
-void EditorModel::publishLocalProjectAssets() {
+void ProjectDataFeed::publishLocalProjectAssets() {
   std::vector<ProjectAssetItem> rows = localProjectFileAssets_;
   for (const ProjectAssetItem& stageRow : localStageStoreAssets_) {
     const bool listed = std::any_of(rows.begin(), rows.end(),
                                     [&](const ProjectAssetItem& row) { return row.path == stageRow.path; });
     if (!listed) rows.push_back(stageRow);
   }
-  rows = projectAssetsOverlayingPendingCreations(pendingCreatedProjectAssets, std::move(rows));
   projectAssetCatalogLoading = false;
-  if (rows == projectAssets) return;
-  projectAssets = std::move(rows);
-  scheduleClientDocumentRebuild(false, true);
+  publishProjectAssets(projectAssetsOverlayingPendingCreations(pendingCreatedProjectAssets, std::move(rows)));
 }
 
-void EditorModel::publishProjectAssetsFromStage(const std::vector<UsdAsset>& assets) {
-  const bool local = isBlank(configuration.projectServerURL) && isBlank(configuration.remoteStageURL);
-  if (!local) return;  // the project stream owns the list of a hosted project
+void ProjectDataFeed::publishProjectAssets(std::vector<ProjectAssetItem> rows) {
+  DocumentPublisher& documents = context_.documents;
+  if (rows == documents.projectAssets) return;
+  documents.projectAssets = std::move(rows);
+  documents.scheduleClientDocumentRebuild(false, true);
+}
+
+void ProjectDataFeed::publishProjectAssetsFromStage(const std::vector<UsdAsset>& assets) {
+  if (context_.server.isHosted()) return;  // the project stream owns the list of a hosted project
   std::vector<ProjectAssetItem> storeRows;
   for (const UsdAsset& asset : assets) {
     if (!isStoreLinked(asset)) continue;
@@ -112,26 +116,28 @@ void EditorModel::publishProjectAssetsFromStage(const std::vector<UsdAsset>& ass
     row.assetPath = !asset.storeURI.empty() ? asset.storeURI : asset.source;
     storeRows.push_back(std::move(row));
   }
-  projectSceneRef = hostedSceneReference("", configuration.projectPath, currentStage().sceneUri);
+  context_.server.projectSceneRef =
+      hostedSceneReference("", context_.scope.projectPath(), context_.stage.get()->stage().sceneUri);
   if (storeRows == localStageStoreAssets_) return;
   localStageStoreAssets_ = std::move(storeRows);
   publishLocalProjectAssets();
 }
 
-void EditorModel::refreshRemoteProjectDataOnce(std::uint64_t generation, bool forceReload) {
-  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
-  if (initialProjectNeedsSignIn || !hasProjectServerContext()) return;
-  const std::optional<std::string> url = !isBlank(configuration.projectServerURL)
-                                             ? projectServerAPIURL("/api/project")
-                                             : remoteURL("/api/project");
+void ProjectDataFeed::refreshRemoteProjectDataOnce(std::uint64_t generation, bool forceReload) {
+  ORVAN_ASSERT_MAIN_THREAD(context_.main);
+  ServerSession& server = context_.server;
+  if (context_.startup.initialProjectNeedsSignIn || !context_.scope.hasProjectServerContext()) return;
+  const std::optional<std::string> url = !isBlank(context_.scope.projectServerURL())
+                                             ? server.projectServerAPIURL("/api/project")
+                                             : server.remoteURL("/api/project");
   if (!url) return;
-  const std::string token = velkSessionToken;
+  const std::string token = server.velkSessionToken;
   HttpRequest request;
   request.url = *url;
   request.timeout = kRequestTimeout;
   std::shared_ptr<const ProjectResponse> cached;
   if (!forceReload) {
-    if (const CachedProjectResponse* entry = projectResponseCache.find(*url)) {
+    if (const CachedProjectResponse* entry = server.projectResponseCache.find(*url)) {
       cached = entry->project;
       request.setHeader("If-None-Match", entry->etag);
     }
@@ -142,17 +148,16 @@ void EditorModel::refreshRemoteProjectDataOnce(std::uint64_t generation, bool fo
     if (!weak.isAlive() || generation != projectDataGeneration || failure.isCancellation()) return;
     projectDataTask_.clear();
     if (isUnauthorizedError(failure)) {
-      requireVelkSignIn(token);
+      hooks.signInRequired(token);
       return;
     }
     const VelkConnectionIssue issue = velkConnectionIssue(failure);
     spdlog::warn("Velk editor project refresh failure code={} domain={} nativeCode={} diagnostic={}",
                  issue.code, failure.error.domain, failure.error.code, textTail(issue.diagnostic));
-    registerConnectionIssue(issue);
-    status.set("Project refresh failed: " + issue.message);
-    workspaceCatalogLoading = false;
+    context_.startup.registerConnectionIssue(issue);
+    context_.status.set("Project refresh failed: " + issue.message);
     projectAssetCatalogLoading = false;
-    workspaceCatalogError = issue.message;
+    hooks.projectFailed(issue.message);
   };
   auto apply = [this, weak, generation](std::shared_ptr<const ProjectResponse> project) {
     if (!weak.isAlive() || generation != projectDataGeneration) return;
@@ -160,7 +165,7 @@ void EditorModel::refreshRemoteProjectDataOnce(std::uint64_t generation, bool fo
     applyRemoteProjectResponse(*project);
   };
 
-  projectDataTask_.replace(authorizedData(
+  projectDataTask_.replace(server.authorizedData(
       std::move(request), false,
       [this, weak, generation, url = *url, cached, fail, apply](RequestResult<HttpResponse> answer) {
         if (!weak.isAlive() || generation != projectDataGeneration) return;
@@ -173,51 +178,51 @@ void EditorModel::refreshRemoteProjectDataOnce(std::uint64_t generation, bool fo
         }
         if (statusCode < 200 || statusCode > 299) {
           const auto body = decodeJson<VelkErrorBody>(answer->body);
-          projectTiming("GET /api/project -> HTTP " + std::to_string(statusCode) + " code=" +
+          context_.timing.projectTiming(context_.main.now(), "GET /api/project -> HTTP " + std::to_string(statusCode) + " code=" +
                         (body.ok() ? body->code.value_or("") : std::string()) + " url=" + url);
           return fail(httpError(statusCode, "HTTP " + std::to_string(statusCode)));
         }
         const std::string etag = answer->header("ETag").value_or("");
         // A project of many assets is decoded off the main thread.
         projectDataTask_.replace(postTaskAndReply(
-            ports_.background, ports_.main,
+            context_.background, context_.main,
             [body = std::move(answer.value().body)](std::stop_token) { return decodeProjectResponse(body); },
             [this, weak, generation, url, etag, fail, apply](ProjectResult decoded) {
               if (!weak.isAlive() || generation != projectDataGeneration) return;
               if (!decoded.ok()) return fail(decoded.error());
-              if (!etag.empty()) projectResponseCache.remember(url, {*decoded, etag, 0});
+              if (!etag.empty()) context_.server.projectResponseCache.remember(url, {*decoded, etag, 0});
               apply(std::move(*decoded));
             }));
       }));
 }
 
-void EditorModel::scheduleProjectMetadataRefresh(Duration delay) {
-  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
-  const bool local = isBlank(configuration.projectServerURL) && isBlank(configuration.remoteStageURL);
-  if (local) {
+void ProjectDataFeed::scheduleProjectMetadataRefresh(Duration delay) {
+  ORVAN_ASSERT_MAIN_THREAD(context_.main);
+  if (!context_.server.isHosted()) {
     refreshProjectData(false);
     return;
   }
-  if (seamlessWorkspaceTransitionInFlight) return;
+  if (context_.scope.seamlessWorkspaceTransitionInFlight) return;
   const std::uint64_t generation = ++projectMetadataRefreshGeneration;
   const WeakLifetime weak = lifetime_.weak();
   // Several requests in a short while make one fetch: each replaces the wait of the one before.
-  projectMetadataRefreshTask_.replace(ports_.main.postAfter(delay, [this, weak, generation] {
+  projectMetadataRefreshTask_.replace(context_.main.postAfter(delay, [this, weak, generation] {
     if (!weak.isAlive() || generation != projectMetadataRefreshGeneration) return;
     projectMetadataRefreshTask_.clear();
     refreshRemoteProjectDataOnce(++projectDataGeneration, false);
   }));
 }
 
-void EditorModel::applyRemoteProjectResponse(const ProjectResponse& project) {
-  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
-  if (!describesOpenProject(project, configuration)) {
+void ProjectDataFeed::applyRemoteProjectResponse(const ProjectResponse& project) {
+  ORVAN_ASSERT_MAIN_THREAD(context_.main);
+  if (!describesOpenProject(project, context_.scope.projectPath())) {
     spdlog::info("project data for {} ignored: {} is open", project.path.value_or(""),
-                 configuration.projectPath);
+                 context_.scope.projectPath());
     return;
   }
   const bool complete = project.assetCatalogComplete.value_or(true);
-  const std::string scopeKey = (project.id ? *project.id : projectId.get()) + "\n" + transportWorkspace();
+  const std::string scopeKey =
+      (project.id ? *project.id : context_.scope.projectId()) + "\n" + context_.scope.transportWorkspace();
   ProjectAssetCatalogReconciliation reconciled = projectAssetCatalogStore.reconcile(
       scopeKey, project.assetCatalogHeadKey.value_or(""), project.assets, complete);
   // Created assets that the server now lists are no longer pending.
@@ -226,14 +231,13 @@ void EditorModel::applyRemoteProjectResponse(const ProjectResponse& project) {
       return projectAssetAuthoritativelyConfirmsPendingCreation(entry.second.asset, row);
     });
   });
-  std::vector<ProjectAssetItem> shown =
-      projectAssetsOverlayingPendingCreations(pendingCreatedProjectAssets, std::move(reconciled.assets));
-  if (shown != projectAssets) {
-    projectAssets = std::move(shown);
-    scheduleClientDocumentRebuild(false, true);
-  }
+  publishProjectAssets(
+      projectAssetsOverlayingPendingCreations(pendingCreatedProjectAssets, std::move(reconciled.assets)));
   projectAssetCatalogLoading = !complete;
-  applyProjectWorkspaceState(project);
+  activeSceneClients = project.activeSceneClients.value_or(decltype(activeSceneClients){});
+  activeAgents = project.activeAgents.value_or(std::vector<SceneClientSummary>{});
+  workspaceComments = project.workspaceComments.value_or(std::vector<ProjectWorkspaceComment>{});
+  hooks.projectApplied(project);
   // The server is still putting its catalogue together: ask again shortly until it is whole.
   if (!complete) scheduleProjectMetadataRefresh(kIncompleteCatalogPoll);
 }

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "Application/HostedProjectLaunchScope.h"
+#include "Launch/HostedProjectLaunchScope.h"
 
 namespace orvan::editor {
 namespace {

@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "Application/BuildSettings.h"
-#include "Application/EditorConfiguration.h"
+#include "Launch/BuildSettings.h"
+#include "Launch/EditorConfiguration.h"
 #include "Support/TemporaryFolder.h"
 
 namespace orvan::editor {

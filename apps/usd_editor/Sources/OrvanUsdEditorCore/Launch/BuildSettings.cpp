@@ -1,4 +1,4 @@
-#include "Application/BuildSettings.h"
+#include "Launch/BuildSettings.h"
 
 namespace orvan::editor {
 

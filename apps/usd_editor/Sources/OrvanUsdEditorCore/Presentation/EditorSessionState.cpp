@@ -1,4 +1,4 @@
-#include "Application/EditorSessionState.h"
+#include "Presentation/EditorSessionState.h"
 
 namespace orvan::editor {
 

@@ -1,14 +1,16 @@
 // User identity and profiles: who this editor is to the other clients of a workspace.
 #include <algorithm>
 
-#include "Application/EditorModel.h"
-#include "Application/UserDefaultsKeys.h"
+#include "Application/UserIdentityController.h"
+#include "Launch/UserDefaultsKeys.h"
 #include "Foundation/JsonDecoder.h"
 #include "Foundation/JsonEncoder.h"
 #include "Foundation/Text.h"
 #include "Platform/PreferencesStore.h"
 
 namespace orvan::editor {
+
+UserIdentityController::UserIdentityController(Context context) : context_(context) { initializeIdentity(); }
 
 namespace {
 
@@ -18,19 +20,19 @@ bool profileOrder(const UserProfileSummary& left, const UserProfileSummary& righ
 
 }  // namespace
 
-std::optional<UserProfileSummary> EditorModel::normalizedUserProfile(UserProfileSummary profile) const {
+std::optional<UserProfileSummary> UserIdentityController::normalizedUserProfile(UserProfileSummary profile) const {
   profile.id = sanitizedUserId(profile.id, "");
   if (profile.id.empty()) return std::nullopt;
-  profile.color = normalizedUserColor(profile.color, ports_.randomBytes);
+  profile.color = normalizedUserColor(profile.color, context_.randomBytes);
   return profile;
 }
 
 // Normalised, first of every id kept.
 static std::vector<UserProfileSummary> uniqueNormalizedProfiles(
-    const EditorModel& model, const std::vector<UserProfileSummary>& profiles) {
+    const UserIdentityController& identity, const std::vector<UserProfileSummary>& profiles) {
   std::vector<UserProfileSummary> unique;
   for (const UserProfileSummary& profile : profiles) {
-    auto normalized = model.normalizedUserProfile(profile);
+    auto normalized = identity.normalizedUserProfile(profile);
     if (!normalized) continue;
     const bool seen = std::any_of(unique.begin(), unique.end(), [&](const UserProfileSummary& kept) {
       return kept.id == normalized->id;
@@ -40,30 +42,30 @@ static std::vector<UserProfileSummary> uniqueNormalizedProfiles(
   return unique;
 }
 
-std::vector<UserProfileSummary> EditorModel::storedUserProfiles() const {
-  const auto data = ports_.preferences.data(defaults::kUserProfiles);
+std::vector<UserProfileSummary> UserIdentityController::storedUserProfiles() const {
+  const auto data = context_.preferences.data(defaults::kUserProfiles);
   if (!data) return {};
   auto decoded = decodeJson<std::vector<UserProfileSummary>>(*data);
   if (!decoded.ok()) return {};
   return uniqueNormalizedProfiles(*this, *decoded);
 }
 
-void EditorModel::persistUserProfiles(const std::vector<UserProfileSummary>& profiles) {
-  (void)ports_.preferences.setData(defaults::kUserProfiles,
+void UserIdentityController::persistUserProfiles(const std::vector<UserProfileSummary>& profiles) {
+  (void)context_.preferences.setData(defaults::kUserProfiles,
                                    encodeJson(uniqueNormalizedProfiles(*this, profiles)));
 }
 
-void EditorModel::initializeIdentity() {
-  PreferencesStore& preferences = ports_.preferences;
+void UserIdentityController::initializeIdentity() {
+  PreferencesStore& preferences = context_.preferences;
   std::string name = trimmed(preferences.string(defaults::kUserName).value_or(""));
-  if (name.empty()) name = trimmed(ports_.accountFullName());
+  if (name.empty()) name = trimmed(context_.accountFullName());
   if (name.empty()) name = std::string(kDefaultUserName);
 
   const auto storedId = preferences.string(defaults::kUserId);
   const std::string id = sanitizedUserId(
-      storedId.value_or(makeInternalUserId("user", ports_.randomBytes)), configuration.clientId);
+      storedId.value_or(makeInternalUserId("user", context_.randomBytes)), context_.clientId);
   const std::string color =
-      normalizedUserColor(preferences.string(defaults::kUserColor), ports_.randomBytes);
+      normalizedUserColor(preferences.string(defaults::kUserColor), context_.randomBytes);
 
   userName.set(name);
   userId.set(id);
@@ -81,34 +83,32 @@ void EditorModel::initializeIdentity() {
   persistUserProfiles(profiles);
 }
 
-void EditorModel::setUserIdentity(std::optional<std::string> name, std::optional<std::string> id,
+void UserIdentityController::setUserIdentity(std::optional<std::string> name, std::optional<std::string> id,
                                   std::optional<std::string> color, bool syncRemote) {
-  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
+  ORVAN_ASSERT_MAIN_THREAD(context_.main);
   std::string newName = trimmed(name.value_or(""));
   if (newName.empty()) newName = std::string(kDefaultUserName);
   const std::string newId =
-      sanitizedUserId(id.value_or(userId.get()), makeInternalUserId("user", ports_.randomBytes));
+      sanitizedUserId(id.value_or(userId.get()), makeInternalUserId("user", context_.randomBytes));
   const std::string newColor =
-      normalizedUserColor(color.value_or(userColor.get()), ports_.randomBytes);
+      normalizedUserColor(color.value_or(userColor.get()), context_.randomBytes);
 
   userName.set(newName);
   userId.set(newId);
   userColor.set(newColor);
-  (void)ports_.preferences.setString(defaults::kUserName, newName);
-  (void)ports_.preferences.setString(defaults::kUserId, newId);
-  (void)ports_.preferences.setString(defaults::kUserColor, newColor);
+  (void)context_.preferences.setString(defaults::kUserName, newName);
+  (void)context_.preferences.setString(defaults::kUserId, newId);
+  (void)context_.preferences.setString(defaults::kUserColor, newColor);
 
   applyUserProfiles({UserProfileSummary{newId, newName, std::nullopt, newColor}});
   // The helper's author and the watcher's client identity change with the identity.
-  retirePersistentEditClient();
-  stopToolWatcher();
-  startToolWatcher();
+  hooks.identityChanged();
   // Pushing the profile to the server joins with the signed-in session; until then a local
   // identity has nothing to sync.
   (void)syncRemote;
 }
 
-void EditorModel::applyUserProfiles(const std::vector<UserProfileSummary>& incoming) {
+void UserIdentityController::applyUserProfiles(const std::vector<UserProfileSummary>& incoming) {
   std::vector<UserProfileSummary> merged = userProfiles.get();
   for (const UserProfileSummary& profile : incoming) {
     auto normalized = normalizedUserProfile(profile);
@@ -131,6 +131,13 @@ void EditorModel::applyUserProfiles(const std::vector<UserProfileSummary>& incom
   if (userProfiles.set(merged)) persistUserProfiles(merged);
 }
 
-std::string EditorModel::userInitial() const { return editor::userInitial(userName.get()); }
+void UserIdentityController::applyAccountColor(const std::string& color) {
+  const std::optional<std::string> parsed = colorFromHex(color);
+  if (!parsed) return;
+  userColor.set(*parsed);
+  (void)context_.preferences.setString(defaults::kUserColor, *parsed);
+}
+
+std::string UserIdentityController::userInitial() const { return editor::userInitial(userName.get()); }
 
 }  // namespace orvan::editor

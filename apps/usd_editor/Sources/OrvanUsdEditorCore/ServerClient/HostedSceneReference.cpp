@@ -1,4 +1,4 @@
-#include "ProjectsAndWorkspaces/HostedSceneReference.h"
+#include "ServerClient/HostedSceneReference.h"
 
 #include <algorithm>
 

@@ -4,7 +4,7 @@
 
 #include <spdlog/spdlog.h>
 
-#include "Application/EditorModel.h"
+#include "ServerClient/StageRefresher.h"
 #include "Foundation/JsonDecoder.h"
 #include "Foundation/Logging.h"
 #include "Foundation/Text.h"
@@ -53,19 +53,20 @@ RemoteStageResult prepareRemoteStage(const std::string& body, const std::stop_to
 
 }  // namespace
 
-void EditorModel::refresh(StageRefreshOptions options) {
-  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
-  const bool remote = !isBlank(configuration.projectServerURL) || !isBlank(configuration.remoteStageURL);
+void StageRefresher::refresh(StageRefreshOptions options) {
+  ORVAN_ASSERT_MAIN_THREAD(context_.main);
+  const bool remote = context_.server.isHosted();
   // A full refresh in local mode also lists the project again; nothing else is held to drop yet.
-  if (!options.preserveQueue && !remote) refreshProjectData(false);
+  if (!options.preserveQueue && !remote) context_.projectData.refreshProjectData(false);
   const std::uint64_t generation = ++refreshGeneration;
-  if (currentStage().prims.empty()) initialStageLoadInFlight = true;
+  if (context_.stage.get()->stage().prims.empty()) context_.startup.initialStageLoadInFlight = true;
   const bool preserveDrafts = options.preserveDrafts.value_or(options.preserveQueue);
+  const EditorConfiguration& configuration = context_.configuration;
   const std::string inspector = configuration.resolvedPath(configuration.inspectorPath);
-  const std::string remoteStageURL = !isBlank(configuration.projectServerURL)
-                                         ? projectServerAPIURL("/api/stage").value_or("")
-                                         : configuration.remoteStageURL;
-  const std::string scene = configuration.scenePath;
+  const std::string remoteStageURL = !isBlank(context_.scope.projectServerURL())
+                                         ? context_.server.projectServerAPIURL("/api/stage").value_or("")
+                                         : context_.server.addresses.remoteStageURL;
+  const std::string scene = context_.scope.scenePath();
   spdlog::info("stage refresh begin generation={} preserveQueue={} scene={} remoteStageURL={}",
                generation, options.preserveQueue, scene, remoteStageURL);
   refreshTask_.cancel();
@@ -77,16 +78,16 @@ void EditorModel::refresh(StageRefreshOptions options) {
   }
 
   const WeakLifetime weak = lifetime_.weak();
-  ProcessLauncher& launcher = ports_.processes;
+  ProcessLauncher& launcher = context_.processes;
   refreshTask_.replace(postTaskAndReply(
-      ports_.background, ports_.main,
+      context_.background, context_.main,
       [&launcher, inspector, scene](std::stop_token token) {
         return loadLocalStage(launcher, inspector, scene, token);
       },
       [this, weak, generation, preserveDrafts](PreparedStageResult result) {
         if (!weak.isAlive() || generation != refreshGeneration) return;  // stale: dropped
         refreshTask_.clear();
-        initialStageLoadInFlight = false;
+        context_.startup.initialStageLoadInFlight = false;
         if (!result.ok()) {
           if (!result.error().isCancellation()) applyRefreshFailure(result.error(), generation);
           return;
@@ -95,27 +96,27 @@ void EditorModel::refresh(StageRefreshOptions options) {
       }));
 }
 
-void EditorModel::refreshRemoteStage(const std::string& url, std::uint64_t generation,
+void StageRefresher::refreshRemoteStage(const std::string& url, std::uint64_t generation,
                                      bool preserveDrafts) {
   if (!UrlComponents::parse(url)) {
     applyRefreshFailure(Error::editor(0, "Invalid remote stage URL"), generation);
     return;
   }
   // What the stage is for, taken now: the answer is cached under the scope it was asked for.
-  const SharedClientScope scope = currentSharedScope();
+  const SharedClientScope scope = context_.scope.sharedScope();
   const WeakLifetime weak = lifetime_.weak();
-  refreshTask_.replace(authorizedData(
+  refreshTask_.replace(context_.server.authorizedData(
       url, std::nullopt, true,
       [this, weak, generation, preserveDrafts, scope](RequestResult<HttpResponse> answer) {
         if (!weak.isAlive() || generation != refreshGeneration) return;
         if (!answer.ok()) {
           if (answer.error().isCancellation()) return;
-          initialStageLoadInFlight = false;
+          context_.startup.initialStageLoadInFlight = false;
           applyRefreshFailure(answer.error(), generation);
           return;
         }
         if (answer->statusCode < 200 || answer->statusCode > 299) {
-          initialStageLoadInFlight = false;
+          context_.startup.initialStageLoadInFlight = false;
           applyRefreshFailure(Error::editor(answer->statusCode, "Remote stage returned HTTP " +
                                                                     std::to_string(answer->statusCode)),
                               generation);
@@ -123,20 +124,20 @@ void EditorModel::refreshRemoteStage(const std::string& url, std::uint64_t gener
         }
         const std::string etag = answer->header("ETag").value_or("");
         refreshTask_.replace(postTaskAndReply(
-            ports_.background, ports_.main,
+            context_.background, context_.main,
             [body = std::move(answer.value().body)](std::stop_token token) {
               return prepareRemoteStage(body, token);
             },
             [this, weak, generation, preserveDrafts, scope, etag](RemoteStageResult result) {
               if (!weak.isAlive() || generation != refreshGeneration) return;
               refreshTask_.clear();
-              initialStageLoadInFlight = false;
+              context_.startup.initialStageLoadInFlight = false;
               if (!result.ok()) {
                 if (!result.error().isCancellation()) applyRefreshFailure(result.error(), generation);
                 return;
               }
               if (!etag.empty()) {
-                remoteStageCache.remember(remoteStageCacheKey(scope),
+                context_.server.remoteStageCache.remember(remoteStageCacheKey(scope),
                                           {result->revision, result->stage->inspection, etag, 0});
               }
               applyRefreshResultNow(std::move(result->stage), result->revision, generation,
@@ -145,14 +146,15 @@ void EditorModel::refreshRemoteStage(const std::string& url, std::uint64_t gener
       }));
 }
 
-void EditorModel::applyRefreshResultNow(std::shared_ptr<const PreparedStage> prepared,
+void StageRefresher::applyRefreshResultNow(std::shared_ptr<const PreparedStage> prepared,
                                         std::optional<std::uint64_t> incomingRevision,
                                         std::uint64_t generation, bool preserveDrafts) {
-  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
+  ORVAN_ASSERT_MAIN_THREAD(context_.main);
   (void)preserveDrafts;
   const auto started = std::chrono::steady_clock::now();
   // A stage older than what the editor knows was typically served just before an accepted edit:
   // refuse it and ask again, but never more than eight times in a row.
+  Observable<std::uint64_t>& revision = context_.revision;
   if (incomingRevision && *incomingRevision < revision.get() &&
       staleStageRefreshRetries <= kMaximumStaleStageRefusals) {
     stageRefreshInFlight = false;
@@ -166,94 +168,75 @@ void EditorModel::applyRefreshResultNow(std::shared_ptr<const PreparedStage> pre
   spdlog::info("stage refresh apply generation={}", generation);
 
   storeStage(std::move(prepared));
-  publishProjectAssetsFromStage(currentStage().assets);
+  context_.projectData.publishProjectAssetsFromStage(context_.stage.get()->stage().assets);
   if (incomingRevision) revision.set(*incomingRevision);
 
   stageRefreshInFlight = false;
-  initialProjectResponsive = true;
-  initialProjectError.clear();
-  initialProjectNeedsSignIn = false;
-  connectionIssue.set(std::nullopt);
+  StartupState& startup = context_.startup;
+  startup.initialProjectResponsive = true;
+  startup.initialProjectError.clear();
+  startup.initialProjectNeedsSignIn = false;
+  startup.connectionIssue.set(std::nullopt);
   spdlog::info("stage refresh completed generation={}", generation);
   // The project's data follows its stage: assets, workspaces and who is around.
-  scheduleProjectMetadataRefresh(kProjectDataAfterStage);
+  context_.projectData.scheduleProjectMetadataRefresh(kProjectDataAfterStage);
 
   const auto elapsed = std::chrono::steady_clock::now() - started;
   std::string loaded = "Loaded composed OpenUSD stage";
-  if (timingLogsEnabled && elapsed > kSlowApplyThreshold) {
+  if (context_.timing.timingLogsEnabled && elapsed > kSlowApplyThreshold) {
     loaded += " (" +
               std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()) +
               " ms)";
   }
-  status.set(loaded);
+  context_.status.set(loaded);
 }
 
-void EditorModel::storeStage(std::shared_ptr<const PreparedStage> prepared) {
-  std::shared_ptr<const PreparedStage> previous = stage.get();
-  stage.set(std::move(prepared));
-  scheduleClientDocumentRebuild(true, false);
+void StageRefresher::storeStage(std::shared_ptr<const PreparedStage> prepared) {
+  std::shared_ptr<const PreparedStage> previous = context_.stage.get();
+  context_.stage.set(std::move(prepared));
+  context_.documents.scheduleClientDocumentRebuild(true, false);
   // A replaced stage of many prims takes a while to free; let a background thread do it.
-  ports_.background.post([previous = std::move(previous)]() mutable { previous.reset(); });
+  context_.background.post([previous = std::move(previous)]() mutable { previous.reset(); });
 }
 
-void EditorModel::applyRefreshFailure(const RequestFailure& failure, std::uint64_t generation) {
+void StageRefresher::applyRefreshFailure(const RequestFailure& failure, std::uint64_t generation) {
   if (generation != refreshGeneration) return;
-  initialStageLoadInFlight = false;
+  context_.startup.initialStageLoadInFlight = false;
   spdlog::warn("stage refresh failure generation={} error={} (code {})", generation,
                textTail(failure.error.description), failure.error.code);
-  projectConnectionInFlight = false;
-  projectTransitionMessage.clear();
+  context_.scope.projectConnectionInFlight = false;
+  context_.scope.projectTransitionMessage.clear();
   stageRefreshInFlight = false;
   if (isUnauthorizedError(failure)) {
-    requireVelkSignIn();
+    hooks.signInRequired();
     return;
   }
   handleConnectionFailure(failure, "Refresh failed");
 }
 
-void EditorModel::handleConnectionFailure(const RequestFailure& failure, std::string_view prefix) {
+void StageRefresher::handleConnectionFailure(const RequestFailure& failure, std::string_view prefix) {
   const Error& error = failure.error;
   const VelkConnectionIssue issue = velkConnectionIssue(failure);
   spdlog::warn("Velk editor connection failure code={} domain={} nativeCode={} diagnostic={}",
                issue.code, error.domain, error.code, textTail(issue.diagnostic));
-  registerConnectionIssue(issue);
-  status.set(prefix.empty() ? issue.message : std::string(prefix) + ": " + issue.message);
-  if (!isBlank(configuration.remoteStageURL) && !initialProjectResponsive) {
-    initialProjectResolved.set(false);
-    initialProjectNeedsSignIn = issue.primaryAction == VelkConnectionAction::login;
-    initialProjectError = issue.message;
+  StartupState& startup = context_.startup;
+  startup.registerConnectionIssue(issue);
+  context_.status.set(prefix.empty() ? issue.message : std::string(prefix) + ": " + issue.message);
+  if (!isBlank(context_.server.addresses.remoteStageURL) && !startup.initialProjectResponsive) {
+    startup.initialProjectResolved.set(false);
+    startup.initialProjectNeedsSignIn = issue.primaryAction == VelkConnectionAction::login;
+    startup.initialProjectError = issue.message;
   }
 }
 
-void EditorModel::registerConnectionIssue(const VelkConnectionIssue& issue) {
-  if (issue.retryable || issue.blocksProject) connectionIssue.set(issue);
-  if (issue.primaryAction == VelkConnectionAction::login) initialProjectNeedsSignIn = true;
+void StageRefresher::dropAnswersInFlight() {
+  refreshTask_.cancel();
+  ++refreshGeneration;
 }
 
-void EditorModel::performConnectionAction(VelkConnectionAction action) {
-  ORVAN_ASSERT_MAIN_THREAD(ports_.main);
-  if (action == VelkConnectionAction::retry) {
-    connectionIssue.set(std::nullopt);
-    startInitialRefresh();
-    return;
-  }
-  if (action == VelkConnectionAction::none) return;
-  if (action == VelkConnectionAction::chooseProject) {
-    markStartupResolvedWithoutProject();
-    return;
-  }
-  if (action == VelkConnectionAction::login) {
-    signInToVelk();
-    return;
-  }
-  spdlog::info("connection action {} is not available in this build", static_cast<int>(action));
-}
-
-void EditorModel::dismissConnectionIssue() { connectionIssue.set(std::nullopt); }
-
-void EditorModel::scheduleStageRefresh(Duration delay) {
+void StageRefresher::scheduleStageRefresh(Duration delay) {
   const WeakLifetime weak = lifetime_.weak();
-  stageChangedRefreshTask_.replace(ports_.main.postAfter(delay, [this, weak] {
+  stageChangedRefreshTask_.replace(context_.main.postAfter(delay, [this, weak] {
     if (!weak.isAlive()) return;
     stageChangedRefreshTask_.clear();
     refresh({.preserveQueue = true});

@@ -1,4 +1,4 @@
-#include "Application/EditorConfiguration.h"
+#include "Launch/EditorConfiguration.h"
 
 #include <unistd.h>
 
@@ -10,7 +10,7 @@
 
 #include <spdlog/spdlog.h>
 
-#include "Application/BuildSettings.h"
+#include "Launch/BuildSettings.h"
 #include "Foundation/Text.h"
 #include "Foundation/UrlComponents.h"
 
@@ -176,6 +176,11 @@ bool isLocalAuthoringAddress(std::string_view text) {
 }
 
 std::optional<std::string> EditorConfiguration::projectServerDerivedAuthoringAddress() const {
+  return derivedAuthoringAddress(localMode, address, projectServerURL);
+}
+
+std::optional<std::string> derivedAuthoringAddress(bool localMode, std::string_view address,
+                                                   std::string_view projectServerURL) {
   if (localMode || !isLocalAuthoringAddress(address)) return std::nullopt;
   const auto url = UrlComponents::parse(projectServerURL);
   if (!url) return std::nullopt;

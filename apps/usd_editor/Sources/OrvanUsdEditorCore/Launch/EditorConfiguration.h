@@ -65,6 +65,10 @@ struct EditorConfiguration {
 std::string defaultWorkspaceRoot(const std::vector<std::string>& arguments,
                                  std::string_view currentDirectory);
 
+// The authoring address that follows `projectServerURL`, when `address` is local.
+std::optional<std::string> derivedAuthoringAddress(bool localMode, std::string_view address,
+                                                   std::string_view projectServerURL);
+
 // Addresses of an authoring service on this machine; an empty address counts as local.
 bool isLocalAuthoringAddress(std::string_view text);
 

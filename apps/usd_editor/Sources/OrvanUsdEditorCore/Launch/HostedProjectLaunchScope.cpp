@@ -1,4 +1,4 @@
-#include "Application/HostedProjectLaunchScope.h"
+#include "Launch/HostedProjectLaunchScope.h"
 
 #include "Foundation/Text.h"
 

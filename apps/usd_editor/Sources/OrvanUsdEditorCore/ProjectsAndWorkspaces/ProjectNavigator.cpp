@@ -5,9 +5,13 @@
 
 #include <spdlog/spdlog.h>
 
-#include "Application/EditorModel.h"
+#include "ProjectsAndWorkspaces/ProjectNavigator.h"
 #include "Foundation/JsonDecoder.h"
+#include "Foundation/JsonEncoder.h"
 #include "Foundation/Text.h"
+#include "Launch/HostedProjectLaunchScope.h"
+#include "Launch/UserDefaultsKeys.h"
+#include "Platform/PreferencesStore.h"
 #include "ServerClient/Records/WorkspaceRecords.h"
 
 namespace orvan::editor {
@@ -53,27 +57,24 @@ ProjectWorkspaceSummary workspaceSummary(const std::string& id) {
 
 }  // namespace
 
-SharedClientScope EditorModel::currentSharedScope() const {
-  return SharedClientScope{configuration.projectServerURL, projectId.get(), configuration.projectPath,
-                           hostedScenePath(configuration.scenePath), transportWorkspace(),
-                           activeLayerIdentifier};
-}
+ProjectNavigator::ProjectNavigator(Context context, WorkspacePresentationSnapshot initial)
+    : workspaces(initial.workspaces), workspacePresentation(std::move(initial)), context_(context) {}
 
-void EditorModel::fetchHostedProjectsResponse(
+void ProjectNavigator::fetchHostedProjectsResponse(
     std::optional<Duration> timeout, bool publishConnectionIssue,
     std::function<void(RequestResult<HostedProjectsResponse>)> done) {
-  const std::optional<std::string> url = projectServerAPIURL("/api/projects");
+  const std::optional<std::string> url = context_.server.projectServerAPIURL("/api/projects");
   if (!url) {
     done(RequestFailure(httpError(0, "Invalid project server URL")));
     return;
   }
-  hostedProjectsTask_.replace(authorizedData(
+  hostedProjectsTask_.replace(context_.server.authorizedData(
       *url, timeout, publishConnectionIssue, [done = std::move(done)](RequestResult<HttpResponse> answer) {
         done(decodeAnswer<HostedProjectsResponse>(answer));
       }));
 }
 
-void EditorModel::applyHostedProjectsResponse(const HostedProjectsResponse& response,
+void ProjectNavigator::applyHostedProjectsResponse(const HostedProjectsResponse& response,
                                               bool adoptingServerCurrentScope) {
   hostedProjects.clear();
   for (const HostedProjectSummary& summary : response.projects) hostedProjects.push_back(hostedProject(summary));
@@ -83,13 +84,15 @@ void EditorModel::applyHostedProjectsResponse(const HostedProjectsResponse& resp
   const auto current = std::find_if(hostedProjects.begin(), hostedProjects.end(),
                                     [](const HostedProject& project) { return project.isCurrent; });
   if (current == hostedProjects.end()) return;
-  configuration.projectPath = current->path;
-  configuration.scenePath = editor::hostedScenePath(current->scenePath, current->path);
-  projectId.set(current->stableId);
+  context_.scope.current.update([&](SharedClientScope& scope) {
+    scope.projectRoot = current->path;
+    scope.scene = hostedScenePath(current->scenePath, current->path);
+    scope.project = current->stableId;
+  });
 }
 
-void EditorModel::refreshHostedProjects() {
-  if (isBlank(configuration.projectServerURL)) return;
+void ProjectNavigator::refreshHostedProjects() {
+  if (isBlank(context_.scope.projectServerURL())) return;
   hostedProjectsLoading = true;
   const WeakLifetime weak = lifetime_.weak();
   fetchHostedProjectsResponse(std::nullopt, true, [this, weak](RequestResult<HostedProjectsResponse> result) {
@@ -104,60 +107,65 @@ void EditorModel::refreshHostedProjects() {
   });
 }
 
-void EditorModel::openProject() {
+void ProjectNavigator::openProject() {
   // The project browser lists the catalogue; it is fetched fresh each time it opens.
   showProjectBrowser.set(true);
   refreshHostedProjects();
 }
 
-void EditorModel::markStartupResolvedWithoutProject() {
-  connectionIssue.set(std::nullopt);
-  initialProjectResolved.set(true);
-  initialProjectResponsive = false;
-  initialProjectError.clear();
-  initialProjectNeedsSignIn = false;
+void ProjectNavigator::markStartupResolvedWithoutProject() {
+  StartupState& startup = context_.startup;
+  startup.connectionIssue.set(std::nullopt);
+  startup.initialProjectResolved.set(true);
+  startup.initialProjectResponsive = false;
+  startup.initialProjectError.clear();
+  startup.initialProjectNeedsSignIn = false;
   openProject();
 }
 
-void EditorModel::resolveCurrentHostedProjectBeforeStartup(
+void ProjectNavigator::resolveCurrentHostedProjectBeforeStartup(
     std::uint64_t generation, std::function<void(HostedProjectResolution)> done) {
-  const std::string expectedToken = velkSessionToken;
+  const std::string expectedToken = context_.server.velkSessionToken;
   const WeakLifetime weak = lifetime_.weak();
   fetchHostedProjectsResponse(
       kStartupProjectsTimeout, false,
       [this, weak, generation, expectedToken, done = std::move(done)](RequestResult<HostedProjectsResponse> result) {
         if (!weak.isAlive()) return;
-        if (generation != initialProjectResolutionGeneration) return done(HostedProjectResolution::stale);
+        if (generation != context_.startup.initialProjectResolutionGeneration) {
+          return done(HostedProjectResolution::stale);
+        }
         if (!result.ok()) return handleHostedProjectsFailure(result.error(), expectedToken, done);
         applyHostedProjectsResponse(*result, false);
-        const HostedProject* chosen = chooseStartupProject(hostedProjects, projectId.get());
+        const HostedProject* chosen = chooseStartupProject(hostedProjects, context_.scope.projectId());
         if (!chosen) {
           markStartupResolvedWithoutProject();
           return done(HostedProjectResolution::none);
         }
         const HostedProject project = *chosen;
-        retirePersistentEditClient();
-        configuration.projectPath = project.path;
-        configuration.scenePath = editor::hostedScenePath(project.scenePath, project.path);
-        configuration.workspace = std::string(kMainWorkspace);
-        projectId.set(project.stableId);
+        hooks.projectChosen();
+        context_.scope.current.update([&](SharedClientScope& scope) {
+          scope.projectRoot = project.path;
+          scope.scene = hostedScenePath(project.scenePath, project.path);
+          scope.workspace = std::string(kMainWorkspace);
+          scope.project = project.stableId;
+        });
         workspaceCatalogLoading = true;
         workspaceCatalogError.clear();
         for (HostedProject& listed : hostedProjects) listed.isCurrent = listed.stableId == project.stableId;
-        configuration.remoteStageURL.clear();  // the stage address follows the chosen project
-        configureRuntimeForProjectServerIfNeeded();
-        initialProjectNeedsSignIn = false;
+        context_.server.addresses.remoteStageURL.clear();  // the stage address follows the chosen project
+        context_.server.configureRuntimeForProjectServerIfNeeded();
+        context_.startup.initialProjectNeedsSignIn = false;
         done(HostedProjectResolution::chosen);
       });
 }
 
-void EditorModel::handleHostedProjectsFailure(const RequestFailure& failure, const std::string& expectedToken,
+void ProjectNavigator::handleHostedProjectsFailure(const RequestFailure& failure, const std::string& expectedToken,
                                               const std::function<void(HostedProjectResolution)>& done) {
   if (failure.isCancellation()) return done(HostedProjectResolution::stale);
   const VelkConnectionIssue issue = velkConnectionIssue(failure);
   switch (issue.primaryAction) {
     case VelkConnectionAction::login:
-      requireVelkSignIn(expectedToken);
+      context_.account.requireVelkSignIn(expectedToken);
       return done(HostedProjectResolution::failed);
     case VelkConnectionAction::chooseProject:
       markStartupResolvedWithoutProject();
@@ -165,47 +173,46 @@ void EditorModel::handleHostedProjectsFailure(const RequestFailure& failure, con
     case VelkConnectionAction::none:
     case VelkConnectionAction::retry:
     case VelkConnectionAction::requestAccess:
-      handleConnectionFailure(failure, "Project load failed");
+      context_.stageRefresher.handleConnectionFailure(failure, "Project load failed");
       return done(HostedProjectResolution::failed);
   }
 }
 
 // ---- Workspaces
 
-void EditorModel::setWorkspaceState(std::string current, std::vector<ProjectWorkspaceSummary> list,
+void ProjectNavigator::setWorkspaceState(std::string current, std::vector<ProjectWorkspaceSummary> list,
                                     bool publishPresentation) {
   workspaces = std::move(list);
-  currentWorkspace = std::move(current);
-  if (publishPresentation) workspacePresentation.set({currentWorkspace, workspaces});
+  context_.scope.current.update([&](SharedClientScope& scope) { scope.workspace = std::move(current); });
+  if (publishPresentation) workspacePresentation.set({context_.scope.currentWorkspace(), workspaces});
   rememberHostedProjectLaunchScope();
 }
 
-void EditorModel::refreshWorkspaceCatalog() {
-  const bool local = isBlank(configuration.projectServerURL) && isBlank(configuration.remoteStageURL);
-  if (local) {
-    const std::string current = currentWorkspace.empty() ? std::string(kMainWorkspace) : currentWorkspace;
+void ProjectNavigator::refreshWorkspaceCatalog() {
+  if (!context_.server.isHosted()) {
+    const std::string current = context_.scope.transportWorkspace();
     setWorkspaceState(current, {workspaceSummary(current)}, true);
     workspaceCatalogLoading = false;
     workspaceCatalogError.clear();
     return;
   }
-  if (!hasProjectServerContext()) {
+  if (!context_.scope.hasProjectServerContext()) {
     workspaceCatalogLoading = false;
     workspaceCatalogError = "No project is open.";
     return;
   }
-  const std::optional<std::string> url = projectServerAPIURL("/api/workspaces");
+  const std::optional<std::string> url = context_.server.projectServerAPIURL("/api/workspaces");
   if (!url) {
     workspaceCatalogLoading = false;
     workspaceCatalogError = "Invalid project server URL";
     return;
   }
   const std::uint64_t generation = ++workspaceCatalogRefreshGeneration;
-  const SharedClientScope asked = currentSharedScope();
+  const SharedClientScope asked = context_.scope.sharedScope();
   workspaceCatalogLoading = true;
   workspaceCatalogError.clear();
   const WeakLifetime weak = lifetime_.weak();
-  workspaceCatalogTask_.replace(authorizedData(
+  workspaceCatalogTask_.replace(context_.server.authorizedData(
       *url, std::nullopt, false, [this, weak, generation, asked](RequestResult<HttpResponse> answer) {
         if (!weak.isAlive() || generation != workspaceCatalogRefreshGeneration) return;
         workspaceCatalogTask_.clear();
@@ -217,9 +224,9 @@ void EditorModel::refreshWorkspaceCatalog() {
           return;
         }
         // An answer for a place the user has left since is of no use.
-        if (asked != currentSharedScope()) return;
+        if (asked != context_.scope.sharedScope()) return;
         std::vector<ProjectWorkspaceSummary> list = result->workspaces.value_or(std::vector<ProjectWorkspaceSummary>{});
-        const std::string current = transportWorkspace();
+        const std::string current = context_.scope.transportWorkspace();
         const bool listed = std::any_of(list.begin(), list.end(),
                                         [&](const ProjectWorkspaceSummary& summary) { return summary.id == current; });
         if (!listed) list.push_back(workspaceSummary(current));
@@ -229,19 +236,31 @@ void EditorModel::refreshWorkspaceCatalog() {
       }));
 }
 
-void EditorModel::applyProjectWorkspaceState(const ProjectResponse& project) {
-  if (project.id && !project.id->empty()) projectId.set(*project.id);
-  projectSceneRef = project.sceneRef.value_or("");
+void ProjectNavigator::applyProjectWorkspaceState(const ProjectResponse& project) {
+  if (project.id && !project.id->empty()) {
+    context_.scope.current.update([&](SharedClientScope& scope) { scope.project = *project.id; });
+  }
+  context_.server.projectSceneRef = project.sceneRef.value_or("");
   projectMainScene = project.mainScene.value_or("");
-  activeSceneClients = project.activeSceneClients.value_or(decltype(activeSceneClients){});
-  activeAgents = project.activeAgents.value_or(std::vector<SceneClientSummary>{});
-  workspaceComments = project.workspaceComments.value_or(std::vector<ProjectWorkspaceComment>{});
-  if (project.profiles) applyUserProfiles(*project.profiles);
   const std::string current = project.workspace && !project.workspace->empty() ? *project.workspace
                                                                                : std::string(kMainWorkspace);
   setWorkspaceState(current, project.workspaces.value_or(std::vector<ProjectWorkspaceSummary>{}), true);
   workspaceCatalogLoading = false;
   workspaceCatalogError.clear();
+}
+
+void ProjectNavigator::rememberHostedProjectLaunchScope() {
+  const EditorScope& scope = context_.scope;
+  const std::string scene = scope.hostedScenePath(scope.scenePath());
+  if (isBlank(scope.projectServerURL()) || isBlank(scope.projectId()) || isBlank(scene)) return;
+  PreferencesStore& preferences = context_.preferences;
+  HostedProjectLaunchScopes scopes;
+  if (const auto data = preferences.data(defaults::kHostedLaunchScopes)) {
+    if (auto stored = decodeJson<HostedProjectLaunchScopes>(*data); stored.ok()) scopes = std::move(*stored);
+  }
+  scopes[launchScopeServerKey(scope.projectServerURL())] =
+      HostedProjectLaunchScope{scope.projectId(), scope.projectPath(), scene, scope.transportWorkspace()};
+  (void)preferences.setData(defaults::kHostedLaunchScopes, encodeJson(scopes));
 }
 
 }  // namespace orvan::editor

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "Application/EditorConfiguration.h"
+#include "Launch/EditorConfiguration.h"
 #include "Foundation/JsonFields.h"
 
 namespace orvan::editor {
