@@ -1,4 +1,4 @@
-#include "OrvanUsdEditorUI/App/OrvanUsdEditorApp.h"
+#include "App/OrvanUsdEditorApp.h"
 
 // Everything, from ignoring broken pipes to the event loop, happens in the application's entry.
 int main(int argc, char** argv) {

@@ -3,7 +3,7 @@
 #include <vector>
 
 #include "Foundation/Observable.h"
-#include "OrvanUsdEditorUI/MainWindow.h"
+#include "MainWindow.h"
 
 namespace orvan::editor {
 class EditorModel;

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "Application/EditorConfiguration.h"
-#include "Foundation/JsonFields.h"
+#include "orvan/wire/JsonFields.h"
 
 namespace orvan::editor {
 

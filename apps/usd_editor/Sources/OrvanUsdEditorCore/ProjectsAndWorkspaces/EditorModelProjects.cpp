@@ -6,9 +6,9 @@
 #include <spdlog/spdlog.h>
 
 #include "Application/EditorModel.h"
-#include "Foundation/JsonDecoder.h"
-#include "Foundation/Text.h"
-#include "ServerClient/Records/WorkspaceRecords.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/Text.h"
+#include "orvan/wire/records/WorkspaceRecords.h"
 
 namespace orvan::editor {
 

@@ -4,9 +4,9 @@
 
 #include "Application/EditorModel.h"
 #include "Application/UserDefaultsKeys.h"
-#include "Foundation/JsonDecoder.h"
-#include "Foundation/Text.h"
-#include "Foundation/UrlComponents.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/Text.h"
+#include "orvan/wire/UrlComponents.h"
 #include "Platform/PreferencesStore.h"
 #include "ProjectsAndWorkspaces/VelkSessionTokenStore.h"
 

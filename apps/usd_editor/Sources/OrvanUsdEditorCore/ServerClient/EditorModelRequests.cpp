@@ -5,7 +5,7 @@
 #include <initializer_list>
 
 #include "Application/EditorModel.h"
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 #include "ProjectsAndWorkspaces/HostedSceneReference.h"
 
 namespace orvan::editor {

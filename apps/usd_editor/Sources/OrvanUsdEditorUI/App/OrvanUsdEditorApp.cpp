@@ -1,4 +1,4 @@
-#include "OrvanUsdEditorUI/App/OrvanUsdEditorApp.h"
+#include "App/OrvanUsdEditorApp.h"
 
 #include <csignal>
 #include <cstdio>
@@ -11,15 +11,15 @@
 #include <spdlog/spdlog.h>
 
 #include "Application/EditorModel.h"
-#include "Application/SoftwareUpdater.h"
+#include "Platform/SoftwareUpdater.h"
 #include "Foundation/Logging.h"
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 #include "Foundation/ThreadPool.h"
-#include "OrvanUsdEditorUI/App/SingleInstance.h"
-#include "OrvanUsdEditorUI/EditorTheme.h"
-#include "OrvanUsdEditorUI/EditorWindow.h"
-#include "OrvanUsdEditorUI/QtMainExecutor.h"
-#include "OrvanUsdEditorUI/WindowCapture.h"
+#include "App/SingleInstance.h"
+#include "EditorTheme.h"
+#include "EditorWindow.h"
+#include "QtMainExecutor.h"
+#include "WindowCapture.h"
 #include "Platform/CurlHttpClient.h"
 #include "Platform/LoggingSoftwareUpdater.h"
 #include "Platform/PosixProcessLauncher.h"

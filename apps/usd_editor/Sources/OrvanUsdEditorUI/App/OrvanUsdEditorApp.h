@@ -9,7 +9,7 @@
 
 #include "Application/EditorConfiguration.h"
 #include "Foundation/Task.h"
-#include "OrvanUsdEditorUI/App/IncomingUrlQueue.h"
+#include "App/IncomingUrlQueue.h"
 
 namespace orvan::editor {
 class BackgroundExecutor;

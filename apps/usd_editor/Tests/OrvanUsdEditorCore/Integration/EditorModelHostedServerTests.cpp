@@ -12,7 +12,7 @@
 #include "Application/EditorModel.h"
 #include "Foundation/EventLoop.h"
 #include "Foundation/ThreadPool.h"
-#include "Foundation/UrlComponents.h"
+#include "orvan/wire/UrlComponents.h"
 #include "Platform/CurlHttpClient.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
