@@ -31,8 +31,14 @@ struct LinuxPlatform {
   editor::ThreadPool background;
 
   ui::OrvanUsdEditorAppPorts ports() {
-    return {main,    background, preferences, secrets,
-            processes, http,     updater,     [](const std::string& url) {
+    return {main,
+            background,
+            preferences,
+            secrets,
+            processes,
+            http,
+            updater,
+            [](const std::string& url) {
               return QDesktopServices::openUrl(QUrl(QString::fromStdString(url)));
             }};
   }

@@ -58,8 +58,9 @@ bool readyForScreenshot(const editor::EditorModel& model) {
 std::vector<std::string> linksNobodyTook(std::vector<std::string> launchUrls,
                                          const QString& instanceName) {
   std::size_t forwarded = 0;
-  while (forwarded < launchUrls.size() &&
-         ui::forwardUrlToRunningEditor(instanceName, QString::fromStdString(launchUrls[forwarded]))) {
+  while (
+      forwarded < launchUrls.size() &&
+      ui::forwardUrlToRunningEditor(instanceName, QString::fromStdString(launchUrls[forwarded]))) {
     ++forwarded;
   }
   if (forwarded > 0)
