@@ -7,9 +7,9 @@
 
 #include <unistd.h>
 
-#include "Foundation/JsonEncoder.h"
+#include "orvan/wire/JsonEncoder.h"
 #include "Inspector/ComponentModel.h"
-#include "ServerClient/Records/StageNormalization.h"
+#include "orvan/wire/records/StageNormalization.h"
 #include "UsdText/LayerWriter.h"
 
 namespace orvan::engine {

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "ServerClient/Records/StageInspection.h"
+#include "orvan/wire/records/StageInspection.h"
 #include "UsdText/Stage.h"
 
 namespace orvan::engine {

@@ -5,7 +5,7 @@
 #include <system_error>
 
 #include "ProjectServer/FileSignature.h"
-#include "ServerClient/Records/ProjectAssetKind.h"
+#include "orvan/wire/records/ProjectAssetKind.h"
 
 namespace orvan::engine {
 namespace {

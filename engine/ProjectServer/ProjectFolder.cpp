@@ -8,9 +8,9 @@
 #include <tuple>
 #include <vector>
 
-#include "Foundation/JsonDecoder.h"
-#include "Foundation/JsonFields.h"
-#include "Foundation/Text.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/JsonFields.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::engine {
 namespace {

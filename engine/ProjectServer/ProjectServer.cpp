@@ -10,8 +10,8 @@
 
 #include <httplib.h>
 
-#include "Foundation/JsonEncoder.h"
-#include "ServerClient/Records/ErrorEnvelope.h"
+#include "orvan/wire/JsonEncoder.h"
+#include "orvan/wire/records/ErrorEnvelope.h"
 
 namespace orvan::engine {
 namespace {

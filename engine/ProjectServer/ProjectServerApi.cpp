@@ -6,16 +6,16 @@
 #include <string_view>
 #include <utility>
 
-#include "Foundation/JsonEncoder.h"
-#include "Foundation/Text.h"
-#include "Foundation/UrlComponents.h"
+#include "orvan/wire/JsonEncoder.h"
+#include "orvan/wire/Text.h"
+#include "orvan/wire/UrlComponents.h"
 #include "ProjectServer/Digest.h"
 #include "ProjectServer/ProjectAssets.h"
-#include "ServerClient/Records/AccountRecords.h"
-#include "ServerClient/Records/ErrorEnvelope.h"
-#include "ServerClient/Records/HostedProjectRecords.h"
-#include "ServerClient/Records/ProjectResponse.h"
-#include "ServerClient/Records/WorkspaceRecords.h"
+#include "orvan/wire/records/AccountRecords.h"
+#include "orvan/wire/records/ErrorEnvelope.h"
+#include "orvan/wire/records/HostedProjectRecords.h"
+#include "orvan/wire/records/ProjectResponse.h"
+#include "orvan/wire/records/WorkspaceRecords.h"
 
 namespace orvan::engine {
 namespace {

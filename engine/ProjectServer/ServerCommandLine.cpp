@@ -2,7 +2,7 @@
 
 #include <charconv>
 
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::engine {
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "Foundation/Error.h"
+#include "orvan/wire/Error.h"
 
 namespace orvan::engine {
 

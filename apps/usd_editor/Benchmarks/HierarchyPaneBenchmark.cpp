@@ -14,7 +14,7 @@
 #include "Application/EditorModel.h"
 #include "Foundation/EventLoop.h"
 #include "Foundation/ThreadPool.h"
-#include "OrvanUsdEditorUI/Hierarchy/HierarchyPane.h"
+#include "Hierarchy/HierarchyPane.h"
 #include "Platform/CurlHttpClient.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"

@@ -12,8 +12,8 @@
 #include <simdjson.h>
 #include <spdlog/spdlog.h>
 
-#include "Foundation/JsonDecoder.h"
-#include "Foundation/JsonEncoder.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/JsonEncoder.h"
 #include "Application/EditorModel.h"
 #include "Foundation/EventLoop.h"
 #include "Foundation/ThreadPool.h"
@@ -22,8 +22,8 @@
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
 #include "Presentation/PreparedStage.h"
-#include "ServerClient/Records/StageInspection.h"
-#include "ServerClient/Records/StageNormalization.h"
+#include "orvan/wire/records/StageInspection.h"
+#include "orvan/wire/records/StageNormalization.h"
 
 namespace orvan::editor::benchmarks {
 namespace {

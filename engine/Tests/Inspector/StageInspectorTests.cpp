@@ -11,10 +11,10 @@
 
 #include <sys/wait.h>
 
-#include "Foundation/JsonDecoder.h"
+#include "orvan/wire/JsonDecoder.h"
 #include "Inspector/ComponentModel.h"
 #include "Inspector/StageInspector.h"
-#include "ServerClient/Records/StageNormalization.h"
+#include "orvan/wire/records/StageNormalization.h"
 #include "UsdText/LayerReader.h"
 #include "UsdText/SceneGenerator.h"
 #include "UsdText/StageComposer.h"

@@ -1,6 +1,121 @@
-#include "OrvanUsdEditorUI/App/OrvanUsdEditorApp.h"
+#include <csignal>
+#include <cstddef>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
 
-// Everything, from ignoring broken pipes to the event loop, happens in the application's entry.
+#include <QApplication>
+#include <QString>
+
+#include <spdlog/spdlog.h>
+
+#include "App/IncomingUrlQueue.h"
+#include "App/OrvanUsdEditorApp.h"
+#include "App/SingleInstance.h"
+#include "Launch/EditorConfiguration.h"
+#include "Application/EditorModel.h"
+#include "EditorTheme.h"
+#include "EditorWindow.h"
+#include "Foundation/Logging.h"
+#include "LinuxPlatform.h"
+#include "WindowCapture.h"
+#include "orvan/wire/Text.h"
+
+namespace orvan::app {
+namespace {
+
+// `--screenshot FILE` is a tool option of the executable, not part of the editor's configuration:
+// it renders the window, writes a PNG once the stage has loaded or failed, and exits.
+std::optional<QString> screenshotPath(const std::vector<std::string>& arguments) {
+  for (std::size_t i = 1; i + 1 < arguments.size(); ++i) {
+    if (arguments[i] == "--screenshot")
+      return QString::fromStdString(arguments[i + 1]);
+  }
+  return std::nullopt;
+}
+
+std::vector<std::string> urlsAmong(const std::vector<std::string>& arguments) {
+  std::vector<std::string> urls;
+  for (std::size_t i = 1; i < arguments.size(); ++i) {
+    if (ui::isEditorUrl(arguments[i]))
+      urls.push_back(arguments[i]);
+  }
+  return urls;
+}
+
+// A local stage is settled once its first load ended either way. A hosted one has nothing more
+// to wait for in this build once start-up has begun.
+bool readyForScreenshot(const editor::EditorModel& model) {
+  if (!editor::trimWhitespaceAndNewlines(model.server.addresses.remoteStageURL).empty())
+    return true;
+  return model.stageRefresher.refreshGeneration > 0 && !model.stageRefresher.stageRefreshInFlight;
+}
+
+// Hands the launch links to an editor that already runs. What is left is for this launch; empty
+// when every link was taken.
+std::vector<std::string> linksNobodyTook(std::vector<std::string> launchUrls,
+                                         const QString& instanceName) {
+  std::size_t forwarded = 0;
+  while (
+      forwarded < launchUrls.size() &&
+      ui::forwardUrlToRunningEditor(instanceName, QString::fromStdString(launchUrls[forwarded]))) {
+    ++forwarded;
+  }
+  if (forwarded > 0)
+    spdlog::info("handed {} link(s) to the running editor", forwarded);
+  launchUrls.erase(launchUrls.begin(), launchUrls.begin() + static_cast<long>(forwarded));
+  return launchUrls;
+}
+
+int run(int argc, char** argv) {
+  // Writing to a helper that died must fail with an error, not end the editor.
+  std::signal(SIGPIPE, SIG_IGN);
+  editor::initializeLogging("OrvanUsdEditor");
+
+  // The editor's own arguments, read before Qt takes out the options that are its own.
+  const std::vector<std::string> arguments(argv, argv + argc);
+  editor::EditorConfiguration configuration = editor::EditorConfiguration::fromArguments(arguments);
+
+  QApplication application(argc, argv);
+  QApplication::setApplicationName("OrvanUsdEditor");
+
+  // One editor per user receives links: a later launch with links hands them over and ends.
+  // Links nobody took stay with this launch, which becomes the editor.
+  std::vector<std::string> launchUrls = urlsAmong(arguments);
+  const QString instanceName = ui::editorInstanceServerName();
+  if (!launchUrls.empty()) {
+    launchUrls = linksNobodyTook(std::move(launchUrls), instanceName);
+    if (launchUrls.empty())
+      return 0;
+  }
+
+  ui::applyEditorTheme(application);
+  LinuxPlatform platform;
+  ui::OrvanUsdEditorApp app(std::move(configuration), platform.ports(), launchUrls, instanceName);
+  app.show();
+
+  if (const auto path = screenshotPath(arguments)) {
+    ui::WindowCaptureOptions options;
+    options.path = *path;
+    options.isSettled = [&app] { return readyForScreenshot(app.model()); };
+    options.beforeCapture = [&app] { app.window().presentForScreenshot(); };
+    ui::captureWindowWhenSettled(app.window(), options, [](int exitCode, const QString& reason) {
+      if (exitCode != 0) {
+        std::fprintf(stderr, "OrvanUsdEditor: screenshot failed: %s\n", qPrintable(reason));
+      }
+      QApplication::exit(exitCode);
+    });
+  }
+  return application.exec();
+}
+
+}  // namespace
+}  // namespace orvan::app
+
+// Everything, from ignoring broken pipes to the event loop, happens here: the process builds the
+// real platform and hands it to the widgets as ports.
 int main(int argc, char** argv) {
-  return orvan::ui::runOrvanUsdEditorApp(argc, argv);
+  return orvan::app::run(argc, argv);
 }

@@ -1,4 +1,4 @@
-#include "OrvanUsdEditorUI/ConnectionBanner.h"
+#include "ConnectionBanner.h"
 
 #include <QHBoxLayout>
 #include <QLabel>

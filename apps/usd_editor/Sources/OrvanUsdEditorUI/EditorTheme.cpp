@@ -1,4 +1,4 @@
-#include "OrvanUsdEditorUI/EditorTheme.h"
+#include "EditorTheme.h"
 
 #include <QApplication>
 #include <QPalette>

@@ -1,4 +1,4 @@
-#include "OrvanUsdEditorUI/EditorWindow.h"
+#include "EditorWindow.h"
 
 #include <QLabel>
 #include <QMenu>
@@ -11,13 +11,13 @@
 
 #include "Application/EditorModel.h"
 #include "Application/StartupPresentation.h"
-#include "Foundation/Text.h"
-#include "OrvanUsdEditorUI/ConnectionBanner.h"
-#include "OrvanUsdEditorUI/Hierarchy/HierarchyPane.h"
-#include "OrvanUsdEditorUI/Hierarchy/HierarchyTreeModel.h"
-#include "OrvanUsdEditorUI/Inspector/InspectorPane.h"
-#include "OrvanUsdEditorUI/Project/ProjectPane.h"
-#include "OrvanUsdEditorUI/StartupSheet.h"
+#include "orvan/wire/Text.h"
+#include "ConnectionBanner.h"
+#include "Hierarchy/HierarchyPane.h"
+#include "Hierarchy/HierarchyTreeModel.h"
+#include "Inspector/InspectorPane.h"
+#include "Project/ProjectPane.h"
+#include "StartupSheet.h"
 
 namespace orvan::ui {
 

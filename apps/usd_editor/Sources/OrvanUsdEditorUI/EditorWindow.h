@@ -4,7 +4,7 @@
 #include <vector>
 
 #include "Foundation/Observable.h"
-#include "OrvanUsdEditorUI/MainWindow.h"
+#include "MainWindow.h"
 
 class QMessageBox;
 

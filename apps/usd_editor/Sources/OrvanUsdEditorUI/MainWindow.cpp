@@ -1,4 +1,4 @@
-#include "OrvanUsdEditorUI/MainWindow.h"
+#include "MainWindow.h"
 
 #include <QLabel>
 #include <QMenu>
@@ -8,7 +8,7 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
-#include "OrvanUsdEditorUI/PaneLayout.h"
+#include "PaneLayout.h"
 
 namespace orvan::ui {
 

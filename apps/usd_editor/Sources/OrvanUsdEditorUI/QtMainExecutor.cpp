@@ -1,4 +1,4 @@
-#include "OrvanUsdEditorUI/QtMainExecutor.h"
+#include "QtMainExecutor.h"
 
 #include <QMetaObject>
 #include <QThread>

@@ -1,4 +1,4 @@
-#include "OrvanUsdEditorUI/StartupSheet.h"
+#include "StartupSheet.h"
 
 #include <QFrame>
 #include <QHBoxLayout>

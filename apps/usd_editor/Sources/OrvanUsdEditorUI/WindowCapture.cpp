@@ -1,4 +1,4 @@
-#include "OrvanUsdEditorUI/WindowCapture.h"
+#include "WindowCapture.h"
 
 #include <QDir>
 #include <QFileInfo>

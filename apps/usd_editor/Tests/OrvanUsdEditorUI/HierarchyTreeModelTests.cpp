@@ -2,7 +2,7 @@
 
 #include <QAbstractItemModelTester>
 
-#include "OrvanUsdEditorUI/Hierarchy/HierarchyTreeModel.h"
+#include "Hierarchy/HierarchyTreeModel.h"
 #include "QtApplicationEnvironment.h"
 #include "Support/StageBuilders.h"
 

@@ -5,9 +5,9 @@
 #include <QLabel>
 #include <QTemporaryDir>
 
-#include "OrvanUsdEditorUI/MainWindow.h"
-#include "OrvanUsdEditorUI/PaneLayout.h"
-#include "OrvanUsdEditorUI/WindowCapture.h"
+#include "MainWindow.h"
+#include "PaneLayout.h"
+#include "WindowCapture.h"
 #include "QtApplicationEnvironment.h"
 
 namespace orvan::ui {

@@ -8,10 +8,10 @@
 #include <future>
 
 #include "Application/EditorModel.h"
-#include "Application/SoftwareUpdater.h"
-#include "OrvanUsdEditorUI/App/OrvanUsdEditorApp.h"
-#include "OrvanUsdEditorUI/App/SingleInstance.h"
-#include "OrvanUsdEditorUI/EditorWindow.h"
+#include "Platform/SoftwareUpdater.h"
+#include "App/OrvanUsdEditorApp.h"
+#include "App/SingleInstance.h"
+#include "EditorWindow.h"
 #include "Platform/LoggingSoftwareUpdater.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"

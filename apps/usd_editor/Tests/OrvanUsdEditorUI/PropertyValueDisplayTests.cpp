@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "OrvanUsdEditorUI/Inspector/PropertyValueDisplay.h"
+#include "Inspector/PropertyValueDisplay.h"
 
 namespace orvan::ui {
 namespace {

@@ -6,7 +6,7 @@
 #include <thread>
 #include <vector>
 
-#include "OrvanUsdEditorUI/QtMainExecutor.h"
+#include "QtMainExecutor.h"
 #include "QtApplicationEnvironment.h"
 
 namespace orvan::ui {

@@ -9,8 +9,8 @@
 #include <atomic>
 #include <future>
 
-#include "OrvanUsdEditorUI/App/IncomingUrlQueue.h"
-#include "OrvanUsdEditorUI/App/SingleInstance.h"
+#include "App/IncomingUrlQueue.h"
+#include "App/SingleInstance.h"
 #include "QtApplicationEnvironment.h"
 
 namespace orvan::ui {

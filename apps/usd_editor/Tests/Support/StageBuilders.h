@@ -4,7 +4,7 @@
 #include <memory>
 #include <string>
 
-#include "ServerClient/Records/StageInspection.h"
+#include "orvan/wire/records/StageInspection.h"
 
 namespace orvan::editor::testing {
 

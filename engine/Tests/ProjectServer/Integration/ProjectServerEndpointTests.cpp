@@ -12,15 +12,15 @@
 #include <httplib.h>
 #include <unistd.h>
 
-#include "Foundation/JsonDecoder.h"
-#include "Foundation/UrlComponents.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/UrlComponents.h"
 #include "ProjectServer/ProjectServer.h"
-#include "ServerClient/Records/AccountRecords.h"
-#include "ServerClient/Records/ErrorEnvelope.h"
-#include "ServerClient/Records/HostedProjectRecords.h"
-#include "ServerClient/Records/ProjectResponse.h"
-#include "ServerClient/Records/StageInspection.h"
-#include "ServerClient/Records/WorkspaceRecords.h"
+#include "orvan/wire/records/AccountRecords.h"
+#include "orvan/wire/records/ErrorEnvelope.h"
+#include "orvan/wire/records/HostedProjectRecords.h"
+#include "orvan/wire/records/ProjectResponse.h"
+#include "orvan/wire/records/StageInspection.h"
+#include "orvan/wire/records/WorkspaceRecords.h"
 
 namespace orvan::engine {
 namespace {

@@ -14,8 +14,8 @@
 
 #include <httplib.h>
 
-#include "Foundation/JsonDecoder.h"
-#include "ServerClient/Records/HostedProjectRecords.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/records/HostedProjectRecords.h"
 
 extern char** environ;
 

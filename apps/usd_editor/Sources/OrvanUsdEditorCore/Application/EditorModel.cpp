@@ -5,9 +5,9 @@
 #include <spdlog/spdlog.h>
 
 #include "Application/StartupPresentation.h"
-#include "Foundation/JsonDecoder.h"
-#include "Foundation/Text.h"
-#include "Foundation/UrlComponents.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/Text.h"
+#include "orvan/wire/UrlComponents.h"
 #include "Launch/HostedProjectLaunchScope.h"
 #include "Launch/UserDefaultsKeys.h"
 #include "Platform/PreferencesStore.h"

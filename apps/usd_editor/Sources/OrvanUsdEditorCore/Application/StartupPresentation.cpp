@@ -1,6 +1,6 @@
 #include "Application/StartupPresentation.h"
 
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::editor {
 

@@ -7,7 +7,7 @@
 
 #include <utf8proc.h>
 
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::editor {
 

@@ -3,9 +3,9 @@
 
 #include "Application/UserIdentityController.h"
 #include "Launch/UserDefaultsKeys.h"
-#include "Foundation/JsonDecoder.h"
-#include "Foundation/JsonEncoder.h"
-#include "Foundation/Text.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/JsonEncoder.h"
+#include "orvan/wire/Text.h"
 #include "Platform/PreferencesStore.h"
 
 namespace orvan::editor {

@@ -8,7 +8,7 @@
 #include "Application/UserIdentity.h"
 #include "Foundation/Executors.h"
 #include "Foundation/Observable.h"
-#include "ServerClient/Records/ProjectRecords.h"
+#include "orvan/wire/records/ProjectRecords.h"
 
 namespace orvan::editor {
 

@@ -4,7 +4,7 @@
 #include <unordered_set>
 
 #include "Assets/ProjectAssetMerging.h"
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::editor {
 namespace {

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "Foundation/Executors.h"
-#include "ServerClient/Records/ProjectAssetItem.h"
+#include "orvan/wire/records/ProjectAssetItem.h"
 
 namespace orvan::editor {
 

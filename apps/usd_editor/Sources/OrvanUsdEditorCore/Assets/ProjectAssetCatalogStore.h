@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "ServerClient/Records/ProjectAssetItem.h"
+#include "orvan/wire/records/ProjectAssetItem.h"
 
 namespace orvan::editor {
 

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <system_error>
 
-#include "Foundation/Text.h"
-#include "ServerClient/Records/ProjectAssetKind.h"
+#include "orvan/wire/Text.h"
+#include "orvan/wire/records/ProjectAssetKind.h"
 
 namespace orvan::editor {
 namespace {

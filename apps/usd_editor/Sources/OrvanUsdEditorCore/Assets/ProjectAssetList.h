@@ -3,7 +3,7 @@
 #include <filesystem>
 #include <vector>
 
-#include "ServerClient/Records/ProjectAssetItem.h"
+#include "orvan/wire/records/ProjectAssetItem.h"
 
 namespace orvan::editor {
 

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "ServerClient/Records/ProjectAssetItem.h"
+#include "orvan/wire/records/ProjectAssetItem.h"
 
 // How asset rows from the different sources become one list. Rows are identified by `path`; the
 // order of rows already known never changes, and new rows go at the end, so the project pane does

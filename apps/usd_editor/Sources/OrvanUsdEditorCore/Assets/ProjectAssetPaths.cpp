@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::editor {
 namespace {

@@ -7,7 +7,7 @@
 #include <spdlog/sinks/stdout_color_sinks.h>
 #include <spdlog/sinks/syslog_sink.h>
 
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::editor {
 

@@ -6,7 +6,7 @@
 #include <spdlog/spdlog.h>
 
 #include "Foundation/Logging.h"
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 #include "Intelligence/AgentProcessOutputCapture.h"
 
 namespace orvan::editor {

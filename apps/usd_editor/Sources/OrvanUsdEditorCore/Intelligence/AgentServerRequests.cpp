@@ -4,10 +4,10 @@
 
 #include <fmt/format.h>
 
-#include "Foundation/JsonDecoder.h"
-#include "Foundation/JsonEncoder.h"
-#include "Foundation/Text.h"
-#include "Foundation/UrlComponents.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/JsonEncoder.h"
+#include "orvan/wire/Text.h"
+#include "orvan/wire/UrlComponents.h"
 
 namespace orvan::editor {
 namespace {

@@ -6,8 +6,8 @@
 #include <tuple>
 #include <variant>
 
-#include "Foundation/Error.h"
-#include "Foundation/JsonFields.h"
+#include "orvan/wire/Error.h"
+#include "orvan/wire/JsonFields.h"
 #include "Intelligence/AgentPromptError.h"
 #include "Intelligence/VelkAgentAuthoringScope.h"
 #include "Platform/HttpClient.h"

@@ -2,9 +2,9 @@
 
 #include <array>
 
-#include "Foundation/JsonDecoder.h"
-#include "Foundation/JsonValue.h"
-#include "Foundation/Text.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/JsonValue.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::editor {
 namespace {

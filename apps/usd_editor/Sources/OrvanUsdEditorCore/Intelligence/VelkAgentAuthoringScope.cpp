@@ -1,6 +1,6 @@
 #include "Intelligence/VelkAgentAuthoringScope.h"
 
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::editor {
 

@@ -11,8 +11,8 @@
 #include <spdlog/spdlog.h>
 
 #include "Launch/BuildSettings.h"
-#include "Foundation/Text.h"
-#include "Foundation/UrlComponents.h"
+#include "orvan/wire/Text.h"
+#include "orvan/wire/UrlComponents.h"
 
 namespace orvan::editor {
 

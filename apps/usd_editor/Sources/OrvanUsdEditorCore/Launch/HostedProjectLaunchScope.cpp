@@ -1,6 +1,6 @@
 #include "Launch/HostedProjectLaunchScope.h"
 
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::editor {
 

@@ -6,7 +6,7 @@
 #include <string_view>
 
 #include "Launch/EditorConfiguration.h"
-#include "Foundation/JsonFields.h"
+#include "orvan/wire/JsonFields.h"
 
 namespace orvan::editor {
 

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "Foundation/Error.h"
+#include "orvan/wire/Error.h"
 
 namespace orvan::editor {
 

@@ -9,7 +9,7 @@
 #include <variant>
 #include <vector>
 
-#include "Foundation/Error.h"
+#include "orvan/wire/Error.h"
 #include "Foundation/Executors.h"
 #include "Foundation/Task.h"
 

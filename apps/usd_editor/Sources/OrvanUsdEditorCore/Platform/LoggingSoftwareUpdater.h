@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "Application/SoftwareUpdater.h"
+#include "Platform/SoftwareUpdater.h"
 
 namespace orvan::editor {
 

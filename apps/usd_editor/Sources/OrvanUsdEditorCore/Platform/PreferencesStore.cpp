@@ -6,8 +6,8 @@
 #include <simdjson.h>
 #include <spdlog/spdlog.h>
 
-#include "Foundation/JsonEncoder.h"
-#include "Foundation/Text.h"
+#include "orvan/wire/JsonEncoder.h"
+#include "orvan/wire/Text.h"
 #include "Platform/Base64.h"
 #include "Platform/UserFolders.h"
 

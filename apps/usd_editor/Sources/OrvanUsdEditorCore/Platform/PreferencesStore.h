@@ -11,7 +11,7 @@
 #include <variant>
 #include <vector>
 
-#include "Foundation/Error.h"
+#include "orvan/wire/Error.h"
 #include "Platform/AtomicFile.h"
 
 namespace orvan::editor {

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "Foundation/Error.h"
+#include "orvan/wire/Error.h"
 
 namespace orvan::editor {
 

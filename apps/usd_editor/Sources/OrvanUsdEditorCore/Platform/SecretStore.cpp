@@ -11,8 +11,8 @@
 #include <spdlog/spdlog.h>
 
 #include "Platform/AtomicFile.h"
-#include "Foundation/JsonEncoder.h"
-#include "Foundation/Text.h"
+#include "orvan/wire/JsonEncoder.h"
+#include "orvan/wire/Text.h"
 #include "Platform/Base64.h"
 #include "Platform/UserFolders.h"
 

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "Foundation/Error.h"
+#include "orvan/wire/Error.h"
 
 namespace orvan::editor {
 

@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::editor {
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <set>
 
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 #include "Presentation/DisplayOrder.h"
 
 namespace orvan::editor {

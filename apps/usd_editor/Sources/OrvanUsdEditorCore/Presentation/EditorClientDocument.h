@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "Presentation/PreparedStage.h"
-#include "ServerClient/Records/ProjectAssetItem.h"
-#include "ServerClient/Records/StageInspection.h"
+#include "orvan/wire/records/ProjectAssetItem.h"
+#include "orvan/wire/records/StageInspection.h"
 
 namespace orvan::editor {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "ServerClient/Records/StageInspection.h"
+#include "orvan/wire/records/StageInspection.h"
 
 namespace orvan::editor {
 

@@ -7,7 +7,7 @@
 #include <unordered_map>
 #include <vector>
 
-#include "ServerClient/Records/StageInspection.h"
+#include "orvan/wire/records/StageInspection.h"
 
 namespace orvan::editor {
 

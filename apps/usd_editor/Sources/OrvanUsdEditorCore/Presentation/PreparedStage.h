@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Presentation/HierarchyIndex.h"
-#include "ServerClient/Records/StageInspection.h"
+#include "orvan/wire/records/StageInspection.h"
 
 namespace orvan::editor {
 

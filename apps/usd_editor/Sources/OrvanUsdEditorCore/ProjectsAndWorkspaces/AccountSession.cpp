@@ -4,8 +4,8 @@
 
 #include <spdlog/spdlog.h>
 
-#include "Foundation/JsonDecoder.h"
-#include "Foundation/Text.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/Text.h"
 #include "ProjectsAndWorkspaces/VelkSessionTokenStore.h"
 
 namespace orvan::editor {

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "ServerClient/Records/HostedProjectRecords.h"
+#include "orvan/wire/records/HostedProjectRecords.h"
 
 namespace orvan::editor {
 

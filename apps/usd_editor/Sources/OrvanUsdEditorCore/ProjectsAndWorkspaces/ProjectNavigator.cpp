@@ -6,13 +6,13 @@
 #include <spdlog/spdlog.h>
 
 #include "ProjectsAndWorkspaces/ProjectNavigator.h"
-#include "Foundation/JsonDecoder.h"
-#include "Foundation/JsonEncoder.h"
-#include "Foundation/Text.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/JsonEncoder.h"
+#include "orvan/wire/Text.h"
 #include "Launch/HostedProjectLaunchScope.h"
 #include "Launch/UserDefaultsKeys.h"
 #include "Platform/PreferencesStore.h"
-#include "ServerClient/Records/WorkspaceRecords.h"
+#include "orvan/wire/records/WorkspaceRecords.h"
 
 namespace orvan::editor {
 

@@ -1,7 +1,7 @@
 #include "ProjectsAndWorkspaces/VelkSessionTokenStore.h"
 
-#include "Foundation/Text.h"
-#include "Foundation/UrlComponents.h"
+#include "orvan/wire/Text.h"
+#include "orvan/wire/UrlComponents.h"
 #include "Platform/SecretStore.h"
 #include "ServerClient/RunProcess.h"
 

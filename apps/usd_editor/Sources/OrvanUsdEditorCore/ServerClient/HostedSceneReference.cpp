@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 #include "orvan/client/ClientTarget.h"
 
 namespace orvan::editor {

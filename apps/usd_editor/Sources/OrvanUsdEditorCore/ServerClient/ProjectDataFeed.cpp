@@ -8,12 +8,12 @@
 
 #include "ServerClient/ProjectDataFeed.h"
 #include "Assets/ProjectAssetList.h"
-#include "Foundation/JsonDecoder.h"
+#include "orvan/wire/JsonDecoder.h"
 #include "Foundation/Logging.h"
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 #include "ServerClient/HostedSceneReference.h"
-#include "ServerClient/Records/ErrorEnvelope.h"
-#include "ServerClient/Records/ProjectAssetKind.h"
+#include "orvan/wire/records/ErrorEnvelope.h"
+#include "orvan/wire/records/ProjectAssetKind.h"
 
 namespace orvan::editor {
 

@@ -17,8 +17,8 @@
 #include "Launch/EditorTiming.h"
 #include "Presentation/DocumentPublisher.h"
 #include "Presentation/PreparedStage.h"
-#include "ServerClient/Records/ProjectAssetItem.h"
-#include "ServerClient/Records/ProjectResponse.h"
+#include "orvan/wire/records/ProjectAssetItem.h"
+#include "orvan/wire/records/ProjectResponse.h"
 #include "ServerClient/ServerSession.h"
 #include "ServerClient/StartupState.h"
 

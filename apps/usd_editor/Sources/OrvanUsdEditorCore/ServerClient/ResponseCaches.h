@@ -9,8 +9,8 @@
 #include <unordered_map>
 
 #include "Launch/SharedClientScope.h"
-#include "ServerClient/Records/ProjectResponse.h"
-#include "ServerClient/Records/StageInspection.h"
+#include "orvan/wire/records/ProjectResponse.h"
+#include "orvan/wire/records/StageInspection.h"
 
 namespace orvan::editor {
 

@@ -1,8 +1,8 @@
 #include "ServerClient/RunProcess.h"
 
-#include "Foundation/JsonDecoder.h"
-#include "Foundation/Text.h"
-#include "ServerClient/Records/EditClientResponse.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/Text.h"
+#include "orvan/wire/records/EditClientResponse.h"
 
 namespace orvan::editor {
 

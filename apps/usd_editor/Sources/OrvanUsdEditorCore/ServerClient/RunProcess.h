@@ -4,7 +4,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Foundation/Error.h"
+#include "orvan/wire/Error.h"
 #include "Platform/ProcessLauncher.h"
 
 namespace orvan::editor {

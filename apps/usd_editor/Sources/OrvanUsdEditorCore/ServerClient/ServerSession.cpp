@@ -6,7 +6,7 @@
 #include <chrono>
 #include <initializer_list>
 
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 #include "ServerClient/HostedSceneReference.h"
 
 namespace orvan::editor {

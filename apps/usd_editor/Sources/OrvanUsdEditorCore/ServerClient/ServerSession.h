@@ -9,7 +9,7 @@
 #include "Foundation/Executors.h"
 #include "Foundation/Observable.h"
 #include "Foundation/Task.h"
-#include "Foundation/UrlComponents.h"
+#include "orvan/wire/UrlComponents.h"
 #include "Launch/EditorConfiguration.h"
 #include "Launch/EditorScope.h"
 #include "Platform/HttpClient.h"

@@ -5,13 +5,13 @@
 #include <spdlog/spdlog.h>
 
 #include "ServerClient/StageRefresher.h"
-#include "Foundation/JsonDecoder.h"
+#include "orvan/wire/JsonDecoder.h"
 #include "Foundation/Logging.h"
-#include "Foundation/Text.h"
-#include "ServerClient/Records/StageNormalization.h"
+#include "orvan/wire/Text.h"
+#include "orvan/wire/records/StageNormalization.h"
 #include "ServerClient/VelkClientRequestError.h"
 #include "ServerClient/RunProcess.h"
-#include "Foundation/UrlComponents.h"
+#include "orvan/wire/UrlComponents.h"
 
 namespace orvan::editor {
 

@@ -1,7 +1,7 @@
 #include "ServerClient/VelkClientRequestError.h"
 
-#include "Foundation/JsonDecoder.h"
-#include "ServerClient/Records/ErrorEnvelope.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/records/ErrorEnvelope.h"
 
 namespace orvan::editor {
 

@@ -3,7 +3,7 @@
 #include <optional>
 #include <string>
 
-#include "Foundation/Error.h"
+#include "orvan/wire/Error.h"
 #include "Platform/HttpClient.h"
 #include "ServerClient/VelkConnectionIssue.h"
 

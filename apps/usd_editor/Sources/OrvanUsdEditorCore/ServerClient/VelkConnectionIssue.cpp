@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 #include "velk_client_state_bridge.h"
 
 namespace orvan::editor {

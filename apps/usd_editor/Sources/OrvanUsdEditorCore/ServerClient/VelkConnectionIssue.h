@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "ServerClient/Records/ErrorEnvelope.h"
+#include "orvan/wire/records/ErrorEnvelope.h"
 
 namespace orvan::editor {
 

@@ -1,4 +1,4 @@
-#include "OrvanUsdEditorUI/App/IncomingUrlQueue.h"
+#include "App/IncomingUrlQueue.h"
 
 #include <utility>
 

@@ -1,82 +1,15 @@
-#include "OrvanUsdEditorUI/App/OrvanUsdEditorApp.h"
+#include "App/OrvanUsdEditorApp.h"
 
-#include <csignal>
-#include <cstdio>
-#include <optional>
-
-#include <QApplication>
-#include <QDesktopServices>
-#include <QUrl>
+#include <utility>
 
 #include <spdlog/spdlog.h>
 
+#include "App/SingleInstance.h"
 #include "Application/EditorModel.h"
-#include "Application/SoftwareUpdater.h"
-#include "Foundation/Logging.h"
-#include "Foundation/Text.h"
-#include "Foundation/ThreadPool.h"
-#include "OrvanUsdEditorUI/App/SingleInstance.h"
-#include "OrvanUsdEditorUI/EditorTheme.h"
-#include "OrvanUsdEditorUI/EditorWindow.h"
-#include "OrvanUsdEditorUI/QtMainExecutor.h"
-#include "OrvanUsdEditorUI/WindowCapture.h"
-#include "Platform/CurlHttpClient.h"
-#include "Platform/LoggingSoftwareUpdater.h"
-#include "Platform/PosixProcessLauncher.h"
-#include "Platform/PreferencesStore.h"
-#include "Platform/SecretStore.h"
+#include "EditorWindow.h"
+#include "Platform/SoftwareUpdater.h"
 
 namespace orvan::ui {
-
-namespace {
-
-// `--screenshot FILE` is a tool option of the executable, not part of the editor's configuration:
-// it renders the window, writes a PNG once the stage has loaded or failed, and exits.
-std::optional<QString> screenshotPath(const std::vector<std::string>& arguments) {
-  for (std::size_t i = 1; i + 1 < arguments.size(); ++i) {
-    if (arguments[i] == "--screenshot")
-      return QString::fromStdString(arguments[i + 1]);
-  }
-  return std::nullopt;
-}
-
-std::vector<std::string> urlsAmong(const std::vector<std::string>& arguments) {
-  std::vector<std::string> urls;
-  for (std::size_t i = 1; i < arguments.size(); ++i) {
-    if (isEditorUrl(arguments[i]))
-      urls.push_back(arguments[i]);
-  }
-  return urls;
-}
-
-// A local stage is settled once its first load ended either way. A hosted one has nothing more
-// to wait for in this build once start-up has begun.
-bool readyForScreenshot(const editor::EditorModel& model) {
-  if (!editor::trimWhitespaceAndNewlines(model.server.addresses.remoteStageURL).empty())
-    return true;
-  return model.stageRefresher.refreshGeneration > 0 && !model.stageRefresher.stageRefreshInFlight;
-}
-
-// The real adapters. Declaration order is destruction order reversed: the thread pool goes first
-// (finishing the work it holds), while the launcher and stores that work uses still exist, and
-// the main executor it replies to outlives it.
-struct LinuxPlatform {
-  QtMainExecutor main;
-  editor::PosixProcessLauncher processes;
-  editor::CurlHttpClient http{main};
-  editor::JsonFilePreferencesStore preferences{editor::JsonFilePreferencesStore::defaultFile()};
-  editor::SystemSecretStore secrets;
-  editor::LoggingSoftwareUpdater updater;  // created without starting
-  editor::ThreadPool background;
-
-  OrvanUsdEditorAppPorts ports() {
-    return {main, background, preferences, secrets, processes, http, updater, [](const std::string& url) {
-              return QDesktopServices::openUrl(QUrl(QString::fromStdString(url)));
-            }};
-  }
-};
-
-}  // namespace
 
 OrvanUsdEditorApp::OrvanUsdEditorApp(editor::EditorConfiguration configuration,
                                      OrvanUsdEditorAppPorts ports,
@@ -120,55 +53,6 @@ void OrvanUsdEditorApp::show() {
   if (!updater_.isStarted() && !updaterStart_.isActive()) {
     updaterStart_.replace(editor::scheduleSoftwareUpdaterStart(main_, updater_));
   }
-}
-
-int runOrvanUsdEditorApp(int argc, char** argv) {
-  // Writing to a helper that died must fail with an error, not end the editor.
-  std::signal(SIGPIPE, SIG_IGN);
-  editor::initializeLogging("OrvanUsdEditor");
-
-  // The editor's own arguments, read before Qt takes out the options that are its own.
-  const std::vector<std::string> arguments(argv, argv + argc);
-  editor::EditorConfiguration configuration = editor::EditorConfiguration::fromArguments(arguments);
-
-  QApplication application(argc, argv);
-  QApplication::setApplicationName("OrvanUsdEditor");
-
-  // One editor per user receives links: a later launch with links hands them over and ends.
-  std::vector<std::string> launchUrls = urlsAmong(arguments);
-  const QString instanceName = editorInstanceServerName();
-  if (!launchUrls.empty()) {
-    std::size_t forwarded = 0;
-    while (forwarded < launchUrls.size() &&
-           forwardUrlToRunningEditor(instanceName, QString::fromStdString(launchUrls[forwarded]))) {
-      ++forwarded;
-    }
-    if (forwarded == launchUrls.size()) {
-      spdlog::info("handed {} link(s) to the running editor", forwarded);
-      return 0;
-    }
-    // Nobody took the rest: this launch becomes the editor and keeps them.
-    launchUrls.erase(launchUrls.begin(), launchUrls.begin() + static_cast<long>(forwarded));
-  }
-
-  applyEditorTheme(application);
-  LinuxPlatform platform;
-  OrvanUsdEditorApp app(std::move(configuration), platform.ports(), launchUrls, instanceName);
-  app.show();
-
-  if (const auto path = screenshotPath(arguments)) {
-    WindowCaptureOptions options;
-    options.path = *path;
-    options.isSettled = [&app] { return readyForScreenshot(app.model()); };
-    options.beforeCapture = [&app] { app.window().presentForScreenshot(); };
-    captureWindowWhenSettled(app.window(), options, [](int exitCode, const QString& reason) {
-      if (exitCode != 0) {
-        std::fprintf(stderr, "OrvanUsdEditor: screenshot failed: %s\n", qPrintable(reason));
-      }
-      QApplication::exit(exitCode);
-    });
-  }
-  return application.exec();
 }
 
 }  // namespace orvan::ui

@@ -9,7 +9,7 @@
 
 #include "Launch/EditorConfiguration.h"
 #include "Foundation/Task.h"
-#include "OrvanUsdEditorUI/App/IncomingUrlQueue.h"
+#include "App/IncomingUrlQueue.h"
 
 namespace orvan::editor {
 class BackgroundExecutor;
@@ -27,7 +27,8 @@ namespace orvan::ui {
 class EditorWindow;
 class UrlForwardingServer;
 
-// What the application runs on. The process passes the real adapters; tests pass fakes.
+// What the application runs on. The process's main builds the real adapters and passes them;
+// tests pass fakes. The widget library itself constructs no adapter.
 struct OrvanUsdEditorAppPorts {
   editor::MainExecutor& main;
   editor::BackgroundExecutor& background;
@@ -68,9 +69,5 @@ class OrvanUsdEditorApp {
   std::unique_ptr<EditorWindow> window_;
   editor::MainExecutor& main_;
 };
-
-// The process entry: builds the application on the real platform and runs the event loop.
-// Returns the process's exit code (a screenshot run reports whether the PNG was written).
-int runOrvanUsdEditorApp(int argc, char** argv);
 
 }  // namespace orvan::ui

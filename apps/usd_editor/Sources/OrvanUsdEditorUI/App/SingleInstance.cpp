@@ -1,4 +1,4 @@
-#include "OrvanUsdEditorUI/App/SingleInstance.h"
+#include "App/SingleInstance.h"
 
 #include <unistd.h>
 

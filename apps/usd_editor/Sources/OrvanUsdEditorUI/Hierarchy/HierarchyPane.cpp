@@ -1,4 +1,4 @@
-#include "OrvanUsdEditorUI/Hierarchy/HierarchyPane.h"
+#include "Hierarchy/HierarchyPane.h"
 
 #include <QHeaderView>
 #include <QItemSelectionModel>
@@ -8,8 +8,8 @@
 
 #include "Application/EditorModel.h"
 #include "Presentation/EditorClientDocument.h"
-#include "OrvanUsdEditorUI/MainWindow.h"
-#include "OrvanUsdEditorUI/Hierarchy/HierarchyTreeModel.h"
+#include "MainWindow.h"
+#include "Hierarchy/HierarchyTreeModel.h"
 
 namespace orvan::ui {
 

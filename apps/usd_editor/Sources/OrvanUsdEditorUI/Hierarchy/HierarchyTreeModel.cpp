@@ -1,4 +1,4 @@
-#include "OrvanUsdEditorUI/Hierarchy/HierarchyTreeModel.h"
+#include "Hierarchy/HierarchyTreeModel.h"
 
 #include <QBrush>
 #include <QColor>

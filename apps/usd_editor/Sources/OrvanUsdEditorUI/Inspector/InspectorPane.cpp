@@ -1,4 +1,4 @@
-#include "OrvanUsdEditorUI/Inspector/InspectorPane.h"
+#include "Inspector/InspectorPane.h"
 
 #include <algorithm>
 
@@ -13,8 +13,8 @@
 
 #include "Application/EditorModel.h"
 #include "Presentation/EditorPresentationStore.h"
-#include "OrvanUsdEditorUI/MainWindow.h"
-#include "OrvanUsdEditorUI/Inspector/PropertyValueDisplay.h"
+#include "MainWindow.h"
+#include "Inspector/PropertyValueDisplay.h"
 
 namespace orvan::ui {
 

@@ -1,4 +1,4 @@
-#include "OrvanUsdEditorUI/Inspector/PropertyValueDisplay.h"
+#include "Inspector/PropertyValueDisplay.h"
 
 #include <QRegularExpression>
 

@@ -6,7 +6,7 @@
 
 #include <string_view>
 
-#include "ServerClient/Records/StageInspection.h"
+#include "orvan/wire/records/StageInspection.h"
 
 namespace orvan::ui {
 

@@ -1,4 +1,4 @@
-#include "OrvanUsdEditorUI/Project/ProjectPane.h"
+#include "Project/ProjectPane.h"
 
 #include <QComboBox>
 #include <QHBoxLayout>
@@ -10,7 +10,7 @@
 
 #include "Application/EditorModel.h"
 #include "Presentation/ProjectAssetBrowser.h"
-#include "OrvanUsdEditorUI/MainWindow.h"
+#include "MainWindow.h"
 
 namespace orvan::ui {
 

@@ -7,7 +7,7 @@
 
 #include "Application/EditorModel.h"
 #include "Launch/UserDefaultsKeys.h"
-#include "Foundation/JsonEncoder.h"
+#include "orvan/wire/JsonEncoder.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"

@@ -9,7 +9,7 @@
 #include <sstream>
 
 #include "Foundation/EventLoop.h"
-#include "Foundation/Text.h"
+#include "orvan/wire/Text.h"
 #include "Foundation/ThreadPool.h"
 #include "Intelligence/AgentPromptController.h"
 #include "Platform/PosixProcessLauncher.h"

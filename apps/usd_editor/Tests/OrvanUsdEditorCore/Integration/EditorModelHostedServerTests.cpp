@@ -12,7 +12,7 @@
 #include "Application/EditorModel.h"
 #include "Foundation/EventLoop.h"
 #include "Foundation/ThreadPool.h"
-#include "Foundation/UrlComponents.h"
+#include "orvan/wire/UrlComponents.h"
 #include "Platform/CurlHttpClient.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
@@ -53,8 +53,11 @@ class RunningProjectServer {
     if (future.wait_for(20s) == std::future_status::ready) url_ = future.get();
     if (url_.empty()) error_ = "the server did not say where it listens: " + process_->capturedStderr();
   }
+  // Returns once the server has ended, so that its port refuses connections from then on.
   ~RunningProjectServer() {
-    if (process_) process_->terminate();
+    if (!process_) return;
+    process_->terminate();
+    process_->waitForExit();
   }
 
   const std::string& url() const { return url_; }

@@ -3,8 +3,8 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "Foundation/JsonDecoder.h"
-#include "Foundation/UrlComponents.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/UrlComponents.h"
 #include "Support/FakeHttpClient.h"
 
 namespace orvan::editor {

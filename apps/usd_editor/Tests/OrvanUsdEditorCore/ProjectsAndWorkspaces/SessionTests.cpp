@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "Application/EditorModel.h"
-#include "Foundation/UrlComponents.h"
+#include "orvan/wire/UrlComponents.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 
 #include "Application/EditorModel.h"
-#include "Foundation/JsonEncoder.h"
-#include "Foundation/UrlComponents.h"
+#include "orvan/wire/JsonEncoder.h"
+#include "orvan/wire/UrlComponents.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"

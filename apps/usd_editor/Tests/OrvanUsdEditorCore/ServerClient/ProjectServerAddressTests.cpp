@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "Application/EditorModel.h"
-#include "Foundation/UrlComponents.h"
+#include "orvan/wire/UrlComponents.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"

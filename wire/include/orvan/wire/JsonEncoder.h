@@ -1,0 +1,125 @@
+#pragma once
+
+#include <charconv>
+#include <concepts>
+#include <cstddef>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <type_traits>
+#include <utility>
+
+#include "orvan/wire/JsonFields.h"
+#include "orvan/wire/JsonValue.h"
+
+// The one encoder of wire records: compact JSON with the keys of each record's field table, in
+// table order. An empty optional field is left out; required and defaulted fields are always
+// written.
+//
+// Decisions:
+//   - Doubles use the shortest round-trip form with a fraction or exponent ("1.0", "1e-05").
+//     NaN and infinities have no JSON form and are written as null.
+//   - Strings are escaped minimally: quote, backslash and control characters; other UTF-8 passes
+//     through. Bytes that are not valid UTF-8 are replaced by U+FFFD so the output stays JSON.
+//   - std::map entries come out sorted; std::unordered_map entries in its own order.
+namespace orvan::editor {
+
+void appendJsonString(std::string& out, std::string_view text);
+void appendJsonDouble(std::string& out, double value);
+void appendJsonValue(std::string& out, const JsonValue& value);
+
+namespace json::detail {
+
+template <class T>
+void encodeInto(std::string& out, const T& value);
+
+template <class T, std::size_t... I>
+void encodeRecord(std::string& out, [[maybe_unused]] const T& record, std::index_sequence<I...>) {
+  [[maybe_unused]] const auto& fields = fieldsOf<T>();
+  out += '{';
+  [[maybe_unused]] bool first = true;
+  [[maybe_unused]] auto encodeField = [&](const auto& field) {
+    using Field = std::remove_cvref_t<decltype(field)>;
+    const auto& member = record.*(field.member);
+    if constexpr (Field::kKind == FieldKind::kOptional) {
+      if (!member.has_value()) {
+        return;
+      }
+    }
+    if (!first) {
+      out += ',';
+    }
+    first = false;
+    appendJsonString(out, field.key);
+    out += ':';
+    encodeInto(out, member);
+  };
+  (encodeField(std::get<I>(fields)), ...);
+  out += '}';
+}
+
+template <class T>
+void encodeInto(std::string& out, const T& value) {
+  if constexpr (std::same_as<T, std::string>) {
+    appendJsonString(out, value);
+  } else if constexpr (std::same_as<T, bool>) {
+    out += value ? "true" : "false";
+  } else if constexpr (Integer<T>) {
+    char buffer[24];
+    const auto result = std::to_chars(buffer, buffer + sizeof buffer, value);
+    out.append(buffer, result.ptr);
+  } else if constexpr (std::same_as<T, double>) {
+    appendJsonDouble(out, value);
+  } else if constexpr (std::same_as<T, JsonValue>) {
+    appendJsonValue(out, value);
+  } else if constexpr (IsStdOptional<T>::value) {
+    if (value.has_value()) {
+      encodeInto(out, *value);
+    } else {
+      out += "null";
+    }
+  } else if constexpr (IsVector<T>::value) {
+    out += '[';
+    for (std::size_t index = 0; index < value.size(); ++index) {
+      if (index != 0) {
+        out += ',';
+      }
+      encodeInto(out, value[index]);
+    }
+    out += ']';
+  } else if constexpr (IsStringMap<T>::value) {
+    out += '{';
+    bool first = true;
+    for (const auto& [key, element] : value) {
+      if (!first) {
+        out += ',';
+      }
+      first = false;
+      appendJsonString(out, key);
+      out += ':';
+      encodeInto(out, element);
+    }
+    out += '}';
+  } else if constexpr (Record<T>) {
+    encodeRecord(out, value,
+                 std::make_index_sequence<std::tuple_size_v<decltype(T::jsonFields())>>{});
+  } else {
+    static_assert(!sizeof(T), "this type has no JSON form");
+  }
+}
+
+}  // namespace json::detail
+
+template <class T>
+void appendJson(std::string& out, const T& value) {
+  json::detail::encodeInto(out, value);
+}
+
+template <class T>
+std::string encodeJson(const T& value) {
+  std::string out;
+  json::detail::encodeInto(out, value);
+  return out;
+}
+
+}  // namespace orvan::editor
