@@ -52,7 +52,8 @@ class FolderWalk {
       const std::string_view name = entry->d_name;
       if (name.starts_with('.') || (relative.empty() && name == "project.json"))
         continue;
-      const std::string path = relative.empty() ? std::string(name) : relative + "/" + std::string(name);
+      const std::string path =
+          relative.empty() ? std::string(name) : relative + "/" + std::string(name);
       if (entry->d_type == DT_DIR) {
         subfolders.emplace_back(name);
         continue;
@@ -75,8 +76,8 @@ class FolderWalk {
                       .size = static_cast<std::int64_t>(status.st_size)});
     }
     for (const std::string& name : subfolders) {
-      const int child = ::openat(::dirfd(listing), name.c_str(),
-                                 O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+      const int child =
+          ::openat(::dirfd(listing), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
       if (child >= 0)
         walk(child, relative.empty() ? name : relative + "/" + name);
     }
@@ -87,8 +88,8 @@ class FolderWalk {
   void add(ScannedFile file) {
     signature_ = fnv1a64(file.path, signature_);
     const std::int64_t stamp[2] = {file.modifiedNanoseconds, file.size};
-    signature_ = fnv1a64(std::string_view(reinterpret_cast<const char*>(stamp), sizeof stamp),
-                         signature_);
+    signature_ =
+        fnv1a64(std::string_view(reinterpret_cast<const char*>(stamp), sizeof stamp), signature_);
     scan_.signature = signature_;
     scan_.files.push_back(std::move(file));
   }

@@ -49,7 +49,8 @@ std::string formDecoded(std::string_view text) {
     const char c = text[i];
     if (c == '+') {
       out += ' ';
-    } else if (c == '%' && i + 2 < text.size() && hexDigit(text[i + 1]) >= 0 && hexDigit(text[i + 2]) >= 0) {
+    } else if (c == '%' && i + 2 < text.size() && hexDigit(text[i + 1]) >= 0 &&
+               hexDigit(text[i + 2]) >= 0) {
       out += static_cast<char>(hexDigit(text[i + 1]) * 16 + hexDigit(text[i + 2]));
       i += 2;
     } else {
@@ -66,8 +67,9 @@ std::multimap<std::string, std::string> formItems(std::string_view body) {
     const std::string_view pair = body.substr(0, amp);
     const std::size_t eq = pair.find('=');
     if (!pair.empty())
-      items.emplace(formDecoded(pair.substr(0, eq)),
-                    eq == std::string_view::npos ? std::string() : formDecoded(pair.substr(eq + 1)));
+      items.emplace(formDecoded(pair.substr(0, eq)), eq == std::string_view::npos
+                                                         ? std::string()
+                                                         : formDecoded(pair.substr(eq + 1)));
     if (amp == std::string_view::npos)
       break;
     body.remove_prefix(amp + 1);

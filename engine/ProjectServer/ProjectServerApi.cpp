@@ -104,12 +104,23 @@ std::string htmlEscaped(std::string_view text) {
   std::string out;
   for (const char c : text) {
     switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      case '\'': out += "&#39;"; break;
-      default: out += c;
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      case '\'':
+        out += "&#39;";
+        break;
+      default:
+        out += c;
     }
   }
   return out;
@@ -123,13 +134,21 @@ ApiAnswer signInPage(int status, const std::string& callback, const std::string&
       "<body><h1>Sign in to this project server</h1>\n";
   if (!notice.empty())
     html += "<p role=\"alert\">" + htmlEscaped(notice) + "</p>\n";
-  html += "<form method=\"post\" action=\"/auth/native/start\">\n"
-          "<input type=\"hidden\" name=\"callback\" value=\"" + htmlEscaped(callback) + "\">\n"
-          "<input type=\"hidden\" name=\"clientId\" value=\"" + htmlEscaped(clientId) + "\">\n"
-          "<label>Password <input type=\"password\" name=\"password\" autofocus "
-          "autocomplete=\"current-password\"></label>\n"
-          "<button type=\"submit\">Sign in</button>\n</form></body></html>\n";
-  return ApiAnswer{.status = status, .body = std::move(html), .contentType = "text/html; charset=utf-8", .page = true};
+  html +=
+      "<form method=\"post\" action=\"/auth/native/start\">\n"
+      "<input type=\"hidden\" name=\"callback\" value=\"" +
+      htmlEscaped(callback) +
+      "\">\n"
+      "<input type=\"hidden\" name=\"clientId\" value=\"" +
+      htmlEscaped(clientId) +
+      "\">\n"
+      "<label>Password <input type=\"password\" name=\"password\" autofocus "
+      "autocomplete=\"current-password\"></label>\n"
+      "<button type=\"submit\">Sign in</button>\n</form></body></html>\n";
+  return ApiAnswer{.status = status,
+                   .body = std::move(html),
+                   .contentType = "text/html; charset=utf-8",
+                   .page = true};
 }
 
 // The first value of `key` in a form body.
@@ -371,10 +390,8 @@ ApiAnswer ProjectServerApi::workspacesEndpoint(const ApiRequest& request) {
 ApiAnswer ProjectServerApi::meEndpoint(const ApiRequest& request) {
   const bool enabled = authEnabled();
   const bool signedIn = !enabled || authenticated(request);
-  editor::VelkMeResponse response{.accepted = true,
-                                  .authenticated = signedIn,
-                                  .authEnabled = enabled,
-                                  .allowed = signedIn};
+  editor::VelkMeResponse response{
+      .accepted = true, .authenticated = signedIn, .authEnabled = enabled, .allowed = signedIn};
   if (signedIn)
     response.user = editor::VelkMeUser{.id = "local", .displayName = options_.userName};
   else
@@ -404,8 +421,10 @@ ApiAnswer ProjectServerApi::signInEndpoint(const ApiRequest& request) {
   // Only the editor's own link schemes are accepted as callbacks, so the server never redirects a
   // browser anywhere else.
   const bool posted = request.method == "POST";
-  const std::string callback = posted ? formItem(request, "callback") : queryItem(request, {"callback"});
-  const std::string clientId = posted ? formItem(request, "clientId") : queryItem(request, {"clientId"});
+  const std::string callback =
+      posted ? formItem(request, "callback") : queryItem(request, {"callback"});
+  const std::string clientId =
+      posted ? formItem(request, "clientId") : queryItem(request, {"clientId"});
   const std::optional<editor::UrlComponents> target = editor::UrlComponents::parse(callback);
   const std::string scheme = target ? editor::lowercased(target->scheme) : std::string();
   if (!target || (scheme != "velk" && scheme != "orvan")) {
@@ -437,7 +456,8 @@ ApiAnswer ProjectServerApi::signInEndpoint(const ApiRequest& request) {
 
 ApiAnswer ProjectServerApi::signInRedirect(const ApiRequest& request, const std::string& token) {
   const bool posted = request.method == "POST";
-  const std::string callback = posted ? formItem(request, "callback") : queryItem(request, {"callback"});
+  const std::string callback =
+      posted ? formItem(request, "callback") : queryItem(request, {"callback"});
   std::optional<editor::UrlComponents> target = editor::UrlComponents::parse(callback);
   target->queryItems.push_back({"token", token});
   // The server names itself from its own configuration; a request's Host header is whatever the
@@ -486,9 +506,8 @@ std::optional<ApiAnswer> ProjectServerApi::admit(const ApiRequest& head, const B
   if (!carriesBody)
     return std::nullopt;
   if (head.path.starts_with("/api/") && authEnabled() && !authenticated(head)) {
-    return errorAnswer({.status = 401,
-                        .code = "login_required",
-                        .message = "Sign in to use this project server"});
+    return errorAnswer(
+        {.status = 401, .code = "login_required", .message = "Sign in to use this project server"});
   }
   if (body.chunked || !body.contentLength) {
     return errorAnswer({.status = 411,
@@ -497,10 +516,10 @@ std::optional<ApiAnswer> ProjectServerApi::admit(const ApiRequest& head, const B
   }
   const std::uint64_t limit = bodyLimit(head.path);
   if (*body.contentLength > limit) {
-    return errorAnswer({.status = 413,
-                        .code = "payload_too_large",
-                        .message = head.path + " takes at most " + std::to_string(limit) +
-                                   " bytes of body"});
+    return errorAnswer(
+        {.status = 413,
+         .code = "payload_too_large",
+         .message = head.path + " takes at most " + std::to_string(limit) + " bytes of body"});
   }
   return std::nullopt;
 }

@@ -25,9 +25,9 @@ struct ApiRequest {
   std::string path = {};
   std::multimap<std::string, std::string> query = {};
   std::multimap<std::string, std::string> form = {};  // an url-encoded form body
-  std::string authorization = {};  // the `Authorization` header, "" when absent
-  std::string ifNoneMatch = {};    // the `If-None-Match` header, "" when absent
-  bool malformed = false;          // the path or an item holds a NUL byte
+  std::string authorization = {};                     // the `Authorization` header, "" when absent
+  std::string ifNoneMatch = {};                       // the `If-None-Match` header, "" when absent
+  bool malformed = false;                             // the path or an item holds a NUL byte
 };
 
 // What goes back: a status, a body (JSON unless `contentType` says otherwise; empty for 304)

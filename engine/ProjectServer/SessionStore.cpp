@@ -83,8 +83,9 @@ editor::Result<std::unique_ptr<SessionStore>, std::string> SessionStore::open(
   ::chmod(folder.c_str(), 0700);
   const std::string path = (std::filesystem::path(folder) / kFileName).string();
   sqlite3* db = nullptr;
-  const int opened = sqlite3_open_v2(
-      path.c_str(), &db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
+  const int opened =
+      sqlite3_open_v2(path.c_str(), &db,
+                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_FULLMUTEX, nullptr);
   std::unique_ptr<SessionStore> store(new SessionStore(db, path));
   if (opened != SQLITE_OK)
     return failure(db, "cannot open the session store " + path);
@@ -93,8 +94,8 @@ editor::Result<std::unique_ptr<SessionStore>, std::string> SessionStore::open(
   char* message = nullptr;
   const std::string setup = std::string("PRAGMA journal_mode=WAL;") + kSchema;
   if (sqlite3_exec(db, setup.c_str(), nullptr, nullptr, &message) != SQLITE_OK) {
-    std::string reason = "cannot set up the session store " + path + ": " +
-                         (message ? message : "unknown error");
+    std::string reason =
+        "cannot set up the session store " + path + ": " + (message ? message : "unknown error");
     sqlite3_free(message);
     return reason;
   }

@@ -49,7 +49,8 @@ std::string layerNamed(const Stage& stage, const std::string& wanted) {
   for (const StageLayer& layer : stage.layers) {
     if (!layer.inRootLayerStack)
       continue;
-    const std::string relative = fs::path(layer.identifier).lexically_relative(folder).generic_string();
+    const std::string relative =
+        fs::path(layer.identifier).lexically_relative(folder).generic_string();
     if (layer.identifier == wanted || layer.identifier == absolute || relative == wanted ||
         layer.name == wanted) {
       return layer.identifier;
@@ -133,7 +134,8 @@ std::shared_ptr<const T> shared(std::mutex& mutex, Slots& slots, const std::stri
 
 StageCache::StageCache(StageCacheOptions options)
     : options_(std::move(options)),
-      builds_(static_cast<std::ptrdiff_t>(std::clamp<std::size_t>(options_.concurrentBuilds, 1, 64))) {}
+      builds_(
+          static_cast<std::ptrdiff_t>(std::clamp<std::size_t>(options_.concurrentBuilds, 1, 64))) {}
 
 std::shared_ptr<const StageCache::Composed> StageCache::compose(const std::string& scenePath) {
   const BuildSlot slot(builds_);
@@ -168,8 +170,8 @@ std::shared_ptr<const StageCache::Inspected> StageCache::inspect(const Composed&
   const std::optional<std::string> refused = writeInspectionJson(
       *composed.stage, InspectOptions{.activeLayer = layer, .sceneUri = {}}, stage->json);
   if (refused) {
-    inspected->failure = ReadError{.file = composed.stage->layers.front().identifier,
-                                   .message = *refused};
+    inspected->failure =
+        ReadError{.file = composed.stage->layers.front().identifier, .message = *refused};
     return inspected;
   }
   stage->digest = fnv1a64(stage->json);

@@ -86,8 +86,7 @@ class StageCache {
   };
 
   std::shared_ptr<const Composed> composed(const std::string& scenePath);
-  std::shared_ptr<const Inspected> inspected(const std::string& scenePath,
-                                             const Composed& composed,
+  std::shared_ptr<const Inspected> inspected(const std::string& scenePath, const Composed& composed,
                                              const std::string& layer);
   std::shared_ptr<const Composed> compose(const std::string& scenePath);
   std::shared_ptr<const Inspected> inspect(const Composed& composed, const std::string& layer);

@@ -6,11 +6,11 @@
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
-#include <memory>
-#include <thread>
 #include <future>
+#include <memory>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <pthread.h>
@@ -154,8 +154,8 @@ int main(int argc, char** argv) {
   // Sessions are kept whenever sign-in is on, so that those issued earlier still count.
   std::shared_ptr<orvan::engine::SessionStore> sessions;
   if (!secrets->token.empty() || !secrets->password.empty()) {
-    auto store =
-        orvan::engine::SessionStore::open(orvan::engine::stateFolder(line->stateDir, environmentValue));
+    auto store = orvan::engine::SessionStore::open(
+        orvan::engine::stateFolder(line->stateDir, environmentValue));
     if (!store.ok())
       return fail(store.error());
     sessions = std::move(*store);

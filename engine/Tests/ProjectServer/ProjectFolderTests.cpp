@@ -141,10 +141,10 @@ TEST_F(ProjectServerFolderTest, TheAssetListStaysInsideTheFolderWhateverLinksSay
 }
 
 TEST(ProjectServerCommandLineTest, ReadsEveryOptionAndRefusesWhatItCannotUse) {
-  const auto line = parseServerCommandLine(
-      {"--project", "a", "--port", "0", "--project", "b", "--host", "::1", "--token-file", "t",
-       "--password-file", "p", "--public-url", "https://Projects.example:8443/", "--state-dir",
-       "s"});
+  const auto line =
+      parseServerCommandLine({"--project", "a", "--port", "0", "--project", "b", "--host", "::1",
+                              "--token-file", "t", "--password-file", "p", "--public-url",
+                              "https://Projects.example:8443/", "--state-dir", "s"});
   ASSERT_TRUE(line.ok()) << line.error();
   EXPECT_EQ(line->projects, (std::vector<std::string>{"a", "b"}));
   EXPECT_EQ(line->port, 0);
@@ -158,15 +158,15 @@ TEST(ProjectServerCommandLineTest, ReadsEveryOptionAndRefusesWhatItCannotUse) {
   ASSERT_FALSE(token.ok());
   EXPECT_NE(token.error().find("ORVAN_SERVER_TOKEN"), std::string::npos) << token.error();
 
-  for (const std::vector<std::string>& refused : std::vector<std::vector<std::string>>{
-           {},
-           {"--project"},
-           {"--project", "a", "--port", "65536"},
-           {"--project", "a", "--port", "-1"},
-           {"--project", "a", "--token-file", "  "},
-           {"--project", "a", "--public-url", "ftp://host"},
-           {"--project", "a", "--public-url", "host:8787"},
-           {"--project", "a", "extra"}}) {
+  for (const std::vector<std::string>& refused :
+       std::vector<std::vector<std::string>>{{},
+                                             {"--project"},
+                                             {"--project", "a", "--port", "65536"},
+                                             {"--project", "a", "--port", "-1"},
+                                             {"--project", "a", "--token-file", "  "},
+                                             {"--project", "a", "--public-url", "ftp://host"},
+                                             {"--project", "a", "--public-url", "host:8787"},
+                                             {"--project", "a", "extra"}}) {
     EXPECT_FALSE(parseServerCommandLine(refused).ok()) << testing::PrintToString(refused);
   }
 

@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <future>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <memory>
 #include <set>
 #include <thread>
@@ -393,7 +393,8 @@ TEST_F(ProjectServerTest, SignInNeedsThePasswordAndIssuesAHashedRevocableSession
   };
 
   // The page asks for the password and hands out nothing before it is given.
-  const auto page = get("/auth/native/start?clientId=c1&callback=velk%3A%2F%2Fauth-callback", forged);
+  const auto page =
+      get("/auth/native/start?clientId=c1&callback=velk%3A%2F%2Fauth-callback", forged);
   ASSERT_TRUE(page);
   EXPECT_EQ(page->status, 200);
   EXPECT_EQ(page->get_header_value("Content-Type"), "text/html; charset=utf-8");
@@ -440,7 +441,8 @@ TEST_F(ProjectServerTest, SignInNeedsThePasswordAndIssuesAHashedRevocableSession
   EXPECT_EQ(listed->front().clientId, "c1");
   EXPECT_EQ(store->revoke(listed->front().id).value(), true);
   EXPECT_EQ(store->revoke(listed->front().id).value(), false);
-  EXPECT_EQ(failure(get("/api/project", bearer)), (std::pair<int, std::string>(401, "login_required")));
+  EXPECT_EQ(failure(get("/api/project", bearer)),
+            (std::pair<int, std::string>(401, "login_required")));
 
   // Only the editor's links are callbacks, whichever way the page is reached.
   using Failure = std::pair<int, std::string>;
@@ -535,8 +537,8 @@ TEST_F(ProjectServerTest, BodiesAreJudgedOnTheirHeadAndRefusedAtOnce) {
     EXPECT_TRUE(answer.ends_with("}")) << "the envelope arrives whole:\n" << answer;
   }
   // A body within the limit is read and answered as before, on a connection that stays usable.
-  const auto posted = client_->Post("/api/project", {{"Authorization", "Bearer sesame"}}, "{}",
-                                    "application/json");
+  const auto posted =
+      client_->Post("/api/project", {{"Authorization", "Bearer sesame"}}, "{}", "application/json");
   EXPECT_EQ(failure(posted), (std::pair<int, std::string>(405, "method_not_allowed")));
   EXPECT_EQ(get("/api/project", {{"Authorization", "Bearer sesame"}})->status, 200);
 }
@@ -593,10 +595,14 @@ TEST_F(ProjectServerTest, StageRequestsShareOneCompositionAndLeaveCheapCallsAnsw
 
   // Eight names for three layers: the root, the sublayer, and none at all (the default).
   const std::string root = (base_ / "Game/main.usda").string();
-  const std::vector<std::string> layers{"lights.usda", (base_ / "Game/lights.usda").string(),
-                                        "main.usda",   root,
-                                        "gone1.usda",  "gone2.usda",
-                                        "",            "gone3.usda"};
+  const std::vector<std::string> layers{"lights.usda",
+                                        (base_ / "Game/lights.usda").string(),
+                                        "main.usda",
+                                        root,
+                                        "gone1.usda",
+                                        "gone2.usda",
+                                        "",
+                                        "gone3.usda"};
   std::vector<std::string> tags(layers.size());
   std::vector<std::thread> requests;
   for (std::size_t i = 0; i < layers.size(); ++i) {

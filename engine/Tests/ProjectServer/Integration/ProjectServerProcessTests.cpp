@@ -201,9 +201,10 @@ TEST(ProjectServerProcessTest, TakesItsTokenFromAFileOrTheEnvironmentAndManagesS
   EXPECT_EQ(client.Get("/api/project", {{"Authorization", "Bearer from-env"}})->status, 200);
 
   // A session signed in through the page is listed by the command line and revoked by it.
-  const auto signedIn = client.Post(
-      "/auth/native/start",
-      httplib::Params{{"callback", "velk://auth-callback"}, {"clientId", "c9"}, {"password", "letmein"}});
+  const auto signedIn =
+      client.Post("/auth/native/start", httplib::Params{{"callback", "velk://auth-callback"},
+                                                        {"clientId", "c9"},
+                                                        {"password", "letmein"}});
   ASSERT_TRUE(signedIn);
   ASSERT_EQ(signedIn->status, 302);
   const std::string location = signedIn->get_header_value("Location");
