@@ -366,13 +366,14 @@ ApiAnswer ProjectServerApi::stageEndpoint(const ApiRequest& request) {
          .message = found.failure ? found.failure->describe() : "The scene could not be read"});
   }
   const std::string revision = std::to_string(found.revision);
-  std::string body;
-  body.reserve(found.stage->json.size() + 40);
-  body.append("{\"revision\":").append(revision).append(",\"stage\":");
-  body.append(found.stage->json).append("}");
   // The body is the revision and the stage, so its tag comes from the two without reading it all.
-  std::string etag = quotedTag(fnv1a64(revision, found.stage->digest));
-  return taggedAnswer(request, std::move(body), std::move(etag));
+  ApiAnswer answer = taggedAnswer(request, "{\"revision\":" + revision + ",\"stage\":",
+                                  quotedTag(fnv1a64(revision, found.stage->digest)));
+  if (answer.status == 200) {
+    answer.sharedPart = std::shared_ptr<const std::string>(found.stage, &found.stage->json);
+    answer.tail = "}";
+  }
+  return answer;
 }
 
 ApiAnswer ProjectServerApi::workspacesEndpoint(const ApiRequest& request) {

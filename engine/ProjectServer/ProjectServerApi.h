@@ -39,6 +39,10 @@ struct ApiAnswer {
   std::string allow = {};     // the `Allow` header of a 405, "" otherwise
   std::string location = {};  // the `Location` header of a redirect, "" otherwise
   std::string contentType = "application/json";
+  // A large body is sent as `body`, then `sharedPart`, then `tail`, without copying the shared
+  // part (a kept stage's text) for each request.
+  std::shared_ptr<const std::string> sharedPart = {};
+  std::string tail = {};
   bool page = false;  // a page for the browser: never cached, never framed
 };
 
