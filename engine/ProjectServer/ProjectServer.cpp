@@ -135,29 +135,28 @@ void send(ApiAnswer answer, httplib::Response& out) {
     return;
   }
   // Written piece by piece from the shared text, which the provider keeps alive.
-  auto pieces = std::make_shared<std::array<std::string_view, 3>>(
-      std::array<std::string_view, 3>{});
+  auto pieces =
+      std::make_shared<std::array<std::string_view, 3>>(std::array<std::string_view, 3>{});
   auto owned = std::make_shared<std::pair<std::string, std::string>>(std::move(answer.body),
                                                                      std::move(answer.tail));
   (*pieces)[0] = owned->first;
   (*pieces)[1] = *answer.sharedPart;
   (*pieces)[2] = owned->second;
   const std::size_t length = (*pieces)[0].size() + (*pieces)[1].size() + (*pieces)[2].size();
-  out.set_content_provider(
-      length, answer.contentType,
-      [pieces, owned, shared = answer.sharedPart](std::size_t offset, std::size_t,
-                                                  httplib::DataSink& sink) {
-        constexpr std::size_t kPiece = 1 << 20;
-        for (const std::string_view piece : *pieces) {
-          if (offset >= piece.size()) {
-            offset -= piece.size();
-            continue;
-          }
-          const std::size_t size = std::min(kPiece, piece.size() - offset);
-          return sink.write(piece.data() + offset, size);
-        }
-        return false;
-      });
+  out.set_content_provider(length, answer.contentType,
+                           [pieces, owned, shared = answer.sharedPart](
+                               std::size_t offset, std::size_t, httplib::DataSink& sink) {
+                             constexpr std::size_t kPiece = 1 << 20;
+                             for (const std::string_view piece : *pieces) {
+                               if (offset >= piece.size()) {
+                                 offset -= piece.size();
+                                 continue;
+                               }
+                               const std::size_t size = std::min(kPiece, piece.size() - offset);
+                               return sink.write(piece.data() + offset, size);
+                             }
+                             return false;
+                           });
 }
 
 // Sends a refusal whose request body was left unread, and ends the connection after it: what

@@ -515,7 +515,9 @@ std::optional<ApiAnswer> ProjectServerApi::admit(const ApiRequest& head, const B
                         .code = "length_required",
                         .message = "A request body needs a Content-Length"});
   }
-  const std::uint64_t limit = bodyLimit(head.path);
+  // The library reads no body of a GET or HEAD; one that comes anyway would be read as the next
+  // request.
+  const std::uint64_t limit = body.expected ? bodyLimit(head.path) : 0;
   if (*body.contentLength > limit) {
     return errorAnswer(
         {.status = 413,

@@ -528,6 +528,8 @@ TEST_F(ProjectServerTest, BodiesAreJudgedOnTheirHeadAndRefusedAtOnce) {
       {head("/api/project", bearer + "Transfer-Encoding: chunked\r\n"), "HTTP/1.1 411"},
       {head("/api/project", bearer), "HTTP/1.1 411"},
       {head("/elsewhere", "Content-Length: 1\r\n"), "HTTP/1.1 413"},
+      {"GET /api/project HTTP/1.1\r\nHost: 127.0.0.1\r\n" + bearer + "Content-Length: 5\r\n\r\n",
+       "HTTP/1.1 413"},
   };
   for (const auto& [request, status] : cases) {
     const std::string answer = answerToHead(port_, request);
