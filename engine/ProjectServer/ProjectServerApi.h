@@ -74,7 +74,8 @@ struct ApiOptions {
 std::uint64_t bodyLimit(const std::string& path);
 
 // The project server's endpoints over the hosted projects. Every call is answered on its own and
-// may run on any thread; the only shared state is the stage cache, which locks.
+// may run on any thread; the shared state (the stage cache, the kept listings, the failed
+// sign-ins, the session store) locks.
 class ProjectServerApi {
  public:
   // `projects` is not empty; the first one is the server's current project.
@@ -104,7 +105,7 @@ class ProjectServerApi {
   bool authEnabled() const { return !options_.token.empty() || options_.sessions != nullptr; }
   // Whether the request carries the static token or a live session.
   bool authenticated(const ApiRequest& request) const;
-  // Counts a failed password; false once too many failed within the last minute.
+  // Whether a password may be tried: not once ten failed within the last minute.
   bool allowSignInAttempt();
   void recordFailedSignIn();
 

@@ -23,13 +23,14 @@
 namespace {
 
 constexpr const char* kUsage =
-    "usage: orvan_server_load URL [--requests N] [--clients C] [--path PATH]...";
+    "usage: orvan_server_load URL [--requests N] [--clients C] [--path PATH]... [--fresh]";
 
 struct Options {
   std::string url;
   int requests = 10000;
   int clients = 8;
   std::vector<std::string> paths;
+  bool fresh = false;  // a new connection per request
 };
 
 bool parseCount(const std::string& text, int& out) {
@@ -42,6 +43,10 @@ bool parse(int argc, char** argv, Options& options) {
     const std::string option = argv[i];
     if (option.starts_with("http://")) {
       options.url = option;
+      continue;
+    }
+    if (option == "--fresh") {
+      options.fresh = true;
       continue;
     }
     if (i + 1 >= argc)
@@ -90,7 +95,7 @@ int main(int argc, char** argv) {
   for (int c = 0; c < options.clients; ++c) {
     clients.emplace_back([&] {
       httplib::Client client(options.url);
-      client.set_keep_alive(true);
+      client.set_keep_alive(!options.fresh);
       client.set_connection_timeout(5);
       client.set_read_timeout(30);
       std::map<std::string, std::vector<double>> mine;
@@ -113,8 +118,9 @@ int main(int argc, char** argv) {
     client.join();
   const std::chrono::duration<double> total = std::chrono::steady_clock::now() - start;
 
-  std::printf("%d requests from %d clients in %.2f s (%.0f/s), %d errors\n", options.requests,
-              options.clients, total.count(), options.requests / total.count(), errors.load());
+  std::printf("%d requests from %d clients (%s) in %.2f s (%.0f/s), %d errors\n", options.requests,
+              options.clients, options.fresh ? "a connection per request" : "kept alive",
+              total.count(), options.requests / total.count(), errors.load());
   std::vector<double> all;
   for (auto& [path, values] : latencies) {
     std::sort(values.begin(), values.end());
