@@ -7,14 +7,17 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <deque>
 #include <exception>
 #include <mutex>
 #include <vector>
 
+#include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <httplib.h>
@@ -239,10 +242,150 @@ class ElasticTaskQueue final : public httplib::TaskQueue {
   bool stopping_ = false;
 };
 
+// What one request may take of a connection while it is read: its head (64 KiB) and the largest
+// body any endpoint takes, within a minute. The library reads a header line to its end before it
+// looks at its length, so without a bound a client could fill the memory with one endless line,
+// or hold a thread forever by sending a byte now and then.
+constexpr std::size_t kRequestBytes = 64 * 1024 + 1024 * 1024 + 8 * 1024;
+constexpr std::chrono::seconds kRequestDeadline{60};
+
+// A connection's socket as the library reads and writes it, with a buffer that outlives each
+// request (a client may send the next one early) and a budget of bytes and time per request.
+class ConnectionStream final : public httplib::Stream {
+ public:
+  ConnectionStream(socket_t socket, const ServerLimits& limits)
+      : socket_(socket), readTimeout_(limits.readTimeout), writeTimeout_(limits.writeTimeout) {}
+
+  void startRequest() {
+    budget_ = kRequestBytes;
+    deadline_ = std::chrono::steady_clock::now() + kRequestDeadline;
+  }
+  bool buffered() const { return begin_ < end_; }
+  // Whether the socket has something to read (or has ended) within `timeout`.
+  bool waitFor(short events, std::chrono::milliseconds timeout) const {
+    pollfd ready{.fd = socket_, .events = events, .revents = 0};
+    int count = 0;
+    do {
+      count = ::poll(&ready, 1, static_cast<int>(timeout.count()));
+    } while (count < 0 && errno == EINTR);
+    return count > 0;
+  }
+
+  bool is_readable() const override { return buffered() || waitFor(POLLIN, readTimeout_); }
+  bool is_writable() const override { return waitFor(POLLOUT, writeTimeout_); }
+
+  ssize_t read(char* out, std::size_t size) override {
+    if (budget_ == 0)
+      return -1;
+    if (!buffered()) {
+      const auto now = std::chrono::steady_clock::now();
+      if (now >= deadline_)
+        return -1;
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline_ - now);
+      if (!waitFor(POLLIN, std::min<std::chrono::milliseconds>(readTimeout_, left)))
+        return -1;
+      const ssize_t received = ::recv(socket_, buffer_.data(), buffer_.size(), 0);
+      if (received <= 0)
+        return received;
+      begin_ = 0;
+      end_ = static_cast<std::size_t>(received);
+    }
+    const std::size_t count = std::min({size, end_ - begin_, budget_});
+    std::memcpy(out, buffer_.data() + begin_, count);
+    begin_ += count;
+    budget_ -= count;
+    return static_cast<ssize_t>(count);
+  }
+
+  ssize_t write(const char* data, std::size_t size) override {
+    if (!waitFor(POLLOUT, writeTimeout_))
+      return -1;
+    return ::send(socket_, data, size, MSG_NOSIGNAL);
+  }
+
+  void get_remote_ip_and_port(std::string& ip, int& port) const override {
+    address(::getpeername, ip, port);
+  }
+  void get_local_ip_and_port(std::string& ip, int& port) const override {
+    address(::getsockname, ip, port);
+  }
+  socket_t socket() const override { return socket_; }
+
+ private:
+  void address(int (*name)(int, sockaddr*, socklen_t*), std::string& ip, int& port) const {
+    sockaddr_storage storage{};
+    socklen_t length = sizeof storage;
+    if (name(socket_, reinterpret_cast<sockaddr*>(&storage), &length) != 0)
+      return;
+    char host[NI_MAXHOST];
+    char service[NI_MAXSERV];
+    if (::getnameinfo(reinterpret_cast<const sockaddr*>(&storage), length, host, sizeof host,
+                      service, sizeof service, NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
+      return;
+    }
+    ip = host;
+    port = std::atoi(service);
+  }
+
+  const socket_t socket_;
+  const std::chrono::milliseconds readTimeout_;
+  const std::chrono::milliseconds writeTimeout_;
+  std::array<char, 16 * 1024> buffer_{};
+  std::size_t begin_ = 0;
+  std::size_t end_ = 0;
+  std::size_t budget_ = 0;
+  std::chrono::steady_clock::time_point deadline_ = {};
+};
+
 }  // namespace
 
+// The library's server with its connection loop replaced: each request is read through a
+// ConnectionStream, and the listening queue is longer than the library's five, so that a burst of
+// new connections is not left to the client's retry a second later.
+class ProjectServer::Http final : public httplib::Server {
+ public:
+  explicit Http(const ServerLimits& limits) : limits_(limits) {}
+
+  void widenBacklog() {
+    const socket_t socket = svr_sock_;
+    if (socket != INVALID_SOCKET)
+      ::listen(socket, SOMAXCONN);
+  }
+
+ private:
+  bool process_and_close_socket(socket_t socket) override {
+    ConnectionStream stream(socket, limits_);
+    for (std::size_t served = 0; served < limits_.keepAliveRequests && awaitRequest(stream);
+         ++served) {
+      stream.startRequest();
+      bool closed = false;
+      const bool last = served + 1 == limits_.keepAliveRequests;
+      if (!process_request(stream, last, closed, nullptr) || closed)
+        break;
+    }
+    ::shutdown(socket, SHUT_RDWR);
+    ::close(socket);
+    return true;
+  }
+
+  // Waits for the next request: up to the keep-alive time-out, and no longer than the server
+  // runs. An ended connection counts as ready; reading it then ends the loop.
+  bool awaitRequest(const ConnectionStream& stream) const {
+    const auto until = std::chrono::steady_clock::now() + limits_.keepAliveTimeout;
+    while (svr_sock_ != INVALID_SOCKET) {
+      if (stream.buffered() || stream.waitFor(POLLIN, std::chrono::milliseconds(100)))
+        return true;
+      if (std::chrono::steady_clock::now() >= until)
+        return false;
+    }
+    return false;
+  }
+
+  const ServerLimits limits_;
+};
+
 ProjectServer::ProjectServer(ProjectServerApi& api, ServerLimits limits)
-    : api_(api), http_(std::make_unique<httplib::Server>()) {
+    : api_(api), http_(std::make_unique<Http>(limits)) {
   http_->new_task_queue = [limits] {
     return new ElasticTaskQueue(limits.minThreads, limits.maxThreads);
   };
@@ -314,9 +457,12 @@ editor::Result<int, std::string> ProjectServer::bind(const std::string& host, in
   errno = 0;
   if (port == 0) {
     const int bound = http_->bind_to_any_port(host);
-    if (bound > 0)
+    if (bound > 0) {
+      http_->widenBacklog();
       return bound;
+    }
   } else if (http_->bind_to_port(host, port)) {
+    http_->widenBacklog();
     return port;
   }
   const std::string reason = errno != 0 ? std::strerror(errno) : "the address is not usable";

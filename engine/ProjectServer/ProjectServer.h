@@ -9,10 +9,6 @@
 
 #include "ProjectServer/ProjectServerApi.h"
 
-namespace httplib {
-class Server;
-}
-
 namespace orvan::engine {
 
 // How much one connection may hold of the server.
@@ -56,8 +52,10 @@ class ProjectServer {
   void stop();
 
  private:
+  class Http;
+
   ProjectServerApi& api_;
-  std::unique_ptr<httplib::Server> http_;
+  std::unique_ptr<Http> http_;
   std::thread thread_;
   std::atomic<bool> ended_ = false;
 };

@@ -538,6 +538,12 @@ TEST_F(ProjectServerTest, BodiesAreJudgedOnTheirHeadAndRefusedAtOnce) {
     EXPECT_EQ(answer.find("<still open>"), std::string::npos) << request << "\n" << answer;
     EXPECT_TRUE(answer.ends_with("}")) << "the envelope arrives whole:\n" << answer;
   }
+  // A header line without end is not gathered up to the end of the memory: the connection ends
+  // once the request has taken more than any request may.
+  const std::string endless =
+      "GET /api/me HTTP/1.1\r\nHost: 127.0.0.1\r\nX-Long: " + std::string(4 << 20, 'a');
+  EXPECT_EQ(answerToHead(port_, endless).find("<still open>"), std::string::npos);
+
   // A body within the limit is read and answered as before, on a connection that stays usable.
   const auto posted =
       client_->Post("/api/project", {{"Authorization", "Bearer sesame"}}, "{}", "application/json");
