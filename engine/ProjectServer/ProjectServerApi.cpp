@@ -3,12 +3,14 @@
 #include <algorithm>
 #include <initializer_list>
 #include <optional>
+#include <stdexcept>
 #include <string_view>
 #include <utility>
 
 #include "orvan/wire/JsonEncoder.h"
 #include "orvan/wire/Text.h"
 #include "orvan/wire/UrlComponents.h"
+#include "ProjectServer/Credentials.h"
 #include "ProjectServer/Digest.h"
 #include "ProjectServer/ProjectAssets.h"
 #include "orvan/wire/records/AccountRecords.h"
@@ -87,24 +89,72 @@ std::string queryItem(const ApiRequest& request, std::initializer_list<std::stri
   return {};
 }
 
-// Compares in time that does not depend on where the first difference is.
-bool sameSecret(std::string_view given, std::string_view expected) {
-  if (expected.empty())
-    return false;
-  unsigned char difference = given.size() == expected.size() ? 0 : 1;
-  for (std::size_t i = 0; i < given.size(); ++i)
-    difference |= static_cast<unsigned char>(given[i] ^ expected[i % expected.size()]);
-  return difference == 0;
-}
-
-bool carriesBearer(const ApiRequest& request, std::string_view token) {
+// The token of an "Authorization: Bearer ..." header, "" when there is none.
+std::string_view bearerOf(const ApiRequest& request) {
   const std::string_view header = editor::trimWhitespaceAndNewlines(request.authorization);
   constexpr std::string_view kScheme = "bearer ";
   if (header.size() <= kScheme.size() ||
       !editor::equalsIgnoringCase(header.substr(0, kScheme.size()), kScheme)) {
-    return false;
+    return {};
   }
-  return sameSecret(editor::trimWhitespaceAndNewlines(header.substr(kScheme.size())), token);
+  return editor::trimWhitespaceAndNewlines(header.substr(kScheme.size()));
+}
+
+std::string htmlEscaped(std::string_view text) {
+  std::string out;
+  for (const char c : text) {
+    switch (c) {
+      case '&':
+        out += "&amp;";
+        break;
+      case '<':
+        out += "&lt;";
+        break;
+      case '>':
+        out += "&gt;";
+        break;
+      case '"':
+        out += "&quot;";
+        break;
+      case '\'':
+        out += "&#39;";
+        break;
+      default:
+        out += c;
+    }
+  }
+  return out;
+}
+
+// The sign-in page: the password, with the callback and client carried along.
+ApiAnswer signInPage(int status, const std::string& callback, const std::string& clientId,
+                     std::string_view notice) {
+  std::string html =
+      "<!DOCTYPE html>\n<html><head><meta charset=\"utf-8\"><title>Sign in</title></head>\n"
+      "<body><h1>Sign in to this project server</h1>\n";
+  if (!notice.empty())
+    html += "<p role=\"alert\">" + htmlEscaped(notice) + "</p>\n";
+  html +=
+      "<form method=\"post\" action=\"/auth/native/start\">\n"
+      "<input type=\"hidden\" name=\"callback\" value=\"" +
+      htmlEscaped(callback) +
+      "\">\n"
+      "<input type=\"hidden\" name=\"clientId\" value=\"" +
+      htmlEscaped(clientId) +
+      "\">\n"
+      "<label>Password <input type=\"password\" name=\"password\" autofocus "
+      "autocomplete=\"current-password\"></label>\n"
+      "<button type=\"submit\">Sign in</button>\n</form></body></html>\n";
+  return ApiAnswer{.status = status,
+                   .body = std::move(html),
+                   .contentType = "text/html; charset=utf-8",
+                   .page = true};
+}
+
+// The first value of `key` in a form body.
+std::string formItem(const ApiRequest& request, const std::string& key) {
+  const auto found = request.form.find(key);
+  return found == request.form.end() ? std::string() : found->second;
 }
 
 editor::ProjectWorkspaceSummary mainWorkspace() {
@@ -184,19 +234,37 @@ std::string commonRoot(const std::vector<ProjectFolder>& projects) {
 }  // namespace
 
 ProjectServerApi::ProjectServerApi(std::vector<ProjectFolder> projects, ApiOptions options)
-    : projects_(std::move(projects)), options_(std::move(options)) {}
+    : projects_(std::move(projects)), options_(std::move(options)), stages_(options_.stages) {}
+
+std::uint64_t bodyLimit(const std::string& path) {
+  if (path == "/auth/native/start")
+    return 8 * 1024;
+  if (path.starts_with("/api/"))
+    return 1024 * 1024;
+  return 0;
+}
 
 ApiAnswer ProjectServerApi::handle(const ApiRequest& request) {
   const std::string& path = request.path;
-  if (path == "/auth/native/start")
-    return request.method == "GET" ? signInEndpoint(request)
-                                   : errorAnswer({.status = 405,
-                                                  .code = "method_not_allowed",
-                                                  .message = request.method + " is not served at " + path});
+  // A NUL would cut a name short on its way to the file system: refused, never truncated.
+  if (request.malformed) {
+    return errorAnswer({.status = 400,
+                        .code = "bad_request",
+                        .message = "The request's path or parameters hold a NUL byte"});
+  }
+  if (path == "/auth/native/start") {
+    if (request.method == "GET" || request.method == "POST")
+      return signInEndpoint(request);
+    ApiAnswer answer = errorAnswer({.status = 405,
+                                    .code = "method_not_allowed",
+                                    .message = request.method + " is not served at " + path});
+    answer.allow = "GET, POST";
+    return answer;
+  }
   if (!path.starts_with("/api/"))
     return errorAnswer({.status = 404, .code = "not_found", .message = "No page at " + path});
   // The account endpoint stays open: it is how a client learns that it must sign in.
-  if (!options_.token.empty() && path != "/api/me" && !carriesBearer(request, options_.token)) {
+  if (authEnabled() && path != "/api/me" && !authenticated(request)) {
     return errorAnswer({.status = 401,
                         .code = "login_required",
                         .message = request.authorization.empty()
@@ -248,7 +316,18 @@ ApiAnswer ProjectServerApi::projectEndpoint(const ApiRequest& request) {
   if (!scope.ok())
     return errorAnswer(scope.error());
   const ProjectFolder& project = *scope->project;
-  std::vector<editor::ProjectAssetItem> assets = listProjectAssets(project.root);
+  // The walk of the folder is the cheap part; the rows, their digest and the body are made again
+  // only when it saw something else than last time.
+  ProjectFileScan scan = scanProjectFiles(project.root);
+  const std::string listingKey = project.id + '\n' + scope->scene;
+  {
+    const std::lock_guard lock(listingsMutex_);
+    if (const auto found = listings_.find(listingKey);
+        found != listings_.end() && found->second.signature == scan.signature) {
+      return taggedAnswer(request, found->second.body, found->second.etag);
+    }
+  }
+  std::vector<editor::ProjectAssetItem> assets = projectAssetRows(scan);
   // The catalogue's head moves whenever a row does, so the editor drops rows of deleted files.
   const std::string headKey = hex64(fnv1a64(encodeJson(assets)));
   const editor::ProjectResponse response{.id = project.id,
@@ -264,6 +343,14 @@ ApiAnswer ProjectServerApi::projectEndpoint(const ApiRequest& request) {
                                          .assets = std::move(assets)};
   std::string body = encodeJson(response);
   std::string etag = quotedTag(fnv1a64(body));
+  {
+    const std::lock_guard lock(listingsMutex_);
+    // One listing per project and scene the clients ask for; a handful in practice.
+    constexpr std::size_t kMaxListings = 32;
+    if (listings_.size() >= kMaxListings && !listings_.contains(listingKey))
+      listings_.erase(listings_.begin());
+    listings_[listingKey] = ProjectListing{.signature = scan.signature, .body = body, .etag = etag};
+  }
   return taggedAnswer(request, std::move(body), std::move(etag));
 }
 
@@ -279,13 +366,14 @@ ApiAnswer ProjectServerApi::stageEndpoint(const ApiRequest& request) {
          .message = found.failure ? found.failure->describe() : "The scene could not be read"});
   }
   const std::string revision = std::to_string(found.revision);
-  std::string body;
-  body.reserve(found.stage->json.size() + 40);
-  body.append("{\"revision\":").append(revision).append(",\"stage\":");
-  body.append(found.stage->json).append("}");
   // The body is the revision and the stage, so its tag comes from the two without reading it all.
-  std::string etag = quotedTag(fnv1a64(revision, found.stage->digest));
-  return taggedAnswer(request, std::move(body), std::move(etag));
+  ApiAnswer answer = taggedAnswer(request, "{\"revision\":" + revision + ",\"stage\":",
+                                  quotedTag(fnv1a64(revision, found.stage->digest)));
+  if (answer.status == 200) {
+    answer.sharedPart = std::shared_ptr<const std::string>(found.stage, &found.stage->json);
+    answer.tail = "}";
+  }
+  return answer;
 }
 
 ApiAnswer ProjectServerApi::workspacesEndpoint(const ApiRequest& request) {
@@ -301,13 +389,11 @@ ApiAnswer ProjectServerApi::workspacesEndpoint(const ApiRequest& request) {
 }
 
 ApiAnswer ProjectServerApi::meEndpoint(const ApiRequest& request) {
-  const bool authEnabled = !options_.token.empty();
-  const bool authenticated = !authEnabled || carriesBearer(request, options_.token);
-  editor::VelkMeResponse response{.accepted = true,
-                                  .authenticated = authenticated,
-                                  .authEnabled = authEnabled,
-                                  .allowed = authenticated};
-  if (authenticated)
+  const bool enabled = authEnabled();
+  const bool signedIn = !enabled || authenticated(request);
+  editor::VelkMeResponse response{
+      .accepted = true, .authenticated = signedIn, .authEnabled = enabled, .allowed = signedIn};
+  if (signedIn)
     response.user = editor::VelkMeUser{.id = "local", .displayName = options_.userName};
   else
     response.message = "Sign in to use this project server";
@@ -333,19 +419,52 @@ ApiAnswer ProjectServerApi::deepLinkEndpoint(const ApiRequest& request) {
 }
 
 ApiAnswer ProjectServerApi::signInEndpoint(const ApiRequest& request) {
-  // This server has one local user, so signing in needs no page: the browser is sent straight
-  // back to the editor's callback with a session. Only the editor's own link schemes are
-  // accepted as callbacks, so the server never redirects a browser anywhere else.
-  const std::string callback = queryItem(request, {"callback"});
-  std::optional<editor::UrlComponents> target = editor::UrlComponents::parse(callback);
+  // Only the editor's own link schemes are accepted as callbacks, so the server never redirects a
+  // browser anywhere else.
+  const bool posted = request.method == "POST";
+  const std::string callback =
+      posted ? formItem(request, "callback") : queryItem(request, {"callback"});
+  const std::string clientId =
+      posted ? formItem(request, "clientId") : queryItem(request, {"clientId"});
+  const std::optional<editor::UrlComponents> target = editor::UrlComponents::parse(callback);
   const std::string scheme = target ? editor::lowercased(target->scheme) : std::string();
   if (!target || (scheme != "velk" && scheme != "orvan")) {
     return errorAnswer({.status = 400,
                         .code = "bad_callback",
                         .message = "The sign-in callback must be a velk: or orvan: link"});
   }
-  target->queryItems.push_back({"token", options_.token.empty() ? "local-session" : options_.token});
-  if (!request.host.empty()) target->queryItems.push_back({"server", "http://" + request.host});
+  // Without sign-in there is nothing to prove: any session is as good as another.
+  if (!authEnabled())
+    return signInRedirect(request, "local-session");
+  if (options_.password.empty() || !options_.sessions) {
+    return signInPage(403, callback, clientId,
+                      "Signing in through the browser is not set up on this server: it needs a "
+                      "password (--password-file or ORVAN_SERVER_PASSWORD).");
+  }
+  if (!posted)
+    return signInPage(200, callback, clientId, "");
+  if (!allowSignInAttempt())
+    return signInPage(429, callback, clientId, "Too many failed attempts; wait a minute.");
+  if (!sameSecret(formItem(request, "password"), options_.password)) {
+    recordFailedSignIn();
+    return signInPage(401, callback, clientId, "That password is not right.");
+  }
+  const auto issued = options_.sessions->issue("local", clientId);
+  if (!issued.ok())
+    throw std::runtime_error(issued.error());
+  return signInRedirect(request, issued->token);
+}
+
+ApiAnswer ProjectServerApi::signInRedirect(const ApiRequest& request, const std::string& token) {
+  const bool posted = request.method == "POST";
+  const std::string callback =
+      posted ? formItem(request, "callback") : queryItem(request, {"callback"});
+  std::optional<editor::UrlComponents> target = editor::UrlComponents::parse(callback);
+  target->queryItems.push_back({"token", token});
+  // The server names itself from its own configuration; a request's Host header is whatever the
+  // sender wrote.
+  if (!options_.publicUrl.empty())
+    target->queryItems.push_back({"server", options_.publicUrl});
   target->queryItems.push_back({"displayName", options_.userName});
   target->queryItems.push_back({"userId", "local"});
   const std::optional<std::string> location = target->build();
@@ -356,7 +475,56 @@ ApiAnswer ProjectServerApi::signInEndpoint(const ApiRequest& request) {
   }
   return ApiAnswer{.status = 302,
                    .body = R"({"accepted":true,"message":"Signed in"})",
-                   .location = *location};
+                   .location = *location,
+                   .page = true};
+}
+
+bool ProjectServerApi::authenticated(const ApiRequest& request) const {
+  const std::string_view token = bearerOf(request);
+  if (token.empty())
+    return false;
+  if (sameSecret(token, options_.token))
+    return true;
+  return options_.sessions && options_.sessions->find(token).has_value();
+}
+
+bool ProjectServerApi::allowSignInAttempt() {
+  constexpr std::size_t kFailuresPerMinute = 10;
+  const auto now = std::chrono::steady_clock::now();
+  const std::lock_guard lock(signInMutex_);
+  while (!failedSignIns_.empty() && now - failedSignIns_.front() > std::chrono::minutes(1))
+    failedSignIns_.pop_front();
+  return failedSignIns_.size() < kFailuresPerMinute;
+}
+
+void ProjectServerApi::recordFailedSignIn() {
+  const std::lock_guard lock(signInMutex_);
+  failedSignIns_.push_back(std::chrono::steady_clock::now());
+}
+
+std::optional<ApiAnswer> ProjectServerApi::admit(const ApiRequest& head, const BodyHead& body) {
+  const bool carriesBody = body.chunked || body.expected || body.contentLength.value_or(0) > 0;
+  if (!carriesBody)
+    return std::nullopt;
+  if (head.path.starts_with("/api/") && authEnabled() && !authenticated(head)) {
+    return errorAnswer(
+        {.status = 401, .code = "login_required", .message = "Sign in to use this project server"});
+  }
+  if (body.chunked || !body.contentLength) {
+    return errorAnswer({.status = 411,
+                        .code = "length_required",
+                        .message = "A request body needs a Content-Length"});
+  }
+  // The library reads no body of a GET or HEAD; one that comes anyway would be read as the next
+  // request.
+  const std::uint64_t limit = body.expected ? bodyLimit(head.path) : 0;
+  if (*body.contentLength > limit) {
+    return errorAnswer(
+        {.status = 413,
+         .code = "payload_too_large",
+         .message = head.path + " takes at most " + std::to_string(limit) + " bytes of body"});
+  }
+  return std::nullopt;
 }
 
 }  // namespace orvan::engine

@@ -1,52 +1,96 @@
 #pragma once
 
+#include <chrono>
+#include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
+#include "ProjectServer/ProjectAssets.h"
 #include "ProjectServer/ProjectFolder.h"
+#include "ProjectServer/SessionStore.h"
 #include "ProjectServer/StageCache.h"
 
 namespace orvan::engine {
 
 // One request as the API sees it, apart from the HTTP library: the method, the decoded path,
-// the decoded query items and the two headers it reads.
+// the decoded query items, the fields of a form body and the headers it reads.
 struct ApiRequest {
   std::string method = "GET";
   std::string path = {};
   std::multimap<std::string, std::string> query = {};
-  std::string authorization = {};  // the `Authorization` header, "" when absent
-  std::string ifNoneMatch = {};    // the `If-None-Match` header, "" when absent
-  std::string host = {};           // the `Host` header, "" when absent
+  std::multimap<std::string, std::string> form = {};  // an url-encoded form body
+  std::string authorization = {};                     // the `Authorization` header, "" when absent
+  std::string ifNoneMatch = {};                       // the `If-None-Match` header, "" when absent
+  bool malformed = false;                             // the path or an item holds a NUL byte
 };
 
-// What goes back: a status, a JSON body (empty for 304) and the headers the API sets.
+// What goes back: a status, a body (JSON unless `contentType` says otherwise; empty for 304)
+// and the headers the API sets.
 struct ApiAnswer {
   int status = 200;
   std::string body = {};
-  std::string etag = {};   // the `ETag` header, "" for none
-  std::string allow = {};  // the `Allow` header of a 405, "" otherwise
+  std::string etag = {};      // the `ETag` header, "" for none
+  std::string allow = {};     // the `Allow` header of a 405, "" otherwise
   std::string location = {};  // the `Location` header of a redirect, "" otherwise
+  std::string contentType = "application/json";
+  // A large body is sent as `body`, then `sharedPart`, then `tail`, without copying the shared
+  // part (a kept stage's text) for each request.
+  std::shared_ptr<const std::string> sharedPart = {};
+  std::string tail = {};
+  bool page = false;  // a page for the browser: never cached, never framed
+};
+
+// What the head of a request says about its body, before any of it is read.
+struct BodyHead {
+  std::optional<std::uint64_t> contentLength = {};  // nothing when there is no Content-Length
+  bool chunked = false;                             // any Transfer-Encoding
+  bool expected = false;  // a method whose body the server would read (POST, PUT, PATCH, DELETE)
 };
 
 struct ApiOptions {
-  // When not empty, every call but GET /api/me needs "Authorization: Bearer <token>".
+  // When not empty, every call but GET /api/me needs "Authorization: Bearer <token>" with this
+  // token or a session that sign-in issued.
   std::string token = {};
+  // The password of the sign-in page; empty: the page signs no one in.
+  std::string password = {};
+  // Where sign-in sessions are kept; null when sign-in is off.
+  std::shared_ptr<SessionStore> sessions = {};
+  // How the server names itself in the sign-in callback: its configured public address or the
+  // address it listens on, never anything a request says.
+  std::string publicUrl = {};
   // The display name of the local user that GET /api/me reports.
   std::string userName = "local";
+  StageCacheOptions stages = {};
 };
 
+// The largest body each endpoint takes, in bytes: the sign-in form 8 KiB, other API calls 1 MiB
+// (JSON requests; uploads are not served), anything else nothing.
+std::uint64_t bodyLimit(const std::string& path);
+
 // The project server's endpoints over the hosted projects. Every call is answered on its own and
-// may run on any thread; the only shared state is the stage cache, which locks.
+// may run on any thread; the shared state (the stage cache, the kept listings, the failed
+// sign-ins, the session store) locks.
 class ProjectServerApi {
  public:
   // `projects` is not empty; the first one is the server's current project.
   ProjectServerApi(std::vector<ProjectFolder> projects, ApiOptions options);
 
   ApiAnswer handle(const ApiRequest& request);
+  // Decided on the head of a request, before its body is read: a refusal (401 for an API call
+  // without a valid session, 411 for a body of unknown length, 413 for one over the endpoint's
+  // limit), or nothing when the body may be read. Requests without a body pass; handle() judges
+  // them.
+  std::optional<ApiAnswer> admit(const ApiRequest& head, const BodyHead& body);
 
   const std::vector<ProjectFolder>& projects() const { return projects_; }
+  // How the server names itself in sign-in callbacks; set before the server takes requests.
+  void setPublicUrl(std::string url) { options_.publicUrl = std::move(url); }
 
  private:
   ApiAnswer projectsEndpoint(const ApiRequest& request);
@@ -56,10 +100,30 @@ class ProjectServerApi {
   ApiAnswer meEndpoint(const ApiRequest& request);
   ApiAnswer deepLinkEndpoint(const ApiRequest& request);
   ApiAnswer signInEndpoint(const ApiRequest& request);
+  ApiAnswer signInRedirect(const ApiRequest& request, const std::string& token);
+
+  bool authEnabled() const { return !options_.token.empty() || options_.sessions != nullptr; }
+  // Whether the request carries the static token or a live session.
+  bool authenticated(const ApiRequest& request) const;
+  // Whether a password may be tried: not once ten failed within the last minute.
+  bool allowSignInAttempt();
+  void recordFailedSignIn();
+
+  // The last answer of GET /api/project per project and scene, valid while the folder's scan
+  // signature stays the same.
+  struct ProjectListing {
+    std::uint64_t signature = 0;
+    std::string body = {};
+    std::string etag = {};
+  };
 
   std::vector<ProjectFolder> projects_;
   ApiOptions options_;
   StageCache stages_;
+  std::mutex listingsMutex_;
+  std::map<std::string, ProjectListing> listings_;
+  std::mutex signInMutex_;
+  std::deque<std::chrono::steady_clock::time_point> failedSignIns_;
 };
 
 }  // namespace orvan::engine

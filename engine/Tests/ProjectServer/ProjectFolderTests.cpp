@@ -3,9 +3,12 @@
 
 #include <filesystem>
 #include <fstream>
+#include <map>
 
 #include <unistd.h>
 
+#include "ProjectServer/Credentials.h"
+#include "ProjectServer/ProjectAssets.h"
 #include "ProjectServer/ProjectFolder.h"
 #include "ProjectServer/ServerCommandLine.h"
 
@@ -114,24 +117,100 @@ TEST_F(ProjectServerFolderTest, RequestedScenesMustBeFilesInsideTheFolder) {
   EXPECT_FALSE(isProjectRoot(*project, (base_ / "Game2").string()));
 }
 
+TEST_F(ProjectServerFolderTest, TheAssetListStaysInsideTheFolderWhateverLinksSay) {
+  write("Game/main.usda", "#usda 1.0\n");
+  write("Game/textures/wood.png", "png");
+  write("Game/.git/config", "x");
+  write("secret/passwords.txt", "x");
+  fs::create_symlink(base_ / "Game/textures/wood.png", base_ / "Game/wood_link.png");
+  fs::create_symlink("../secret/passwords.txt", base_ / "Game/stolen.txt");
+  fs::create_symlink(base_ / "secret", base_ / "Game/secret_folder");
+  fs::create_symlink(base_ / "Game/textures", base_ / "Game/textures_again");
+  fs::create_symlink(base_ / "nowhere", base_ / "Game/dangling.png");
+
+  std::vector<std::string> paths;
+  for (const auto& row : listProjectAssets(base_ / "Game"))
+    paths.push_back(row.path);
+  EXPECT_EQ(paths, (std::vector<std::string>{"main.usda", "textures/wood.png", "wood_link.png"}));
+
+  // The scan's signature moves with any file's content, and only then.
+  const std::uint64_t before = scanProjectFiles(base_ / "Game").signature;
+  EXPECT_EQ(scanProjectFiles(base_ / "Game").signature, before);
+  write("Game/textures/wood.png", "a bigger png");
+  EXPECT_NE(scanProjectFiles(base_ / "Game").signature, before);
+}
+
 TEST(ProjectServerCommandLineTest, ReadsEveryOptionAndRefusesWhatItCannotUse) {
-  const auto line = parseServerCommandLine(
-      {"--project", "a", "--port", "0", "--project", "b", "--host", "::1", "--token", " t "});
+  const auto line =
+      parseServerCommandLine({"--project", "a", "--port", "0", "--project", "b", "--host", "::1",
+                              "--token-file", "t", "--password-file", "p", "--public-url",
+                              "https://Projects.example:8443/", "--state-dir", "s"});
   ASSERT_TRUE(line.ok()) << line.error();
   EXPECT_EQ(line->projects, (std::vector<std::string>{"a", "b"}));
   EXPECT_EQ(line->port, 0);
   EXPECT_EQ(line->host, "::1");
-  EXPECT_EQ(line->token, "t") << "the editor sends its token trimmed";
+  EXPECT_EQ(line->tokenFile, "t");
+  EXPECT_EQ(line->passwordFile, "p");
+  EXPECT_EQ(line->publicUrl, "https://Projects.example:8443");
+  EXPECT_EQ(line->stateDir, "s");
+
+  const auto token = parseServerCommandLine({"--project", "a", "--token", "t"});
+  ASSERT_FALSE(token.ok());
+  EXPECT_NE(token.error().find("ORVAN_SERVER_TOKEN"), std::string::npos) << token.error();
 
   for (const std::vector<std::string>& refused :
        std::vector<std::vector<std::string>>{{},
                                              {"--project"},
                                              {"--project", "a", "--port", "65536"},
                                              {"--project", "a", "--port", "-1"},
-                                             {"--project", "a", "--token", "  "},
+                                             {"--project", "a", "--token-file", "  "},
+                                             {"--project", "a", "--public-url", "ftp://host"},
+                                             {"--project", "a", "--public-url", "host:8787"},
                                              {"--project", "a", "extra"}}) {
     EXPECT_FALSE(parseServerCommandLine(refused).ok()) << testing::PrintToString(refused);
   }
+
+  const auto revoke = parseSessionsCommandLine({"revoke", "0123abcd", "--state-dir", "s"});
+  ASSERT_TRUE(revoke.ok()) << revoke.error();
+  EXPECT_EQ(revoke->action, SessionsCommandLine::Action::revoke);
+  EXPECT_EQ(revoke->id, "0123abcd");
+  EXPECT_EQ(revoke->stateDir, "s");
+  EXPECT_EQ(parseSessionsCommandLine({"list"})->action, SessionsCommandLine::Action::list);
+  for (const std::vector<std::string>& refused : std::vector<std::vector<std::string>>{
+           {}, {"revoke"}, {"list", "x"}, {"drop", "x"}, {"list", "--state-dir"}}) {
+    EXPECT_FALSE(parseSessionsCommandLine(refused).ok()) << testing::PrintToString(refused);
+  }
+}
+
+TEST_F(ProjectServerFolderTest, SecretsComeFromTheirFilesFirstThenFromTheEnvironment) {
+  write("token", "  from-file \nsecond line\n");
+  write("empty", "\n");
+  std::map<std::string, std::string> variables{{"ORVAN_SERVER_TOKEN", " from-env "},
+                                               {"ORVAN_SERVER_PASSWORD", "pw"},
+                                               {"HOME", "/home/someone"}};
+  const Environment environment = [&](const char* name) -> const char* {
+    const auto found = variables.find(name);
+    return found == variables.end() ? nullptr : found->second.c_str();
+  };
+  ServerCommandLine line{.projects = {"a"}};
+  EXPECT_EQ(loadServerSecrets(line, environment)->token, "from-env");
+  EXPECT_EQ(loadServerSecrets(line, environment)->password, "pw");
+  line.tokenFile = (base_ / "token").string();
+  EXPECT_EQ(loadServerSecrets(line, environment)->token, "from-file");
+  line.tokenFile = (base_ / "empty").string();
+  EXPECT_FALSE(loadServerSecrets(line, environment).ok());
+  line.tokenFile = (base_ / "missing").string();
+  EXPECT_FALSE(loadServerSecrets(line, environment).ok());
+
+  EXPECT_EQ(stateFolder("", environment), "/home/someone/.local/state/orvan-project-server");
+  variables["XDG_STATE_HOME"] = "/state";
+  EXPECT_EQ(stateFolder("", environment), "/state/orvan-project-server");
+  EXPECT_EQ(stateFolder("mine", environment), "mine");
+
+  EXPECT_TRUE(sameSecret("abc", "abc"));
+  EXPECT_FALSE(sameSecret("abd", "abc"));
+  EXPECT_FALSE(sameSecret("abcd", "abc"));
+  EXPECT_FALSE(sameSecret("", ""));
 }
 
 }  // namespace

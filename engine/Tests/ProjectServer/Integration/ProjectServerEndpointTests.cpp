@@ -2,19 +2,28 @@
 // decoded with the editor's own records.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <future>
 #include <memory>
 #include <set>
 #include <thread>
 
+#include <arpa/inet.h>
 #include <httplib.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include "orvan/wire/JsonDecoder.h"
 #include "orvan/wire/UrlComponents.h"
+#include "ProjectServer/Credentials.h"
 #include "ProjectServer/ProjectServer.h"
+#include "ProjectServer/SessionStore.h"
 #include "orvan/wire/records/AccountRecords.h"
 #include "orvan/wire/records/ErrorEnvelope.h"
 #include "orvan/wire/records/HostedProjectRecords.h"
@@ -86,19 +95,24 @@ class ProjectServerTest : public testing::Test {
     fs::last_write_time(base_ / relative, fs::file_time_type::clock::now() - std::chrono::hours(1));
   }
 
-  void start(ApiOptions options = {.token = "", .userName = "tester"}) {
+  // Serves the two projects; without a public address of its own the server names itself by the
+  // one it listens on, as the executable does.
+  void start(ApiOptions options = {.userName = "tester"}) {
     std::vector<ProjectFolder> projects;
     for (const char* folder : {"Game", "Other"}) {
       auto project = loadProjectFolder(base_ / folder);
       ASSERT_TRUE(project.ok()) << project.error();
       projects.push_back(std::move(*project));
     }
+    const bool publicUrlGiven = !options.publicUrl.empty();
     api_ = std::make_unique<ProjectServerApi>(std::move(projects), std::move(options));
-    server_ = std::make_unique<ProjectServer>(*api_, 4);
+    server_ = std::make_unique<ProjectServer>(*api_);
     const auto port = server_->bind("127.0.0.1", 0);
     ASSERT_TRUE(port.ok()) << port.error();
-    server_->start();
     port_ = *port;
+    if (!publicUrlGiven)
+      api_->setPublicUrl("http://127.0.0.1:" + std::to_string(port_));
+    server_->start();
     client_ = std::make_unique<httplib::Client>("127.0.0.1", port_);
   }
 
@@ -303,6 +317,9 @@ TEST_F(ProjectServerTest, ScopeMistakesAnswerWithTheErrorEnvelope) {
   EXPECT_EQ(failure(get("/api/stage?projectRoot=" + base_.string())),
             Failure(404, "project_not_found"));
   EXPECT_EQ(failure(get("/api/stage?s=../outside.usda")), Failure(404, "scene_not_found"));
+  // A NUL byte would cut the name short at the file system: refused, not read as "main.usda".
+  EXPECT_EQ(failure(get("/api/stage?s=main.usda%00.txt")), Failure(400, "bad_request"));
+  EXPECT_EQ(failure(get("/api/project?p%00x=game")), Failure(400, "bad_request"));
   EXPECT_EQ(failure(get("/api/workspaces?w=feature")), Failure(404, "workspace_not_found"));
   EXPECT_EQ(get("/api/workspaces?w=main")->status, 200);
   EXPECT_EQ(failure(get("/api/nothing")), Failure(404, "not_found"));
@@ -351,32 +368,192 @@ TEST_F(ProjectServerTest, WithATokenEveryCallButTheAccountCheckNeedsTheBearer) {
   EXPECT_EQ(signedIn.user.value_or(VelkMeUser{}).id, "local");
 }
 
-TEST_F(ProjectServerTest, SignInSendsTheBrowserBackToTheEditorsLinkOnly) {
-  start({.token = "sesame", .userName = "tester"});
-  const auto answer = get("/auth/native/start?clientId=c1&callback=velk%3A%2F%2Fauth-callback");
+// The raw bytes of a file, "" when it is not there.
+std::string fileBytes(const fs::path& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+TEST_F(ProjectServerTest, SignInNeedsThePasswordAndIssuesAHashedRevocableSession) {
+  auto sessions = SessionStore::open((base_ / "state").string());
+  ASSERT_TRUE(sessions.ok()) << sessions.error();
+  std::shared_ptr<SessionStore> store = std::move(*sessions);
+  const std::string publicUrl = "https://projects.example.test:8443";
+  start({.token = "sesame",
+         .password = "open sesame",
+         .sessions = store,
+         .publicUrl = publicUrl,
+         .userName = "tester"});
+  // A forged Host header must change nothing the server says about itself.
+  const httplib::Headers forged{{"Host", "evil.test:80"}};
+  const httplib::Params form{
+      {"callback", "velk://auth-callback"}, {"clientId", "c1"}, {"password", "open sesame"}};
+  const auto postForm = [&](httplib::Params params) {
+    return client_->Post("/auth/native/start", forged, params);
+  };
+
+  // The page asks for the password and hands out nothing before it is given.
+  const auto page =
+      get("/auth/native/start?clientId=c1&callback=velk%3A%2F%2Fauth-callback", forged);
+  ASSERT_TRUE(page);
+  EXPECT_EQ(page->status, 200);
+  EXPECT_EQ(page->get_header_value("Content-Type"), "text/html; charset=utf-8");
+  EXPECT_NE(page->body.find("type=\"password\""), std::string::npos) << page->body;
+  EXPECT_NE(page->body.find("value=\"velk://auth-callback\""), std::string::npos);
+  EXPECT_FALSE(page->has_header("Location"));
+  EXPECT_EQ(page->body.find("sesame"), std::string::npos);
+
+  httplib::Params wrong = form;
+  wrong.find("password")->second = "open sesam";
+  const auto refused = postForm(wrong);
+  ASSERT_TRUE(refused);
+  EXPECT_EQ(refused->status, 401);
+  EXPECT_FALSE(refused->has_header("Location"));
+  EXPECT_EQ(store->list()->size(), 0u);
+
+  const auto signedIn = postForm(form);
+  ASSERT_TRUE(signedIn);
+  ASSERT_EQ(signedIn->status, 302) << signedIn->body;
+  const auto link = UrlComponents::parse(signedIn->get_header_value("Location"));
+  ASSERT_TRUE(link.has_value()) << signedIn->get_header_value("Location");
+  EXPECT_EQ(link->scheme, "velk");
+  EXPECT_EQ(link->host, "auth-callback");
+  ASSERT_EQ(link->queryItems.size(), 4u);
+  const std::string token = link->queryItems[0].value.value_or("");
+  EXPECT_EQ(link->queryItems[0].name, "token");
+  EXPECT_EQ(token.size(), 64u) << "256 random bits in hex";
+  EXPECT_NE(token, "sesame") << "the static token is never handed out";
+  EXPECT_EQ(link->queryItems[1], (UrlQueryItem{"server", publicUrl}));
+  EXPECT_EQ(link->queryItems[2], (UrlQueryItem{"displayName", "tester"}));
+  EXPECT_EQ(link->queryItems[3], (UrlQueryItem{"userId", "local"}));
+
+  // The session signs in as a bearer; the store holds its digest, never the token itself.
+  const httplib::Headers bearer{{"Authorization", "Bearer " + token}};
+  EXPECT_EQ(get("/api/project", bearer)->status, 200);
+  EXPECT_EQ(decoded<VelkMeResponse>(get("/api/me", bearer)).authenticated, true);
+  const std::string stored = fileBytes(store->path()) + fileBytes(store->path() + "-wal");
+  EXPECT_NE(stored.find(sha256Hex(token)), std::string::npos);
+  EXPECT_EQ(stored.find(token), std::string::npos);
+
+  const auto listed = store->list();
+  ASSERT_TRUE(listed.ok());
+  ASSERT_EQ(listed->size(), 1u);
+  EXPECT_EQ(listed->front().clientId, "c1");
+  EXPECT_EQ(store->revoke(listed->front().id).value(), true);
+  EXPECT_EQ(store->revoke(listed->front().id).value(), false);
+  EXPECT_EQ(failure(get("/api/project", bearer)),
+            (std::pair<int, std::string>(401, "login_required")));
+
+  // Only the editor's links are callbacks, whichever way the page is reached.
+  using Failure = std::pair<int, std::string>;
+  EXPECT_EQ(failure(get("/auth/native/start?callback=https%3A%2F%2Fevil.test%2Fsteal")),
+            Failure(400, "bad_callback"));
+  EXPECT_EQ(failure(get("/auth/native/start")), Failure(400, "bad_callback"));
+  httplib::Params elsewhere = form;
+  elsewhere.find("callback")->second = "https://evil.test/steal";
+  EXPECT_EQ(failure(postForm(elsewhere)), Failure(400, "bad_callback"));
+
+  // Guessing is cut short: after ten wrong passwords within a minute even the right one waits.
+  for (int i = 0; i < 9; ++i)
+    EXPECT_EQ(postForm(wrong)->status, 401);
+  EXPECT_EQ(postForm(form)->status, 429);
+}
+
+TEST_F(ProjectServerTest, WithoutSignInThePageSendsTheBrowserStraightBackNamingTheServer) {
+  start();
+  const auto answer = get("/auth/native/start?clientId=c1&callback=velk%3A%2F%2Fauth-callback",
+                          {{"Host", "evil.test"}});
   ASSERT_TRUE(answer);
   EXPECT_EQ(answer->status, 302);
   const auto link = UrlComponents::parse(answer->get_header_value("Location"));
-  ASSERT_TRUE(link.has_value()) << answer->get_header_value("Location");
-  EXPECT_EQ(link->scheme, "velk");
-  EXPECT_EQ(link->host, "auth-callback");
-  const std::vector<UrlQueryItem> expected{{"token", "sesame"},
+  ASSERT_TRUE(link.has_value());
+  const std::vector<UrlQueryItem> expected{{"token", "local-session"},
                                            {"server", "http://127.0.0.1:" + std::to_string(port_)},
                                            {"displayName", "tester"},
                                            {"userId", "local"}};
   EXPECT_EQ(link->queryItems, expected);
 
-  // No other place is a callback, and a missing one is no sign-in either.
-  using Failure = std::pair<int, std::string>;
-  EXPECT_EQ(failure(get("/auth/native/start?callback=https%3A%2F%2Fevil.test%2Fsteal")),
-            Failure(400, "bad_callback"));
-  EXPECT_EQ(failure(get("/auth/native/start")), Failure(400, "bad_callback"));
-  EXPECT_EQ(client_->Post("/auth/native/start")->status, 405);
+  // A token but no password: the page cannot sign anyone in, and says so.
+  server_->stop();
+  start({.token = "sesame", .userName = "tester"});
+  const auto unavailable = get("/auth/native/start?callback=velk%3A%2F%2Fauth-callback");
+  ASSERT_TRUE(unavailable);
+  EXPECT_EQ(unavailable->status, 403);
+  EXPECT_FALSE(unavailable->has_header("Location"));
+  EXPECT_EQ(unavailable->body.find("sesame"), std::string::npos);
+}
+
+// The head of a request, sent on a socket of its own; what comes back until the server closes
+// the connection (or 10 seconds pass), without ever sending the body the head announces.
+std::string answerToHead(int port, const std::string& head) {
+  const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_port = htons(static_cast<std::uint16_t>(port));
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  if (::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    ::close(socket);
+    return "no connection";
+  }
+  ::send(socket, head.data(), head.size(), MSG_NOSIGNAL);
+  std::string answer;
+  char buffer[4096];
+  pollfd ready{.fd = socket, .events = POLLIN, .revents = 0};
+  for (;;) {
+    if (::poll(&ready, 1, 10000) != 1) {
+      answer += "<still open>";
+      break;
+    }
+    const ssize_t n = ::recv(socket, buffer, sizeof buffer, 0);
+    if (n <= 0)
+      break;
+    answer.append(buffer, static_cast<std::size_t>(n));
+  }
+  ::close(socket);
+  return answer;
+}
+
+TEST_F(ProjectServerTest, BodiesAreJudgedOnTheirHeadAndRefusedAtOnce) {
+  start({.token = "sesame", .userName = "tester"});
+  const std::string gib = "Content-Length: 1073741824\r\n";
+  const std::string bearer = "Authorization: Bearer sesame\r\n";
+  const auto head = [](const std::string& target, const std::string& headers) {
+    return "POST " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\n" + headers + "\r\n";
+  };
+  // Each answer is complete and the connection ends after it: the body was never read.
+  const std::vector<std::pair<std::string, std::string>> cases{
+      {head("/api/project", gib), "HTTP/1.1 401"},
+      {head("/api/project", bearer + gib), "HTTP/1.1 413"},
+      {head("/auth/native/start", gib), "HTTP/1.1 413"},
+      {head("/api/project", bearer + "Transfer-Encoding: chunked\r\n"), "HTTP/1.1 411"},
+      {head("/api/project", bearer), "HTTP/1.1 411"},
+      {head("/elsewhere", "Content-Length: 1\r\n"), "HTTP/1.1 413"},
+      {"GET /api/project HTTP/1.1\r\nHost: 127.0.0.1\r\n" + bearer + "Content-Length: 5\r\n\r\n",
+       "HTTP/1.1 413"},
+  };
+  for (const auto& [request, status] : cases) {
+    const std::string answer = answerToHead(port_, request);
+    EXPECT_TRUE(answer.starts_with(status)) << request << "\n" << answer;
+    EXPECT_NE(answer.find("Connection: close"), std::string::npos) << answer;
+    EXPECT_EQ(answer.find("<still open>"), std::string::npos) << request << "\n" << answer;
+    EXPECT_TRUE(answer.ends_with("}")) << "the envelope arrives whole:\n" << answer;
+  }
+  // A header line without end is not gathered up to the end of the memory: the connection ends
+  // once the request has taken more than any request may.
+  const std::string endless =
+      "GET /api/me HTTP/1.1\r\nHost: 127.0.0.1\r\nX-Long: " + std::string(4 << 20, 'a');
+  EXPECT_EQ(answerToHead(port_, endless).find("<still open>"), std::string::npos);
+
+  // A body within the limit is read and answered as before, on a connection that stays usable.
+  const auto posted =
+      client_->Post("/api/project", {{"Authorization", "Bearer sesame"}}, "{}", "application/json");
+  EXPECT_EQ(failure(posted), (std::pair<int, std::string>(405, "method_not_allowed")));
+  EXPECT_EQ(get("/api/project", {{"Authorization", "Bearer sesame"}})->status, 200);
 }
 
 TEST_F(ProjectServerTest, ASecondServerCannotTakeAPortInUse) {
   start();
-  ProjectServer second(*api_, 1);
+  ProjectServer second(*api_);
   const auto bound = second.bind("127.0.0.1", port_);
   ASSERT_FALSE(bound.ok()) << "both servers would take requests on one port";
   EXPECT_NE(bound.error().find("cannot listen on 127.0.0.1:" + std::to_string(port_)),
@@ -400,6 +577,75 @@ TEST_F(ProjectServerTest, ConcurrentStageRequestsAllGetTheSameStage) {
     thread.join();
   EXPECT_EQ(std::set<std::string>(tags.begin(), tags.end()).size(), 1u);
   EXPECT_NE(tags.front(), "failed");
+}
+
+TEST_F(ProjectServerTest, StageRequestsShareOneCompositionAndLeaveCheapCallsAnswering) {
+  for (const char* file : {"Game/main.usda", "Game/lights.usda"})
+    settle(file);
+  // Builds are counted, and inspections held until the test lets them go.
+  std::atomic<int> compositions = 0;
+  std::atomic<int> inspections = 0;
+  std::promise<void> release;
+  std::shared_future<void> released = release.get_future().share();
+  ApiOptions options{.userName = "tester"};
+  options.stages.onBuild = [&, released](StageCacheOptions::Build build) {
+    switch (build) {
+      case StageCacheOptions::Build::compose:
+        ++compositions;
+        return;
+      case StageCacheOptions::Build::inspect:
+        ++inspections;
+        released.wait_for(std::chrono::seconds(30));
+        return;
+    }
+  };
+  start(std::move(options));
+
+  // Eight names for three layers: the root, the sublayer, and none at all (the default).
+  const std::string root = (base_ / "Game/main.usda").string();
+  const std::vector<std::string> layers{"lights.usda",
+                                        (base_ / "Game/lights.usda").string(),
+                                        "main.usda",
+                                        root,
+                                        "gone1.usda",
+                                        "gone2.usda",
+                                        "",
+                                        "gone3.usda"};
+  std::vector<std::string> tags(layers.size());
+  std::vector<std::thread> requests;
+  for (std::size_t i = 0; i < layers.size(); ++i) {
+    requests.emplace_back([&, i] {
+      httplib::Client client("127.0.0.1", port_);
+      client.set_read_timeout(60);
+      const auto answer = client.Get("/api/stage?activeLayer=" + layers[i]);
+      tags[i] = answer && answer->status == 200 ? answer->get_header_value("ETag") : "failed";
+    });
+  }
+  for (int waited = 0; inspections == 0 && waited < 1000; ++waited)
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  ASSERT_GT(inspections.load(), 0);
+  // Every stage request is waiting on a build; the account check still answers.
+  httplib::Client cheap("127.0.0.1", port_);
+  cheap.set_read_timeout(10);
+  const auto me = cheap.Get("/api/me");
+  EXPECT_TRUE(me && me->status == 200);
+  release.set_value();
+  for (std::thread& request : requests)
+    request.join();
+
+  EXPECT_EQ(compositions.load(), 1);
+  EXPECT_EQ(inspections.load(), 3);
+  EXPECT_EQ(std::count(tags.begin(), tags.end(), "failed"), 0);
+  EXPECT_EQ(tags[0], tags[1]);
+  EXPECT_EQ(tags[2], tags[3]);
+  EXPECT_EQ(tags[4], tags[5]);
+  EXPECT_EQ(tags[4], tags[6]);
+  EXPECT_EQ(tags[4], tags[7]);
+
+  // Asked again, everything is kept: no build at all.
+  EXPECT_EQ(get("/api/stage?activeLayer=lights.usda")->get_header_value("ETag"), tags[0]);
+  EXPECT_EQ(compositions.load(), 1);
+  EXPECT_EQ(inspections.load(), 3);
 }
 
 }  // namespace

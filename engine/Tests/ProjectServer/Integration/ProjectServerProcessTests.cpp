@@ -2,9 +2,20 @@
 // stops cleanly on SIGTERM.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <csignal>
 #include <cstdio>
+#include <filesystem>
+#include <fstream>
 #include <string>
+#include <thread>
+#include <vector>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -27,7 +38,9 @@ const std::string kServer = ORVAN_ENGINE_BIN_DIR "/orvan_project_server";
 // A server process with its standard output on a pipe; killed if a test ends without stopping it.
 class ServerProcess {
  public:
-  explicit ServerProcess(std::vector<std::string> arguments) {
+  // `environment` is added to this process's own ("NAME=value" each).
+  explicit ServerProcess(std::vector<std::string> arguments,
+                         std::vector<std::string> environment = {}) {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0)
       return;
@@ -39,7 +52,13 @@ class ServerProcess {
     for (std::string& argument : arguments)
       argv.push_back(argument.data());
     argv.push_back(nullptr);
-    if (::posix_spawn(&pid_, kServer.c_str(), &actions, nullptr, argv.data(), environ) != 0)
+    for (char** variable = environ; *variable != nullptr; ++variable)
+      environment.emplace_back(*variable);
+    std::vector<char*> envp;
+    for (std::string& variable : environment)
+      envp.push_back(variable.data());
+    envp.push_back(nullptr);
+    if (::posix_spawn(&pid_, kServer.c_str(), &actions, nullptr, argv.data(), envp.data()) != 0)
       pid_ = -1;
     posix_spawn_file_actions_destroy(&actions);
     ::close(fds[1]);
@@ -62,6 +81,13 @@ class ServerProcess {
     while (::poll(&ready, 1, 30000) == 1 && ::read(out_, &c, 1) == 1 && c != '\n')
       line += c;
     return line;
+  }
+
+  // The port of the "listening on http://127.0.0.1:PORT" line, 0 when it did not come.
+  int port() {
+    const std::string line = firstLine();
+    const std::string prefix = "listening on http://127.0.0.1:";
+    return line.starts_with(prefix) ? std::stoi(line.substr(prefix.size())) : 0;
   }
 
   // Sends `signal` and gives the exit status, or -1 when the process did not exit normally.
@@ -114,12 +140,145 @@ TEST(ProjectServerProcessTest, AWrongCommandLineExits2AndAMissingProjectExits1) 
   const auto [usageStatus, usage] = run("--port 1");
   EXPECT_EQ(usageStatus, 2);
   EXPECT_NE(usage.find("usage: orvan_project_server --project DIR"), std::string::npos) << usage;
+  // A token in the argument vector is visible to every user of the machine: refused, with the way
+  // to give it instead.
+  const auto [tokenStatus, token] = run("--project " ORVAN_DEMO_DIR " --port 0 --token s3cret");
+  EXPECT_EQ(tokenStatus, 2);
+  EXPECT_NE(token.find("--token-file FILE"), std::string::npos) << token;
+  EXPECT_EQ(token.find("listening"), std::string::npos);
+  const auto [missingTokenStatus, missingToken] =
+      run("--project " ORVAN_DEMO_DIR " --port 0 --token-file /nonexistent/token");
+  EXPECT_EQ(missingTokenStatus, 1);
+  EXPECT_NE(missingToken.find("cannot read /nonexistent/token"), std::string::npos) << missingToken;
 
   const auto [missingStatus, missing] = run("--project /nonexistent/orvan-project --port 0");
   EXPECT_EQ(missingStatus, 1);
   EXPECT_NE(missing.find("/nonexistent/orvan-project does not exist"), std::string::npos)
       << missing;
   EXPECT_EQ(missing.find("listening"), std::string::npos);
+}
+
+// A folder of its own under the temporary folder, removed when the value goes.
+class TemporaryFolder {
+ public:
+  TemporaryFolder() {
+    std::string pattern = (std::filesystem::temp_directory_path() / "orvan_server_XXXXXX").string();
+    path_ = ::mkdtemp(pattern.data()) != nullptr ? pattern : "";
+  }
+  ~TemporaryFolder() {
+    if (!path_.empty())
+      std::filesystem::remove_all(path_);
+  }
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+};
+
+TEST(ProjectServerProcessTest, TakesItsTokenFromAFileOrTheEnvironmentAndManagesSessions) {
+  TemporaryFolder state;
+  ASSERT_FALSE(state.path().empty());
+  const std::string tokenFile = state.path() + "/token";
+  std::ofstream(tokenFile) << "from-file\n";
+  const httplib::Headers fileBearer{{"Authorization", "Bearer from-file"}};
+  {
+    ServerProcess server({"--project", ORVAN_DEMO_DIR, "--port", "0", "--token-file", tokenFile,
+                          "--state-dir", state.path()});
+    const int port = server.port();
+    ASSERT_GT(port, 0);
+    httplib::Client client("127.0.0.1", port);
+    EXPECT_EQ(client.Get("/api/project")->status, 401);
+    EXPECT_EQ(client.Get("/api/project", fileBearer)->status, 200);
+    EXPECT_EQ(server.stopWith(SIGTERM), 0);
+  }
+
+  ServerProcess server({"--project", ORVAN_DEMO_DIR, "--port", "0", "--state-dir", state.path()},
+                       {"ORVAN_SERVER_TOKEN=from-env", "ORVAN_SERVER_PASSWORD=letmein"});
+  const int port = server.port();
+  ASSERT_GT(port, 0);
+  httplib::Client client("127.0.0.1", port);
+  EXPECT_EQ(client.Get("/api/project", fileBearer)->status, 401);
+  EXPECT_EQ(client.Get("/api/project", {{"Authorization", "Bearer from-env"}})->status, 200);
+
+  // A session signed in through the page is listed by the command line and revoked by it.
+  const auto signedIn =
+      client.Post("/auth/native/start", httplib::Params{{"callback", "velk://auth-callback"},
+                                                        {"clientId", "c9"},
+                                                        {"password", "letmein"}});
+  ASSERT_TRUE(signedIn);
+  ASSERT_EQ(signedIn->status, 302);
+  const std::string location = signedIn->get_header_value("Location");
+  const std::size_t at = location.find("token=");
+  ASSERT_NE(at, std::string::npos) << location;
+  const httplib::Headers session{{"Authorization", "Bearer " + location.substr(at + 6, 64)}};
+  EXPECT_EQ(client.Get("/api/project", session)->status, 200);
+
+  const auto sessions = [&](const std::string& arguments) {
+    const std::string command = kServer + " sessions " + arguments + " --state-dir " + state.path();
+    FILE* pipe = ::popen(command.c_str(), "r");
+    std::string out;
+    char buffer[4096];
+    for (std::size_t n; pipe && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+      out.append(buffer, n);
+    const int status = pipe ? ::pclose(pipe) : -1;
+    return std::pair(WIFEXITED(status) ? WEXITSTATUS(status) : -1, out);
+  };
+  const auto [listStatus, listed] = sessions("list");
+  EXPECT_EQ(listStatus, 0);
+  const std::string id = listed.substr(0, listed.find('\t'));
+  EXPECT_EQ(id.size(), 16u) << listed;
+  EXPECT_NE(listed.find("\tlocal\tc9\t"), std::string::npos) << listed;
+  EXPECT_EQ(sessions("revoke " + id).first, 0);
+  EXPECT_EQ(client.Get("/api/project", session)->status, 401) << "revoked while it runs";
+  EXPECT_EQ(sessions("revoke " + id).first, 1);
+  EXPECT_EQ(sessions("list").second, "");
+  EXPECT_EQ(server.stopWith(SIGTERM), 0);
+}
+
+TEST(ProjectServerProcessTest, SlowClientsHoldOnlyTheirOwnConnectionsAndSigtermEndsItAtOnce) {
+  ServerProcess server({"--project", ORVAN_DEMO_DIR, "--port", "0"});
+  const int port = server.port();
+  ASSERT_GT(port, 0);
+  // Eight connections that send a request one byte at a time, and never finish it.
+  std::atomic<bool> done = false;
+  std::thread trickle([&] {
+    std::vector<int> sockets;
+    for (int i = 0; i < 8; ++i) {
+      const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+      sockaddr_in address{};
+      address.sin_family = AF_INET;
+      address.sin_port = htons(static_cast<std::uint16_t>(port));
+      address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+      if (::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+        sockets.push_back(socket);
+      else
+        ::close(socket);
+    }
+    const std::string request = "GET /api/me HTTP/1.1\r\nHost: 127.0.0.1\r\nX-Slow: ";
+    for (std::size_t sent = 0; !done; ++sent) {
+      for (const int socket : sockets)
+        ::send(socket, &request[std::min(sent, request.size() - 1)], 1, MSG_NOSIGNAL);
+      for (int i = 0; i < 10 && !done; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    }
+    for (const int socket : sockets)
+      ::close(socket);
+  });
+  std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+
+  httplib::Client client("127.0.0.1", port);
+  client.set_read_timeout(10);
+  const auto started = std::chrono::steady_clock::now();
+  const auto me = client.Get("/api/me");
+  EXPECT_TRUE(me && me->status == 200) << "the server is deaf";
+  EXPECT_LT(std::chrono::steady_clock::now() - started, std::chrono::seconds(5));
+
+  // The slow connections are still open: the stop must not wait for them.
+  const auto stopping = std::chrono::steady_clock::now();
+  EXPECT_EQ(server.stopWith(SIGTERM), 0);
+  EXPECT_LT(std::chrono::steady_clock::now() - stopping, std::chrono::seconds(3));
+  done = true;
+  trickle.join();
 }
 
 }  // namespace

@@ -3,11 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <filesystem>
 #include <future>
 #include <memory>
 #include <string>
 
 #include <httplib.h>
+#include <stdlib.h>
 
 #include "Application/EditorModel.h"
 #include "Foundation/EventLoop.h"
@@ -28,11 +30,13 @@ using namespace std::chrono_literals;
 // The server as a child process; it is stopped when the value goes.
 class RunningProjectServer {
  public:
-  explicit RunningProjectServer(std::vector<std::string> extraArguments = {}) {
+  explicit RunningProjectServer(std::vector<std::string> extraArguments = {},
+                                std::vector<std::pair<std::string, std::string>> environment = {}) {
     ProcessLaunchOptions options;
     options.executablePath = std::string(ORVAN_ENGINE_BIN_DIR) + "/orvan_project_server";
     options.arguments = {"--project", std::string(ORVAN_SOURCE_DIR) + "/demo", "--port", "0"};
     options.arguments.insert(options.arguments.end(), extraArguments.begin(), extraArguments.end());
+    options.environment = std::move(environment);
     auto address = std::make_shared<std::promise<std::string>>();
     auto told = std::make_shared<std::once_flag>();
     options.standardOutput = OutputStreamOptions::inLines([address, told](OutputLine line) {
@@ -97,18 +101,34 @@ class EditorModelHostedServerTest : public ::testing::Test {
   std::unique_ptr<EditorModel> model_;
 };
 
-// What a browser does with the sign-in page: follows it to the redirect and hands the link over.
-std::string followSignInPage(const std::string& address) {
+// What a browser and its user do with the sign-in page: open it, fill in the password, send the
+// form and hand over the link it redirects to.
+std::string followSignInPage(const std::string& address, const std::string& password) {
   const auto url = UrlComponents::parse(address);
   if (!url || !url->port) return "";
   httplib::Client client(url->host, *url->port);
   std::string path = url->path + "?";
-  for (const auto& item : url->queryItems)
+  httplib::Params form{{"password", password}};
+  for (const auto& item : url->queryItems) {
     path += httplib::detail::encode_query_param(item.name) + "=" +
             httplib::detail::encode_query_param(item.value.value_or("")) + "&";
-  const auto answer = client.Get(path);
+    form.emplace(item.name, item.value.value_or(""));
+  }
+  const auto page = client.Get(path);
+  if (!page || page->status != 200 || page->body.find("name=\"password\"") == std::string::npos)
+    return "";
+  const auto answer = client.Post(url->path, form);
   if (!answer || answer->status != 302) return "";
   return answer->get_header_value("Location");
+}
+
+// The value of `name` in a link's query, "" when it has none.
+std::string queryValue(const std::string& link, const std::string& name) {
+  const auto url = UrlComponents::parse(link);
+  if (!url) return "";
+  for (const auto& item : url->queryItems)
+    if (item.name == name) return item.value.value_or("");
+  return "";
 }
 
 std::vector<std::string> rootNames(const EditorModel& model) {
@@ -151,7 +171,12 @@ TEST_F(EditorModelHostedServerTest, APlainHostedLaunchResolvesTheProjectAndLoads
 }
 
 TEST_F(EditorModelHostedServerTest, ARefusedSessionSignsInThroughTheBrowserAndTheTokenIsKept) {
-  RunningProjectServer server({"--token", "s3cret"});
+  // The sessions are kept in a folder of the test's own.
+  std::string state = (std::filesystem::temp_directory_path() / "orvan_editor_signin_XXXXXX").string();
+  ASSERT_NE(::mkdtemp(state.data()), nullptr);
+  const std::shared_ptr<void> removeState(nullptr, [&](void*) { std::filesystem::remove_all(state); });
+  RunningProjectServer server({"--state-dir", state},
+                              {{"ORVAN_SERVER_TOKEN", "s3cret"}, {"ORVAN_SERVER_PASSWORD", "letmein"}});
   ASSERT_TRUE(server.error().empty()) << server.error();
 
   EditorModel& refused = startModel(server.url());
@@ -163,8 +188,11 @@ TEST_F(EditorModelHostedServerTest, ARefusedSessionSignsInThroughTheBrowserAndTh
   // The sheet's button opens the server's sign-in page; the browser comes back with a link.
   refused.performConnectionAction(refused.startup.connectionIssue.get()->primaryAction);
   ASSERT_EQ(opened_.size(), 1u);
-  const std::string callback = followSignInPage(opened_[0]);
+  const std::string callback = followSignInPage(opened_[0], "letmein");
   ASSERT_TRUE(callback.starts_with("velk://auth-callback")) << callback;
+  const std::string session = queryValue(callback, "token");
+  EXPECT_EQ(session.size(), 64u) << "a session of its own, not the server's static token";
+  EXPECT_EQ(queryValue(callback, "server"), server.url());
   refused.handleIncomingURL(callback);
   ASSERT_TRUE(runUntil([&] { return !refused.currentStage().rootPrims.empty(); }))
       << "status: " << refused.status.get();
@@ -173,7 +201,7 @@ TEST_F(EditorModelHostedServerTest, ARefusedSessionSignsInThroughTheBrowserAndTh
   model_.reset();
 
   // The next launch finds the token filed under the server and goes straight in.
-  EXPECT_EQ(VelkSessionTokenStore::load(secrets_, server.url()), "s3cret");
+  EXPECT_EQ(VelkSessionTokenStore::load(secrets_, server.url()), session);
   EditorModel& signedIn = startModel(server.url());
   ASSERT_TRUE(runUntil([&] { return !signedIn.currentStage().rootPrims.empty(); }))
       << "status: " << signedIn.status.get();
