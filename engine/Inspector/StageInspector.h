@@ -19,9 +19,9 @@ struct InspectOptions {
   // The layer that override marks are measured against, by identifier (absolute path), by path
   // relative to the scene's folder, or by file name. Empty: the layer the editor would pick by
   // itself, the first writable sublayer that is not muted, else the root layer.
-  std::string activeLayer;
+  std::string activeLayer = {};
   // What `sceneUri` says; empty for the root layer's identifier.
-  std::string sceneUri;
+  std::string sceneUri = {};
   // writeInspectionJson stops with an error once the document grows beyond this.
   std::uint64_t maxOutputBytes = kDefaultMaxInspectionBytes;
 };

@@ -184,7 +184,9 @@ std::string commonRoot(const std::vector<ProjectFolder>& projects) {
 }  // namespace
 
 ProjectServerApi::ProjectServerApi(std::vector<ProjectFolder> projects, ApiOptions options)
-    : projects_(std::move(projects)), options_(std::move(options)) {}
+    : projects_(std::move(projects)),
+      options_(std::move(options)),
+      stages_(8, options_.stageLimits) {}
 
 ApiAnswer ProjectServerApi::handle(const ApiRequest& request) {
   const std::string& path = request.path;
@@ -271,7 +273,9 @@ ApiAnswer ProjectServerApi::stageEndpoint(const ApiRequest& request) {
   ApiResult<Scope> scope = resolveScope(projects_, request);
   if (!scope.ok())
     return errorAnswer(scope.error());
-  const StageCache::Lookup found = stages_.stage(scope->absoluteScene(), scope->activeLayer);
+  // A layer of the scene is read only from inside its project's folder.
+  const StageCache::Lookup found =
+      stages_.stage(scope->absoluteScene(), scope->activeLayer, scope->project->rootPath());
   if (!found.stage) {
     return errorAnswer(
         {.status = 422,

@@ -35,6 +35,8 @@ struct ApiOptions {
   std::string token = {};
   // The display name of the local user that GET /api/me reports.
   std::string userName = "local";
+  // Budgets of reading, composing and inspecting one stage.
+  StageLimits stageLimits = {};
 };
 
 // The project server's endpoints over the hosted projects. Every call is answered on its own and

@@ -15,11 +15,18 @@ editor::Result<ServerCommandLine, std::string> parseServerCommandLine(
       line.help = true;
       return line;
     }
-    if (option != "--project" && option != "--host" && option != "--port" && option != "--token")
+    if (option != "--project" && option != "--host" && option != "--port" && option != "--token" &&
+        !isStageLimitOption(option)) {
       return "unexpected argument '" + option + "'";
+    }
     if (i + 1 >= arguments.size())
       return option + " needs a value";
     const std::string& value = arguments[++i];
+    if (isStageLimitOption(option)) {
+      if (auto wrong = setStageLimit(line.limits, option, value))
+        return std::move(*wrong);
+      continue;
+    }
     if (option == "--project") {
       line.projects.push_back(value);
     } else if (option == "--host") {

@@ -4,12 +4,13 @@
 #include <vector>
 
 #include "Foundation/Error.h"
+#include "Inspector/StageLimits.h"
 
 namespace orvan::engine {
 
 inline constexpr const char* kServerUsage =
     "usage: orvan_project_server --project DIR [--project DIR]... [--host H] [--port N] "
-    "[--token T]";
+    "[--token T] [--max-prims N] [--max-sites N] [--max-layer-bytes N] [--max-output-bytes N]";
 
 // What the server was asked to do on its command line.
 struct ServerCommandLine {
@@ -18,6 +19,7 @@ struct ServerCommandLine {
   int port = 8787;         // 0: any free port
   std::string token = {};  // empty: no sign-in
   bool help = false;       // --help: print the usage and stop
+  StageLimits limits = {};  // budgets of each stage the server inspects
 };
 
 // Reads the arguments (without the program name). Fails with the reason when an option is unknown,

@@ -37,18 +37,22 @@ bool filesSettledBefore(const InspectedStage& stage,
 
 }  // namespace
 
-StageCache::Built StageCache::build(const std::string& scenePath, const std::string& activeLayer) {
+StageCache::Built StageCache::build(const std::string& scenePath, const std::string& activeLayer,
+                                    const std::string& projectRoot) const {
   const auto readStart = std::chrono::system_clock::now();
-  const StageOpenResult opened = openStage(scenePath);
+  const StageOpenResult opened = openStage(
+      scenePath, ComposeOptions{.limits = limits_.compose, .confinementRoot = projectRoot});
   if (!opened.ok())
     return Built{.stage = nullptr, .failure = *opened.error};
 
   auto stage = std::make_shared<InspectedStage>();
-  std::optional<std::string> refused = writeInspectionJson(
-      *opened.stage, InspectOptions{.activeLayer = activeLayer, .sceneUri = {}}, stage->json);
+  const InspectOptions inspect{
+      .activeLayer = activeLayer, .sceneUri = {}, .maxOutputBytes = limits_.maxOutputBytes};
+  std::optional<std::string> refused = writeInspectionJson(*opened.stage, inspect, stage->json);
   if (refused && !activeLayer.empty()) {
     stage->json.clear();
-    refused = writeInspectionJson(*opened.stage, InspectOptions{}, stage->json);
+    refused = writeInspectionJson(
+        *opened.stage, InspectOptions{.maxOutputBytes = limits_.maxOutputBytes}, stage->json);
   }
   if (refused)
     return Built{.stage = nullptr, .failure = ReadError{.file = scenePath, .message = *refused}};
@@ -63,7 +67,8 @@ StageCache::Built StageCache::build(const std::string& scenePath, const std::str
   return Built{.stage = std::move(stage), .failure = std::nullopt, .keep = settled};
 }
 
-StageCache::Lookup StageCache::stage(const std::string& scenePath, const std::string& activeLayer) {
+StageCache::Lookup StageCache::stage(const std::string& scenePath, const std::string& activeLayer,
+                                     const std::string& projectRoot) {
   const std::string key = scenePath + '\n' + activeLayer;
   for (;;) {
     std::shared_ptr<const InspectedStage> kept;
@@ -98,7 +103,7 @@ StageCache::Lookup StageCache::stage(const std::string& scenePath, const std::st
     }
     Built built;
     try {
-      built = build(scenePath, activeLayer);
+      built = build(scenePath, activeLayer, projectRoot);
     } catch (...) {
       abandon(key);
       promise.set_exception(std::current_exception());

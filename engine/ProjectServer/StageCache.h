@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "Inspector/StageLimits.h"
 #include "ProjectServer/FileSignature.h"
 #include "UsdText/ReadError.h"
 
@@ -37,13 +38,16 @@ class StageCache {
     std::uint64_t revision = 0;
   };
 
-  explicit StageCache(std::size_t capacity = 8) : capacity_(capacity) {}
+  explicit StageCache(std::size_t capacity = 8, StageLimits limits = {})
+      : capacity_(capacity), limits_(limits) {}
 
   // The stage of `scenePath` (absolute) with override marks measured against `activeLayer`. An
   // active layer that is not in the scene's layer stack is ignored: the stage then marks against
   // the layer the editor would pick by itself, and the editor, which finds its layer gone, picks
   // again.
-  Lookup stage(const std::string& scenePath, const std::string& activeLayer);
+  // With a `projectRoot`, the scene's layers resolve only to files inside it.
+  Lookup stage(const std::string& scenePath, const std::string& activeLayer,
+               const std::string& projectRoot = {});
 
   std::uint64_t revision() const;
 
@@ -60,13 +64,15 @@ class StageCache {
     std::uint64_t lastUsed = 0;
   };
 
-  static Built build(const std::string& scenePath, const std::string& activeLayer);
+  Built build(const std::string& scenePath, const std::string& activeLayer,
+              const std::string& projectRoot) const;
   void finish(const std::string& key, const Built& built);
   // Forgets an inspection that ended with an exception, so that the next request tries again.
   void abandon(const std::string& key);
   void evictBeyondCapacity();
 
   const std::size_t capacity_;
+  const StageLimits limits_;
   mutable std::mutex mutex_;
   std::map<std::string, Entry> entries_;
   std::uint64_t revision_ = 1;

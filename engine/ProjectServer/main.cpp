@@ -76,7 +76,7 @@ int main(int argc, char** argv) {
   }
 
   orvan::engine::ProjectServerApi api(std::move(projects),
-                                      {.token = line->token, .userName = localUserName()});
+                                      {.token = line->token, .userName = localUserName(), .stageLimits = line->limits});
   orvan::engine::ProjectServer server(api, kServingThreads);
   const auto port = server.bind(line->host, line->port);
   if (!port.ok())

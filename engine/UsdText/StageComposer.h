@@ -33,7 +33,7 @@ inline constexpr std::size_t kMaxPrimSites = 20'000;
 
 struct ComposeOptions {
   // Layers left out of the layer stack, by path (absolute, or relative to the working directory).
-  std::vector<std::string> mutedLayers;
+  std::vector<std::string> mutedLayers = {};
   // With false, payloads are recorded on their prims but not brought in.
   bool loadPayloads = true;
   ComposeLimits limits = {};
