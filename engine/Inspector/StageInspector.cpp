@@ -401,7 +401,10 @@ class Inspector {
   std::vector<std::pair<std::string, std::string>> arcAssets(const ComposedPrim& prim) const {
     std::vector<std::pair<std::string, std::string>> assets;  // authored, resolved
     for (const std::string_view key : {"references", "payload"}) {
-      const auto [entry, layer] = arcEntry(prim, key);
+      // Named copies rather than a structured binding: the lambda below captures them.
+      const auto strongest = arcEntry(prim, key);
+      const MetadataEntry* const entry = strongest.first;
+      const std::uint32_t layer = strongest.second;
       if (!entry)
         continue;
       const Value& value = entry->value;

@@ -723,6 +723,7 @@ class Parser {
     }
     PropertyKind kind = PropertyKind::Attribute;
     std::string_view typeName;
+    const Token typeAt = current_;
     if (current_.isWord("rel")) {
       kind = PropertyKind::Relationship;
       advance();
@@ -748,8 +749,8 @@ class Parser {
       metadata = parseMetadataBlock();
     if (current_.is(';'))
       advance();
-    mergeProperty(kind, custom, variability, typeName, name, std::move(field), std::move(metadata),
-                  std::move(comments));
+    mergeProperty(kind, custom, variability, typeName, typeAt, name, std::move(field),
+                  std::move(metadata), std::move(comments));
   }
 
   Value parseFieldValue(PropertyKind kind, std::string_view typeName, std::string_view suffix) {
@@ -811,12 +812,17 @@ class Parser {
   }
 
   void mergeProperty(PropertyKind kind, bool custom, Variability variability,
-                     std::string_view typeName, std::string_view name, PropertyField field,
-                     std::vector<MetadataEntry> metadata, Comments comments) {
+                     std::string_view typeName, const Token& typeAt, std::string_view name,
+                     PropertyField field, std::vector<MetadataEntry> metadata, Comments comments) {
     auto& properties = propertyBuffers_[bodyLevel_ - 1];
     for (LayerProperty& existing : properties) {
       if (existing.name != name || existing.kind != kind)
         continue;
+      // One property has one type: its statements are written under the first one's.
+      if (!existing.typeName.empty() && !typeName.empty() && existing.typeName != typeName) {
+        fail(typeAt, "the type " + std::string(existing.typeName) + " that '" + std::string(name) +
+                         "' was declared with");
+      }
       existing.custom = existing.custom || custom;
       if (existing.typeName.empty())
         existing.typeName = typeName;

@@ -40,6 +40,14 @@ namespace json::detail {
 template <class T>
 void encodeInto(std::string& out, const T& value);
 
+// A key of a field table and its colon. Keys are plain ASCII names that need no escaping, so they
+// are copied as they are: the same text appendJsonString would give, without looking at it.
+inline void appendJsonKey(std::string& out, std::string_view key) {
+  out += '"';
+  out.append(key);
+  out += "\":";
+}
+
 // The hook of plain encoding: every field is encoded as it is.
 struct NoFieldHook {};
 
@@ -68,8 +76,7 @@ void encodeRecord(std::string& out, [[maybe_unused]] const T& record, [[maybe_un
       out += ',';
     }
     first = false;
-    appendJsonString(out, field.key);
-    out += ':';
+    appendJsonKey(out, field.key);
     if constexpr (!std::same_as<Hook, NoFieldHook>) {
       if (choice == FieldChoice::kCustom) {
         hook.write(out, member);
