@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cstdint>
-#include <type_traits>
 #include <filesystem>
+#include <type_traits>
 #include <unordered_set>
 
 #include <unistd.h>
@@ -127,7 +127,7 @@ struct InspectionAssetsHook {
   template <typename Member>
   editor::json::FieldChoice choose(std::string_view, const Member&) const {
     return std::is_same_v<Member, std::vector<UsdAsset>> ? editor::json::FieldChoice::kCustom
-                                                          : editor::json::FieldChoice::kEncode;
+                                                         : editor::json::FieldChoice::kEncode;
   }
   template <typename Member>
   void write(std::string& out, const Member& member) const {
@@ -606,7 +606,7 @@ class Inspector {
     template <typename Member>
     editor::json::FieldChoice choose(std::string_view, const Member&) const {
       return std::is_same_v<Member, std::vector<UsdPrimNode>> ? editor::json::FieldChoice::kCustom
-                                                               : editor::json::FieldChoice::kEncode;
+                                                              : editor::json::FieldChoice::kEncode;
     }
     template <typename Member>
     void write(std::string& out, const Member&) const {

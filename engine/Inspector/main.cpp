@@ -47,8 +47,7 @@ int main(int argc, char** argv) {
     if (option && argument == "--") {
       optionsEnded = true;
     } else if (option && (argument == "--active-layer" || argument == "--mute" ||
-                          argument == "--confine" ||
-                          orvan::engine::isStageLimitOption(argument))) {
+                          argument == "--confine" || orvan::engine::isStageLimitOption(argument))) {
       if (i + 1 >= arguments.size())
         return usage(argument + " needs a value");
       const std::string& value = arguments[++i];

@@ -75,8 +75,9 @@ int main(int argc, char** argv) {
     projects.push_back(std::move(*project));
   }
 
-  orvan::engine::ProjectServerApi api(std::move(projects),
-                                      {.token = line->token, .userName = localUserName(), .stageLimits = line->limits});
+  orvan::engine::ProjectServerApi api(
+      std::move(projects),
+      {.token = line->token, .userName = localUserName(), .stageLimits = line->limits});
   orvan::engine::ProjectServer server(api, kServingThreads);
   const auto port = server.bind(line->host, line->port);
   if (!port.ok())

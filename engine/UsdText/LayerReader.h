@@ -27,8 +27,8 @@ LayerReadResult readLayerText(std::string identifier, std::string text);
 LayerReadResult readLayerFile(const std::string& path,
                               std::uint64_t maxBytes = kDefaultMaxLayerBytes);
 
-// The bytes of a regular file of at most `maxBytes`, or why there are none ("could not open the file",
-// "is a folder, not a layer file", "is not a regular file", "is larger than the limit of N
+// The bytes of a regular file of at most `maxBytes`, or why there are none ("could not open the
+// file", "is a folder, not a layer file", "is not a regular file", "is larger than the limit of N
 // bytes", ...). Pipes, devices and sockets are refused before a byte is read, so a layer can
 // neither wait for a writer nor read without end.
 struct FileText {

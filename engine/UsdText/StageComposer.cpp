@@ -769,8 +769,8 @@ class Composer {
     expand(tree, context);
     sites_ += context.sites;
     if (sites_ > options_.limits.maxSites) {
-      failure_ = "composing the stage takes more than " +
-                 std::to_string(options_.limits.maxSites) + " sites, the limit of one stage";
+      failure_ = "composing the stage takes more than " + std::to_string(options_.limits.maxSites) +
+                 " sites, the limit of one stage";
       return;
     }
     std::vector<OpinionRef> opinions;

@@ -17,7 +17,7 @@ namespace orvan::engine {
 // Budgets of one composition. A stage beyond them is not made: openStage fails with the reason, so
 // that a runaway or hostile scene ends with a clear error instead of taking all of the memory.
 struct ComposeLimits {
-  std::size_t maxPrims = 2'000'000;      // composed prims
+  std::size_t maxPrims = 2'000'000;  // composed prims
   // Sites looked at, summed over composed prims: one for a prim without arcs, one more for every
   // arc that reaches it, directly or through an ancestor. This bounds the work of composing.
   std::size_t maxSites = 10'000'000;
@@ -51,8 +51,8 @@ struct StageOpenResult {
 };
 
 // Composes the stage of a root layer file. Only a root layer that cannot be read, or a stage
-// beyond its limits, fails the whole stage; every other problem (a missing sublayer, a broken reference, a binary file) is recorded in
-// the stage, on the prim where it happened.
+// beyond its limits, fails the whole stage; every other problem (a missing sublayer, a broken
+// reference, a binary file) is recorded in the stage, on the prim where it happened.
 StageOpenResult openStage(const std::string& rootLayerPath, const ComposeOptions& options = {});
 // The same for a root layer already in memory; relative asset paths resolve against its identifier.
 StageOpenResult composeStage(std::shared_ptr<const Layer> rootLayer,

@@ -43,7 +43,8 @@ std::vector<std::string> problemsOf(const Stage& stage, std::string_view path) {
 std::string chainScene(int length) {
   std::string text = "#usda 1.0\n";
   for (int i = 0; i + 1 < length; ++i)
-    text += "def \"P" + std::to_string(i) + "\" (references = </P" + std::to_string(i + 1) + ">) {}\n";
+    text +=
+        "def \"P" + std::to_string(i) + "\" (references = </P" + std::to_string(i + 1) + ">) {}\n";
   text += "def \"P" + std::to_string(length - 1) + "\" { def \"Leaf\" {} }\n";
   return text;
 }
@@ -52,9 +53,9 @@ std::string chainScene(int length) {
 class TempFolder {
  public:
   TempFolder() {
-    path_ = fs::temp_directory_path() /
-            ("orvan_hostile_" + std::to_string(::getpid()) + "_" +
-             testing::UnitTest::GetInstance()->current_test_info()->name());
+    path_ =
+        fs::temp_directory_path() / ("orvan_hostile_" + std::to_string(::getpid()) + "_" +
+                                     testing::UnitTest::GetInstance()->current_test_info()->name());
     fs::remove_all(path_);
     fs::create_directories(path_);
     path_ = fs::canonical(path_);
@@ -80,15 +81,15 @@ TEST(HostileComposition, ArcCyclesOfEveryKindAndThroughAncestorsAreProblemsAtThe
     const char* where;  // file:line:column of the arc that closes the cycle
     const char* what;
   };
-  for (const Case& c : {Case{"/Ref/Child", "cycles.usda:3:26:", "reference to '</Ref>'"},
-                        Case{"/Inh/Child", "cycles.usda:4:26:", "inherit arc to </Inh>"},
-                        Case{"/Spec/Child", "cycles.usda:5:27:", "specialize arc to </Spec>"},
-                        Case{"/Pay/Child", "cycles.usda:6:26:", "payload to '</Pay>'"},
-                        Case{"/Deep/Mid/Child", "cycles.usda:7:39:", "reference to '</Deep>'"},
-                        Case{"/Self", "cycles.usda:8:13:", "reference to '</Self>'"},
-                        Case{"/Below", "cycles.usda:9:14:", "inherit arc to </Below/Part>"},
-                        Case{"/ViaFile/Child", "cycle_other.usda:3:13:",
-                             "reference to 'cycles.usda'"}}) {
+  for (const Case& c :
+       {Case{"/Ref/Child", "cycles.usda:3:26:", "reference to '</Ref>'"},
+        Case{"/Inh/Child", "cycles.usda:4:26:", "inherit arc to </Inh>"},
+        Case{"/Spec/Child", "cycles.usda:5:27:", "specialize arc to </Spec>"},
+        Case{"/Pay/Child", "cycles.usda:6:26:", "payload to '</Pay>'"},
+        Case{"/Deep/Mid/Child", "cycles.usda:7:39:", "reference to '</Deep>'"},
+        Case{"/Self", "cycles.usda:8:13:", "reference to '</Self>'"},
+        Case{"/Below", "cycles.usda:9:14:", "inherit arc to </Below/Part>"},
+        Case{"/ViaFile/Child", "cycle_other.usda:3:13:", "reference to 'cycles.usda'"}}) {
     const ComposedPrim* prim = stage.findPrim(c.prim);
     ASSERT_NE(prim, nullptr) << c.prim;
     const auto problems = problemsOf(stage, c.prim);
@@ -168,8 +169,8 @@ TEST(HostileComposition, LayerAndOutputSizeLimitsEndInAClearError) {
   const StageOpenResult whole = openStage(big);
   ASSERT_TRUE(whole.ok());
   std::string json;
-  const auto refused = writeInspectionJson(
-      *whole.stage, InspectOptions{.maxOutputBytes = 50'000}, json);
+  const auto refused =
+      writeInspectionJson(*whole.stage, InspectOptions{.maxOutputBytes = 50'000}, json);
   ASSERT_TRUE(refused.has_value());
   EXPECT_THAT(*refused, HasSubstr("larger than the limit of 50000 bytes"));
 }
@@ -238,7 +239,8 @@ TEST(HostileComposition, AConfinedStageReadsNothingOutsideItsFolderAndSaysNothin
   const std::string outside = ": it is outside the project folder";
   EXPECT_EQ(problemsOf(stage, ""),
             std::vector<std::string>{"scene.usda:3:5: The sublayer '../outside/secret.usda' of "
-                                     "scene.usda is left out" + outside});
+                                     "scene.usda is left out" +
+                                     outside});
   for (const auto& [prim, asset] : std::vector<std::pair<std::string, std::string>>{
            {"/World/Secret", "../outside/secret.usda"},
            {"/World/Missing", "../outside/nothing_here.usda"},
@@ -247,8 +249,8 @@ TEST(HostileComposition, AConfinedStageReadsNothingOutsideItsFolderAndSaysNothin
     const auto problems = problemsOf(stage, prim);
     ASSERT_EQ(problems.size(), 1u) << prim;
     // The same words whether the file exists or not; only the asset as written differs.
-    EXPECT_THAT(problems[0], testing::EndsWith("The reference to '" + asset +
-                                               "' is left out" + outside));
+    EXPECT_THAT(problems[0],
+                testing::EndsWith("The reference to '" + asset + "' is left out" + outside));
   }
   EXPECT_TRUE(problemsOf(stage, "/World/Inside").empty());
   EXPECT_NE(stage.findPrim("/Thing"), nullptr);
@@ -323,8 +325,9 @@ TEST(HostileInspectorExecutable, HostileScenesEndInAProblemOrAnErrorWithinMemory
   const ChildRun chain = runLimited(folder, {"--max-sites", "500000", "chain.usda"});
   ASSERT_TRUE(chain.exited) << "signal " << chain.status;
   EXPECT_EQ(chain.status, 1);
-  EXPECT_EQ(chain.err, "chain.usda:0:0: composing the stage takes more than 500000 sites, the "
-                       "limit of one stage\n");
+  EXPECT_EQ(chain.err,
+            "chain.usda:0:0: composing the stage takes more than 500000 sites, the "
+            "limit of one stage\n");
 
   const auto start = std::chrono::steady_clock::now();
   const ChildRun fan = runLimited(folder, {kHostile + "fan_out_namespace.usda"});
@@ -336,8 +339,9 @@ TEST(HostileInspectorExecutable, HostileScenesEndInAProblemOrAnErrorWithinMemory
 
   const std::string fifo = (folder.path() / "pipe.usda").string();
   ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-  folder.write("devices.usda", "#usda 1.0\n(\n    subLayers = [@pipe.usda@, @/dev/zero@]\n)\n"
-                               "def \"A\" (references = @/dev/urandom@</A>) {}\n");
+  folder.write("devices.usda",
+               "#usda 1.0\n(\n    subLayers = [@pipe.usda@, @/dev/zero@]\n)\n"
+               "def \"A\" (references = @/dev/urandom@</A>) {}\n");
   const ChildRun devices = runLimited(folder, {"devices.usda"}, 1ull << 30, 20);
   ASSERT_TRUE(devices.exited) << "signal " << devices.status;
   EXPECT_EQ(devices.status, 0) << devices.err;
@@ -372,9 +376,11 @@ TEST(HostileInspectorExecutable, OptionsEndAtTwoDashesAndConfinementAndLimitsAre
   const ChildRun open = runLimited(folder, {"project/scene.usda"});
   EXPECT_NE(open.out.find("do not show"), std::string::npos);
 
-  for (const std::vector<std::string>& wrong :
-       {std::vector<std::string>{"--weird.usda"}, {"--max-prims", "0", "x.usda"},
-        {"--max-sites", "many", "x.usda"}, {"--max-layer-bytes"}, {"--", "a.usda", "b.usda"}}) {
+  for (const std::vector<std::string>& wrong : {std::vector<std::string>{"--weird.usda"},
+                                                {"--max-prims", "0", "x.usda"},
+                                                {"--max-sites", "many", "x.usda"},
+                                                {"--max-layer-bytes"},
+                                                {"--", "a.usda", "b.usda"}}) {
     const ChildRun run = runLimited(folder, wrong);
     EXPECT_EQ(run.status, 2) << wrong.front();
     EXPECT_THAT(run.err, HasSubstr("usage:")) << wrong.front();

@@ -28,9 +28,9 @@ const std::string kHostile = ORVAN_ENGINE_FIXTURES_DIR "/Hostile/";
 class HostileSceneServerTest : public testing::Test {
  protected:
   void SetUp() override {
-    base_ = fs::temp_directory_path() /
-            ("orvan_hostile_server_" + std::to_string(::getpid()) + "_" +
-             testing::UnitTest::GetInstance()->current_test_info()->name());
+    base_ =
+        fs::temp_directory_path() / ("orvan_hostile_server_" + std::to_string(::getpid()) + "_" +
+                                     testing::UnitTest::GetInstance()->current_test_info()->name());
     fs::remove_all(base_);
     fs::create_directories(base_);
     base_ = fs::canonical(base_);
@@ -106,8 +106,8 @@ TEST_F(HostileSceneServerTest, HostileScenesAreAnsweredWithProblemsAndTheServerK
   ASSERT_EQ(sceneStatus, 200) << scene;
   const auto decoded = editor::decodeJson<editor::RemoteStageResponse>(scene);
   ASSERT_TRUE(decoded.ok()) << decoded.error().description;
-  for (const char* asset : {"../outside/secret.usda", "../outside/nothing_here.usda",
-                            "/etc/shadow"}) {
+  for (const char* asset :
+       {"../outside/secret.usda", "../outside/nothing_here.usda", "/etc/shadow"}) {
     EXPECT_THAT(scene, HasSubstr(std::string("The reference to '") + asset +
                                  "' is left out: it is outside the project folder"));
   }
@@ -128,9 +128,9 @@ TEST(HostileSceneServerCommandLine, StageLimitsAreOptionsWithDefaults) {
   EXPECT_EQ(defaults->limits.compose.maxPrims, ComposeLimits{}.maxPrims);
   EXPECT_EQ(defaults->limits.maxOutputBytes, kDefaultMaxInspectionBytes);
 
-  const auto set = parseServerCommandLine({"--max-prims", "10", "--project", "p", "--max-sites",
-                                           "20", "--max-layer-bytes", "30", "--max-output-bytes",
-                                           "40"});
+  const auto set =
+      parseServerCommandLine({"--max-prims", "10", "--project", "p", "--max-sites", "20",
+                              "--max-layer-bytes", "30", "--max-output-bytes", "40"});
   ASSERT_TRUE(set.ok()) << set.error();
   EXPECT_EQ(set->limits.compose.maxPrims, 10u);
   EXPECT_EQ(set->limits.compose.maxSites, 20u);
