@@ -67,6 +67,7 @@ TEST_FOLDERS = [
     ("apps/usd_editor/Tests/OrvanUsdEditorUI", "UI"),
     ("apps/usd_editor/Tests/Support", "Application"),
     ("apps/usd_editor/Benchmarks", "UI"),
+    ("engine/Tests/Fuzz", "Inspector"),  # the reader and composer under libFuzzer
     ("engine/Tests/<sub>", "<sub>"),
     ("engine/Benchmarks", "engine benchmarks"),
 ]

@@ -1,18 +1,26 @@
 #!/usr/bin/env bash
-# Runs one fuzzer of the client core for a number of seconds under AddressSanitizer and
-# UndefinedBehaviorSanitizer, in a clang build of its own (build/fuzz).
-#   tools/fuzz.sh <target> <seconds>      target: deep_link, target_address or scene_reference
+# Runs one fuzzer of the client core or the engine for a number of seconds under AddressSanitizer
+# and UndefinedBehaviorSanitizer, in a clang build of its own (build/fuzz).
+#   tools/fuzz.sh <target> <seconds>
+# targets: deep_link, target_address, scene_reference (client core); usda_reader, stage_composer
+# (engine).
 # New inputs collect in build/fuzz/corpus/<target>; a crashing input is written to
-# build/fuzz/artifacts/<target>/. Add an input worth keeping to the seed corpus under
-# apps/usd_editor/Tests/VelkClientStateBridge/Fuzz/corpus/<target>, which every test run replays.
+# build/fuzz/artifacts/<target>/. Add an input worth keeping to the seed corpus of the target
+# (apps/usd_editor/Tests/VelkClientStateBridge/Fuzz/corpus/<target> or
+# engine/Tests/Fuzz/corpus/<target>), which every test run replays.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-usage() { echo "usage: tools/fuzz.sh deep_link|target_address|scene_reference <seconds>" >&2; }
+usage() {
+  echo "usage: tools/fuzz.sh deep_link|target_address|scene_reference|usda_reader|stage_composer" \
+    "<seconds>" >&2
+}
 target=${1:-}
 seconds=${2:-}
 case "$target" in
-  deep_link | target_address | scene_reference) ;;
+  deep_link | target_address | scene_reference)
+    folder="apps/usd_editor/Tests/VelkClientStateBridge/Fuzz" ;;
+  usda_reader | stage_composer) folder="engine/Tests/Fuzz" ;;
   *) usage; exit 2 ;;
 esac
 if ! [[ "$seconds" =~ ^[0-9]+$ ]] || [ "$seconds" -eq 0 ]; then usage; exit 2; fi
@@ -36,10 +44,10 @@ if [ ! -f "$build/CMakeCache.txt" ]; then
 fi
 cmake --build "$build" --target "fuzz_$target" -j2
 
-seeds="$root/apps/usd_editor/Tests/VelkClientStateBridge/Fuzz/corpus/$target"
+seeds="$root/$folder/corpus/$target"
 corpus="$build/corpus/$target"
 artifacts="$build/artifacts/$target"
 mkdir -p "$corpus" "$artifacts"
-exec "$build/apps/usd_editor/Tests/VelkClientStateBridge/Fuzz/fuzz_$target" \
+exec "$build/$folder/fuzz_$target" \
   -max_total_time="$seconds" -print_final_stats=1 -artifact_prefix="$artifacts/" \
   "$corpus" "$seeds"

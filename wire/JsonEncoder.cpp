@@ -1,5 +1,6 @@
 #include "orvan/wire/JsonEncoder.h"
 
+#include <algorithm>
 #include <cmath>
 
 #include <simdjson.h>
@@ -119,6 +120,16 @@ void appendEscapedReplacingInvalid(std::string& out, std::string_view text) {
 
 void appendJsonString(std::string& out, std::string_view text) {
   out += '"';
+  // Most text is short plain ASCII with nothing to escape: one pass tells, one append copies it.
+  const auto plain = [](char c) {
+    const auto byte = static_cast<unsigned char>(c);
+    return byte < 0x80 && !needsEscape(byte);
+  };
+  if (std::all_of(text.begin(), text.end(), plain)) {
+    out.append(text);
+    out += '"';
+    return;
+  }
   if (simdjson::validate_utf8(text.data(), text.size())) {
     appendEscaped(out, text);
   } else {

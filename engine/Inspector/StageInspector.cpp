@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdint>
 #include <filesystem>
+#include <type_traits>
 #include <unordered_set>
 
 #include <unistd.h>
@@ -91,16 +93,20 @@ bool saysSomething(const LayerPrim& prim) {
          !prim.properties.empty() || !prim.variantSets.empty();
 }
 
-std::string encodeAsset(const UsdAsset& asset, bool boundsKnown) {
-  std::string text = editor::encodeJson(asset);
-  if (boundsKnown)
-    return text;
-  const std::string bounds = ",\"boundsCenter\":" + editor::encodeJson(asset.boundsCenter) +
-                             ",\"boundsDimensions\":" + editor::encodeJson(asset.boundsDimensions);
-  if (const std::size_t at = text.find(bounds); at != std::string::npos)
-    text.erase(at, bounds.size());
-  return text;
-}
+// An asset whose bounds are unknown leaves out both bounds keys: their defaults would read as
+// real bounds.
+struct AssetBoundsHook {
+  bool boundsKnown;
+
+  template <typename Member>
+  editor::json::FieldChoice choose(std::string_view key, const Member&) const {
+    if (!boundsKnown && (key == "boundsCenter" || key == "boundsDimensions"))
+      return editor::json::FieldChoice::kOmit;
+    return editor::json::FieldChoice::kEncode;
+  }
+  template <typename Member>
+  void write(std::string&, const Member&) const {}
+};
 
 void appendAssets(const std::vector<UsdAsset>& assets, const std::vector<bool>& boundsKnown,
                   std::string& out) {
@@ -108,10 +114,27 @@ void appendAssets(const std::vector<UsdAsset>& assets, const std::vector<bool>& 
   for (std::size_t i = 0; i < assets.size(); ++i) {
     if (i != 0)
       out += ',';
-    out += encodeAsset(assets[i], i < boundsKnown.size() && boundsKnown[i]);
+    AssetBoundsHook hook{i < boundsKnown.size() && boundsKnown[i]};
+    editor::appendJsonWith(out, assets[i], hook);
   }
   out += ']';
 }
+
+// Writes the assets list of an inspection whose assets come with their bounds flags.
+struct InspectionAssetsHook {
+  const std::vector<bool>& boundsKnown;
+
+  template <typename Member>
+  editor::json::FieldChoice choose(std::string_view, const Member&) const {
+    return std::is_same_v<Member, std::vector<UsdAsset>> ? editor::json::FieldChoice::kCustom
+                                                         : editor::json::FieldChoice::kEncode;
+  }
+  template <typename Member>
+  void write(std::string& out, const Member& member) const {
+    if constexpr (std::is_same_v<Member, std::vector<UsdAsset>>)
+      appendAssets(member, boundsKnown, out);
+  }
+};
 
 class Inspector {
  public:
@@ -161,48 +184,71 @@ class Inspector {
     InspectResult result;
     if (!prepare(result))
       return result.error;
-    const StageInspection& head = result.inspection;
     std::string out;
     out.reserve(kFlushSize + 256 * 1024);
-    bool sinkFailed = false;
-    // Handing the text over in pieces keeps one small buffer warm instead of growing a large one.
-    const auto flush = [&](bool always) {
-      if (sinkFailed || (!always && out.size() < kFlushSize))
-        return;
-      sinkFailed = !sink(out);
-      out.clear();
-    };
-    out += "{\"sceneUri\":";
-    editor::appendJson(out, head.sceneUri);
-    out += ",\"usdLayersEnabled\":";
-    editor::appendJson(out, head.usdLayersEnabled);
-    out += ",\"requiresLayerStackInitialization\":";
-    editor::appendJson(out, head.requiresLayerStackInitialization);
-    out += ",\"layers\":";
-    editor::appendJson(out, head.layers);
-    out += ",\"prims\":[";
-    for (std::uint32_t index = 0; index < stage_.prims.size() && !sinkFailed; ++index) {
-      if (index != 0)
-        out += ',';
-      editor::appendJson(out, detail(index));
-      flush(false);
-    }
-    out += "],\"rootPrims\":[";
-    for (std::size_t i = 0; i < stage_.rootPrims.size() && !sinkFailed; ++i) {
-      if (i != 0)
-        out += ',';
-      writeNode(stage_.rootPrims[i], out, flush);
-    }
-    out += "],\"catalog\":";
-    editor::appendJson(out, head.catalog);
-    out += ",\"assets\":";
-    appendAssets(assets_, boundsKnown_, out);
-    out += ",\"storeCatalog\":[],\"cartItems\":[]}";
-    flush(true);
-    if (sinkFailed)
-      return std::string("the output could not be written");
-    return std::nullopt;
+    StreamState stream{sink, options_.maxOutputBytes, 0, std::nullopt};
+    DocumentHook hook{*this, stream};
+    editor::appendJsonWith(out, result.inspection, hook);
+    stream.flush(out, true);
+    return stream.failure;
   }
+
+  // Hands the text over in pieces, which keeps one small buffer warm instead of growing a large
+  // one, and stops at the first refusal or once the document outgrows its limit.
+  struct StreamState {
+    const JsonSink& sink;
+    std::uint64_t limit;
+    std::uint64_t written = 0;
+    std::optional<std::string> failure;
+
+    void flush(std::string& out, bool always) {
+      if (failure || (!always && out.size() < kFlushSize))
+        return;
+      written += out.size();
+      if (written > limit) {
+        failure = "the stage's inspection is larger than the limit of " + std::to_string(limit) +
+                  " bytes";
+      } else if (!sink(out)) {
+        failure = "the output could not be written";
+      }
+      out.clear();
+    }
+  };
+
+  // The stage's own lists are written element by element as the pieces go out: the flat list
+  // first (it learns what the tree needs), then the tree, then the assets it collected.
+  struct DocumentHook {
+    Inspector& inspector;
+    StreamState& stream;
+
+    template <typename Member>
+    editor::json::FieldChoice choose(std::string_view, const Member&) const {
+      constexpr bool streamed = std::is_same_v<Member, std::vector<UsdPrimDetail>> ||
+                                std::is_same_v<Member, std::vector<UsdPrimNode>> ||
+                                std::is_same_v<Member, std::vector<UsdAsset>>;
+      return streamed ? editor::json::FieldChoice::kCustom : editor::json::FieldChoice::kEncode;
+    }
+    template <typename Member>
+    void write(std::string& out, const Member&) {
+      if constexpr (std::is_same_v<Member, std::vector<UsdPrimDetail>>) {
+        out += '[';
+        const auto count = static_cast<std::uint32_t>(inspector.stage_.prims.size());
+        for (std::uint32_t index = 0; index < count && !stream.failure; ++index) {
+          if (index != 0)
+            out += ',';
+          editor::appendJson(out, inspector.detail(index));
+          stream.flush(out, false);
+        }
+        out += ']';
+      } else if constexpr (std::is_same_v<Member, std::vector<UsdPrimNode>>) {
+        out += '[';
+        inspector.writeNodes(inspector.stage_.rootPrims, out, stream);
+        out += ']';
+      } else if constexpr (std::is_same_v<Member, std::vector<UsdAsset>>) {
+        appendAssets(inspector.assets_, inspector.boundsKnown_, out);
+      }
+    }
+  };
 
   // ---- layers ----
 
@@ -355,7 +401,10 @@ class Inspector {
   std::vector<std::pair<std::string, std::string>> arcAssets(const ComposedPrim& prim) const {
     std::vector<std::pair<std::string, std::string>> assets;  // authored, resolved
     for (const std::string_view key : {"references", "payload"}) {
-      const auto [entry, layer] = arcEntry(prim, key);
+      // Named copies rather than a structured binding: the lambda below captures them.
+      const auto strongest = arcEntry(prim, key);
+      const MetadataEntry* const entry = strongest.first;
+      const std::uint32_t layer = strongest.second;
       if (!entry)
         continue;
       const Value& value = entry->value;
@@ -548,31 +597,36 @@ class Inspector {
     return node;
   }
 
-  // A node is written without children, then its children go where the empty list was: the
-  // children key is the record's last.
-  template <typename Flush>
-  void writeNode(std::uint32_t index, std::string& out, Flush& flush) const {
-    const std::size_t start = out.size();
-    editor::appendJson(out, shallowNode(index));
-    constexpr std::string_view kEmptyChildren = "\"children\":[]}";
-    const std::vector<std::uint32_t>& children = stage_.prims[index].children;
-    if (children.empty())
-      return;
-    if (std::string_view(out).substr(start).ends_with(kEmptyChildren)) {
-      out.resize(out.size() - 2);
-    } else {
-      // Another key order than expected: fall back to the whole subtree as one record.
-      out.resize(start);
-      editor::appendJson(out, node(index));
-      return;
+  // A node's children are written as they are reached, never held as records.
+  struct NodeChildrenHook {
+    const Inspector& inspector;
+    std::uint32_t index;
+    StreamState& stream;
+
+    template <typename Member>
+    editor::json::FieldChoice choose(std::string_view, const Member&) const {
+      return std::is_same_v<Member, std::vector<UsdPrimNode>> ? editor::json::FieldChoice::kCustom
+                                                              : editor::json::FieldChoice::kEncode;
     }
-    for (std::size_t i = 0; i < children.size(); ++i) {
+    template <typename Member>
+    void write(std::string& out, const Member&) const {
+      if constexpr (std::is_same_v<Member, std::vector<UsdPrimNode>>) {
+        out += '[';
+        inspector.writeNodes(inspector.stage_.prims[index].children, out, stream);
+        out += ']';
+      }
+    }
+  };
+
+  void writeNodes(const std::vector<std::uint32_t>& indexes, std::string& out,
+                  StreamState& stream) const {
+    for (std::size_t i = 0; i < indexes.size() && !stream.failure; ++i) {
       if (i != 0)
         out += ',';
-      writeNode(children[i], out, flush);
-      flush(false);
+      NodeChildrenHook hook{*this, indexes[i], stream};
+      editor::appendJsonWith(out, shallowNode(indexes[i]), hook);
+      stream.flush(out, false);
     }
-    out += "]}";
   }
 
   // ---- assets ----
@@ -681,14 +735,9 @@ InspectResult inspectStage(const Stage& stage, const InspectOptions& options) {
 }
 
 std::string encodeInspection(const InspectResult& result) {
-  std::string out = editor::encodeJson(result.inspection);
-  const std::string written = "\"assets\":" + editor::encodeJson(result.inspection.assets);
-  const std::size_t at = out.rfind(written);
-  if (at == std::string::npos)
-    return out;
-  std::string assets = "\"assets\":";
-  appendAssets(result.inspection.assets, result.assetBoundsKnown, assets);
-  out.replace(at, written.size(), assets);
+  std::string out;
+  InspectionAssetsHook hook{result.assetBoundsKnown};
+  editor::appendJsonWith(out, result.inspection, hook);
   return out;
 }
 

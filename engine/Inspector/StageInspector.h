@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -10,13 +11,19 @@
 
 namespace orvan::engine {
 
+// The largest inspection document written by default (4 GiB: a stage of a million generated
+// prims takes about 3.2 GB).
+inline constexpr std::uint64_t kDefaultMaxInspectionBytes = 4ull << 30;
+
 struct InspectOptions {
   // The layer that override marks are measured against, by identifier (absolute path), by path
   // relative to the scene's folder, or by file name. Empty: the layer the editor would pick by
   // itself, the first writable sublayer that is not muted, else the root layer.
-  std::string activeLayer;
+  std::string activeLayer = {};
   // What `sceneUri` says; empty for the root layer's identifier.
-  std::string sceneUri;
+  std::string sceneUri = {};
+  // writeInspectionJson stops with an error once the document grows beyond this.
+  std::uint64_t maxOutputBytes = kDefaultMaxInspectionBytes;
 };
 
 struct InspectResult {
@@ -40,7 +47,8 @@ using JsonSink = std::function<bool(std::string_view)>;
 
 // The same document as encodeInspection(inspectStage(...)), handed to `sink` prim by prim without
 // holding the whole inspection as records or as one text: what the helper prints. Returns the
-// reason when the options do not fit the stage or the sink refused a piece.
+// reason when the options do not fit the stage, the sink refused a piece, or the document grew
+// beyond `options.maxOutputBytes` (what was handed over by then is to be thrown away).
 std::optional<std::string> writeInspectionJson(const Stage& stage, const InspectOptions& options,
                                                const JsonSink& sink);
 // The same, appended to a string.

@@ -8,12 +8,15 @@
 #include <vector>
 
 #include "Inspector/StageInspector.h"
+#include "Inspector/StageLimits.h"
 #include "UsdText/StageComposer.h"
 
 namespace {
 
 constexpr const char* kUsage =
-    "usage: orvan_usd_inspector SCENE [--active-layer ID] [--mute LAYER]... [--no-payloads]";
+    "usage: orvan_usd_inspector [--active-layer ID] [--mute LAYER]... [--no-payloads] "
+    "[--confine DIR] [--max-prims N] [--max-sites N] [--max-layer-bytes N] "
+    "[--max-output-bytes N] [--] SCENE";
 
 // Every failure is one line "file:line:column: reason"; 0:0 stands for the file as a whole.
 int fail(const std::string& file, std::uint32_t line, std::uint32_t column,
@@ -35,22 +38,38 @@ int main(int argc, char** argv) {
   std::string scene;
   orvan::engine::InspectOptions inspect;
   orvan::engine::ComposeOptions compose;
+  orvan::engine::StageLimits limits;
   const std::vector<std::string> arguments(argv + 1, argv + argc);
+  bool optionsEnded = false;  // after "--" every argument is the scene, even one that starts so
   for (std::size_t i = 0; i < arguments.size(); ++i) {
     const std::string& argument = arguments[i];
-    if (argument == "--active-layer" || argument == "--mute") {
+    const bool option = !optionsEnded && argument.starts_with("--");
+    if (option && argument == "--") {
+      optionsEnded = true;
+    } else if (option && (argument == "--active-layer" || argument == "--mute" ||
+                          argument == "--confine" || orvan::engine::isStageLimitOption(argument))) {
       if (i + 1 >= arguments.size())
         return usage(argument + " needs a value");
-      (argument == "--mute" ? compose.mutedLayers.emplace_back() : inspect.activeLayer) =
-          arguments[++i];
-    } else if (argument == "--no-payloads") {
+      const std::string& value = arguments[++i];
+      if (argument == "--mute") {
+        compose.mutedLayers.push_back(value);
+      } else if (argument == "--active-layer") {
+        inspect.activeLayer = value;
+      } else if (argument == "--confine") {
+        compose.confinementRoot = value;
+      } else if (const auto wrong = orvan::engine::setStageLimit(limits, argument, value)) {
+        return usage(*wrong);
+      }
+    } else if (option && argument == "--no-payloads") {
       compose.loadPayloads = false;
-    } else if (argument.starts_with("--") || !scene.empty()) {
+    } else if (option || !scene.empty()) {
       return usage("unexpected argument '" + argument + "'");
     } else {
       scene = argument;
     }
   }
+  compose.limits = limits.compose;
+  inspect.maxOutputBytes = limits.maxOutputBytes;
   if (scene.empty())
     return usage("no scene given");
 

@@ -358,7 +358,9 @@ ApiAnswer ProjectServerApi::stageEndpoint(const ApiRequest& request) {
   ApiResult<Scope> scope = resolveScope(projects_, request);
   if (!scope.ok())
     return errorAnswer(scope.error());
-  const StageCache::Lookup found = stages_.stage(scope->absoluteScene(), scope->activeLayer);
+  // A layer of the scene is read only from inside its project's folder.
+  const StageCache::Lookup found =
+      stages_.stage(scope->absoluteScene(), scope->activeLayer, scope->project->rootPath());
   if (!found.stage) {
     return errorAnswer(
         {.status = 422,

@@ -50,12 +50,17 @@ editor::Result<ServerCommandLine, std::string> parseServerCommandLine(
     }
     if (option != "--project" && option != "--host" && option != "--port" &&
         option != "--token-file" && option != "--password-file" && option != "--public-url" &&
-        option != "--state-dir") {
+        option != "--state-dir" && !isStageLimitOption(option)) {
       return "unexpected argument '" + option + "'";
     }
     if (i + 1 >= arguments.size() || editor::isBlank(arguments[i + 1]))
       return option + " needs a value";
     const std::string& value = arguments[++i];
+    if (isStageLimitOption(option)) {
+      if (auto wrong = setStageLimit(line.limits, option, value))
+        return std::move(*wrong);
+      continue;
+    }
     if (option == "--project") {
       line.projects.push_back(value);
     } else if (option == "--host") {

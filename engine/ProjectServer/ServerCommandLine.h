@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "Inspector/StageLimits.h"
 #include "orvan/wire/Error.h"
 
 namespace orvan::engine {
@@ -11,6 +12,7 @@ namespace orvan::engine {
 inline constexpr const char* kServerUsage =
     "usage: orvan_project_server --project DIR [--project DIR]... [--host H] [--port N]\n"
     "         [--token-file FILE] [--password-file FILE] [--public-url URL] [--state-dir DIR]\n"
+    "         [--max-prims N] [--max-sites N] [--max-layer-bytes N] [--max-output-bytes N]\n"
     "       orvan_project_server sessions list [--state-dir DIR]\n"
     "       orvan_project_server sessions revoke ID [--state-dir DIR]\n"
     "The static token may also come from ORVAN_SERVER_TOKEN, the sign-in password from\n"
@@ -26,6 +28,7 @@ struct ServerCommandLine {
   std::string publicUrl = {};     // how the server names itself; empty: its listening address
   std::string stateDir = {};      // where sessions are kept; empty: the default folder
   bool help = false;              // --help: print the usage and stop
+  StageLimits limits = {};        // budgets of each stage the server inspects
 };
 
 // `orvan_project_server sessions ...`: the sign-in sessions of a state folder.

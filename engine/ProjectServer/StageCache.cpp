@@ -137,14 +137,16 @@ StageCache::StageCache(StageCacheOptions options)
       builds_(
           static_cast<std::ptrdiff_t>(std::clamp<std::size_t>(options_.concurrentBuilds, 1, 64))) {}
 
-std::shared_ptr<const StageCache::Composed> StageCache::compose(const std::string& scenePath) {
+std::shared_ptr<const StageCache::Composed> StageCache::compose(const std::string& scenePath,
+                                                                const std::string& projectRoot) {
   const BuildSlot slot(builds_);
   if (options_.onBuild)
     options_.onBuild(StageCacheOptions::Build::compose);
   auto composed = std::make_shared<Composed>();
   composed->generation = ++generations_;
   const auto readStart = std::chrono::system_clock::now();
-  StageOpenResult opened = openStage(scenePath);
+  StageOpenResult opened = openStage(
+      scenePath, ComposeOptions{.limits = options_.limits.compose, .confinementRoot = projectRoot});
   if (!opened.ok()) {
     composed->failure = *opened.error;
     return composed;
@@ -168,7 +170,9 @@ std::shared_ptr<const StageCache::Inspected> StageCache::inspect(const Composed&
   inspected->generation = composed.generation;
   auto stage = std::make_shared<InspectedStage>();
   const std::optional<std::string> refused = writeInspectionJson(
-      *composed.stage, InspectOptions{.activeLayer = layer, .sceneUri = {}}, stage->json);
+      *composed.stage,
+      InspectOptions{.activeLayer = layer, .sceneUri = {}, .maxOutputBytes = options_.limits.maxOutputBytes},
+      stage->json);
   if (refused) {
     inspected->failure =
         ReadError{.file = composed.stage->layers.front().identifier, .message = *refused};
@@ -179,11 +183,12 @@ std::shared_ptr<const StageCache::Inspected> StageCache::inspect(const Composed&
   return inspected;
 }
 
-std::shared_ptr<const StageCache::Composed> StageCache::composed(const std::string& scenePath) {
+std::shared_ptr<const StageCache::Composed> StageCache::composed(const std::string& scenePath,
+                                                                 const std::string& projectRoot) {
   return shared<Composed>(
       mutex_, scenes_, scenePath, clock_,
       [](const Composed& kept) { return filesUnchanged(kept.files); },
-      [](const Composed&) { return true; }, [&] { return compose(scenePath); },
+      [](const Composed&) { return true; }, [&] { return compose(scenePath, projectRoot); },
       [&](Slot<Composed>& slot, const std::shared_ptr<const Composed>& built) {
         if (built->keep && built->stage)
           slot.kept = built;
@@ -212,8 +217,9 @@ std::shared_ptr<const StageCache::Inspected> StageCache::inspected(const std::st
       });
 }
 
-StageCache::Lookup StageCache::stage(const std::string& scenePath, const std::string& activeLayer) {
-  const std::shared_ptr<const Composed> scene = composed(scenePath);
+StageCache::Lookup StageCache::stage(const std::string& scenePath, const std::string& activeLayer,
+                                     const std::string& projectRoot) {
+  const std::shared_ptr<const Composed> scene = composed(scenePath, projectRoot);
   if (!scene->stage)
     return Lookup{.stage = nullptr, .failure = scene->failure, .revision = revision()};
   const std::shared_ptr<const Inspected> found =

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "Inspector/StageLimits.h"
 #include "ProjectServer/FileSignature.h"
 #include "UsdText/ReadError.h"
 #include "UsdText/Stage.h"
@@ -29,6 +30,7 @@ struct StageCacheOptions {
   std::size_t inspections = 8;       // inspections kept (scene and active layer)
   std::size_t composedScenes = 2;    // composed stages kept
   std::size_t concurrentBuilds = 2;  // compositions and inspections running at once
+  StageLimits limits = {};           // budgets of reading, composing and inspecting one stage
   // Called as each composition or inspection starts, on the thread that runs it (tests count and
   // hold builds with it).
   enum class Build { compose, inspect };
@@ -58,7 +60,9 @@ class StageCache {
   // active layer that is not in the scene's layer stack is ignored: the stage then marks against
   // the layer the editor would pick by itself, and the editor, which finds its layer gone, picks
   // again.
-  Lookup stage(const std::string& scenePath, const std::string& activeLayer);
+  // With a `projectRoot`, the scene's layers resolve only to files inside it.
+  Lookup stage(const std::string& scenePath, const std::string& activeLayer,
+               const std::string& projectRoot = {});
 
   std::uint64_t revision() const;
 
@@ -85,10 +89,10 @@ class StageCache {
     std::optional<std::uint64_t> lastDigest = {};  // of the last stage built, kept or not
   };
 
-  std::shared_ptr<const Composed> composed(const std::string& scenePath);
+  std::shared_ptr<const Composed> composed(const std::string& scenePath, const std::string& projectRoot);
   std::shared_ptr<const Inspected> inspected(const std::string& scenePath, const Composed& composed,
                                              const std::string& layer);
-  std::shared_ptr<const Composed> compose(const std::string& scenePath);
+  std::shared_ptr<const Composed> compose(const std::string& scenePath, const std::string& projectRoot);
   std::shared_ptr<const Inspected> inspect(const Composed& composed, const std::string& layer);
   template <class T, class Map>
   static void evict(Map& slots, std::size_t capacity);

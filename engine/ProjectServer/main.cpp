@@ -165,7 +165,8 @@ int main(int argc, char** argv) {
                                     .password = secrets->password,
                                     .sessions = sessions,
                                     .publicUrl = line->publicUrl,
-                                    .userName = localUserName()};
+                                    .userName = localUserName(),
+                                    .stages = {.limits = line->limits}};
   orvan::engine::ProjectServerApi api(std::move(projects), std::move(options));
   orvan::engine::ProjectServer server(api);
   const auto port = server.bind(line->host, line->port);

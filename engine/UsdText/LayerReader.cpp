@@ -6,12 +6,24 @@
 #include <fstream>
 #include <unordered_map>
 
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "UsdText/Tokenizer.h"
 
 namespace orvan::engine {
 namespace {
 
 constexpr int kMaxNesting = 256;
+
+struct FileDescriptor {
+  explicit FileDescriptor(int descriptor) : fd(descriptor) {}
+  const int fd;
+  FileDescriptor(const FileDescriptor&) = delete;
+  FileDescriptor& operator=(const FileDescriptor&) = delete;
+  ~FileDescriptor() { ::close(fd); }
+};
 
 struct ParseFailure {
   std::uint32_t line;
@@ -711,6 +723,7 @@ class Parser {
     }
     PropertyKind kind = PropertyKind::Attribute;
     std::string_view typeName;
+    const Token typeAt = current_;
     if (current_.isWord("rel")) {
       kind = PropertyKind::Relationship;
       advance();
@@ -736,8 +749,8 @@ class Parser {
       metadata = parseMetadataBlock();
     if (current_.is(';'))
       advance();
-    mergeProperty(kind, custom, variability, typeName, name, std::move(field), std::move(metadata),
-                  std::move(comments));
+    mergeProperty(kind, custom, variability, typeName, typeAt, name, std::move(field),
+                  std::move(metadata), std::move(comments));
   }
 
   Value parseFieldValue(PropertyKind kind, std::string_view typeName, std::string_view suffix) {
@@ -799,12 +812,17 @@ class Parser {
   }
 
   void mergeProperty(PropertyKind kind, bool custom, Variability variability,
-                     std::string_view typeName, std::string_view name, PropertyField field,
-                     std::vector<MetadataEntry> metadata, Comments comments) {
+                     std::string_view typeName, const Token& typeAt, std::string_view name,
+                     PropertyField field, std::vector<MetadataEntry> metadata, Comments comments) {
     auto& properties = propertyBuffers_[bodyLevel_ - 1];
     for (LayerProperty& existing : properties) {
       if (existing.name != name || existing.kind != kind)
         continue;
+      // One property has one type: its statements are written under the first one's.
+      if (!existing.typeName.empty() && !typeName.empty() && existing.typeName != typeName) {
+        fail(typeAt, "the type " + std::string(existing.typeName) + " that '" + std::string(name) +
+                         "' was declared with");
+      }
       existing.custom = existing.custom || custom;
       if (existing.typeName.empty())
         existing.typeName = typeName;
@@ -859,35 +877,68 @@ LayerReadResult readLayerText(std::string identifier, std::string text) {
   return result;
 }
 
-LayerReadResult readLayerFile(const std::string& path) {
-  const auto failure = [&](const char* why) {
-    LayerReadResult result;
-    result.error = ReadError{path, 0, 0, why};
+FileText readRegularFile(const std::string& path, std::uint64_t maxBytes) {
+  FileText result;
+  // Opened without blocking, so that a pipe with no writer cannot hold the reader; the type is
+  // then checked on the open descriptor itself, so nothing can swap the file in between.
+  const int descriptor = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
+  if (descriptor < 0) {
+    result.error = "could not open the file";
     return result;
-  };
-  std::error_code error;
-  if (std::filesystem::is_directory(path, error))
-    return failure("is a folder, not a layer file");
-  std::ifstream file(path, std::ios::binary);
-  if (!file)
-    return failure("could not open the file");
-  // Read in chunks rather than trusting a size up front: pipes and devices have none.
-  std::string contents;
+  }
+  const FileDescriptor file(descriptor);
+  struct stat status {};
+  if (::fstat(file.fd, &status) != 0) {
+    result.error = "could not open the file";
+    return result;
+  }
+  if (S_ISDIR(status.st_mode)) {
+    result.error = "is a folder, not a layer file";
+    return result;
+  }
+  if (!S_ISREG(status.st_mode)) {
+    result.error = "is not a regular file";
+    return result;
+  }
+  const auto size = static_cast<std::uint64_t>(status.st_size);
+  if (size > maxBytes) {
+    result.error = "is larger than the limit of " + std::to_string(maxBytes) + " bytes";
+    return result;
+  }
   try {
-    const auto size =
-        std::filesystem::is_regular_file(path, error) ? std::filesystem::file_size(path, error) : 0;
-    if (!error && size > 0)
-      contents.reserve(static_cast<std::size_t>(size));
+    result.text.reserve(static_cast<std::size_t>(size));
+    // The size can change while reading; the limit holds for what is read, not what was stated.
     char chunk[1 << 16];
-    while (file.read(chunk, sizeof chunk) || file.gcount() > 0) {
-      contents.append(chunk, static_cast<std::size_t>(file.gcount()));
+    for (;;) {
+      const ssize_t got = ::read(file.fd, chunk, sizeof chunk);
+      if (got < 0 && errno == EINTR)
+        continue;
+      if (got < 0) {
+        result.error = "could not read the file";
+        return result;
+      }
+      if (got == 0)
+        break;
+      if (result.text.size() + static_cast<std::size_t>(got) > maxBytes) {
+        result.error = "is larger than the limit of " + std::to_string(maxBytes) + " bytes";
+        return result;
+      }
+      result.text.append(chunk, static_cast<std::size_t>(got));
     }
   } catch (const std::bad_alloc&) {
-    return failure("is too large to read into memory");
+    result.error = "is too large to read into memory";
   }
-  if (file.bad())
-    return failure("could not read the file");
-  return readLayerText(path, std::move(contents));
+  return result;
+}
+
+LayerReadResult readLayerFile(const std::string& path, std::uint64_t maxBytes) {
+  FileText file = readRegularFile(path, maxBytes);
+  if (file.error) {
+    LayerReadResult result;
+    result.error = ReadError{path, 0, 0, std::move(*file.error)};
+    return result;
+  }
+  return readLayerText(path, std::move(file.text));
 }
 
 }  // namespace orvan::engine

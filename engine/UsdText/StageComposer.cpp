@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <unordered_map>
 #include <unordered_set>
+#include <utility>
 
 #include "UsdText/LayerReader.h"
 #include "UsdText/ListEdits.h"
@@ -104,6 +104,29 @@ class Composer {
   explicit Composer(const ComposeOptions& options) : options_(options) {
     for (const std::string& muted : options.mutedLayers)
       muted_.insert(normalisedPath(muted));
+    if (!options.confinementRoot.empty()) {
+      std::error_code error;
+      confinementRoot_ = fs::weakly_canonical(fs::absolute(options.confinementRoot), error);
+      if (error)
+        confinementRoot_ = fs::path(normalisedPath(options.confinementRoot));
+    }
+  }
+
+  // Why the stage could not be made within its limits; empty while it could.
+  const std::string& failure() const { return failure_; }
+
+  // Whether a file lies outside the confinement root once its symbolic links are followed.
+  bool outsideConfinement(const std::string& path) {
+    if (confinementRoot_.empty())
+      return false;
+    if (const auto known = outside_.find(path); known != outside_.end())
+      return known->second;
+    std::error_code error;
+    const fs::path real = fs::weakly_canonical(fs::path(path), error);
+    const fs::path relative = error ? fs::path() : real.lexically_relative(confinementRoot_);
+    const bool outside = relative.empty() || *relative.begin() == "..";
+    outside_.emplace(path, outside);
+    return outside;
   }
 
   std::shared_ptr<Stage> compose(std::shared_ptr<const Layer> root, const std::string& rootPath) {
@@ -126,6 +149,8 @@ class Composer {
     for (const std::uint32_t layer : stacks_[rootStack].layers)
       opinions.push_back({layer, kPseudoRoot, &pseudoRoot});
     composeChildren(pseudoRoot, opinions, kNoPrim, "", 0, false);
+    if (!failure_.empty())
+      return nullptr;
     stage_->buildPathIndex();
     return std::move(stage_);
   }
@@ -154,6 +179,12 @@ class Composer {
   // The index of a readable layer, or nullopt with the reason in `error`.
   std::optional<std::uint32_t> loadLayer(const std::string& path, int depth, bool inRoot,
                                          std::string& error) {
+    // Such a file is never listed, looked at or watched: the message is the same whether it
+    // exists or not.
+    if (outsideConfinement(path)) {
+      error = "it is outside the project folder";
+      return std::nullopt;
+    }
     if (const auto found = layerByPath_.find(path); found != layerByPath_.end()) {
       const StageLayer& known = stage_->layers[found->second];
       if (known.layer)
@@ -167,16 +198,14 @@ class Composer {
               ", which this engine cannot compose";
     } else if (std::error_code exists; !fs::exists(path, exists)) {
       error = "the file " + path + " does not exist";
+    } else if (FileText file = readRegularFile(path, options_.limits.maxLayerBytes); file.error) {
+      error = "'" + fileNameOf(path) + "' " + *file.error;
+    } else if (isBinary(file.text)) {
+      error = "'" + fileNameOf(path) + "' is a binary layer, which this engine cannot compose";
+    } else if (LayerReadResult read = readLayerText(path, std::move(file.text)); read.ok()) {
+      layer = std::move(read.layer);
     } else {
-      LayerReadResult read = readLayerFile(path);
-      if (read.ok()) {
-        layer = std::move(read.layer);
-      } else if (isBinaryFile(path)) {
-        error =
-            "'" + fileNameOf(path) + "' is a binary layer, which this engine cannot compose";
-      } else {
-        error = read.error->describe();
-      }
+      error = read.error->describe();
     }
     const std::uint32_t index = addLayer(path, layer, error, depth, inRoot);
     if (!layer)
@@ -185,12 +214,8 @@ class Composer {
   }
 
   // A text layer never holds a NUL byte; a binary layer has one within its first bytes.
-  static bool isBinaryFile(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    char head[512] = {};
-    file.read(head, sizeof head);
-    return std::string_view(head, static_cast<std::size_t>(file.gcount())).find('\0') !=
-           std::string_view::npos;
+  static bool isBinary(std::string_view text) {
+    return text.substr(0, 512).find('\0') != std::string_view::npos;
   }
 
   std::string resolveAsset(std::uint32_t anchorLayer, const std::string& asset) const {
@@ -406,7 +431,62 @@ class Composer {
     int depth;
     PrimArcs* arcs;
     std::vector<const Node*> ancestors;
+    std::size_t sites = 0;  // nodes in the prim's tree
+    bool reportedDepth = false;
+    bool reportedSites = false;
   };
+
+  static std::size_t countNodes(const Node& node) {
+    std::size_t count = 1;
+    for (const Node& child : node.children)
+      count += countNodes(child);
+    return count;
+  }
+
+  // Whether one path is the other or lies below it.
+  static bool namespaceRelated(std::string_view a, std::string_view b) {
+    const std::string_view shorter = a.size() < b.size() ? a : b;
+    const std::string_view longer = a.size() < b.size() ? b : a;
+    if (!longer.starts_with(shorter))
+      return false;
+    return longer.size() == shorter.size() || shorter == "/" || longer[shorter.size()] == '/';
+  }
+
+  void arcProblem(ExpandContext& context, const ArcItem& item, std::string message) {
+    const StageLayer& authored = stage_->layers[item.layer];
+    context.arcs->problems.push_back(authored.name + ":" + std::to_string(item.entry->line) + ":" +
+                                     std::to_string(item.entry->column) + ": " +
+                                     std::move(message));
+  }
+
+  // Whether an arc from `node` to a site may join the prim's tree; when not, the problem is
+  // recorded (once per prim for the limits, which a wide or deep tree would hit again and again).
+  bool admitArc(ExpandContext& context, const Node& node, const ArcItem& item,
+                const std::string& what, std::uint32_t stack, const std::string& target) {
+    if (formsCycle(context, node, stack, target)) {
+      arcProblem(context, item,
+                 "The " + what + " at <" + target + "> leads back to itself and is left out");
+      return false;
+    }
+    if (context.ancestors.size() + 1 >= kMaxArcDepth) {
+      if (!std::exchange(context.reportedDepth, true)) {
+        arcProblem(context, item,
+                   "The " + what + " is left out: arcs nest more than " +
+                       std::to_string(kMaxArcDepth) + " deep here");
+      }
+      return false;
+    }
+    if (context.sites >= kMaxPrimSites) {
+      if (!std::exchange(context.reportedSites, true)) {
+        arcProblem(context, item,
+                   "The " + what + " is left out: the prim is composed from more than " +
+                       std::to_string(kMaxPrimSites) + " sites");
+      }
+      return false;
+    }
+    ++context.sites;
+    return true;
+  }
 
   void expand(Node& node, ExpandContext& context) {
     addArcs(node, context);
@@ -416,12 +496,16 @@ class Composer {
     context.ancestors.pop_back();
   }
 
-  bool formsCycle(const ExpandContext& context, const Node& node, std::uint32_t stack,
-                  std::string_view path) const {
-    if (node.stack == stack && node.path == path)
-      return true;
-    return std::any_of(context.ancestors.begin(), context.ancestors.end(),
-                       [&](const Node* a) { return a->stack == stack && a->path == path; });
+  // An arc closes a cycle when its site is, or lies above or below, a site already on the way
+  // to it in the same layer stack: composing either would need the other first. The prim's own
+  // site is on every way, so an arc to an ancestor of the prim is a cycle too.
+  static bool formsCycle(const ExpandContext& context, const Node& node, std::uint32_t stack,
+                         std::string_view path) {
+    const auto related = [&](const Node* site) {
+      return site->stack == stack && namespaceRelated(site->path, path);
+    };
+    return related(&node) ||
+           std::any_of(context.ancestors.begin(), context.ancestors.end(), related);
   }
 
   Node makeArcNode(const Node& from, ArcType arc, std::uint32_t stack, std::string target,
@@ -464,12 +548,14 @@ class Composer {
       if (!target)
         continue;
       std::string path = absolutePath(*target, node.path);
-      if (formsCycle(context, node, node.stack, path))
-        continue;
       bool any = false;
       auto layerPrims = primsAt(node.stack, path, any);
       if (!any)
         continue;  // a class nobody wrote yet is no error
+      const std::string what = std::string(arc == ArcType::Inherit ? "inherit" : "specialize") +
+                               " arc to <" + *target + ">";
+      if (!admitArc(context, node, item, what, node.stack, path))
+        continue;
       added.push_back(makeArcNode(node, arc, node.stack, std::move(path), std::move(layerPrims),
                                   context.depth));
     }
@@ -515,8 +601,10 @@ class Composer {
             }
           }
         }
-        if (any)
+        if (any && context.ancestors.size() + 1 < kMaxArcDepth && context.sites < kMaxPrimSites) {
+          ++context.sites;
           added.push_back(std::move(variant));
+        }
       }
     }
   }
@@ -527,10 +615,7 @@ class Composer {
     for (const ArcItem& item : composeArcList(node, key)) {
       // Problems name the statement that authored the arc: "layer.usda:12:9: ...".
       const auto problem = [&](std::string message) {
-        const StageLayer& authored = stage_->layers[item.layer];
-        context.arcs->problems.push_back(authored.name + ":" + std::to_string(item.entry->line) +
-                                         ":" + std::to_string(item.entry->column) + ": " +
-                                         std::move(message));
+        arcProblem(context, item, std::move(message));
       };
       const std::string asset = item.value->assetPath().value_or("");
       std::string target = item.value->targetPath().value_or("");
@@ -566,11 +651,6 @@ class Composer {
       } else {
         target = absolutePath(target, node.path);
       }
-      if (formsCycle(context, node, stack, target)) {
-        problem(std::string("The ") + what + " to '" + shown + "' at <" + target +
-                "> leads back to itself and is left out");
-        continue;
-      }
       bool any = false;
       auto layerPrims = primsAt(stack, target, any);
       if (!any) {
@@ -578,6 +658,8 @@ class Composer {
                 "> there");
         continue;
       }
+      if (!admitArc(context, node, item, std::string(what) + " to '" + shown + "'", stack, target))
+        continue;
       if (arc == ArcType::Payload)
         context.arcs->payloadLoaded = true;
       added.push_back(
@@ -598,6 +680,8 @@ class Composer {
                        bool proxy) {
     const OpinionRef* only = nullptr;
     for (const ChildName& child : childNames(opinions, only)) {
+      if (!failure_.empty())
+        return;
       if (only)
         hint_ = {only->layer, only->layerPrim, child.layerPrim};
       Node node;
@@ -681,12 +765,23 @@ class Composer {
       return;
     }
     PrimArcs arcs;
-    ExpandContext context{&tree, path, depth, &arcs, {}};
+    ExpandContext context{&tree, path, depth, &arcs, {}, countNodes(tree), false, false};
     expand(tree, context);
+    sites_ += context.sites;
+    if (sites_ > options_.limits.maxSites) {
+      failure_ = "composing the stage takes more than " + std::to_string(options_.limits.maxSites) +
+                 " sites, the limit of one stage";
+      return;
+    }
     std::vector<OpinionRef> opinions;
     collectOpinions(tree, opinions);
     if (opinions.empty())
       return;
+    if (stage_->prims.size() >= options_.limits.maxPrims) {
+      failure_ = "the stage has more than " + std::to_string(options_.limits.maxPrims) +
+                 " prims, the limit of one stage";
+      return;
+    }
 
     const auto index = static_cast<std::uint32_t>(stage_->prims.size());
     stage_->prims.emplace_back();
@@ -756,6 +851,10 @@ class Composer {
   }
 
   const ComposeOptions& options_;
+  fs::path confinementRoot_;
+  std::unordered_map<std::string, bool> outside_;
+  std::string failure_;
+  std::size_t sites_ = 0;
   std::unordered_set<std::string> muted_;
   std::shared_ptr<Stage> stage_;
   std::unordered_map<std::string, std::uint32_t> layerByPath_;
@@ -779,13 +878,20 @@ StageOpenResult openStage(const std::string& rootLayerPath, const ComposeOptions
                              std::string("the scene is ") + format + ", not a USD text layer"};
     return result;
   }
-  LayerReadResult read = readLayerFile(path);
+  Composer composer(options);
+  if (composer.outsideConfinement(path)) {
+    result.error = ReadError{rootLayerPath, 0, 0, "the scene is outside the project folder"};
+    return result;
+  }
+  LayerReadResult read = readLayerFile(path, options.limits.maxLayerBytes);
   if (!read.ok()) {
     read.error->file = rootLayerPath;
     result.error = std::move(read.error);
     return result;
   }
-  result.stage = Composer(options).compose(std::move(read.layer), path);
+  result.stage = composer.compose(std::move(read.layer), path);
+  if (!result.stage)
+    result.error = ReadError{rootLayerPath, 0, 0, composer.failure()};
   return result;
 }
 
@@ -793,7 +899,10 @@ StageOpenResult composeStage(std::shared_ptr<const Layer> rootLayer,
                              const ComposeOptions& options) {
   StageOpenResult result;
   const std::string path = normalisedPath(rootLayer->identifier());
-  result.stage = Composer(options).compose(std::move(rootLayer), path);
+  Composer composer(options);
+  result.stage = composer.compose(std::move(rootLayer), path);
+  if (!result.stage)
+    result.error = ReadError{path, 0, 0, composer.failure()};
   return result;
 }
 

@@ -167,8 +167,8 @@ TEST(StageInspectorDemo, JsonDecodesWithTheEditorsRecordsAndNormalisesToWhatTheA
               ElementsAre("asset", "internal"));
 }
 
-// The helper writes prim by prim; what it writes must decode to what the records path builds,
-// stage problems, bounds and nested trees included.
+// The helper writes prim by prim; what it writes must be what the records path encodes, stage
+// problems, bounds and nested trees included.
 TEST(StageInspectorDemo, StreamedJsonDecodesToTheSameStageAsTheRecords) {
   for (const std::string& scene :
        {kDemo, kFixtures + "arcs_root.usda", kFixtures + "components.usda",
@@ -177,9 +177,11 @@ TEST(StageInspectorDemo, StreamedJsonDecodesToTheSameStageAsTheRecords) {
     ASSERT_TRUE(opened.ok()) << scene;
     std::string streamed;
     ASSERT_FALSE(writeInspectionJson(*opened.stage, {}, streamed).has_value()) << scene;
+    const std::string fromRecordsText = encodeInspection(inspectStage(*opened.stage));
+    // Both go through the one encoder: the same bytes, not only the same records.
+    EXPECT_EQ(streamed, fromRecordsText) << scene;
     const auto fromStream = editor::decodeJson<StageInspection>(streamed, "stage");
-    const auto fromRecords =
-        editor::decodeJson<StageInspection>(encodeInspection(inspectStage(*opened.stage)), "stage");
+    const auto fromRecords = editor::decodeJson<StageInspection>(fromRecordsText, "stage");
     ASSERT_TRUE(fromStream.ok()) << scene << ": " << fromStream.error().description;
     ASSERT_TRUE(fromRecords.ok()) << scene;
     EXPECT_EQ(*fromStream, *fromRecords) << scene;

@@ -28,21 +28,47 @@ void appendJsonString(std::string& out, std::string_view text);
 void appendJsonDouble(std::string& out, double value);
 void appendJsonValue(std::string& out, const JsonValue& value);
 
+namespace json {
+
+// What a field hook decides about one field of a record (see appendJsonWith).
+enum class FieldChoice { kEncode, kOmit, kCustom };
+
+}  // namespace json
+
 namespace json::detail {
 
 template <class T>
 void encodeInto(std::string& out, const T& value);
 
-template <class T, std::size_t... I>
-void encodeRecord(std::string& out, [[maybe_unused]] const T& record, std::index_sequence<I...>) {
+// A key of a field table and its colon. Keys are plain ASCII names that need no escaping, so they
+// are copied as they are: the same text appendJsonString would give, without looking at it.
+inline void appendJsonKey(std::string& out, std::string_view key) {
+  out += '"';
+  out.append(key);
+  out += "\":";
+}
+
+// The hook of plain encoding: every field is encoded as it is.
+struct NoFieldHook {};
+
+template <class T, class Hook, std::size_t... I>
+void encodeRecord(std::string& out, [[maybe_unused]] const T& record, [[maybe_unused]] Hook& hook,
+                  std::index_sequence<I...>) {
   [[maybe_unused]] const auto& fields = fieldsOf<T>();
   out += '{';
   [[maybe_unused]] bool first = true;
   [[maybe_unused]] auto encodeField = [&](const auto& field) {
     using Field = std::remove_cvref_t<decltype(field)>;
     const auto& member = record.*(field.member);
+    [[maybe_unused]] FieldChoice choice = FieldChoice::kEncode;
+    if constexpr (!std::same_as<Hook, NoFieldHook>) {
+      choice = hook.choose(field.key, member);
+      if (choice == FieldChoice::kOmit) {
+        return;
+      }
+    }
     if constexpr (Field::kKind == FieldKind::kOptional) {
-      if (!member.has_value()) {
+      if (!member.has_value() && choice == FieldChoice::kEncode) {
         return;
       }
     }
@@ -50,8 +76,13 @@ void encodeRecord(std::string& out, [[maybe_unused]] const T& record, std::index
       out += ',';
     }
     first = false;
-    appendJsonString(out, field.key);
-    out += ':';
+    appendJsonKey(out, field.key);
+    if constexpr (!std::same_as<Hook, NoFieldHook>) {
+      if (choice == FieldChoice::kCustom) {
+        hook.write(out, member);
+        return;
+      }
+    }
     encodeInto(out, member);
   };
   (encodeField(std::get<I>(fields)), ...);
@@ -101,7 +132,8 @@ void encodeInto(std::string& out, const T& value) {
     }
     out += '}';
   } else if constexpr (Record<T>) {
-    encodeRecord(out, value,
+    NoFieldHook hook;
+    encodeRecord(out, value, hook,
                  std::make_index_sequence<std::tuple_size_v<decltype(T::jsonFields())>>{});
   } else {
     static_assert(!sizeof(T), "this type has no JSON form");
@@ -113,6 +145,20 @@ void encodeInto(std::string& out, const T& value) {
 template <class T>
 void appendJson(std::string& out, const T& value) {
   json::detail::encodeInto(out, value);
+}
+
+// Encodes a record as appendJson does, but first asks `hook.choose(key, member)` about each of the
+// record's own fields (those of nested records are encoded as usual):
+//   kEncode  the field is written as appendJson would write it;
+//   kOmit    the key is left out;
+//   kCustom  the key is written, then `hook.write(out, member)` writes the value.
+// Both are called with the member's own type. Writers use it to hand out long lists element by
+// element, or to leave out keys whose values only stand for "unknown"; everything else about
+// the text stays the encoder's.
+template <json::Record T, class Hook>
+void appendJsonWith(std::string& out, const T& record, Hook& hook) {
+  json::detail::encodeRecord(
+      out, record, hook, std::make_index_sequence<std::tuple_size_v<decltype(T::jsonFields())>>{});
 }
 
 template <class T>

@@ -328,8 +328,9 @@ struct StageInspection {
         json::defaulted("requiresLayerStackInitialization", &T::requiresLayerStackInitialization,
                         false),
         json::defaulted("layers", &T::layers, std::vector<UsdLayerInfo>{}),
-        json::required("rootPrims", &T::rootPrims),
+        // The flat list first: a writer that streams the stage learns from it what the tree needs.
         json::required("prims", &T::prims),
+        json::required("rootPrims", &T::rootPrims),
         json::required("catalog", &T::catalog),
         json::required("assets", &T::assets),
         json::defaulted("storeCatalog", &T::storeCatalog, std::vector<StoreCatalogItem>{}),
