@@ -3,11 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "Application/EditorModel.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
 #include "Support/FakeHttpClient.h"
+#include "Support/Fifo.h"
 #include "Support/ManualScheduler.h"
 #include "Support/TemporaryFolder.h"
 
@@ -114,6 +117,8 @@ TEST_F(EditorModelLocalRefreshTest, LocalStageLoadsAndFailuresKeepItAndSayWhy) {
       {"flood.usda", "#flood 2097152 4\n", "last words of the flood"},
       {"fail.usda", "#fail 3 scene.usda:4:7: expected '(' after def\n", "expected '(' after def"},
       {"garbage.usda", "#garbage\n", "stage"},
+      // A message in another encoding is shown with its odd bytes replaced, not as nothing.
+      {"latin1.usda", "#fail 3 sc\xE8ne illisible\n", "sc\xEF\xBF\xBDne illisible"},
   };
   for (const Case& failure : cases) {
     refreshNow(failure.name, failure.contents);
@@ -141,6 +146,52 @@ TEST_F(EditorModelLocalRefreshTest, LocalStageLoadsAndFailuresKeepItAndSayWhy) {
   refreshNow("good.usda", stageJson("Again"));
   EXPECT_FALSE(editor.connectionIssue.get().has_value());
   EXPECT_EQ(rootNames(), (std::vector<std::string>{"Again"}));
+}
+
+// Makes a folder the process's working directory while it lives.
+class WorkingDirectory {
+ public:
+  explicit WorkingDirectory(const std::filesystem::path& folder)
+      : previous_(std::filesystem::current_path()) {
+    std::filesystem::current_path(folder);
+  }
+  ~WorkingDirectory() { std::filesystem::current_path(previous_); }
+  WorkingDirectory(const WorkingDirectory&) = delete;
+  WorkingDirectory& operator=(const WorkingDirectory&) = delete;
+
+ private:
+  std::filesystem::path previous_;
+};
+
+// The inspector is handed only regular files, and a scene never as one of its options.
+TEST_F(EditorModelLocalRefreshTest, TheInspectorGetsARegularSceneAndNeverAnOption) {
+  EditorModel& editor = model();
+  refreshNow();
+  ASSERT_EQ(rootNames(), (std::vector<std::string>{"World"}));
+
+  {
+    const WorkingDirectory inFolder(folder_.path());
+    scene("--help.usda", stageJson("Dashed"));
+    editor.configuration.scenePath = "--help.usda";
+    refreshNow();
+  }
+  EXPECT_FALSE(editor.connectionIssue.get().has_value())
+      << editor.connectionIssue.get()->diagnostic;
+  EXPECT_EQ(rootNames(), (std::vector<std::string>{"Dashed"}));
+
+  const std::filesystem::path fifo = folder_ / "pipe.usda";
+  ASSERT_TRUE(testing::makeFifo(fifo));
+  editor.configuration.scenePath = fifo.string();
+  EXPECT_TRUE(testing::endsWithoutAWriter(fifo, [&] { refreshNow(); }))
+      << "the refresh waited on a FIFO";
+  ASSERT_TRUE(editor.connectionIssue.get().has_value());
+  EXPECT_THAT(editor.connectionIssue.get()->diagnostic, HasSubstr("not a regular file"));
+  EXPECT_EQ(rootNames(), (std::vector<std::string>{"Dashed"}));
+
+  editor.configuration.scenePath = "/dev/zero";
+  refreshNow();
+  EXPECT_THAT(editor.connectionIssue.get()->diagnostic, HasSubstr("not a regular file"));
+  EXPECT_EQ(rootNames(), (std::vector<std::string>{"Dashed"}));
 }
 
 TEST_F(EditorModelLocalRefreshTest, AResultArrivingAfterTheModelIsGoneIsDropped) {
