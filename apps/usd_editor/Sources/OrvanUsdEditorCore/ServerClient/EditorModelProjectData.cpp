@@ -129,6 +129,7 @@ void EditorModel::refreshRemoteProjectDataOnce(std::uint64_t generation, bool fo
   HttpRequest request;
   request.url = *url;
   request.timeout = kRequestTimeout;
+  request.maxResponseBytes = kLargeDocumentMaxResponseBytes;
   std::shared_ptr<const ProjectResponse> cached;
   if (!forceReload) {
     if (const CachedProjectResponse* entry = projectResponseCache.find(*url)) {

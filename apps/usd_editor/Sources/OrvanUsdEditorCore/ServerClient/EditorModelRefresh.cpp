@@ -105,7 +105,9 @@ void EditorModel::refreshRemoteStage(const std::string& url, std::uint64_t gener
   const SharedClientScope scope = currentSharedScope();
   const WeakLifetime weak = lifetime_.weak();
   refreshTask_.replace(authorizedData(
-      url, std::nullopt, true,
+      HttpRequest{.url = url, .timeout = std::chrono::seconds(60),
+                  .maxResponseBytes = kLargeDocumentMaxResponseBytes},
+      true,
       [this, weak, generation, preserveDrafts, scope](RequestResult<HttpResponse> answer) {
         if (!weak.isAlive() || generation != refreshGeneration) return;
         if (!answer.ok()) {
