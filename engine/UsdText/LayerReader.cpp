@@ -11,8 +11,6 @@
 namespace orvan::engine {
 namespace {
 
-constexpr int kMaxNesting = 256;
-
 struct ParseFailure {
   std::uint32_t line;
   std::uint32_t column;
@@ -294,7 +292,7 @@ class Parser {
 
   struct NestingGuard {
     explicit NestingGuard(Parser& parser, const Token& at) : parser(parser) {
-      if (++parser.depth_ > kMaxNesting)
+      if (++parser.depth_ > kMaxLayerNesting)
         parser.fail(at, "at most 256 levels of nesting");
     }
     ~NestingGuard() { --parser.depth_; }

@@ -9,6 +9,10 @@
 
 namespace orvan::engine {
 
+// How deep the blocks of a layer (prims, values, variant sets) may nest; deeper text is refused
+// rather than read with unbounded recursion.
+inline constexpr int kMaxLayerNesting = 256;
+
 struct LayerReadResult {
   std::shared_ptr<Layer> layer;  // null when reading failed
   std::optional<ReadError> error;
