@@ -12,9 +12,14 @@
 #include "orvan/wire/JsonEncoder.h"
 #include "Inspector/ComponentModel.h"
 #include "orvan/wire/records/StageNormalization.h"
+#include "UsdText/LayerReader.h"
 #include "UsdText/LayerWriter.h"
 
 namespace orvan::engine {
+
+// The editor decodes the stage record of every scene the reader accepts.
+static_assert(kMaxLayerNesting <= static_cast<int>(editor::kMaxPrimNesting));
+
 namespace {
 
 namespace fs = std::filesystem;

@@ -15,8 +15,6 @@
 namespace orvan::engine {
 namespace {
 
-constexpr int kMaxNesting = 256;
-
 struct FileDescriptor {
   explicit FileDescriptor(int descriptor) : fd(descriptor) {}
   const int fd;
@@ -306,7 +304,7 @@ class Parser {
 
   struct NestingGuard {
     explicit NestingGuard(Parser& parser, const Token& at) : parser(parser) {
-      if (++parser.depth_ > kMaxNesting)
+      if (++parser.depth_ > kMaxLayerNesting)
         parser.fail(at, "at most 256 levels of nesting");
     }
     ~NestingGuard() { --parser.depth_; }

@@ -13,6 +13,10 @@ namespace orvan::engine {
 // The largest layer file read by default (1 GiB).
 inline constexpr std::uint64_t kDefaultMaxLayerBytes = 1ull << 30;
 
+// How deep the blocks of a layer (prims, values, variant sets) may nest; deeper text is refused
+// rather than read with unbounded recursion.
+inline constexpr int kMaxLayerNesting = 256;
+
 struct LayerReadResult {
   std::shared_ptr<Layer> layer;  // null when reading failed
   std::optional<ReadError> error;

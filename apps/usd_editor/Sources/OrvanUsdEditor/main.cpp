@@ -26,16 +26,6 @@
 namespace orvan::app {
 namespace {
 
-// `--screenshot FILE` is a tool option of the executable, not part of the editor's configuration:
-// it renders the window, writes a PNG once the stage has loaded or failed, and exits.
-std::optional<QString> screenshotPath(const std::vector<std::string>& arguments) {
-  for (std::size_t i = 1; i + 1 < arguments.size(); ++i) {
-    if (arguments[i] == "--screenshot")
-      return QString::fromStdString(arguments[i + 1]);
-  }
-  return std::nullopt;
-}
-
 std::vector<std::string> urlsAmong(const std::vector<std::string>& arguments) {
   std::vector<std::string> urls;
   for (std::size_t i = 1; i < arguments.size(); ++i) {
@@ -77,6 +67,18 @@ int run(int argc, char** argv) {
   // The editor's own arguments, read before Qt takes out the options that are its own.
   const std::vector<std::string> arguments(argv, argv + argc);
   editor::EditorConfiguration configuration = editor::EditorConfiguration::fromArguments(arguments);
+  for (const std::string& option :
+       editor::EditorConfiguration::unknownOptions(arguments, {ui::kScreenshotOption})) {
+    spdlog::warn("OrvanUsdEditor: unknown option '{}' ignored", option);
+  }
+  // `--screenshot FILE` is a tool option of the executable, not part of the editor's
+  // configuration: it renders the window, writes a PNG once the stage has loaded or failed, and
+  // exits.
+  const std::optional<ui::ScreenshotRequest> screenshot = ui::screenshotRequest(arguments);
+  if (screenshot && !screenshot->problem.isEmpty()) {
+    std::fprintf(stderr, "OrvanUsdEditor: screenshot failed: %s\n", qPrintable(screenshot->problem));
+    return 2;
+  }
 
   QApplication application(argc, argv);
   QApplication::setApplicationName("OrvanUsdEditor");
@@ -96,9 +98,9 @@ int run(int argc, char** argv) {
   ui::OrvanUsdEditorApp app(std::move(configuration), platform.ports(), launchUrls, instanceName);
   app.show();
 
-  if (const auto path = screenshotPath(arguments)) {
+  if (screenshot) {
     ui::WindowCaptureOptions options;
-    options.path = *path;
+    options.path = screenshot->path;
     options.isSettled = [&app] { return readyForScreenshot(app.model()); };
     options.beforeCapture = [&app] { app.window().presentForScreenshot(); };
     ui::captureWindowWhenSettled(app.window(), options, [](int exitCode, const QString& reason) {

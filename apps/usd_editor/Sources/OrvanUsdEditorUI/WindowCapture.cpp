@@ -11,6 +11,20 @@
 
 namespace orvan::ui {
 
+std::optional<ScreenshotRequest> screenshotRequest(const std::vector<std::string>& arguments) {
+  std::optional<ScreenshotRequest> request;
+  for (std::size_t i = 1; i < arguments.size(); ++i) {
+    if (arguments[i] != kScreenshotOption)
+      continue;
+    // The next argument is the file, unless there is none or it is another option.
+    const bool hasFile =
+        i + 1 < arguments.size() && !arguments[i + 1].empty() && !arguments[i + 1].starts_with("-");
+    request = hasFile ? ScreenshotRequest{QString::fromStdString(arguments[i + 1]), {}}
+                      : ScreenshotRequest{{}, QStringLiteral("--screenshot needs a file name")};
+  }
+  return request;
+}
+
 QString writeWindowPng(QWidget& window, const QString& path) {
   const QFileInfo info(path);
   if (!QDir().mkpath(info.absolutePath())) {
@@ -25,6 +39,16 @@ QString writeWindowPng(QWidget& window, const QString& path) {
   return {};
 }
 
+namespace {
+
+QString notSettledReason(const WindowCaptureOptions& options) {
+  return QStringLiteral("the window did not settle within %1 ms; %2 shows it as it was")
+      .arg(options.timeout.count())
+      .arg(options.path);
+}
+
+}  // namespace
+
 void captureWindowWhenSettled(QWidget& window, WindowCaptureOptions options,
                               std::function<void(int exitCode, QString reason)> done) {
   // Poll the settle condition; once it holds, give the window one settle delay to paint.
@@ -37,10 +61,15 @@ void captureWindowWhenSettled(QWidget& window, WindowCaptureOptions options,
                      if (!timedOut && !options.isSettled()) return;
                      poll->stop();
                      if (options.beforeCapture) options.beforeCapture();
-                     QTimer::singleShot(options.settleDelay, &window, [&window, options, done] {
-                       const QString reason = writeWindowPng(window, options.path);
-                       done(reason.isEmpty() ? 0 : 1, reason);
-                     });
+                     QTimer::singleShot(
+                         options.settleDelay, &window, [&window, options, done, timedOut] {
+                           const QString reason = writeWindowPng(window, options.path);
+                           if (!reason.isEmpty())
+                             return done(1, reason);
+                           if (timedOut)
+                             return done(1, notSettledReason(options));
+                           done(0, {});
+                         });
                    });
   poll->start();
 }

@@ -24,6 +24,8 @@ struct Error {
     kTransportTimedOut = -1001,
     kTransportCannotConnect = -1004,
     kTransportBadURL = -1000,
+    // The answer grew beyond the byte limit its request allowed.
+    kTransportResponseTooLarge = -1103,
     kTransportFailed = -1,
   };
 

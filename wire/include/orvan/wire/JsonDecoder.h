@@ -46,7 +46,11 @@
 //   - Nesting deeper than kMaxJsonDepth containers fails instead of exhausting the stack.
 namespace orvan::editor {
 
-inline constexpr std::size_t kMaxJsonDepth = 512;
+// Room for the deepest stage record a scene may give (two levels per prim, its object and its
+// children, under a few levels of the record around it; see kMaxPrimNesting), well within the
+// parser's own limit of 1024.
+inline constexpr std::size_t kMaxJsonDepth = 528;
+static_assert(kMaxJsonDepth < simdjson::DEFAULT_MAX_DEPTH);
 
 // Codes of Error::kJsonDomain.
 enum JsonErrorCode : std::int64_t {

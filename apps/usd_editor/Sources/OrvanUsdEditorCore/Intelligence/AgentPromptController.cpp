@@ -151,17 +151,35 @@ void AgentPromptController::submit(const VelkAgentAuthoringScope& scope, bool co
 void AgentPromptController::launchLocalAgent(const VelkAgentAuthoringScope& scope,
                                              const std::string& prompt, VelkAgentProvider provider,
                                              const std::string& model) {
+  const std::uint64_t runID = beginLocalAgentRun(scope);
+  ProcessLaunchOptions options = localAgentLaunchOptions(runID, scope, prompt, provider, model);
+  launchTask_.replace(postTaskAndReply(ports_.background, ports_.main,
+                                       startLocalAgentWork(runID, provider, std::move(options)),
+                                       [this, runID, provider](LaunchOutcome outcome) {
+                                         finishLaunch(runID, provider, std::move(outcome));
+                                       }));
+}
+
+std::uint64_t AgentPromptController::beginLocalAgentRun(const VelkAgentAuthoringScope& scope) {
   const std::uint64_t runID = nextRunID_++;
   localAgentRunID_ = runID;
   cancelledAgentRunID_.reset();
   exitedAgentRunID_.reset();
   runScope_ = scope;
   runCapture_ = std::make_shared<AgentProcessOutputCapture>();
+  return runID;
+}
 
-  std::string directory = ports_.agentWorkingDirectory;
-  if (directory.empty())
-    directory = ports_.homeDirectory.empty() ? "/" : ports_.homeDirectory;
+std::string AgentPromptController::localAgentDirectory() const {
+  if (!ports_.agentWorkingDirectory.empty())
+    return ports_.agentWorkingDirectory;
+  return ports_.homeDirectory.empty() ? "/" : ports_.homeDirectory;
+}
 
+ProcessLaunchOptions AgentPromptController::localAgentLaunchOptions(
+    std::uint64_t runID, const VelkAgentAuthoringScope& scope, const std::string& prompt,
+    VelkAgentProvider provider, const std::string& model) {
+  const std::string directory = localAgentDirectory();
   ProcessLaunchOptions options;
   options.arguments =
       localAgentArguments(provider, model, directory, localAgentPrompt(scope, prompt));
@@ -169,36 +187,55 @@ void AgentPromptController::launchLocalAgent(const VelkAgentAuthoringScope& scop
   options.standardInput = ProcessLaunchOptions::StandardInput::nullDevice;
   if (const std::string token = trimmed(scope.authToken); !token.empty())
     options.environment.emplace_back("ORVAN_AUTH_TOKEN", token);
+  options.standardOutput = localAgentEventStream(runID);
+  const std::shared_ptr<AgentProcessOutputCapture> capture = runCapture_;
+  options.standardError = OutputStreamOptions::inLines(
+      [capture](OutputLine line) { capture->appendDiagnosticLine(line.text); });
+  options.onExit = localAgentExitHandler(runID);
+  return options;
+}
 
-  // The monitor thread reads the stream and works out the labels; only changed labels and the
-  // exit travel to the main thread, each tagged with its run.
+// The monitor thread reads the stream and works out the labels; only changed labels travel to the
+// main thread, each tagged with its run.
+OutputStreamOptions AgentPromptController::localAgentEventStream(std::uint64_t runID) {
   MainExecutor& main = ports_.main;
   const WeakLifetime weak = lifetime_.weak();
   const std::shared_ptr<AgentProcessOutputCapture> capture = runCapture_;
-  options.standardOutput =
-      OutputStreamOptions::inLines([this, &main, weak, runID, capture](OutputLine line) {
-        auto label = capture->appendEventLine(line.text);
-        if (!label)
-          return;
-        main.post([this, weak, runID, label = std::move(*label)] {
-          if (weak.isAlive())
-            showAgentProgress(runID, label);
-        });
-      });
-  options.standardError = OutputStreamOptions::inLines(
-      [capture](OutputLine line) { capture->appendDiagnosticLine(line.text); });
-  options.onExit = [this, &main, weak, runID](ExitStatus status) {
+  return OutputStreamOptions::inLines([this, &main, weak, runID, capture](OutputLine line) {
+    auto label = capture->appendEventLine(line.text);
+    if (!label)
+      return;
+    main.post([this, weak, runID, label = std::move(*label)] {
+      if (weak.isAlive())
+        showAgentProgress(runID, label);
+    });
+  });
+}
+
+std::function<void(ExitStatus)> AgentPromptController::localAgentExitHandler(std::uint64_t runID) {
+  MainExecutor& main = ports_.main;
+  const WeakLifetime weak = lifetime_.weak();
+  return [this, &main, weak, runID](ExitStatus status) {
     main.post([this, weak, runID, status] {
       if (weak.isAlive())
         finishLocalAgent(runID, status);
     });
   };
+}
 
+// Off the main thread: find the agent, say so, and start it. No agent found is an outcome of its
+// own, told apart from one that would not start.
+std::function<AgentPromptController::LaunchOutcome(std::stop_token)>
+AgentPromptController::startLocalAgentWork(std::uint64_t runID, VelkAgentProvider provider,
+                                           ProcessLaunchOptions options) {
+  MainExecutor& main = ports_.main;
+  ProcessLauncher& launcher = ports_.processLauncher;
+  const WeakLifetime weak = lifetime_.weak();
   AgentExecutableLookup lookup{ports_.homeDirectory, ports_.executableSearchPath,
                                ports_.isExecutableFile};
-  ProcessLauncher& launcher = ports_.processLauncher;
-  auto work = [this, &main, &launcher, weak, runID, provider, lookup = std::move(lookup),
-               options = std::move(options)](std::stop_token) mutable {
+  auto shared = std::make_shared<ProcessLaunchOptions>(std::move(options));
+  return [this, &main, &launcher, weak, runID, provider, lookup = std::move(lookup),
+          shared](std::stop_token) {
     LaunchOutcome outcome;
     auto executable = localAgentExecutable(provider, lookup);
     if (!executable)
@@ -207,18 +244,15 @@ void AgentPromptController::launchLocalAgent(const VelkAgentAuthoringScope& scop
       if (weak.isAlive())
         showAgentProgress(runID, status);
     });
-    options.executablePath = std::move(*executable);
-    auto launched = launcher.launch(std::move(options));
-    if (launched)
-      outcome.value = std::move(*launched);
+    ProcessLaunchOptions launched = std::move(*shared);
+    launched.executablePath = std::move(*executable);
+    auto process = launcher.launch(std::move(launched));
+    if (process)
+      outcome.value = std::move(*process);
     else
-      outcome.value = launched.error();
+      outcome.value = process.error();
     return outcome;
   };
-  launchTask_.replace(postTaskAndReply(ports_.background, main, std::move(work),
-                                       [this, runID, provider](LaunchOutcome outcome) {
-                                         finishLaunch(runID, provider, std::move(outcome));
-                                       }));
 }
 
 void AgentPromptController::finishLaunch(std::uint64_t runID, VelkAgentProvider provider,

@@ -4,6 +4,7 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <stop_token>
 #include <string>
 #include <string_view>
 
@@ -189,6 +190,18 @@ class AgentPromptController {
 
   void launchLocalAgent(const VelkAgentAuthoringScope& scope, const std::string& prompt,
                         VelkAgentProvider provider, const std::string& model);
+  std::uint64_t beginLocalAgentRun(const VelkAgentAuthoringScope& scope);
+  std::string localAgentDirectory() const;
+  ProcessLaunchOptions localAgentLaunchOptions(std::uint64_t runID,
+                                               const VelkAgentAuthoringScope& scope,
+                                               const std::string& prompt,
+                                               VelkAgentProvider provider,
+                                               const std::string& model);
+  OutputStreamOptions localAgentEventStream(std::uint64_t runID);
+  std::function<void(ExitStatus)> localAgentExitHandler(std::uint64_t runID);
+  std::function<LaunchOutcome(std::stop_token)> startLocalAgentWork(std::uint64_t runID,
+                                                                    VelkAgentProvider provider,
+                                                                    ProcessLaunchOptions options);
   void finishLaunch(std::uint64_t runID, VelkAgentProvider provider, LaunchOutcome outcome);
   void showAgentProgress(std::uint64_t runID, const std::string& label);
   void finishLocalAgent(std::uint64_t runID, ExitStatus status);

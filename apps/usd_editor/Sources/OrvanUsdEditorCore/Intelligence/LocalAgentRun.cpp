@@ -162,9 +162,12 @@ std::string agentOpeningStatus(VelkAgentProvider provider) {
 
 std::vector<std::string> localAgentArguments(VelkAgentProvider provider, std::string_view model,
                                              std::string_view directory, std::string_view prompt) {
+  // "--" ends the options before the prompt: whatever the request says, it stays the prompt, and
+  // no option that takes a list can swallow it.
   if (provider == VelkAgentProvider::claude) {
-    return {"--print",     "--model",        std::string(model),         "--output-format",
-            "stream-json", "--allowedTools", "mcp__plugin_velk_velk__*", std::string(prompt)};
+    return {"--print",          "--model",        std::string(model),         "--output-format",
+            "stream-json",      "--allowedTools", "mcp__plugin_velk_velk__*", "--",
+            std::string(prompt)};
   }
   return {"exec",
           "--json",
@@ -175,6 +178,7 @@ std::vector<std::string> localAgentArguments(VelkAgentProvider provider, std::st
           "--skip-git-repo-check",
           "-C",
           std::string(directory),
+          "--",
           std::string(prompt)};
 }
 

@@ -43,6 +43,7 @@ std::string agentOpeningStatus(VelkAgentProvider provider);
 
 // The agent's argument list (without the program itself). Codex gets a read-only sandbox and
 // Claude only the plugin's tools, so the server's validated tools are the agent's only way to act.
+// The prompt comes last, after "--", so that no text of the user's can become an option.
 std::vector<std::string> localAgentArguments(VelkAgentProvider provider, std::string_view model,
                                              std::string_view directory, std::string_view prompt);
 

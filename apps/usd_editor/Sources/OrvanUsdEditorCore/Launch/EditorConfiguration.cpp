@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdlib>
 #include <filesystem>
@@ -96,6 +97,14 @@ const std::map<std::string_view, Setter>& valueOptions() {
   return options;
 }
 
+// How many arguments an option takes with its value: 1 for the flag, 2 for the others, 0 for an
+// argument that is no option of the editor.
+std::size_t argumentsTakenBy(const std::string& argument) {
+  if (argument == "--local-mode")
+    return 1;
+  return valueOptions().contains(argument) ? 2 : 0;
+}
+
 }  // namespace
 
 std::optional<EditorViewportBackend> parseEditorViewportBackend(std::string_view argument) {
@@ -143,19 +152,18 @@ EditorConfiguration EditorConfiguration::fromArguments(const std::vector<std::st
   std::size_t index = 1;
   while (index < arguments.size()) {
     const std::string& argument = arguments[index];
-    if (argument == "--local-mode") {
-      configuration.localMode = true;
-      index += 1;
-      continue;
-    }
-    const auto option = options.find(argument);
-    if (option == options.end()) {
+    const std::size_t taken = argumentsTakenBy(argument);
+    if (taken == 0) {
       index += 1;  // unknown: its would-be value is examined as an argument of its own
       continue;
     }
-    const std::string value = index + 1 < arguments.size() ? arguments[index + 1] : std::string();
-    option->second(configuration, value);
-    index += 2;
+    if (taken == 1) {
+      configuration.localMode = true;
+    } else {
+      const std::string value = index + 1 < arguments.size() ? arguments[index + 1] : std::string();
+      options.at(argument)(configuration, value);
+    }
+    index += taken;
   }
   return configuration;
 }
@@ -209,6 +217,21 @@ bool EditorConfiguration::usdFbxAvailable(std::string_view pluginPath) const {
 bool EditorConfiguration::usdFbxAvailable() const {
   const char* pluginPath = std::getenv("PXR_PLUGINPATH_NAME");
   return usdFbxAvailable(pluginPath ? pluginPath : "");
+}
+
+std::vector<std::string> EditorConfiguration::unknownOptions(
+    const std::vector<std::string>& arguments, const std::vector<std::string_view>& alsoKnown) {
+  std::vector<std::string> unknown;
+  std::size_t index = 1;
+  while (index < arguments.size()) {
+    const std::string& argument = arguments[index];
+    const std::size_t taken = argumentsTakenBy(argument);
+    const bool known = std::find(alsoKnown.begin(), alsoKnown.end(), argument) != alsoKnown.end();
+    if (taken == 0 && argument.starts_with("--") && !known)
+      unknown.push_back(argument);
+    index += std::max<std::size_t>(taken, 1);
+  }
+  return unknown;
 }
 
 }  // namespace orvan::editor

@@ -47,6 +47,12 @@ struct EditorConfiguration {
   static EditorConfiguration fromArguments(const std::vector<std::string>& arguments);
   static EditorConfiguration fromArguments(const std::vector<std::string>& arguments,
                                            std::string_view currentDirectory);
+  // The arguments starting with "--" that `fromArguments` skipped as no option of the editor,
+  // apart from `alsoKnown` (options of the executable itself), in order: misspellings to warn
+  // about, while the launch goes on without them. Values of known options are never listed.
+  static std::vector<std::string> unknownOptions(
+      const std::vector<std::string>& arguments,
+      const std::vector<std::string_view>& alsoKnown = {});
 
   // A helper path as consumers use it: absolute as it stands, otherwise under `workspaceRoot`.
   std::string resolvedPath(std::string_view path) const;

@@ -53,6 +53,22 @@ void syncFolder(const std::filesystem::path& folder) {
     ::fsync(fd.get());
 }
 
+// Opening a FIFO for reading would wait for a writer, and a device may never end: the open does
+// not block, and only a regular file passes.
+Result<UniqueFd> openRegularFile(const std::filesystem::path& path) {
+  UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  if (!fd.isValid())
+    return fileError("open", path, errno);
+  struct stat info {};
+  if (::fstat(fd.get(), &info) != 0)
+    return fileError("examine", path, errno);
+  if (!S_ISREG(info.st_mode)) {
+    return Error::editor(EINVAL,
+                         fmt::format("Could not open \"{}\": not a regular file", path.string()));
+  }
+  return fd;
+}
+
 }  // namespace
 
 Status writeFileAtomically(const std::filesystem::path& path, std::string_view contents,
@@ -101,23 +117,34 @@ Status writeFileAtomically(const std::filesystem::path& path, std::string_view c
   return okStatus();
 }
 
-Result<std::optional<std::string>> readWholeFile(const std::filesystem::path& path) {
-  const UniqueFd fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!fd.isValid()) {
-    if (errno == ENOENT)
-      return std::optional<std::string>();
-    return fileError("open", path, errno);
-  }
+Status checkRegularFile(const std::filesystem::path& path) {
+  Result<UniqueFd> opened = openRegularFile(path);
+  if (!opened)
+    return opened.error();
+  return okStatus();
+}
+
+Result<std::optional<std::string>> readWholeFile(const std::filesystem::path& path,
+                                                 std::size_t maxBytes) {
+  Result<UniqueFd> opened = openRegularFile(path);
+  if (!opened && opened.error().code == ENOENT)
+    return std::optional<std::string>();
+  if (!opened)
+    return opened.error();
   std::string contents;
   char buffer[64 * 1024];
   while (true) {
-    const ssize_t got = ::read(fd.get(), buffer, sizeof buffer);
+    const ssize_t got = ::read(opened->get(), buffer, sizeof buffer);
     if (got == 0)
       return std::optional<std::string>(std::move(contents));
     if (got < 0 && errno == EINTR)
       continue;
     if (got < 0)
       return fileError("read", path, errno);
+    if (static_cast<std::size_t>(got) > maxBytes - contents.size()) {
+      return Error::editor(EFBIG, fmt::format("Could not read \"{}\": larger than {} bytes",
+                                              path.string(), maxBytes));
+    }
     contents.append(buffer, static_cast<std::size_t>(got));
   }
 }

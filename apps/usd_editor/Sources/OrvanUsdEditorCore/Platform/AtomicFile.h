@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <cstddef>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -29,7 +30,14 @@ Status writeFileAtomically(const std::filesystem::path& path, std::string_view c
                            mode_t mode,
                            AtomicWriteInterruption interruption = AtomicWriteInterruption::none);
 
-// The whole file, or nothing when it does not exist.
-Result<std::optional<std::string>> readWholeFile(const std::filesystem::path& path);
+// The whole file, or nothing when it does not exist. Only a regular file is read: a FIFO, a device
+// or a folder fails at once, without waiting, and so does a file of more than `maxBytes`.
+inline constexpr std::size_t kDefaultMaxFileBytes = std::size_t{16} << 20;
+Result<std::optional<std::string>> readWholeFile(const std::filesystem::path& path,
+                                                 std::size_t maxBytes = kDefaultMaxFileBytes);
+
+// Whether `path` is a regular file (after links), found out without blocking on what it is. Fails
+// with a reason ("not a regular file", or why it could not be opened).
+Status checkRegularFile(const std::filesystem::path& path);
 
 }  // namespace orvan::editor

@@ -12,11 +12,15 @@
 #include <chrono>
 #include <climits>
 #include <cstring>
+#include <limits>
 #include <mutex>
 #include <system_error>
 #include <thread>
 #include <unordered_map>
 #include <vector>
+
+#include "orvan/wire/Text.h"
+#include "Platform/UniqueFd.h"
 
 namespace orvan::editor {
 namespace {
@@ -42,30 +46,6 @@ struct HeaderListDeleter {
 };
 using HeaderList = std::unique_ptr<curl_slist, HeaderListDeleter>;
 
-class FileDescriptor {
- public:
-  FileDescriptor() = default;
-  explicit FileDescriptor(int fd) : fd_(fd) {}
-  FileDescriptor(FileDescriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
-    if (this != &other) {
-      reset();
-      fd_ = std::exchange(other.fd_, -1);
-    }
-    return *this;
-  }
-  ~FileDescriptor() { reset(); }
-  int get() const { return fd_; }
-
- private:
-  void reset() {
-    if (fd_ >= 0)
-      ::close(fd_);
-    fd_ = -1;
-  }
-  int fd_ = -1;
-};
-
 Error failure(std::string description) {
   return Error::transport(Error::kTransportFailed, std::move(description));
 }
@@ -81,8 +61,10 @@ class BodySource {
   }
 
   static Result<BodySource> fromFile(const std::filesystem::path& path) {
-    FileDescriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
-    if (file.get() < 0)
+    // Without blocking: a FIFO put where a file was expected must not hold the network thread
+    // until somebody writes to it. It is refused below, like any other file that is no file.
+    UniqueFd file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file.isValid())
       return cannotRead(path, errno);
     struct stat status {};
     if (::fstat(file.get(), &status) != 0)
@@ -100,7 +82,7 @@ class BodySource {
   bool seek(curl_off_t offset) {
     if (offset < 0 || offset > size_)
       return false;
-    if (file_.get() >= 0)
+    if (file_.isValid())
       return ::lseek(file_.get(), offset, SEEK_SET) == offset;
     offset_ = static_cast<std::size_t>(offset);
     return true;
@@ -108,7 +90,7 @@ class BodySource {
 
   // The count of bytes copied, 0 at the end, or nothing when the file could not be read.
   std::optional<std::size_t> read(char* buffer, std::size_t capacity) {
-    if (file_.get() < 0) {
+    if (!file_.isValid()) {
       const std::size_t count = std::min(capacity, memory_.size() - offset_);
       std::memcpy(buffer, memory_.data() + offset_, count);
       offset_ += count;
@@ -130,7 +112,7 @@ class BodySource {
 
   std::string memory_;
   std::size_t offset_ = 0;
-  FileDescriptor file_;
+  UniqueFd file_;
   curl_off_t size_ = 0;
 };
 
@@ -154,15 +136,6 @@ bool isHeaderValue(std::string_view text) {
   return text.find_first_of(std::string_view("\r\n\0", 3)) == std::string_view::npos;
 }
 
-std::string_view trimmed(std::string_view text) {
-  const auto isSpace = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
-  while (!text.empty() && isSpace(text.front()))
-    text.remove_prefix(1);
-  while (!text.empty() && isSpace(text.back()))
-    text.remove_suffix(1);
-  return text;
-}
-
 // Rounded up, so that a wait never ends just before its deadline and spins.
 long wholeMilliseconds(Duration duration) {
   const auto milliseconds = std::chrono::ceil<std::chrono::milliseconds>(duration).count();
@@ -176,18 +149,23 @@ void addResponseHeaderLine(std::string_view line, std::vector<HttpHeader>& heade
     headers.clear();
     return;
   }
-  if (trimmed(line).empty())
+  if (trimWhitespaceAndNewlines(line).empty())
     return;
   if ((line.front() == ' ' || line.front() == '\t') && !headers.empty()) {
     headers.back().value += ' ';
-    headers.back().value += trimmed(line);
+    headers.back().value += trimWhitespaceAndNewlines(line);
     return;
   }
   const std::size_t colon = line.find(':');
   if (colon == std::string_view::npos)
     return;
-  headers.push_back(HttpHeader{std::string(trimmed(line.substr(0, colon))),
-                               std::string(trimmed(line.substr(colon + 1)))});
+  headers.push_back(HttpHeader{std::string(trimWhitespaceAndNewlines(line.substr(0, colon))),
+                               std::string(trimWhitespaceAndNewlines(line.substr(colon + 1)))});
+}
+
+Error responseTooLarge(std::size_t limit) {
+  return Error::transport(Error::kTransportResponseTooLarge,
+                          "the answer exceeded its limit of " + std::to_string(limit) + " bytes");
 }
 
 Error transportError(CURLcode code, std::string_view details) {
@@ -242,12 +220,26 @@ class CurlHttpClient::Session {
     std::optional<BodySource> body;
     HttpResponse response;
     std::string bodyReadFailure;
+    // Bytes of answer taken so far, headers and body, against `request.maxResponseBytes`.
+    std::size_t receivedBytes = 0;
+    bool exceededResponseLimit = false;
     double reportedFraction = -1.0;
     // When a byte last moved either way, for the request's time-out.
     TimePoint lastActivity;
     curl_off_t seenDownloaded = 0;
     curl_off_t seenUploaded = 0;
     char errorBuffer[CURL_ERROR_SIZE] = {};
+
+    // Whether `count` more bytes of answer stay within the request's limit; once they would not,
+    // the transfer is marked and ends.
+    bool admitResponseBytes(std::size_t count) {
+      if (count > request.maxResponseBytes - std::min(receivedBytes, request.maxResponseBytes)) {
+        exceededResponseLimit = true;
+        return false;
+      }
+      receivedBytes += count;
+      return true;
+    }
   };
 
   static std::size_t onResponseHeader(char* data, std::size_t size, std::size_t count, void* user);
@@ -412,6 +404,11 @@ Status CurlHttpClient::Session::configure(Transfer& transfer) {
   ok = ok && curl_easy_setopt(easy, CURLOPT_HEADERDATA, &transfer) == CURLE_OK;
   ok = ok && curl_easy_setopt(easy, CURLOPT_WRITEFUNCTION, &Session::onResponseBody) == CURLE_OK;
   ok = ok && curl_easy_setopt(easy, CURLOPT_WRITEDATA, &transfer) == CURLE_OK;
+  // Refuses at once an answer whose announced length is too large; one without a length (chunked)
+  // is counted as it arrives, in the header and body callbacks.
+  const auto announcedLimit = static_cast<curl_off_t>(std::min<std::uintmax_t>(
+      transfer.request.maxResponseBytes, std::numeric_limits<curl_off_t>::max()));
+  ok = ok && curl_easy_setopt(easy, CURLOPT_MAXFILESIZE_LARGE, announcedLimit) == CURLE_OK;
   if (share_ != nullptr)
     ok = ok && curl_easy_setopt(easy, CURLOPT_SHARE, share_) == CURLE_OK;
   // Progress drives both the upload fraction and the time-out.
@@ -553,6 +550,10 @@ void CurlHttpClient::Session::finish(CURL* easy, CURLcode code) {
     deliver(*transfer, failure(transfer->bodyReadFailure));
     return;
   }
+  if (transfer->exceededResponseLimit || code == CURLE_FILESIZE_EXCEEDED) {
+    deliver(*transfer, responseTooLarge(transfer->request.maxResponseBytes));
+    return;
+  }
   if (code != CURLE_OK) {
     deliver(*transfer, transportError(code, transfer->errorBuffer));
     return;
@@ -617,6 +618,8 @@ std::size_t CurlHttpClient::Session::onResponseHeader(char* data, std::size_t si
                                                       std::size_t count, void* user) {
   auto& transfer = *static_cast<Transfer*>(user);
   transfer.lastActivity = Clock::now();
+  if (!transfer.admitResponseBytes(size * count))
+    return 0;  // anything but the count given ends the transfer
   addResponseHeaderLine(std::string_view(data, size * count), transfer.response.headers);
   return size * count;
 }
@@ -625,6 +628,8 @@ std::size_t CurlHttpClient::Session::onResponseBody(char* data, std::size_t size
                                                     void* user) {
   auto& transfer = *static_cast<Transfer*>(user);
   transfer.lastActivity = Clock::now();
+  if (!transfer.admitResponseBytes(size * count))
+    return 0;
   transfer.response.body.append(data, size * count);
   return size * count;
 }

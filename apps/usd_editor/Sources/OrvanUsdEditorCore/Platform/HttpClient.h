@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -31,6 +32,11 @@ struct HttpFileBody {
 // No body, bytes held in memory, or a file.
 using HttpBody = std::variant<std::monostate, std::string, HttpFileBody>;
 
+// What an answer may weigh, headers and body together. Small answers (lists, receipts, errors) get
+// the default; the stage and the project, which grow with the scene, get the large limit.
+inline constexpr std::size_t kDefaultMaxResponseBytes = std::size_t{16} << 20;
+inline constexpr std::size_t kLargeDocumentMaxResponseBytes = std::size_t{512} << 20;
+
 struct HttpRequest {
   std::string method = "GET";
   std::string url = {};
@@ -43,6 +49,10 @@ struct HttpRequest {
   // line may take longer than this in all; a server that stops answering may not. None means no
   // limit.
   std::optional<Duration> timeout = {};
+  // The most bytes of answer (headers and body) kept. The count is checked as the bytes arrive,
+  // so an answer without end, chunked or not, costs at most this much memory: beyond it the
+  // request fails with kTransportResponseTooLarge.
+  std::size_t maxResponseBytes = kDefaultMaxResponseBytes;
 
   // Replaces every header of that name (case-insensitive) by one with this value.
   void setHeader(std::string_view name, std::string value);
@@ -65,8 +75,8 @@ struct HttpResponse {
 
 // The editor's one HTTP session. Any status the server answers with is a response, 304 and 500
 // alike; deciding what a status means is the caller's business. Only transport failures are
-// errors: `Error::transport` with kTransportTimedOut, kTransportCannotConnect, kTransportBadURL or
-// kTransportFailed, and kTransportCancelled for a cancelled request.
+// errors: `Error::transport` with kTransportTimedOut, kTransportCannotConnect, kTransportBadURL,
+// kTransportResponseTooLarge or kTransportFailed, and kTransportCancelled for a cancelled request.
 //
 // Callbacks run on the main executor the client was made with:
 // - `onProgress` (may be empty) gets the fraction of the request body sent so far, 0 to 1, rising,

@@ -1,5 +1,7 @@
 #include "Platform/PreferencesStore.h"
 
+#include <sys/stat.h>
+
 #include <cstdio>
 
 #include <fmt/format.h>
@@ -178,6 +180,8 @@ Status JsonFilePreferencesStore::persist(const PreferenceValues& values) {
   if (corruptFilePending_.exchange(false)) {
     const std::filesystem::path aside = file_.string() + ".corrupt";
     if (std::rename(file_.c_str(), aside.c_str()) == 0) {
+      // It may hold what the user wanted private, whatever mode a hand edit left it with.
+      ::chmod(aside.c_str(), kPreferencesFileMode);
       spdlog::warn("Unreadable preferences file kept as \"{}\"", aside.string());
     }
   }

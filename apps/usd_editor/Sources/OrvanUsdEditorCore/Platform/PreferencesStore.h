@@ -89,8 +89,10 @@ class InMemoryPreferencesStore : public PreferencesStore {
 // is then not lost. A temporary file left by a crash mid-write is ignored (and harmless).
 //
 // A file that cannot be read or is not a JSON object is reported in the log and read as empty.
-// It is left alone until the first change, which first moves it aside to "<name>.corrupt" (so a
-// hand edit gone wrong can be recovered) and then writes the new file.
+// Only a regular file of at most 16 MiB is read; a FIFO or a device in its place is not waited
+// for. It is left alone until the first change, which first moves it aside to "<name>.corrupt"
+// (so a hand edit gone wrong can be recovered), private to the user like the file itself, and
+// then writes the new file.
 class JsonFilePreferencesStore final : public InMemoryPreferencesStore {
  public:
   using Writer = std::function<Status(const std::filesystem::path&, std::string_view contents)>;

@@ -484,56 +484,84 @@ struct Subprocess::Monitor {
   }
 };
 
-Result<std::unique_ptr<Subprocess>> Subprocess::launch(ProcessLaunchOptions options) {
-  // A relative path means relative to the editor's directory, also when the child starts
-  // elsewhere: it is checked here and exec'd there.
-  if (!options.executablePath.empty() && options.executablePath.front() != '/') {
-    std::error_code ignored;
-    const auto absolute = std::filesystem::absolute(options.executablePath, ignored);
-    if (!absolute.empty())
-      options.executablePath = absolute.string();
-  }
-  const std::string& path = options.executablePath;
+namespace {
+
+// The three pipes of a child, ours and its ends. With the null device as standard input there is
+// no input pipe at all: its ends stay invalid, so writes to the child fail.
+struct ChildPipes {
+  std::array<UniqueFd, 2> in;
+  std::array<UniqueFd, 2> out;
+  std::array<UniqueFd, 2> err;
+};
+
+// A relative path means relative to the editor's directory, also when the child starts elsewhere:
+// it is checked here and exec'd there.
+std::string absoluteExecutablePath(const std::string& path) {
+  if (path.empty() || path.front() == '/')
+    return path;
+  std::error_code ignored;
+  const auto absolute = std::filesystem::absolute(path, ignored);
+  return absolute.empty() ? path : absolute.string();
+}
+
+// Why these options cannot start a child, or nothing when they can.
+std::optional<std::string> whyNotLaunchable(const ProcessLaunchOptions& options) {
   if (auto reason = findInvalidText(options))
-    return launchError(path, *reason);
-  if (auto reason = whyNotExecutable(path))
-    return launchError(path, *reason);
-  if (options.standardError.mode == OutputStreamOptions::Mode::pull) {
-    return launchError(path, "standard error cannot be pulled");
-  }
+    return reason;
+  if (auto reason = whyNotExecutable(options.executablePath))
+    return reason;
+  if (options.standardError.mode == OutputStreamOptions::Mode::pull)
+    return "standard error cannot be pulled";
+  return std::nullopt;
+}
 
-  const bool stdinFromNullDevice =
-      options.standardInput == ProcessLaunchOptions::StandardInput::nullDevice;
-  // With the null device there is no input pipe at all: `stdinFd_` stays invalid, so writes fail.
-  std::array<UniqueFd, 2> inPipe;
+bool readsNullDevice(const ProcessLaunchOptions& options) {
+  return options.standardInput == ProcessLaunchOptions::StandardInput::nullDevice;
+}
+
+Result<ChildPipes> makeChildPipes(bool stdinFromNullDevice) {
+  ChildPipes pipes;
   if (!stdinFromNullDevice) {
-    auto made = makePipe();
-    if (!made)
-      return made.error();
-    inPipe = std::move(*made);
+    auto in = makePipe();
+    if (!in)
+      return in.error();
+    pipes.in = std::move(*in);
   }
-  auto outPipe = makePipe();
-  if (!outPipe)
-    return outPipe.error();
-  auto errPipe = makePipe();
-  if (!errPipe)
-    return errPipe.error();
+  auto out = makePipe();
+  if (!out)
+    return out.error();
+  pipes.out = std::move(*out);
+  auto err = makePipe();
+  if (!err)
+    return err.error();
+  pipes.err = std::move(*err);
+  return pipes;
+}
 
-  SpawnFileActions actions;
-  if (stdinFromNullDevice) {
+// What the child does with its descriptors between fork and exec.
+void describeChildDescriptors(SpawnFileActions& actions, const ChildPipes& pipes,
+                              const ProcessLaunchOptions& options) {
+  if (readsNullDevice(options)) {
     posix_spawn_file_actions_addopen(&actions.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
   } else {
-    posix_spawn_file_actions_adddup2(&actions.actions, inPipe[0].get(), STDIN_FILENO);
+    posix_spawn_file_actions_adddup2(&actions.actions, pipes.in[0].get(), STDIN_FILENO);
   }
-  posix_spawn_file_actions_adddup2(&actions.actions, (*outPipe)[1].get(), STDOUT_FILENO);
-  posix_spawn_file_actions_adddup2(&actions.actions, (*errPipe)[1].get(), STDERR_FILENO);
+  posix_spawn_file_actions_adddup2(&actions.actions, pipes.out[1].get(), STDOUT_FILENO);
+  posix_spawn_file_actions_adddup2(&actions.actions, pipes.err[1].get(), STDERR_FILENO);
   // Descriptors the editor itself inherited without close-on-exec stay out of helpers too.
   posix_spawn_file_actions_addclosefrom_np(&actions.actions, STDERR_FILENO + 1);
   if (options.workingDirectory) {
     posix_spawn_file_actions_addchdir_np(&actions.actions, options.workingDirectory->c_str());
   }
-  SpawnAttributes attributes;
+}
 
+// Starts the child, then lets go of its ends of the pipes, or the child would never see the end
+// of its input.
+Result<pid_t> spawnChild(const ProcessLaunchOptions& options, ChildPipes& pipes) {
+  const std::string& path = options.executablePath;
+  SpawnFileActions actions;
+  describeChildDescriptors(actions, pipes, options);
+  SpawnAttributes attributes;
   std::vector<std::string> argv{path};
   argv.insert(argv.end(), options.arguments.begin(), options.arguments.end());
   std::vector<std::string> envp = buildEnvironment(options.environment);
@@ -545,21 +573,26 @@ Result<std::unique_ptr<Subprocess>> Subprocess::launch(ProcessLaunchOptions opti
                                        argvPointers.data(), envpPointers.data());
   if (spawnError != 0)
     return launchError(path, describeErrno(spawnError));
+  pipes.in[0].reset();
+  pipes.out[1].reset();
+  pipes.err[1].reset();
+  return pid;
+}
 
-  // The child holds its ends now; ours must go, or the child would never see end of input.
-  inPipe[0].reset();
-  (*outPipe)[1].reset();
-  (*errPipe)[1].reset();
-
-  auto monitor = std::make_shared<Monitor>();
-  monitor->executablePath = path;
+// The monitor of a started child, with our ends of its output pipes. Standard output in pull mode
+// stays with the handle instead (`pulledStdout`). A failure ends and reaps the child.
+Result<std::shared_ptr<Subprocess::Monitor>> makeMonitor(pid_t pid, ProcessLaunchOptions& options,
+                                                         ChildPipes& pipes,
+                                                         UniqueFd& pulledStdout) {
+  auto monitor = std::make_shared<Subprocess::Monitor>();
+  monitor->executablePath = options.executablePath;
   monitor->pid = pid;
   monitor->pidFd = UniqueFd(openPidFd(pid));
   monitor->wakeFd = UniqueFd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   if (!monitor->wakeFd.isValid()) {
     const int error = errno;
     killAndReap(pid);
-    return launchError(path,
+    return launchError(options.executablePath,
                        fmt::format("no event descriptor to watch it ({})", std::strerror(error)));
   }
   monitor->onExit = std::move(options.onExit);
@@ -569,22 +602,39 @@ Result<std::unique_ptr<Subprocess>> Subprocess::launch(ProcessLaunchOptions opti
   for (StreamReader* stream : {&monitor->out, &monitor->err}) {
     stream->capture = std::make_unique<ProcessOutputCapture>(stream->options.captureLimitBytes);
   }
-  monitor->err.fd = std::move((*errPipe)[0]);
+  monitor->err.fd = std::move(pipes.err[0]);
   setNonBlocking(monitor->err.fd.get());
-  UniqueFd pulledStdout;
   if (monitor->out.options.mode == OutputStreamOptions::Mode::pull) {
-    pulledStdout = std::move((*outPipe)[0]);
+    pulledStdout = std::move(pipes.out[0]);
   } else {
-    monitor->out.fd = std::move((*outPipe)[0]);
+    monitor->out.fd = std::move(pipes.out[0]);
     setNonBlocking(monitor->out.fd.get());
   }
+  return monitor;
+}
 
+}  // namespace
+
+Result<std::unique_ptr<Subprocess>> Subprocess::launch(ProcessLaunchOptions options) {
+  options.executablePath = absoluteExecutablePath(options.executablePath);
+  const std::string path = options.executablePath;
+  if (auto reason = whyNotLaunchable(options))
+    return launchError(path, *reason);
+  Result<ChildPipes> pipes = makeChildPipes(readsNullDevice(options));
+  if (!pipes)
+    return pipes.error();
+  const Result<pid_t> pid = spawnChild(options, *pipes);
+  if (!pid)
+    return pid.error();
+  UniqueFd pulledStdout;
+  auto monitor = makeMonitor(*pid, options, *pipes, pulledStdout);
+  if (!monitor)
+    return monitor.error();
   try {
-    std::unique_ptr<Subprocess> process(
-        new Subprocess(std::move(monitor), std::move(inPipe[1]), std::move(pulledStdout)));
-    return process;
+    return std::unique_ptr<Subprocess>(
+        new Subprocess(std::move(*monitor), std::move(pipes->in[1]), std::move(pulledStdout)));
   } catch (const std::system_error& error) {
-    killAndReap(pid);
+    killAndReap(*pid);
     return launchError(path, fmt::format("no thread to watch it ({})", error.what()));
   }
 }

@@ -135,6 +135,7 @@ void ProjectDataFeed::refreshRemoteProjectDataOnce(std::uint64_t generation, boo
   HttpRequest request;
   request.url = *url;
   request.timeout = kRequestTimeout;
+  request.maxResponseBytes = kLargeDocumentMaxResponseBytes;
   std::shared_ptr<const ProjectResponse> cached;
   if (!forceReload) {
     if (const CachedProjectResponse* entry = server.projectResponseCache.find(*url)) {

@@ -27,7 +27,7 @@ using PreparedStageResult = Result<std::shared_ptr<const PreparedStage>>;
 // Off the main thread: run the inspector, decode, normalise and index its stage.
 PreparedStageResult loadLocalStage(ProcessLauncher& launcher, const std::string& inspector,
                                    const std::string& scene, const std::stop_token& token) {
-  Result<std::string> output = runProcess(launcher, inspector, {scene}, "", false);
+  Result<std::string> output = runLocalInspector(launcher, inspector, scene);
   if (!output.ok()) return output.error();
   if (token.stop_requested()) return Error::cancelled();
   Result<StageInspection> decoded = decodeJson<StageInspection>(*output, "stage");
@@ -106,7 +106,9 @@ void StageRefresher::refreshRemoteStage(const std::string& url, std::uint64_t ge
   const SharedClientScope scope = context_.scope.sharedScope();
   const WeakLifetime weak = lifetime_.weak();
   refreshTask_.replace(context_.server.authorizedData(
-      url, std::nullopt, true,
+      HttpRequest{.url = url, .timeout = std::chrono::seconds(60),
+                  .maxResponseBytes = kLargeDocumentMaxResponseBytes},
+      true,
       [this, weak, generation, preserveDrafts, scope](RequestResult<HttpResponse> answer) {
         if (!weak.isAlive() || generation != refreshGeneration) return;
         if (!answer.ok()) {

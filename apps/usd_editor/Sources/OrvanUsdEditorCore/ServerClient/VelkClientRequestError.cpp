@@ -8,7 +8,12 @@ namespace orvan::editor {
 VelkConnectionIssue velkConnectionIssue(const VelkClientRequestError& error) { return error.issue; }
 
 VelkConnectionIssue velkConnectionIssue(const Error& error) {
-  const bool transport = error.domain == Error::kTransportDomain;
+  // The connection worked, but the server sent far more than any answer of its can weigh: that
+  // is the server's fault, and retrying later is all the user can do about it.
+  if (error.isTransport() && error.code == Error::kTransportResponseTooLarge) {
+    return VelkConnectionIssue::classify(0, "server_error", false, std::nullopt, error.description);
+  }
+  const bool transport = error.isTransport();
   return VelkConnectionIssue::classify(0, transport ? "network_unavailable" : "request_failed",
                                        transport, std::nullopt, error.description);
 }

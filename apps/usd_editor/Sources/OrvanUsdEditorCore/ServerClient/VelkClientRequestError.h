@@ -39,7 +39,8 @@ using RequestResult = Result<T, RequestFailure>;
 VelkConnectionIssue velkConnectionIssue(const VelkClientRequestError& error);
 
 // The issue of any other failure: a transport failure of the HTTP client means the network is
-// unavailable; everything else is a failed request. The description becomes the diagnostic.
+// unavailable, except an answer beyond its size limit, which is a server problem; everything else
+// is a failed request. The description becomes the diagnostic.
 VelkConnectionIssue velkConnectionIssue(const Error& error);
 
 VelkConnectionIssue velkConnectionIssue(const RequestFailure& failure);

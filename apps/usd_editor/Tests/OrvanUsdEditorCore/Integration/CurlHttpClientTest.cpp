@@ -139,6 +139,22 @@ class CurlHttpClientTest : public ::testing::Test {
         return true;
       });
     });
+    // A body without end, sent in chunks (so without a length to refuse up front), until the
+    // client hangs up or the server stops.
+    server->Get("/endless", [this](const httplib::Request&, httplib::Response& out) {
+      out.set_chunked_content_provider("text/plain", [this](std::size_t, httplib::DataSink& sink) {
+        const std::string chunk(64 * 1024, 'z');
+        while (!server.released) {
+          if (!sink.write(chunk.data(), chunk.size()))
+            return false;
+          sentEndlessBytes += chunk.size();
+        }
+        return false;
+      });
+    });
+    server->Get("/sized", [](const httplib::Request& in, httplib::Response& out) {
+      out.set_content(std::string(std::stoul(in.get_param_value("n")), 's'), "text/plain");
+    });
     const auto record = [this](const httplib::Request& in, httplib::Response& out) {
       std::lock_guard lock(receivedMutex);
       received = in;
@@ -162,6 +178,8 @@ class CurlHttpClientTest : public ::testing::Test {
   }
 
   EventLoop loop;
+  // Before the server, whose handlers count into it until the server is gone.
+  std::atomic<std::size_t> sentEndlessBytes = 0;
   LoopbackServer server;
   std::mutex receivedMutex;
   httplib::Request received;
@@ -330,6 +348,36 @@ TEST_F(CurlHttpClientTest, FailuresAreErrorValues) {
   EXPECT_THAT(fetch(smuggling).errorCode(), Optional(Error::kTransportFailed));
   EXPECT_THAT(fetch(request("GET /x", server.url("/etag"))).errorCode(),
               Optional(Error::kTransportFailed));
+}
+
+TEST_F(CurlHttpClientTest, AnswersBeyondTheirLimitFailWhileArriving) {
+  constexpr std::size_t kLimit = 1 << 20;
+  HttpRequest endless = request("GET", server.url("/endless"));
+  endless.maxResponseBytes = kLimit;
+  const Outcome cutOff = fetch(endless);
+  ASSERT_TRUE(cutOff.done()) << "an endless answer was never cut off";
+  EXPECT_THAT(cutOff.errorCode(), Optional(Error::kTransportResponseTooLarge));
+  EXPECT_THAT(cutOff.result->error().description, HasSubstr(std::to_string(kLimit)));
+  // The client hung up: the server's writes fail soon after the limit, instead of going on.
+  ASSERT_TRUE(eventually(
+      [&] {
+        const std::size_t before = sentEndlessBytes;
+        std::this_thread::sleep_for(50ms);
+        return sentEndlessBytes == before;
+      },
+      kPatience));
+  EXPECT_LT(sentEndlessBytes.load(), std::size_t{64} << 20);
+
+  // An announced length beyond the limit is refused at once; an answer within it passes, and the
+  // default limit leaves room for ordinary answers.
+  HttpRequest announced = request("GET", server.url("/sized?n=" + std::to_string(2 * kLimit)));
+  announced.maxResponseBytes = kLimit;
+  EXPECT_THAT(fetch(announced).errorCode(), Optional(Error::kTransportResponseTooLarge));
+  HttpRequest within = request("GET", server.url("/sized?n=" + std::to_string(kLimit / 2)));
+  within.maxResponseBytes = kLimit;
+  EXPECT_EQ(fetch(within).answer(), "200 " + std::string(kLimit / 2, 's'));
+  EXPECT_EQ(fetch(request("GET", server.url("/sized?n=" + std::to_string(2 * kLimit)))).answer(),
+            "200 " + std::string(2 * kLimit, 's'));
 }
 
 // Every answer goes to its own request, however many are in flight.

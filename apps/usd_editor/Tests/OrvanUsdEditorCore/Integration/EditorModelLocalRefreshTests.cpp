@@ -3,11 +3,14 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "Application/EditorModel.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
 #include "Support/FakeHttpClient.h"
+#include "Support/Fifo.h"
 #include "Support/ManualScheduler.h"
 #include "Support/TemporaryFolder.h"
 
@@ -118,6 +121,8 @@ TEST_F(EditorModelLocalRefreshTest, LocalStageLoadsAndFailuresKeepItAndSayWhy) {
       {"flood.usda", "#flood 2097152 4\n", "last words of the flood"},
       {"fail.usda", "#fail 3 scene.usda:4:7: expected '(' after def\n", "expected '(' after def"},
       {"garbage.usda", "#garbage\n", "stage"},
+      // A message in another encoding is shown with its odd bytes replaced, not as nothing.
+      {"latin1.usda", "#fail 3 sc\xE8ne illisible\n", "sc\xEF\xBF\xBDne illisible"},
   };
   for (const Case& failure : cases) {
     refreshNow(failure.name, failure.contents);
@@ -146,6 +151,47 @@ TEST_F(EditorModelLocalRefreshTest, LocalStageLoadsAndFailuresKeepItAndSayWhy) {
   refreshNow();
   ASSERT_TRUE(model().startup.connectionIssue.get().has_value());
   EXPECT_THAT(model().startup.connectionIssue.get()->diagnostic, HasSubstr("no-such-inspector"));
+}
+
+// Makes a folder the process's working directory while it lives.
+class WorkingDirectory {
+ public:
+  explicit WorkingDirectory(const std::filesystem::path& folder)
+      : previous_(std::filesystem::current_path()) {
+    std::filesystem::current_path(folder);
+  }
+  ~WorkingDirectory() { std::filesystem::current_path(previous_); }
+  WorkingDirectory(const WorkingDirectory&) = delete;
+  WorkingDirectory& operator=(const WorkingDirectory&) = delete;
+
+ private:
+  std::filesystem::path previous_;
+};
+
+// The inspector is handed only regular files, and a scene never as one of its options.
+TEST_F(EditorModelLocalRefreshTest, TheInspectorGetsARegularSceneAndNeverAnOption) {
+  EditorModel& editor = model();
+  refreshNow();
+  ASSERT_EQ(rootNames(), (std::vector<std::string>{"World"}));
+
+  {
+    const WorkingDirectory inFolder(folder_.path());
+    scene("--help.usda", stageJson("Dashed"));
+    openScene("--help.usda");
+    refreshNow();
+  }
+  EXPECT_FALSE(editor.startup.connectionIssue.get().has_value())
+      << editor.startup.connectionIssue.get()->diagnostic;
+  EXPECT_EQ(rootNames(), (std::vector<std::string>{"Dashed"}));
+
+  const std::filesystem::path fifo = folder_ / "pipe.usda";
+  ASSERT_TRUE(testing::makeFifo(fifo));
+  openScene(fifo.string());
+  EXPECT_TRUE(testing::endsWithoutAWriter(fifo, [&] { refreshNow(); }))
+      << "the refresh waited on a FIFO";
+  ASSERT_TRUE(editor.startup.connectionIssue.get().has_value());
+  EXPECT_THAT(editor.startup.connectionIssue.get()->diagnostic, HasSubstr("not a regular file"));
+  EXPECT_EQ(rootNames(), (std::vector<std::string>{"Dashed"}));
 }
 
 TEST_F(EditorModelLocalRefreshTest, AResultArrivingAfterTheModelIsGoneIsDropped) {

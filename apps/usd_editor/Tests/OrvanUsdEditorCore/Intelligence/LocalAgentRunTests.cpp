@@ -106,14 +106,15 @@ TEST(AgentExecutableTest, FixedLocationsComeFirstAndThePathNeverLeadsToTheCurren
   EXPECT_THAT(asked, Not(Contains("/x/codex"))) << "the search ends at the first match";
 }
 
+// The prompt follows "--", so that a request reading like an option stays the prompt.
 TEST(AgentArgumentsTest, EachProviderGetsItsExactCommandLine) {
   EXPECT_THAT(
       localAgentArguments(VelkAgentProvider::codex, "gpt-5.3-codex-spark", "/work dir", "do it"),
       ElementsAre("exec", "--json", "--model", "gpt-5.3-codex-spark", "--sandbox", "read-only",
-                  "--skip-git-repo-check", "-C", "/work dir", "do it"));
-  EXPECT_THAT(localAgentArguments(VelkAgentProvider::claude, "opus", "/ignored", "do it"),
+                  "--skip-git-repo-check", "-C", "/work dir", "--", "do it"));
+  EXPECT_THAT(localAgentArguments(VelkAgentProvider::claude, "opus", "/ignored", "--print-nothing"),
               ElementsAre("--print", "--model", "opus", "--output-format", "stream-json",
-                          "--allowedTools", "mcp__plugin_velk_velk__*", "do it"));
+                          "--allowedTools", "mcp__plugin_velk_velk__*", "--", "--print-nothing"));
 }
 
 TEST(AgentProgressLabelTest, ToolCallsMapToTheirLabelsAndAgentMessagesOnlySummarise) {

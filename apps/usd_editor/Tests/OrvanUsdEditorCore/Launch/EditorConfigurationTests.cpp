@@ -55,6 +55,31 @@ TEST(EditorConfigurationTest, MissingValuesAndUnknownArguments) {
   EXPECT_FALSE(parse({"--Local-Mode"}).localMode);
 }
 
+// Misspelt options are listed for a warning; values, links and the executable's own options not.
+TEST(EditorConfigurationTest, UnknownOptionsAreListedButNotTheValuesOfKnownOnes) {
+  const std::vector<std::string> arguments = {"/opt/orvan/OrvanUsdEditor",
+                                              "--scene",
+                                              "--sceen",
+                                              "--sceen",
+                                              "a.usda",
+                                              "--Local-Mode",
+                                              "--local-mode",
+                                              "--scene=b.usda",
+                                              "velk://open?p=1",
+                                              "--screenshot",
+                                              "/tmp/x.png",
+                                              "-platform",
+                                              "--address"};
+  EXPECT_EQ(EditorConfiguration::unknownOptions(arguments, {"--screenshot"}),
+            (std::vector<std::string>{"--sceen", "--Local-Mode", "--scene=b.usda"}));
+  EXPECT_EQ(
+      EditorConfiguration::unknownOptions(arguments),
+      (std::vector<std::string>{"--sceen", "--Local-Mode", "--scene=b.usda", "--screenshot"}));
+  // The configuration itself is what it was: the value of --scene is "--sceen".
+  EXPECT_EQ(EditorConfiguration::fromArguments(arguments, "/home/me").scenePath, "--sceen");
+  EXPECT_TRUE(EditorConfiguration::unknownOptions({}).empty());
+}
+
 TEST(EditorConfigurationTest, ARevisionIsAnUnsignedDecimalOrIgnored) {
   const std::pair<std::string_view, std::uint64_t> cases[] = {
       {"+7", 7},  {"-0", 0},  {"18446744073709551615", 18446744073709551615ull},

@@ -3,11 +3,13 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
+#include <memory>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "Platform/PreferencesStore.h"
+#include "Support/Fifo.h"
 #include "Support/TemporaryFolder.h"
 
 namespace orvan::editor {
@@ -102,6 +104,43 @@ TEST_F(PreferencesFileTest, ACorruptFileReadsAsEmptyAndIsKeptAsideAtTheFirstChan
     EXPECT_EQ(fileText(file_.string() + ".corrupt"), corrupt);
     EXPECT_EQ(JsonFilePreferencesStore(file_).string("order"), "scene");
   }
+}
+
+TEST_F(PreferencesFileTest, AFileKeptAsideStaysPrivate) {
+  folder_.write("velk/preferences.json", "{\"token\": \"sec");
+  ASSERT_EQ(::chmod(file_.c_str(), 0644), 0);
+  JsonFilePreferencesStore store(file_);
+  ASSERT_TRUE(store.setString("order", "scene"));
+  struct stat aside {};
+  ASSERT_EQ(::stat((file_.string() + ".corrupt").c_str(), &aside), 0);
+  EXPECT_EQ(aside.st_mode & 0777, 0600u);
+  struct stat written {};
+  ASSERT_EQ(::stat(file_.c_str(), &written), 0);
+  EXPECT_EQ(written.st_mode & 0777, 0600u);
+}
+
+// What is not a regular file is never waited for nor read without end: it reads as a corrupt file
+// and is replaced at the first change.
+TEST_F(PreferencesFileTest, AFifoOrAnOversizedFileIsNotReadAndIsReplacedAtTheFirstChange) {
+  fs::create_directories(file_.parent_path());
+  ASSERT_TRUE(testing::makeFifo(file_));
+  std::unique_ptr<JsonFilePreferencesStore> store;
+  ASSERT_TRUE(testing::endsWithoutAWriter(file_, [&] {
+    store = std::make_unique<JsonFilePreferencesStore>(file_);
+  })) << "opening the preferences waited for a writer";
+  EXPECT_TRUE(store->hasCorruptFile());
+  EXPECT_TRUE(store->keys().empty());
+  ASSERT_TRUE(store->setString("order", "scene"));
+  EXPECT_TRUE(fs::is_fifo(file_.string() + ".corrupt"));
+  EXPECT_EQ(JsonFilePreferencesStore(file_).string("order"), "scene");
+
+  fs::remove_all(file_.parent_path());
+  folder_.write("velk/preferences.json",
+                "{\"padding\": \"" + std::string(kDefaultMaxFileBytes, 'p') + "\"}");
+  EXPECT_TRUE(JsonFilePreferencesStore(file_).hasCorruptFile());
+  const auto device = readWholeFile("/dev/zero");
+  ASSERT_FALSE(device.ok());
+  EXPECT_THAT(device.error().description, ::testing::HasSubstr("not a regular file"));
 }
 
 TEST_F(PreferencesFileTest, ValuesOfKindsThisEditorDoesNotWriteSurviveARewrite) {

@@ -141,6 +141,24 @@ TEST_F(HostedProjectFlowTest, ACompleteScopeLoadsStageAndWorkspacesSideBySideThe
   EXPECT_NE(editor.clientDocument.current().projectAsset("props/b.usda"), nullptr);
 }
 
+// Only the stage and the project grow with the scene; every other answer keeps the small limit.
+TEST_F(HostedProjectFlowTest, OnlyTheStageAndTheProjectMayBeLargeAnswers) {
+  answer("/api/stage", httpResponse(200, stageBody(5, "World")));
+  answer("/api/workspaces", httpResponse(200, R"({"workspaces":[{"id":"main","name":"Main"}]})"));
+  answer("/api/project", httpResponse(200, projectBody("props/a.usda")));
+  start(completeScope());
+  scheduler_.runUntilQuiet();
+  wait(std::chrono::milliseconds(40));
+  ASSERT_EQ(sent("/api/project").size(), 1u);
+  for (const HttpRequest& request : http_.requests()) {
+    const std::string path = UrlComponents::parse(request.url)->path;
+    const bool large = path == "/api/stage" || path == "/api/project";
+    SCOPED_TRACE(path);
+    EXPECT_EQ(request.maxResponseBytes,
+              large ? kLargeDocumentMaxResponseBytes : kDefaultMaxResponseBytes);
+  }
+}
+
 TEST_F(HostedProjectFlowTest, AnIncompleteCatalogueIsAskedForAgainUntilItIsWhole) {
   answer("/api/stage", httpResponse(200, stageBody(1, "World")));
   answer("/api/workspaces", httpResponse(200, "{}"));
@@ -272,6 +290,17 @@ TEST_F(HostedProjectFlowTest, StageFailuresKeepTheStageAndClassifyTheAnswer) {
     EXPECT_EQ(rootNames(), (std::vector<std::string>{"World"}));
     EXPECT_FALSE(editor.isStartupBlocking()) << "once the project answered, a failure is a banner";
   }
+
+  // An answer cut off at its size limit is the server's problem, said as such.
+  http_.script(FakeHttpClient::urlContains("/api/stage"),
+               Error::transport(Error::kTransportResponseTooLarge,
+                                "the answer exceeded its limit of 536870912 bytes"));
+  editor.stageRefresher.refresh();
+  scheduler_.runUntilQuiet();
+  ASSERT_TRUE(editor.startup.connectionIssue.get().has_value());
+  EXPECT_EQ(editor.startup.connectionIssue.get()->code, "server_error");
+  EXPECT_EQ(editor.status.get(), "Refresh failed: " + editor.startup.connectionIssue.get()->message);
+  EXPECT_EQ(rootNames(), (std::vector<std::string>{"World"}));
 
   // A transport failure, then a cancelled refresh: the second says nothing.
   http_.script(FakeHttpClient::urlContains("/api/stage"),

@@ -81,6 +81,13 @@ TEST(VelkConnectionIssueFromErrorTest, TransportFailuresAreTheNetworkAndOthersFa
   EXPECT_EQ(offline.code, "network_unavailable");
   EXPECT_EQ(offline.primaryAction, VelkConnectionAction::retry);
   EXPECT_EQ(offline.diagnostic, "Couldn't connect to server");
+  // An answer beyond its size limit came through a working connection: the server is at fault.
+  const VelkConnectionIssue oversized = velkConnectionIssue(Error::transport(
+      Error::kTransportResponseTooLarge, "the answer exceeded its limit of 16 bytes"));
+  EXPECT_EQ(oversized.code, "server_error");
+  EXPECT_EQ(oversized.title, "Velk hit a server problem");
+  EXPECT_TRUE(oversized.retryable);
+  EXPECT_EQ(oversized.diagnostic, "the answer exceeded its limit of 16 bytes");
   for (const Error& error : {Error::http(401, "HTTP 401"), Error::editor(2, "helper exited")}) {
     const VelkConnectionIssue issue = velkConnectionIssue(error);
     EXPECT_EQ(issue.code, "request_failed") << error.description;

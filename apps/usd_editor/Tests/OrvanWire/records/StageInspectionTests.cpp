@@ -43,6 +43,57 @@ TEST(StageInspectionRecordsTest, MissingOrMistypedRequiredKeysFailTheWholeStageW
       << mistyped.error().description;
 }
 
+// The tree of a chain of `depth` prims, each the only child of the one before.
+std::string primChainJson(std::size_t depth) {
+  std::string json;
+  std::string path;
+  for (std::size_t level = 0; level < depth; ++level) {
+    const std::string parent = path.empty() ? "/" : path;
+    path += "/p";
+    json += R"({"path":")" + path + R"(","name":"p","typeName":"Xform","parent":")" + parent +
+            R"(","active":true,"badges":[],"children":[)";
+  }
+  for (std::size_t level = 0; level < depth; ++level)
+    json += "]}";
+  return json;
+}
+
+std::string stageWithChain(std::size_t depth) {
+  return R"({"sceneUri":"/p/deep.usda","rootPrims":[)" + primChainJson(depth) +
+         R"(],"prims":[],"catalog":[],"assets":[]})";
+}
+
+std::size_t chainDepth(const UsdPrimNode& root) {
+  std::size_t depth = 1;
+  for (const UsdPrimNode* node = &root; !node->children.empty(); node = &node->children[0])
+    ++depth;
+  return depth;
+}
+
+// Every scene the engine's reader takes (prims nested up to its limit) decodes, from the local
+// inspector and from the server alike; a deeper record fails with a message, not a crash.
+TEST(StageInspectionRecordsTest, PrimsNestedAsDeepAsScenesMayGoDecodeAndDeeperOnesFailCleanly) {
+  const auto local = decodeJson<StageInspection>(stageWithChain(kMaxPrimNesting), "stage");
+  ASSERT_TRUE(local.ok()) << local.error().description;
+  ASSERT_EQ(local->rootPrims.size(), 1u);
+  EXPECT_EQ(chainDepth(local->rootPrims[0]), kMaxPrimNesting);
+
+  const auto remote = decodeJson<RemoteStageResponse>(R"({"revision":4,"stage":)" +
+                                                      stageWithChain(kMaxPrimNesting) + "}");
+  ASSERT_TRUE(remote.ok()) << remote.error().description;
+  EXPECT_EQ(chainDepth(remote->stage.rootPrims[0]), kMaxPrimNesting);
+  // Normalising walks the tree too.
+  EXPECT_EQ(chainDepth(normalizedAuthoringStage(remote->stage).rootPrims[0]), kMaxPrimNesting);
+
+  for (const std::size_t depth : {std::size_t{300}, std::size_t{5000}}) {
+    const auto deeper = decodeJson<StageInspection>(stageWithChain(depth), "stage");
+    ASSERT_FALSE(deeper.ok()) << depth;
+    EXPECT_EQ(deeper.error().code, kJsonMalformed);
+    EXPECT_TRUE(deeper.error().description.starts_with("nesting too deep at stage.rootPrims[0]"))
+        << deeper.error().description;
+  }
+}
+
 TEST(StageInspectionRecordsTest, RevisionAndEntityIdsKeepAllSixtyFourBits) {
   const std::string json =
       R"({"revision":18446744073709551615,"stage":{"sceneUri":"s","rootPrims":[],)"

@@ -1,5 +1,7 @@
-// Stands in for the stage inspector helper: `fake_inspector <scene>` prints the scene file's
-// contents as its stage. A scene file that starts with a directive line behaves otherwise:
+// Stands in for the stage inspector helper: `fake_inspector [--] <scene>` prints the scene file's
+// contents as its stage. Like the real one, it takes an argument starting with "-" before "--"
+// for an option, and knows none: such an argument fails with exit code 64. A scene file that starts
+// with a directive line behaves otherwise:
 //   #fail <code> <message>    writes the message to standard error and exits with the code
 //   #flood <bytes> <code>     floods standard error with that many bytes, then exits with the code
 //   #garbage                  prints text that is no stage
@@ -12,13 +14,29 @@
 #include <string>
 
 int main(int argc, char** argv) {
-  if (argc < 2) {
-    std::cerr << "usage: fake_inspector <scene>\n";
+  std::string scene;
+  bool optionsEnded = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string argument = argv[i];
+    if (!optionsEnded && argument == "--") {
+      optionsEnded = true;
+    } else if (!optionsEnded && argument.starts_with("-")) {
+      std::cerr << "fake_inspector: unknown option '" << argument << "'\n";
+      return 64;
+    } else if (!scene.empty()) {
+      std::cerr << "fake_inspector: unexpected argument '" << argument << "'\n";
+      return 64;
+    } else {
+      scene = argument;
+    }
+  }
+  if (scene.empty()) {
+    std::cerr << "usage: fake_inspector [--] <scene>\n";
     return 64;
   }
-  std::ifstream file(argv[1], std::ios::binary);
+  std::ifstream file(scene, std::ios::binary);
   if (!file) {
-    std::cerr << argv[1] << ":1:1: cannot open the scene\n";
+    std::cerr << scene << ":1:1: cannot open the scene\n";
     return 1;
   }
   std::stringstream contents;

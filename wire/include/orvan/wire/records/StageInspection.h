@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -13,6 +14,12 @@
 namespace orvan::editor {
 
 class JsonDecodeContext;
+
+// How deep prims may nest in a scene. The engine's reader refuses deeper scenes, and the stage
+// record of any scene it reads must decode here: each prim is two levels of JSON (its object and
+// its children list), under at most a few levels of the records around the tree.
+inline constexpr std::size_t kMaxPrimNesting = 256;
+inline constexpr std::size_t kStageRecordEnvelopeDepth = 4;
 
 struct UsdLayerInfo {
   std::string identifier;
