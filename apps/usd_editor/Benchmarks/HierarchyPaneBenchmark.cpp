@@ -152,7 +152,8 @@ void BM_HierarchyPaneOnePrimInsertInOpenRow(benchmark::State& state) {
   StageInspection added = makeTreeStage(100, 100, 9, "added");
   auto& siblings = added.rootPrims[3].children;
   siblings.insert(siblings.begin() + 50, node("/Root3", "Child49b", "Xform"));
-  fixture.alternate(state, makeStage(100, 100, 9, "first"), PreparedStage::prepare(std::move(added)));
+  fixture.alternate(state, makeStage(100, 100, 9, "first"),
+                    PreparedStage::prepare(std::move(added)));
 }
 BENCHMARK(BM_HierarchyPaneOnePrimInsertInOpenRow)->Unit(benchmark::kMillisecond);
 
@@ -163,7 +164,8 @@ void BM_HierarchyPaneOnePrimInsertInClosedRow(benchmark::State& state) {
   StageInspection added = makeTreeStage(100, 100, 9, "added");
   auto& siblings = added.rootPrims[3].children[8].children;
   siblings.insert(siblings.begin() + 4, node("/Root3/Child8", "Mesh3b", "Mesh"));
-  fixture.alternate(state, makeStage(100, 100, 9, "first"), PreparedStage::prepare(std::move(added)));
+  fixture.alternate(state, makeStage(100, 100, 9, "first"),
+                    PreparedStage::prepare(std::move(added)));
 }
 BENCHMARK(BM_HierarchyPaneOnePrimInsertInClosedRow)->Unit(benchmark::kMillisecond);
 
