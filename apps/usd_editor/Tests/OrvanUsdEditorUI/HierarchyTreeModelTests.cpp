@@ -147,11 +147,16 @@ TEST(HierarchyTreeModelTest, StructuralEditsArriveAsRowSignalsThatKeepPersistent
   const QPersistentModelIndex child3 = model.indexForPath("/Root1/Child3");
   ASSERT_TRUE(leaf.isValid() && child3.isValid());
 
+  // The row signals of the patch alone; comparing the rows afterwards fetches more.
+  struct {
+    qsizetype inserted = 0, removed = 0, moved = 0;
+  } patched;
   auto apply = [&] {
     repath(stage.rootPrims, "/");
     spies.clear();
     model.setIndex(indexOf(stage));
     EXPECT_EQ(spies.reset.count(), 0);
+    patched = {spies.inserted.count(), spies.removed.count(), spies.moved.count()};
     EXPECT_EQ(allRows(model), freshRows(stage));
   };
 
@@ -159,14 +164,14 @@ TEST(HierarchyTreeModelTest, StructuralEditsArriveAsRowSignalsThatKeepPersistent
   auto& children = stage.rootPrims[1].children;
   std::rotate(children.begin(), children.begin() + 3, children.end());
   apply();
-  EXPECT_EQ(spies.moved.count(), 1);
+  EXPECT_EQ(patched.moved, 1);
   EXPECT_EQ(child3.row(), 0);
   EXPECT_EQ(model.pathForIndex(leaf), "/Root1/Child2/Leaf1");
 
   // A rename keeps the row and what hangs on it; the paths below follow.
   stage.rootPrims[1].children[3].name = "Renamed";  // Child2, now last
   apply();
-  EXPECT_EQ(spies.inserted.count() + spies.removed.count(), 0);
+  EXPECT_EQ(patched.inserted + patched.removed, 0);
   ASSERT_TRUE(leaf.isValid());
   EXPECT_EQ(model.pathForIndex(leaf), "/Root1/Renamed/Leaf1");
   EXPECT_EQ(leaf.data(Qt::ToolTipRole).toString(), "/Root1/Renamed/Leaf1");
@@ -175,8 +180,8 @@ TEST(HierarchyTreeModelTest, StructuralEditsArriveAsRowSignalsThatKeepPersistent
   stage.rootPrims[1].children[3].name = "Other";
   stage.rootPrims[1].children[3].typeName = "Capsule";
   apply();
-  EXPECT_EQ(spies.removed.count(), 1);
-  EXPECT_EQ(spies.inserted.count(), 1);
+  EXPECT_EQ(patched.removed, 1);
+  EXPECT_EQ(patched.inserted, 1);
   EXPECT_FALSE(leaf.isValid());
 
   // Removing and adding whole branches, and a new stage that shares nothing.
@@ -344,8 +349,9 @@ void runRandomEdits(unsigned seed, bool checkContract) {
     ASSERT_EQ(spies.reset.count(), 0);
 
     for (const std::string& path : opened) {
-      if (stageHas(stage.rootPrims, path))
-        EXPECT_TRUE(view.isExpanded(model.indexForPath(path))) << path << " closed";
+      if (!stageHas(stage.rootPrims, path))
+        continue;
+      EXPECT_TRUE(view.isExpanded(model.indexForPath(path))) << path << " closed";
     }
     for (const std::string& path : selected) {
       if (!stageHas(stage.rootPrims, path))

@@ -2,6 +2,7 @@
 
 #include <QBrush>
 #include <QColor>
+#include <QScopedValueRollback>
 #include <QStringList>
 
 #include <algorithm>
@@ -13,18 +14,19 @@ using editor::HierarchyIndex;
 using editor::SiblingEdit;
 
 // One row: a copy of what it shows, so that it needs no older stage to stay alive, and the digest
-// of its subtree in the stage it was last brought up to.
+// of its subtree in the stage it was last brought up to. What a view asks of every open row
+// (parent, row, children) comes first, so that laying out many rows touches one cache line each.
 struct HierarchyTreeModel::Node {
   Node* parent = nullptr;
   int row = 0;
+  bool fetched = false;
+  std::size_t childCount = 0;  // in the stage; the rows below exist once fetched
+  std::vector<std::unique_ptr<Node>> children;
+  std::uint64_t subtreeDigest = 0;
   std::string name;
   std::string typeName;
   bool active = true;
   std::vector<std::string> badges;
-  std::uint64_t subtreeDigest = 0;
-  std::size_t childCount = 0;  // in the stage; the rows below exist once fetched
-  bool fetched = false;
-  std::vector<std::unique_ptr<Node>> children;
 
   bool showsSameAs(const editor::UsdPrimNode& prim) const {
     return name == prim.name && typeName == prim.typeName && active == prim.active &&
@@ -74,7 +76,7 @@ std::unique_ptr<HierarchyTreeModel::Node> HierarchyTreeModel::makeNode(Node* par
 }
 
 void HierarchyTreeModel::setIndex(std::shared_ptr<const HierarchyIndex> index) {
-  patching_ = true;
+  const QScopedValueRollback busy(busy_, true);
   index_ = std::move(index);
   if (index_) {
     patchChildren(*root_, HierarchyIndex::kRoot);
@@ -87,7 +89,6 @@ void HierarchyTreeModel::setIndex(std::shared_ptr<const HierarchyIndex> index) {
     root_->subtreeDigest = 0;
     endRemoveRows();
   }
-  patching_ = false;
 }
 
 void HierarchyTreeModel::patchNode(Node& node, std::uint32_t entry) {
@@ -264,7 +265,7 @@ bool HierarchyTreeModel::hasChildren(const QModelIndex& parent) const {
 }
 
 bool HierarchyTreeModel::canFetchMore(const QModelIndex& parent) const {
-  if (patching_ || !index_ || (parent.isValid() && parent.column() != 0))
+  if (busy_ || !index_ || (parent.isValid() && parent.column() != 0))
     return false;
   return !nodeOf(parent)->fetched;
 }
@@ -272,6 +273,8 @@ bool HierarchyTreeModel::canFetchMore(const QModelIndex& parent) const {
 void HierarchyTreeModel::fetchMore(const QModelIndex& parent) {
   if (!canFetchMore(parent))
     return;
+  // A view that reacts to these rows by fetching others would nest one insertion in another.
+  const QScopedValueRollback busy(busy_, true);
   Node& node = *nodeOf(parent);
   const auto entry = index_->entryForPath(pathOf(node));
   node.fetched = true;
@@ -329,7 +332,7 @@ Qt::ItemFlags HierarchyTreeModel::flags(const QModelIndex& index) const {
 }
 
 QModelIndex HierarchyTreeModel::indexForPath(std::string_view path) {
-  if (!index_ || patching_)
+  if (!index_ || busy_)
     return {};
   const auto entry = index_->entryForPath(path);
   if (!entry)

@@ -64,8 +64,9 @@ class HierarchyTreeModel final : public QAbstractItemModel {
   std::shared_ptr<const editor::HierarchyIndex> index_;
   std::unique_ptr<Node> root_;
   std::size_t builtRows_ = 0;
-  // While a new stage is applied, nothing is fetched: views see the rows the model announced.
-  bool patching_ = false;
+  // While rows change (a new stage, a fetch), nothing else is fetched, so that no change nests in
+  // another: views see the rows the model announced.
+  bool busy_ = false;
 };
 
 }  // namespace orvan::ui
