@@ -23,7 +23,8 @@ std::uint64_t rowDigest(const UsdPrimNode& node) {
   mix(digest, node.typeName);
   mix(digest, node.active ? 1u : 2u);
   mix(digest, node.badges.size());
-  for (const std::string& badge : node.badges) mix(digest, badge);
+  for (const std::string& badge : node.badges)
+    mix(digest, badge);
   return digest;
 }
 
@@ -53,9 +54,11 @@ std::shared_ptr<const HierarchyIndex> HierarchyIndex::build(
   for (std::size_t id = entries.size(); id-- > 0;) {
     const Entry& entry = entries[id];
     std::uint64_t digest = entry.node ? rowDigest(*entry.node) : 0;
-    const std::size_t count = entry.node ? entry.node->children.size() : index->stage_->rootPrims.size();
+    const std::size_t count =
+        entry.node ? entry.node->children.size() : index->stage_->rootPrims.size();
     mix(digest, count);
-    for (std::size_t row = 0; row < count; ++row) mix(digest, digests[entry.firstChild + row]);
+    for (std::size_t row = 0; row < count; ++row)
+      mix(digest, digests[entry.firstChild + row]);
     digests[id] = digest;
   }
   index->byPath_.reserve(entries.size());
