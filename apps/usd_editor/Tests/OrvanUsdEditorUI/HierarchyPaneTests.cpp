@@ -114,6 +114,18 @@ TEST_F(HierarchyPaneTest, ARefreshKeepsWhatTheUserWasLookingAt) {
   EXPECT_TRUE(selected("/Root3/Child1"));
   EXPECT_EQ(selectionsSent, 0);
 
+  // A prim selected before its row exists (a structural edit on its way) is shown and revealed
+  // once the row arrives, even under a closed row.
+  ASSERT_FALSE(view.isExpanded(tree.indexForPath("/Root7/Child2")));
+  model_->selectPrims("/Root7/Child2/Made", {"/Root7/Child2/Made"});
+  QCoreApplication::processEvents();
+  auto& child2 = stage.rootPrims[7].children[2];
+  child2.children.push_back(makeChild(child2, "Made", "Cube"));
+  publish(stage);
+  EXPECT_TRUE(selected("/Root7/Child2/Made"));
+  EXPECT_TRUE(view.isExpanded(tree.indexForPath("/Root7/Child2")));
+  EXPECT_EQ(tree.pathForIndex(view.selectionModel()->currentIndex()), "/Root7/Child2/Made");
+
   // The stage goes away and comes back: the first stage's default shape again.
   publish(StageInspection::empty());
   EXPECT_EQ(pane_->emptyStateText(), "No stage loaded");

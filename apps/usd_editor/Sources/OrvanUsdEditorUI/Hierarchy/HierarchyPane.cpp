@@ -65,6 +65,9 @@ QString HierarchyPane::emptyStateText() const {
 }
 
 void HierarchyPane::applyDocument(const editor::EditorClientDocumentSnapshot& document) {
+  // A selection the tree could not show yet (a prim just created, say) is revealed once its rows
+  // arrive; one it already showed leaves the view where the user left it.
+  const bool selectionWasShown = hadStage_ && showsWholeSelection();
   {
     // The model patches its rows, so the view keeps its open rows, selection and scroll position.
     // A removed row leaves the view's selection; what the scene selection becomes is the model's
@@ -79,8 +82,7 @@ void HierarchyPane::applyDocument(const editor::EditorClientDocumentSnapshot& do
     return;
   }
   if (hadStage_) {
-    // A selected prim may have just appeared; the view stays where the user left it.
-    showSelection(Reveal::no);
+    showSelection(selectionWasShown ? Reveal::no : Reveal::yes);
     return;
   }
   // A first stage opens the way the document suggests: its roots open, large groups closed.
@@ -129,6 +131,16 @@ void HierarchyPane::showSelection(Reveal reveal) {
       view_->scrollTo(current);
   }
   showingModelSelection_ = false;
+}
+
+bool HierarchyPane::showsWholeSelection() {
+  const QItemSelectionModel& selectionModel = *view_->selectionModel();
+  for (const std::string& path : model_.session.sceneSelection.get().paths) {
+    const QModelIndex index = treeModel_->indexForPath(path);
+    if (!index.isValid() || !selectionModel.isRowSelected(index.row(), index.parent()))
+      return false;
+  }
+  return true;
 }
 
 void HierarchyPane::scheduleSelectionSync() {

@@ -43,6 +43,8 @@ class HierarchyPane final : public QWidget {
   enum class Reveal { no, yes };
   // Shows the scene selection; `yes` opens the rows above it and scrolls to its primary row.
   void showSelection(Reveal reveal);
+  // Whether every path of the scene selection has a row, and it is selected.
+  bool showsWholeSelection();
   void scheduleSelectionSync();
   void selectionChangedInView();
 
