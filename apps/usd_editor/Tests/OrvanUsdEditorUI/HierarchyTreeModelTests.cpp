@@ -184,6 +184,25 @@ TEST(HierarchyTreeModelTest, StructuralEditsArriveAsRowSignalsThatKeepPersistent
   EXPECT_EQ(patched.inserted, 1);
   EXPECT_FALSE(leaf.isValid());
 
+  // A long list turned around is one layout change, not a move per row.
+  QItemSelectionModel selection(&model);
+  auto& roots = stage.rootPrims;
+  for (int extra = 0; extra < 60; ++extra)
+    roots.push_back(makeNode("Extra" + std::to_string(extra), "Xform"));
+  apply();
+  const QPersistentModelIndex extra7 = model.indexForPath("/Extra7");
+  selection.select(extra7, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
+  std::reverse(roots.begin(), roots.end());
+  apply();
+  EXPECT_EQ(patched.moved, 0);
+  EXPECT_EQ(spies.layout.count(), 1);
+  EXPECT_EQ(model.pathForIndex(extra7), "/Extra7");
+  EXPECT_EQ(extra7.row(), 52);
+  EXPECT_TRUE(selection.isRowSelected(extra7.row(), {}));
+  EXPECT_EQ(model.pathForIndex(child3), "/Root1/Child3") << "rows below follow their parent";
+  roots.erase(roots.begin(), roots.begin() + 60);
+  std::reverse(roots.begin(), roots.end());
+
   // Removing and adding whole branches, and a new stage that shares nothing.
   stage.rootPrims.erase(stage.rootPrims.begin());
   stage.rootPrims.push_back(makeNode("Late", "Xform"));
@@ -216,6 +235,9 @@ class RandomStageEdits {
         if (pick(2))
           added.children.push_back(makeNode("N" + std::to_string(next_++), "Sphere"));
         list.insert(list.begin() + static_cast<long>(pick(list.size() + 1)), std::move(added));
+        // Now and then a long list, so that shuffling it is one reorder rather than single moves.
+        for (int more = pick(8) == 0 ? 40 : 0; more > 0; --more)
+          list.push_back(makeNode("N" + std::to_string(next_++), "Cube"));
         break;
       }
       case 2:  // remove
@@ -243,9 +265,14 @@ class RandomStageEdits {
         if (!list.empty())
           list[pick(list.size())].name = "N" + std::to_string(next_++);
         break;
-      case 5:  // reorder
-        std::shuffle(list.begin(), list.end(), random_);
+      case 5: {  // reorder, the longest list every other time
+        auto* longest = *std::max_element(lists.begin(), lists.end(), [](auto* left, auto* right) {
+          return left->size() < right->size();
+        });
+        auto& shuffled = pick(2) ? list : *longest;
+        std::shuffle(shuffled.begin(), shuffled.end(), random_);
         break;
+      }
       case 6:  // what a row shows
         if (list.empty())
           break;
@@ -300,7 +327,8 @@ void collectPaths(const std::vector<UsdPrimNode>& nodes, std::vector<std::string
 // equal a freshly built one, and every row the view held whose prim is still there must still be
 // open, selected or current as it was. Once with the contract checker (which fetches every row),
 // once with rows fetched only where the view opened them.
-void runRandomEdits(unsigned seed, bool checkContract) {
+// Adds to `reorders` how many long lists were reordered in one step.
+void runRandomEdits(unsigned seed, bool checkContract, qsizetype& reorders) {
   testing::testApplication();
   RandomStageEdits edits(seed);
   StageInspection stage = editor::testing::makeTreeStage(3, 3, 2);
@@ -368,16 +396,21 @@ void runRandomEdits(unsigned seed, bool checkContract) {
     }
   }
   EXPECT_EQ(allRows(model), freshRows(stage));
+  reorders += spies.layout.count();
 }
 
 TEST(HierarchyTreeModelTest, RandomEditsPatchToTheFreshTreeAndKeepTheViewsRows) {
+  qsizetype reorders = 0;
   for (unsigned seed = 1; seed <= 6; ++seed)
-    runRandomEdits(seed, true);
+    runRandomEdits(seed, true, reorders);
+  EXPECT_GT(reorders, 0) << "the edits include reorders of long lists";
 }
 
 TEST(HierarchyTreeModelTest, RandomEditsOnPartlyFetchedRowsPatchToTheFreshTree) {
+  qsizetype reorders = 0;
   for (unsigned seed = 11; seed <= 30; ++seed)
-    runRandomEdits(seed, false);
+    runRandomEdits(seed, false, reorders);
+  EXPECT_GT(reorders, 0) << "the edits include reorders of long lists";
 }
 
 }  // namespace

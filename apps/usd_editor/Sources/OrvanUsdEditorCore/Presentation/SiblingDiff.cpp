@@ -103,6 +103,18 @@ void appendRemovals(const std::vector<std::size_t>& target, std::vector<SiblingE
 // right behind the placed row that comes before it in the new order.
 void appendMoves(std::vector<std::size_t>& order, std::vector<SiblingEdit>& edits) {
   const std::vector<bool> onRun = longestIncreasingRun(order);
+  const auto staying = static_cast<std::size_t>(std::count(onRun.begin(), onRun.end(), true));
+  if (order.size() - staying > kMostSingleMoves) {
+    // Each row's place afterwards is its rank by new row.
+    std::vector<std::size_t> from(order.size());
+    for (std::size_t at = 0; at < order.size(); ++at)
+      from[at] = at;
+    std::sort(from.begin(), from.end(),
+              [&order](std::size_t left, std::size_t right) { return order[left] < order[right]; });
+    edits.push_back({SiblingEdit::Kind::reorder, 0, order.size(), 0, std::move(from)});
+    std::sort(order.begin(), order.end());
+    return;
+  }
   std::vector<std::size_t> movers;
   std::unordered_map<std::size_t, std::size_t> rank;  // new row -> rank among remaining rows
   std::vector<std::size_t> sorted = order;

@@ -178,6 +178,9 @@ void HierarchyTreeModel::applyEdits(Node& node, std::uint32_t entry,
         endMoveRows();
         break;
       }
+      case SiblingEdit::Kind::reorder:
+        reorder(node, edit.order);
+        break;
       case SiblingEdit::Kind::insert: {
         beginInsertRows(parent, first, first + static_cast<int>(edit.count) - 1);
         std::vector<std::unique_ptr<Node>> added;
@@ -194,6 +197,27 @@ void HierarchyTreeModel::applyEdits(Node& node, std::uint32_t entry,
       }
     }
   }
+}
+
+void HierarchyTreeModel::reorder(Node& node, const std::vector<std::size_t>& order) {
+  // One layout change for the whole list: the views' rows follow through their persistent
+  // indexes, which point at the same rows in their new places.
+  const QList<QPersistentModelIndex> parents{QPersistentModelIndex(indexOf(node))};
+  emit layoutAboutToBeChanged(parents, QAbstractItemModel::VerticalSortHint);
+  std::vector<std::unique_ptr<Node>> reordered;
+  reordered.reserve(order.size());
+  for (const std::size_t from : order)
+    reordered.push_back(std::move(node.children[from]));
+  node.children = std::move(reordered);
+  renumber(node, 0, node.children.size());
+  const QModelIndexList persistent = persistentIndexList();
+  for (const QModelIndex& index : persistent) {
+    Node* row = nodeOf(index);
+    if (row->parent != &node)
+      continue;
+    changePersistentIndex(index, createIndex(row->row, index.column(), row));
+  }
+  emit layoutChanged(parents, QAbstractItemModel::VerticalSortHint);
 }
 
 void HierarchyTreeModel::announcePathsBelow(Node& node) {

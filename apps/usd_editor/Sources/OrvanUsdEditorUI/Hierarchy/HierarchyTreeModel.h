@@ -57,6 +57,7 @@ class HierarchyTreeModel final : public QAbstractItemModel {
   void patchNode(Node& node, std::uint32_t entry);
   void patchChildren(Node& node, std::uint32_t entry);
   void applyEdits(Node& node, std::uint32_t entry, const std::vector<editor::SiblingEdit>& edits);
+  void reorder(Node& node, const std::vector<std::size_t>& order);
   void announcePathsBelow(Node& node);
   void renumber(Node& node, std::size_t from, std::size_t to);
   void countRemoved(const Node& node);

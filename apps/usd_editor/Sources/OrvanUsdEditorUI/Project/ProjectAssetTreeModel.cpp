@@ -88,6 +88,23 @@ void ProjectAssetTreeModel::applyEdits(Row& parent, const std::vector<Shown>& sh
         endMoveRows();
         break;
       }
+      case SiblingEdit::Kind::reorder: {
+        const QList<QPersistentModelIndex> parents{QPersistentModelIndex(parentIndex)};
+        emit layoutAboutToBeChanged(parents, QAbstractItemModel::VerticalSortHint);
+        std::vector<std::unique_ptr<Row>> reordered;
+        for (const std::size_t from : edit.order)
+          reordered.push_back(std::move(children[from]));
+        children = std::move(reordered);
+        renumber(parent);
+        const QModelIndexList persistent = persistentIndexList();
+        for (const QModelIndex& index : persistent) {
+          Row* row = rowOf(index);
+          if (row->parent == &parent)
+            changePersistentIndex(index, createIndex(row->row, index.column(), row));
+        }
+        emit layoutChanged(parents, QAbstractItemModel::VerticalSortHint);
+        break;
+      }
       case SiblingEdit::Kind::insert: {
         beginInsertRows(parentIndex, first, first + static_cast<int>(edit.count) - 1);
         for (std::size_t row = edit.row; row < edit.row + edit.count; ++row) {

@@ -36,6 +36,14 @@ Rows play(Rows rows, const Rows& after, const std::vector<SiblingEdit>& edits) {
         rows.insert(rows.begin() + static_cast<long>(edit.to), std::move(moved));
         break;
       }
+      case Kind::reorder: {
+        EXPECT_EQ(edit.order.size(), rows.size());
+        Rows reordered;
+        for (const std::size_t from : edit.order)
+          reordered.push_back(rows.at(from));
+        rows = std::move(reordered);
+        break;
+      }
       case Kind::insert:
         EXPECT_GT(edit.count, 0u);
         EXPECT_LE(edit.row, rows.size());
@@ -106,6 +114,28 @@ TEST(SiblingDiffTest, ARenameKeepsItsRowWhenTheCallerSaysItIsTheSameItem) {
   // One gone and none come is a plain removal, whatever the test says.
   EXPECT_EQ(diffSiblings(keysOf(before), keysOf(Rows{"A", "C"}), always),
             (std::vector<SiblingEdit>{{Kind::remove, 1, 1, 0}}));
+}
+
+TEST(SiblingDiffTest, ManyMovedRowsBecomeOneReorder) {
+  Rows before;
+  for (int key = 0; key < 100; ++key)
+    before.push_back("k" + std::to_string(key));
+  Rows after(before.rbegin(), before.rend());
+  after.erase(after.begin() + 10);
+  after.push_back("new");
+  const auto edits = diffSiblings(keysOf(before), keysOf(after));
+  EXPECT_EQ(play(before, after, edits), after);
+  EXPECT_EQ(countOf(edits, Kind::move), 0u);
+  EXPECT_EQ(countOf(edits, Kind::reorder), 1u);
+
+  // Just past the limit of single moves, and just within it.
+  Rows rotated = before;
+  std::rotate(rotated.begin(), rotated.begin() + kMostSingleMoves + 1, rotated.end());
+  EXPECT_EQ(countOf(diffSiblings(keysOf(before), keysOf(rotated)), Kind::reorder), 1u);
+  EXPECT_EQ(play(before, rotated, diffSiblings(keysOf(before), keysOf(rotated))), rotated);
+  rotated = before;
+  std::rotate(rotated.begin(), rotated.begin() + kMostSingleMoves, rotated.end());
+  EXPECT_EQ(countOf(diffSiblings(keysOf(before), keysOf(rotated)), Kind::move), kMostSingleMoves);
 }
 
 TEST(SiblingDiffTest, RepeatedKeysReplaceTheWholeList) {
