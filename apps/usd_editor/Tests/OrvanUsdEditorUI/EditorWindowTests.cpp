@@ -11,7 +11,7 @@
 #include <QMessageBox>
 #include <QToolButton>
 #include <QTreeView>
-#include <QTreeWidget>
+#include "Project/ProjectAssetTreeModel.h"
 
 #include <filesystem>
 
@@ -159,7 +159,7 @@ TEST_F(EditorWindowTest, FirstShowingLoadsTheLocalStageIntoHierarchyTitleAndStat
   EXPECT_EQ(window.windowTitle(), QString::fromUtf8("scene.usda \u2014 Local"));
   EXPECT_EQ(window.statusText(), "Loaded composed OpenUSD stage");
   EXPECT_EQ(rootNames(), (QStringList{"World", "Lights"}));
-  const HierarchyTreeModel& tree = window.hierarchy().treeModel();
+  HierarchyTreeModel& tree = window.hierarchy().treeModel();
   const QModelIndex world = tree.indexForPath("/World");
   EXPECT_EQ(tree.rowCount(world), 2);
   EXPECT_EQ(tree.index(1, HierarchyTreeModel::kTypeColumn, world).data().toString(), "Xform");
@@ -343,11 +343,12 @@ TEST_F(EditorWindowTest, TheProjectPaneGroupsTheFolderAndPointsTheInspectorAtAPi
   settle();
   auto groups = [&] {
     QStringList lines;
-    const QTreeWidget& tree = window_->project().tree();
-    for (int group = 0; group < tree.topLevelItemCount(); ++group) {
-      QString line = tree.topLevelItem(group)->text(0) + ":";
-      for (int row = 0; row < tree.topLevelItem(group)->childCount(); ++row)
-        line += " " + tree.topLevelItem(group)->child(row)->text(0);
+    const QAbstractItemModel& tree = window_->project().treeModel();
+    for (int group = 0; group < tree.rowCount(); ++group) {
+      const QModelIndex header = tree.index(group, 0);
+      QString line = header.data().toString() + ":";
+      for (int row = 0; row < tree.rowCount(header); ++row)
+        line += " " + tree.index(row, 0, header).data().toString();
       lines << line;
     }
     return lines;
@@ -363,8 +364,11 @@ TEST_F(EditorWindowTest, TheProjectPaneGroupsTheFolderAndPointsTheInspectorAtAPi
       << groups().join(" | ").toStdString();
 
   // Picking a row points the inspector at that asset; picking a prim points it back.
-  QTreeWidgetItem* brick = window_->project().tree().topLevelItem(1)->child(0);
-  brick->setSelected(true);
+  QTreeView& projectTree = window_->project().tree();
+  const QModelIndex brick = projectTree.model()->index(0, 0, projectTree.model()->index(1, 0));
+  EXPECT_TRUE(projectTree.isExpanded(brick.parent())) << "groups open when they appear";
+  projectTree.selectionModel()->select(
+      brick, QItemSelectionModel::ClearAndSelect | QItemSelectionModel::Rows);
   settle();
   ASSERT_TRUE(model_->session.projectAssetSelection.get().selection.has_value());
   EXPECT_EQ(model_->session.projectAssetSelection.get().selection->path, "textures/Brick.PNG");

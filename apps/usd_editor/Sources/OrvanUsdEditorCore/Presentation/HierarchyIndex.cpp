@@ -1,8 +1,34 @@
 #include "Presentation/HierarchyIndex.h"
 
 #include <algorithm>
+#include <functional>
+#include <string>
 
 namespace orvan::editor {
+
+namespace {
+
+void mix(std::uint64_t& digest, std::uint64_t value) {
+  digest ^= value + 0x9e3779b97f4a7c15ULL + (digest << 12) + (digest >> 4);
+}
+
+void mix(std::uint64_t& digest, std::string_view text) {
+  mix(digest, static_cast<std::uint64_t>(std::hash<std::string_view>{}(text)));
+  mix(digest, text.size());
+}
+
+std::uint64_t rowDigest(const UsdPrimNode& node) {
+  std::uint64_t digest = 0;
+  mix(digest, node.name);
+  mix(digest, node.typeName);
+  mix(digest, node.active ? 1u : 2u);
+  mix(digest, node.badges.size());
+  for (const std::string& badge : node.badges)
+    mix(digest, badge);
+  return digest;
+}
+
+}  // namespace
 
 std::shared_ptr<const HierarchyIndex> HierarchyIndex::build(
     std::shared_ptr<const StageInspection> stage) {
@@ -21,6 +47,19 @@ std::shared_ptr<const HierarchyIndex> HierarchyIndex::build(
   appendChildren(kRoot, index->stage_->rootPrims);
   for (std::uint32_t id = 1; id < entries.size(); ++id) {
     appendChildren(id, entries[id].node->children);
+  }
+  // Children come after their parent, so going backwards finds every child's digest done.
+  auto& digests = index->subtreeDigests_;
+  digests.assign(entries.size(), 0);
+  for (std::size_t id = entries.size(); id-- > 0;) {
+    const Entry& entry = entries[id];
+    std::uint64_t digest = entry.node ? rowDigest(*entry.node) : 0;
+    const std::size_t count =
+        entry.node ? entry.node->children.size() : index->stage_->rootPrims.size();
+    mix(digest, count);
+    for (std::size_t row = 0; row < count; ++row)
+      mix(digest, digests[entry.firstChild + row]);
+    digests[id] = digest;
   }
   index->byPath_.reserve(entries.size());
   for (std::uint32_t id = 1; id < entries.size(); ++id) {

@@ -35,6 +35,10 @@ class HierarchyIndex {
   std::size_t childCount(std::uint32_t id) const;
   std::uint32_t child(std::uint32_t id, std::size_t row) const;
   std::optional<std::uint32_t> entryForPath(std::string_view path) const;
+  // A digest of everything a tree row shows of the entry and of all rows below it (names, types,
+  // activity, badges, order). Two stages' entries with equal digests show the same subtree, so a
+  // view can skip it when it moves from one stage to the next.
+  std::uint64_t subtreeDigest(std::uint32_t id) const { return subtreeDigests_[id]; }
   // The tree node of a path, or null when the stage has none there.
   const UsdPrimNode* node(std::string_view path) const;
   // The entries from the root's child down to `id`, for expanding a path in a view.
@@ -44,6 +48,7 @@ class HierarchyIndex {
  private:
   std::shared_ptr<const StageInspection> stage_;
   std::vector<Entry> entries_;
+  std::vector<std::uint64_t> subtreeDigests_;
   std::unordered_map<std::string_view, std::uint32_t> byPath_;
 };
 

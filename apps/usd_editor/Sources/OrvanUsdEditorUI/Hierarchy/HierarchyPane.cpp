@@ -3,6 +3,7 @@
 #include <QHeaderView>
 #include <QItemSelectionModel>
 #include <QLabel>
+#include <QScopedValueRollback>
 #include <QStackedLayout>
 #include <QTreeView>
 
@@ -16,20 +17,6 @@ namespace orvan::ui {
 namespace {
 
 constexpr int kTypeColumnWidth = 88;
-
-// Expanded rows are found by walking only into expanded rows, so a large collapsed tree costs
-// nothing here.
-void collectExpanded(const QTreeView& view, const HierarchyTreeModel& model,
-                     const QModelIndex& parent, std::vector<std::string>& paths) {
-  const int rows = model.rowCount(parent);
-  for (int row = 0; row < rows; ++row) {
-    const QModelIndex index = model.index(row, 0, parent);
-    if (!view.isExpanded(index))
-      continue;
-    paths.push_back(model.pathForIndex(index));
-    collectExpanded(view, model, index, paths);
-  }
-}
 
 }  // namespace
 
@@ -67,7 +54,7 @@ HierarchyPane::HierarchyPane(editor::EditorModel& model, QWidget* parent)
   stageSubscription_ = model_.clientDocument.hierarchyProjection.revision.subscribe(
       [this](const auto&) { applyDocument(*model_.clientDocument.hierarchyProjection.snapshot); });
   selectionSubscription_ =
-      model_.session.sceneSelection.subscribe([this](const auto&) { showSelection(); });
+      model_.session.sceneSelection.subscribe([this](const auto&) { showSelection(Reveal::yes); });
   applyDocument(*model_.clientDocument.hierarchyProjection.snapshot);
 }
 
@@ -77,32 +64,31 @@ QString HierarchyPane::emptyStateText() const {
   return stack_->currentWidget() == emptyState_ ? emptyState_->text() : QString();
 }
 
-std::vector<std::string> HierarchyPane::expandedPaths() const {
-  std::vector<std::string> paths;
-  collectExpanded(*view_, *treeModel_, {}, paths);
-  return paths;
-}
-
 void HierarchyPane::applyDocument(const editor::EditorClientDocumentSnapshot& document) {
-  const std::vector<std::string> expanded = expandedPaths();
-  // The index was built with the stage, off the main thread: this is a swap, not a rebuild.
-  treeModel_->setIndex(document.preparedStage->hierarchy);
+  // A selection the tree could not show yet (a prim just created, say) is revealed once its rows
+  // arrive; one it already showed leaves the view where the user left it.
+  const bool selectionWasShown = hadStage_ && showsWholeSelection();
+  {
+    // The model patches its rows, so the view keeps its open rows, selection and scroll position.
+    // A removed row leaves the view's selection; what the scene selection becomes is the model's
+    // reconcile to decide, so that is not sent back.
+    const QScopedValueRollback quiet(showingModelSelection_, true);
+    treeModel_->setIndex(document.preparedStage->hierarchy);
+  }
   const bool hasRows = treeModel_->rowCount() > 0;
   stack_->setCurrentWidget(hasRows ? static_cast<QWidget*>(view_) : emptyState_);
   if (!hasRows) {
     hadStage_ = false;
     return;
   }
-  for (const std::string& path : expanded) {
-    const QModelIndex index = treeModel_->indexForPath(path);
-    if (index.isValid())
-      view_->setExpanded(index, true);
+  if (hadStage_) {
+    showSelection(selectionWasShown ? Reveal::no : Reveal::yes);
+    return;
   }
   // A first stage opens the way the document suggests: its roots open, large groups closed.
-  if (!hadStage_)
-    expandByDefault(document);
+  expandByDefault(document);
   hadStage_ = true;
-  showSelection();
+  showSelection(Reveal::yes);
 }
 
 void HierarchyPane::expandToDepth(int depth) {
@@ -118,7 +104,7 @@ void HierarchyPane::expandByDefault(const editor::EditorClientDocumentSnapshot& 
   }
 }
 
-void HierarchyPane::showSelection() {
+void HierarchyPane::showSelection(Reveal reveal) {
   const editor::SceneSelectionState& selection = model_.session.sceneSelection.get();
   QItemSelection rows;
   QModelIndex current;
@@ -130,6 +116,8 @@ void HierarchyPane::showSelection() {
     if (path == selection.primaryPath)
       current = index;
     // Reveal it: a selection made elsewhere may sit in a collapsed branch.
+    if (reveal == Reveal::no)
+      continue;
     for (QModelIndex parent = index.parent(); parent.isValid(); parent = parent.parent()) {
       view_->setExpanded(parent, true);
     }
@@ -137,11 +125,22 @@ void HierarchyPane::showSelection() {
   showingModelSelection_ = true;
   QItemSelectionModel* selectionModel = view_->selectionModel();
   selectionModel->select(rows, QItemSelectionModel::ClearAndSelect);
-  if (current.isValid()) {
+  if (current.isValid() && current != selectionModel->currentIndex()) {
     selectionModel->setCurrentIndex(current, QItemSelectionModel::NoUpdate);
-    view_->scrollTo(current);
+    if (reveal == Reveal::yes)
+      view_->scrollTo(current);
   }
   showingModelSelection_ = false;
+}
+
+bool HierarchyPane::showsWholeSelection() {
+  const QItemSelectionModel& selectionModel = *view_->selectionModel();
+  for (const std::string& path : model_.session.sceneSelection.get().paths) {
+    const QModelIndex index = treeModel_->indexForPath(path);
+    if (!index.isValid() || !selectionModel.isRowSelected(index.row(), index.parent()))
+      return false;
+  }
+  return true;
 }
 
 void HierarchyPane::scheduleSelectionSync() {

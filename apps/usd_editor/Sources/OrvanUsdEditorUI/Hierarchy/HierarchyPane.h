@@ -20,9 +20,10 @@ namespace orvan::ui {
 
 class HierarchyTreeModel;
 
-// The hierarchy pane: the document's prim tree (name and type). A new stage swaps in its prebuilt
-// index; rows a user selects become the scene selection, and a selection made elsewhere (a
-// reconcile after a refresh, the viewport) is shown here.
+// The hierarchy pane: the document's prim tree (name and type). A new stage is applied to the tree
+// as the rows that changed, so open rows, selection and scroll position stay; rows a user selects
+// become the scene selection, and a selection made elsewhere (a reconcile after a refresh, the
+// viewport) is shown here.
 class HierarchyPane final : public QWidget {
   Q_OBJECT
  public:
@@ -39,10 +40,13 @@ class HierarchyPane final : public QWidget {
   void applyDocument(const editor::EditorClientDocumentSnapshot& document);
   // Opens the root rows the document does not mark as starting collapsed.
   void expandByDefault(const editor::EditorClientDocumentSnapshot& document);
-  void showSelection();
+  enum class Reveal { no, yes };
+  // Shows the scene selection; `yes` opens the rows above it and scrolls to its primary row.
+  void showSelection(Reveal reveal);
+  // Whether every path of the scene selection has a row, and it is selected.
+  bool showsWholeSelection();
   void scheduleSelectionSync();
   void selectionChangedInView();
-  std::vector<std::string> expandedPaths() const;
 
   editor::EditorModel& model_;
   HierarchyTreeModel* treeModel_ = nullptr;

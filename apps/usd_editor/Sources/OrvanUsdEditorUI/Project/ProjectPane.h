@@ -9,7 +9,7 @@
 class QComboBox;
 class QLabel;
 class QStackedLayout;
-class QTreeWidget;
+class QTreeView;
 
 namespace orvan::editor {
 class EditorModel;
@@ -17,16 +17,20 @@ class EditorModel;
 
 namespace orvan::ui {
 
+class ProjectAssetTreeModel;
+
 // The project pane: the project's assets in groups, by kind or by folder as the user chose. It
-// redraws for a new asset list or a new grouping only; a row the user picks becomes the project
-// asset selection, and the inspector follows it.
+// redraws for a new asset list or a new grouping only, as the rows that changed, so a selection and
+// the groups the user closed stay; a row the user picks becomes the project asset selection, and
+// the inspector follows it.
 class ProjectPane final : public QWidget {
   Q_OBJECT
  public:
   explicit ProjectPane(editor::EditorModel& model, QWidget* parent = nullptr);
   ~ProjectPane() override;
 
-  QTreeWidget& tree() const { return *tree_; }
+  QTreeView& tree() const { return *tree_; }
+  ProjectAssetTreeModel& treeModel() const { return *treeModel_; }
   QComboBox& organizationPicker() const { return *organization_; }
   // The empty-state sentence while the pane shows no rows; empty otherwise.
   QString emptyStateText() const;
@@ -38,7 +42,8 @@ class ProjectPane final : public QWidget {
 
   editor::EditorModel& model_;
   QComboBox* organization_ = nullptr;
-  QTreeWidget* tree_ = nullptr;
+  ProjectAssetTreeModel* treeModel_ = nullptr;
+  QTreeView* tree_ = nullptr;
   QLabel* emptyState_ = nullptr;
   QStackedLayout* stack_ = nullptr;
   // True while the pane itself writes the view's selection, so that it is not sent back.
