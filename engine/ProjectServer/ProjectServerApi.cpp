@@ -9,7 +9,7 @@
 
 #include "orvan/wire/JsonEncoder.h"
 #include "orvan/wire/Text.h"
-#include "orvan/wire/UrlComponents.h"
+#include "orvan/wire/URLComponents.h"
 #include "ProjectServer/Credentials.h"
 #include "ProjectServer/Digest.h"
 #include "ProjectServer/ProjectAssets.h"
@@ -428,7 +428,7 @@ ApiAnswer ProjectServerApi::signInEndpoint(const ApiRequest& request) {
       posted ? formItem(request, "callback") : queryItem(request, {"callback"});
   const std::string clientId =
       posted ? formItem(request, "clientId") : queryItem(request, {"clientId"});
-  const std::optional<editor::UrlComponents> target = editor::UrlComponents::parse(callback);
+  const std::optional<editor::URLComponents> target = editor::URLComponents::parse(callback);
   const std::string scheme = target ? editor::lowercased(target->scheme) : std::string();
   if (!target || (scheme != "velk" && scheme != "orvan")) {
     return errorAnswer({.status = 400,
@@ -461,12 +461,12 @@ ApiAnswer ProjectServerApi::signInRedirect(const ApiRequest& request, const std:
   const bool posted = request.method == "POST";
   const std::string callback =
       posted ? formItem(request, "callback") : queryItem(request, {"callback"});
-  std::optional<editor::UrlComponents> target = editor::UrlComponents::parse(callback);
+  std::optional<editor::URLComponents> target = editor::URLComponents::parse(callback);
   target->queryItems.push_back({"token", token});
   // The server names itself from its own configuration; a request's Host header is whatever the
   // sender wrote.
-  if (!options_.publicUrl.empty())
-    target->queryItems.push_back({"server", options_.publicUrl});
+  if (!options_.publicURL.empty())
+    target->queryItems.push_back({"server", options_.publicURL});
   target->queryItems.push_back({"displayName", options_.userName});
   target->queryItems.push_back({"userId", "local"});
   const std::optional<std::string> location = target->build();

@@ -63,7 +63,7 @@ struct ApiOptions {
   std::shared_ptr<SessionStore> sessions = {};
   // How the server names itself in the sign-in callback: its configured public address or the
   // address it listens on, never anything a request says.
-  std::string publicUrl = {};
+  std::string publicURL = {};
   // The display name of the local user that GET /api/me reports.
   std::string userName = "local";
   StageCacheOptions stages = {};
@@ -90,7 +90,7 @@ class ProjectServerApi {
 
   const std::vector<ProjectFolder>& projects() const { return projects_; }
   // How the server names itself in sign-in callbacks; set before the server takes requests.
-  void setPublicUrl(std::string url) { options_.publicUrl = std::move(url); }
+  void setPublicURL(std::string url) { options_.publicURL = std::move(url); }
 
  private:
   ApiAnswer projectsEndpoint(const ApiRequest& request);

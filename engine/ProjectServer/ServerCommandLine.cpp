@@ -4,7 +4,7 @@
 #include <optional>
 
 #include "orvan/wire/Text.h"
-#include "orvan/wire/UrlComponents.h"
+#include "orvan/wire/URLComponents.h"
 #include "ProjectServer/Credentials.h"
 
 namespace orvan::engine {
@@ -15,7 +15,7 @@ std::optional<std::string> publicAddress(const std::string& value) {
   std::string address = editor::trimmed(value);
   while (address.ends_with('/'))
     address.pop_back();
-  const auto url = editor::UrlComponents::parse(address);
+  const auto url = editor::URLComponents::parse(address);
   const std::string scheme = url ? editor::lowercased(url->scheme) : std::string();
   if (!url || (scheme != "http" && scheme != "https") || url->host.empty() ||
       !url->queryItems.empty()) {
@@ -79,7 +79,7 @@ editor::Result<ServerCommandLine, std::string> parseServerCommandLine(
       std::optional<std::string> address = publicAddress(value);
       if (!address)
         return "--public-url needs an http:// or https:// address, not '" + value + "'";
-      line.publicUrl = std::move(*address);
+      line.publicURL = std::move(*address);
     } else {
       line.stateDir = value;
     }

@@ -25,7 +25,7 @@ struct ServerCommandLine {
   int port = 8787;                // 0: any free port
   std::string tokenFile = {};     // the static token for scripts and tests
   std::string passwordFile = {};  // the password of the sign-in page
-  std::string publicUrl = {};     // how the server names itself; empty: its listening address
+  std::string publicURL = {};     // how the server names itself; empty: its listening address
   std::string stateDir = {};      // where sessions are kept; empty: the default folder
   bool help = false;              // --help: print the usage and stop
   StageLimits limits = {};        // budgets of each stage the server inspects

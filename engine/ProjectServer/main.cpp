@@ -164,7 +164,7 @@ int main(int argc, char** argv) {
   orvan::engine::ApiOptions options{.token = secrets->token,
                                     .password = secrets->password,
                                     .sessions = sessions,
-                                    .publicUrl = line->publicUrl,
+                                    .publicURL = line->publicURL,
                                     .userName = localUserName(),
                                     .stages = {.limits = line->limits}};
   orvan::engine::ProjectServerApi api(std::move(projects), std::move(options));
@@ -175,9 +175,9 @@ int main(int argc, char** argv) {
   const std::string address = addressOf(line->host, *port);
   // Without a public address the server names itself by the one it listens on; a wildcard
   // address names no host a browser could reach, so the loopback stands in for it.
-  if (line->publicUrl.empty()) {
+  if (line->publicURL.empty()) {
     const bool wildcard = line->host == "0.0.0.0" || line->host == "::" || line->host == "[::]";
-    api.setPublicUrl(wildcard ? addressOf(line->host == "0.0.0.0" ? "127.0.0.1" : "::1", *port)
+    api.setPublicURL(wildcard ? addressOf(line->host == "0.0.0.0" ? "127.0.0.1" : "::1", *port)
                               : address);
   }
   server.start();

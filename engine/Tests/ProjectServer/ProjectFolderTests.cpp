@@ -151,7 +151,7 @@ TEST(ProjectServerCommandLineTest, ReadsEveryOptionAndRefusesWhatItCannotUse) {
   EXPECT_EQ(line->host, "::1");
   EXPECT_EQ(line->tokenFile, "t");
   EXPECT_EQ(line->passwordFile, "p");
-  EXPECT_EQ(line->publicUrl, "https://Projects.example:8443");
+  EXPECT_EQ(line->publicURL, "https://Projects.example:8443");
   EXPECT_EQ(line->stateDir, "s");
 
   const auto token = parseServerCommandLine({"--project", "a", "--token", "t"});

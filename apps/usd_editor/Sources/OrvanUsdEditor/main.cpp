@@ -11,7 +11,7 @@
 
 #include <spdlog/spdlog.h>
 
-#include "App/IncomingUrlQueue.h"
+#include "App/IncomingURLQueue.h"
 #include "App/OrvanUsdEditorApp.h"
 #include "App/SingleInstance.h"
 #include "Launch/EditorConfiguration.h"
@@ -29,7 +29,7 @@ namespace {
 std::vector<std::string> urlsAmong(const std::vector<std::string>& arguments) {
   std::vector<std::string> urls;
   for (std::size_t i = 1; i < arguments.size(); ++i) {
-    if (ui::isEditorUrl(arguments[i]))
+    if (ui::isEditorURL(arguments[i]))
       urls.push_back(arguments[i]);
   }
   return urls;
@@ -45,18 +45,18 @@ bool readyForScreenshot(const editor::EditorModel& model) {
 
 // Hands the launch links to an editor that already runs. What is left is for this launch; empty
 // when every link was taken.
-std::vector<std::string> linksNobodyTook(std::vector<std::string> launchUrls,
+std::vector<std::string> linksNobodyTook(std::vector<std::string> launchURLs,
                                          const QString& instanceName) {
   std::size_t forwarded = 0;
   while (
-      forwarded < launchUrls.size() &&
-      ui::forwardUrlToRunningEditor(instanceName, QString::fromStdString(launchUrls[forwarded]))) {
+      forwarded < launchURLs.size() &&
+      ui::forwardURLToRunningEditor(instanceName, QString::fromStdString(launchURLs[forwarded]))) {
     ++forwarded;
   }
   if (forwarded > 0)
     spdlog::info("handed {} link(s) to the running editor", forwarded);
-  launchUrls.erase(launchUrls.begin(), launchUrls.begin() + static_cast<long>(forwarded));
-  return launchUrls;
+  launchURLs.erase(launchURLs.begin(), launchURLs.begin() + static_cast<long>(forwarded));
+  return launchURLs;
 }
 
 int run(int argc, char** argv) {
@@ -85,17 +85,17 @@ int run(int argc, char** argv) {
 
   // One editor per user receives links: a later launch with links hands them over and ends.
   // Links nobody took stay with this launch, which becomes the editor.
-  std::vector<std::string> launchUrls = urlsAmong(arguments);
+  std::vector<std::string> launchURLs = urlsAmong(arguments);
   const QString instanceName = ui::editorInstanceServerName();
-  if (!launchUrls.empty()) {
-    launchUrls = linksNobodyTook(std::move(launchUrls), instanceName);
-    if (launchUrls.empty())
+  if (!launchURLs.empty()) {
+    launchURLs = linksNobodyTook(std::move(launchURLs), instanceName);
+    if (launchURLs.empty())
       return 0;
   }
 
   ui::applyEditorTheme(application);
   LinuxPlatform platform;
-  ui::OrvanUsdEditorApp app(std::move(configuration), platform.ports(), launchUrls, instanceName);
+  ui::OrvanUsdEditorApp app(std::move(configuration), platform.ports(), launchURLs, instanceName);
   app.show();
 
   if (screenshot) {

@@ -80,13 +80,13 @@ TEST_F(OrvanUsdEditorAppTest, TheUpdaterStartsOnceThreeSecondsAfterTheWindowShow
 TEST_F(OrvanUsdEditorAppTest, LinksFromTheLaunchAndFromLaterLaunchesAreQueued) {
   const QString name = QStringLiteral("orvan-test-app-%1").arg(::getpid());
   auto app = makeApp({"velk://open?project=demo"}, name);
-  ASSERT_TRUE(app->receivesForwardedUrls());
+  ASSERT_TRUE(app->receivesForwardedURLs());
   auto forwarded = std::async(
-      std::launch::async, [=] { return forwardUrlToRunningEditor(name, "orvan://open?scene=b"); });
+      std::launch::async, [=] { return forwardURLToRunningEditor(name, "orvan://open?scene=b"); });
   testing::processEventsUntil([&] { return forwarded.wait_for(0s) == std::future_status::ready; },
                               10000);
   EXPECT_TRUE(forwarded.get());
-  EXPECT_EQ(app->incomingUrls().pending(),
+  EXPECT_EQ(app->incomingURLs().pending(),
             (std::vector<std::string>{"velk://open?project=demo", "orvan://open?scene=b"}));
 }
 

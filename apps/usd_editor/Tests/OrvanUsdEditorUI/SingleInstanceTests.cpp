@@ -9,7 +9,7 @@
 #include <atomic>
 #include <future>
 
-#include "App/IncomingUrlQueue.h"
+#include "App/IncomingURLQueue.h"
 #include "App/SingleInstance.h"
 #include "QtApplicationEnvironment.h"
 
@@ -25,7 +25,7 @@ QString uniqueName(const char* what) {
 
 bool forwardWhileServing(const QString& name, const QString& url) {
   auto forwarded =
-      std::async(std::launch::async, [=] { return forwardUrlToRunningEditor(name, url); });
+      std::async(std::launch::async, [=] { return forwardURLToRunningEditor(name, url); });
   processEventsUntil(
       [&] { return forwarded.wait_for(std::chrono::seconds(0)) == std::future_status::ready; },
       10000);
@@ -34,7 +34,7 @@ bool forwardWhileServing(const QString& name, const QString& url) {
 
 TEST(SingleInstanceTest, WithoutARunningEditorForwardingFailsSoTheLaunchOpensItself) {
   testing::testApplication();
-  EXPECT_FALSE(forwardUrlToRunningEditor(uniqueName("nobody"), "velk://open", 500));
+  EXPECT_FALSE(forwardURLToRunningEditor(uniqueName("nobody"), "velk://open", 500));
 }
 
 // The application tests forward a link to a running editor; here the server keeps its name and
@@ -43,15 +43,15 @@ TEST(SingleInstanceTest, TheFirstEditorKeepsItsNameAndSurvivesAnOversizedLine) {
   testing::testApplication();
   const QString name = uniqueName("oversized");
   QStringList received;
-  UrlForwardingServer server(name, [&](QString url) { received << url; });
-  ASSERT_EQ(server.listen(), UrlForwardingServer::ListenResult::listening);
-  UrlForwardingServer second(name, [](QString) {});
-  EXPECT_EQ(second.listen(), UrlForwardingServer::ListenResult::anotherEditorIsRunning);
+  URLForwardingServer server(name, [&](QString url) { received << url; });
+  ASSERT_EQ(server.listen(), URLForwardingServer::ListenResult::listening);
+  URLForwardingServer second(name, [](QString) {});
+  EXPECT_EQ(second.listen(), URLForwardingServer::ListenResult::anotherEditorIsRunning);
 
   QLocalSocket flood;
   flood.connectToServer(name);
   ASSERT_TRUE(flood.waitForConnected(2000));
-  flood.write(QByteArray(UrlForwardingServer::kMaximumLineBytes + 1024, 'x'));
+  flood.write(QByteArray(URLForwardingServer::kMaximumLineBytes + 1024, 'x'));
   EXPECT_TRUE(processEventsUntil(
       [&] {
         if (flood.state() == QLocalSocket::ConnectedState)
@@ -66,15 +66,15 @@ TEST(SingleInstanceTest, TheFirstEditorKeepsItsNameAndSurvivesAnOversizedLine) {
   EXPECT_EQ(received, QStringList{"velk://open"});
 }
 
-TEST(IncomingUrlQueueTest, KeepsLinksInOrderAndRecognisesBothSchemes) {
-  EXPECT_TRUE(isEditorUrl("velk://open"));
-  EXPECT_TRUE(isEditorUrl("ORVAN://open"));
-  EXPECT_FALSE(isEditorUrl("https://velk.example/editor"));
-  EXPECT_FALSE(isEditorUrl("--scene"));
-  EXPECT_EQ(loggableUrl("velk://auth-callback?code=secret"), "velk://auth-callback")
+TEST(IncomingURLQueueTest, KeepsLinksInOrderAndRecognisesBothSchemes) {
+  EXPECT_TRUE(isEditorURL("velk://open"));
+  EXPECT_TRUE(isEditorURL("ORVAN://open"));
+  EXPECT_FALSE(isEditorURL("https://velk.example/editor"));
+  EXPECT_FALSE(isEditorURL("--scene"));
+  EXPECT_EQ(loggableURL("velk://auth-callback?code=secret"), "velk://auth-callback")
       << "a sign-in code never reaches the log";
 
-  IncomingUrlQueue queue;
+  IncomingURLQueue queue;
   queue.push("velk://a", "test");
   queue.push("velk://b", "test");
   EXPECT_EQ(queue.takeAll(), (std::vector<std::string>{"velk://a", "velk://b"}));

@@ -20,7 +20,7 @@
 #include <unistd.h>
 
 #include "orvan/wire/JsonDecoder.h"
-#include "orvan/wire/UrlComponents.h"
+#include "orvan/wire/URLComponents.h"
 #include "ProjectServer/Credentials.h"
 #include "ProjectServer/ProjectServer.h"
 #include "ProjectServer/SessionStore.h"
@@ -104,14 +104,14 @@ class ProjectServerTest : public testing::Test {
       ASSERT_TRUE(project.ok()) << project.error();
       projects.push_back(std::move(*project));
     }
-    const bool publicUrlGiven = !options.publicUrl.empty();
+    const bool publicURLGiven = !options.publicURL.empty();
     api_ = std::make_unique<ProjectServerApi>(std::move(projects), std::move(options));
     server_ = std::make_unique<ProjectServer>(*api_);
     const auto port = server_->bind("127.0.0.1", 0);
     ASSERT_TRUE(port.ok()) << port.error();
     port_ = *port;
-    if (!publicUrlGiven)
-      api_->setPublicUrl("http://127.0.0.1:" + std::to_string(port_));
+    if (!publicURLGiven)
+      api_->setPublicURL("http://127.0.0.1:" + std::to_string(port_));
     server_->start();
     client_ = std::make_unique<httplib::Client>("127.0.0.1", port_);
   }
@@ -378,11 +378,11 @@ TEST_F(ProjectServerTest, SignInNeedsThePasswordAndIssuesAHashedRevocableSession
   auto sessions = SessionStore::open((base_ / "state").string());
   ASSERT_TRUE(sessions.ok()) << sessions.error();
   std::shared_ptr<SessionStore> store = std::move(*sessions);
-  const std::string publicUrl = "https://projects.example.test:8443";
+  const std::string publicURL = "https://projects.example.test:8443";
   start({.token = "sesame",
          .password = "open sesame",
          .sessions = store,
-         .publicUrl = publicUrl,
+         .publicURL = publicURL,
          .userName = "tester"});
   // A forged Host header must change nothing the server says about itself.
   const httplib::Headers forged{{"Host", "evil.test:80"}};
@@ -414,7 +414,7 @@ TEST_F(ProjectServerTest, SignInNeedsThePasswordAndIssuesAHashedRevocableSession
   const auto signedIn = postForm(form);
   ASSERT_TRUE(signedIn);
   ASSERT_EQ(signedIn->status, 302) << signedIn->body;
-  const auto link = UrlComponents::parse(signedIn->get_header_value("Location"));
+  const auto link = URLComponents::parse(signedIn->get_header_value("Location"));
   ASSERT_TRUE(link.has_value()) << signedIn->get_header_value("Location");
   EXPECT_EQ(link->scheme, "velk");
   EXPECT_EQ(link->host, "auth-callback");
@@ -423,9 +423,9 @@ TEST_F(ProjectServerTest, SignInNeedsThePasswordAndIssuesAHashedRevocableSession
   EXPECT_EQ(link->queryItems[0].name, "token");
   EXPECT_EQ(token.size(), 64u) << "256 random bits in hex";
   EXPECT_NE(token, "sesame") << "the static token is never handed out";
-  EXPECT_EQ(link->queryItems[1], (UrlQueryItem{"server", publicUrl}));
-  EXPECT_EQ(link->queryItems[2], (UrlQueryItem{"displayName", "tester"}));
-  EXPECT_EQ(link->queryItems[3], (UrlQueryItem{"userId", "local"}));
+  EXPECT_EQ(link->queryItems[1], (URLQueryItem{"server", publicURL}));
+  EXPECT_EQ(link->queryItems[2], (URLQueryItem{"displayName", "tester"}));
+  EXPECT_EQ(link->queryItems[3], (URLQueryItem{"userId", "local"}));
 
   // The session signs in as a bearer; the store holds its digest, never the token itself.
   const httplib::Headers bearer{{"Authorization", "Bearer " + token}};
@@ -465,9 +465,9 @@ TEST_F(ProjectServerTest, WithoutSignInThePageSendsTheBrowserStraightBackNamingT
                           {{"Host", "evil.test"}});
   ASSERT_TRUE(answer);
   EXPECT_EQ(answer->status, 302);
-  const auto link = UrlComponents::parse(answer->get_header_value("Location"));
+  const auto link = URLComponents::parse(answer->get_header_value("Location"));
   ASSERT_TRUE(link.has_value());
-  const std::vector<UrlQueryItem> expected{{"token", "local-session"},
+  const std::vector<URLQueryItem> expected{{"token", "local-session"},
                                            {"server", "http://127.0.0.1:" + std::to_string(port_)},
                                            {"displayName", "tester"},
                                            {"userId", "local"}};

@@ -7,7 +7,7 @@
 #include "Application/StartupPresentation.h"
 #include "orvan/wire/JsonDecoder.h"
 #include "orvan/wire/Text.h"
-#include "orvan/wire/UrlComponents.h"
+#include "orvan/wire/URLComponents.h"
 #include "Launch/HostedProjectLaunchScope.h"
 #include "Launch/UserDefaultsKeys.h"
 #include "Platform/PreferencesStore.h"
@@ -254,7 +254,7 @@ void EditorModel::dismissConnectionIssue() { startup.connectionIssue.set(std::nu
 
 void EditorModel::handleIncomingURL(const std::string& url) {
   ORVAN_ASSERT_MAIN_THREAD(ports_.main);
-  if (const std::optional<UrlComponents> parts = UrlComponents::parse(url)) {
+  if (const std::optional<URLComponents> parts = URLComponents::parse(url)) {
     const std::string scheme = lowercased(parts->scheme);
     const std::string host = lowercased(parts->host);
     if (scheme == "velk" || scheme == "orvan") {

@@ -7,7 +7,7 @@
 #include "orvan/wire/JsonDecoder.h"
 #include "orvan/wire/JsonEncoder.h"
 #include "orvan/wire/Text.h"
-#include "orvan/wire/UrlComponents.h"
+#include "orvan/wire/URLComponents.h"
 
 namespace orvan::editor {
 namespace {
@@ -31,7 +31,7 @@ void authorize(HttpRequest& request, const VelkAgentAuthoringScope& scope) {
 
 // The server's origin without a trailing slash, so that an absolute path can follow it.
 std::optional<std::string> serverOrigin(std::string_view serverURL) {
-  auto components = UrlComponents::parse(trimmed(serverURL));
+  auto components = URLComponents::parse(trimmed(serverURL));
   if (!components)
     return std::nullopt;
   components->path = "/";
@@ -64,7 +64,7 @@ bool sameLocation(const VelkChangeResultLocation& location, const VelkAgentAutho
 }  // namespace
 
 std::optional<HttpRequest> velkChangeReceiptRequest(const VelkAgentAuthoringScope& scope) {
-  auto components = UrlComponents::parse(trimmed(scope.serverURL));
+  auto components = URLComponents::parse(trimmed(scope.serverURL));
   if (!components)
     return std::nullopt;
   components->path = "/api/agent/receipt";

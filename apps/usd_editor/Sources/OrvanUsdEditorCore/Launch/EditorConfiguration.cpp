@@ -13,7 +13,7 @@
 
 #include "Launch/BuildSettings.h"
 #include "orvan/wire/Text.h"
-#include "orvan/wire/UrlComponents.h"
+#include "orvan/wire/URLComponents.h"
 
 namespace orvan::editor {
 
@@ -190,7 +190,7 @@ std::optional<std::string> EditorConfiguration::projectServerDerivedAuthoringAdd
 std::optional<std::string> derivedAuthoringAddress(bool localMode, std::string_view address,
                                                    std::string_view projectServerURL) {
   if (localMode || !isLocalAuthoringAddress(address)) return std::nullopt;
-  const auto url = UrlComponents::parse(projectServerURL);
+  const auto url = URLComponents::parse(projectServerURL);
   if (!url) return std::nullopt;
   std::string host = url->host;
   if (host.empty()) return std::nullopt;

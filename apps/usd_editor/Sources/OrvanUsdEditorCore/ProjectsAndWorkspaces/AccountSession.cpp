@@ -16,8 +16,8 @@ constexpr std::string_view kSignInPath = "/auth/native/start";
 constexpr std::string_view kSignInCallback = "velk://auth-callback";
 
 // The first item of `name` that has a value; an item without one counts as absent.
-std::optional<std::string> firstQueryValue(const UrlComponents& url, std::string_view name) {
-  for (const UrlQueryItem& item : url.queryItems) {
+std::optional<std::string> firstQueryValue(const URLComponents& url, std::string_view name) {
+  for (const URLQueryItem& item : url.queryItems) {
     if (item.name != name) continue;
     return item.value;
   }
@@ -60,7 +60,7 @@ std::string AccountSession::velkAccountLabel() const {
 void AccountSession::signInToVelk() {
   ORVAN_ASSERT_MAIN_THREAD(context_.main);
   const std::string server = context_.scope.projectServerURL();
-  std::optional<UrlComponents> url = UrlComponents::parse(server);
+  std::optional<URLComponents> url = URLComponents::parse(server);
   if (!url) {
     context_.status.set("Invalid Velk server URL");
     return;
@@ -90,7 +90,7 @@ bool AccountSession::answersPendingSignIn(const std::string& callbackServer) con
   return pendingSignInServer && sameServer(*pendingSignInServer, callbackServer);
 }
 
-void AccountSession::handleVelkAuthCallback(const UrlComponents& callback) {
+void AccountSession::handleVelkAuthCallback(const URLComponents& callback) {
   ORVAN_ASSERT_MAIN_THREAD(context_.main);
   const std::string current = trimmed(context_.scope.projectServerURL());
   const std::optional<std::string> named = firstQueryValue(callback, "server");
@@ -116,7 +116,7 @@ void AccountSession::confirmSignInCallback() {
   const std::optional<SignInCallbackConfirmation> held = callbackAwaitingConfirmation.get();
   if (!held) return;
   callbackAwaitingConfirmation.set(std::nullopt);
-  const std::optional<UrlComponents> callback = UrlComponents::parse(held->callbackURL);
+  const std::optional<URLComponents> callback = URLComponents::parse(held->callbackURL);
   if (!callback) return;
   spdlog::info("sign-in callback for {} applied after confirmation", held->callbackServer);
   pendingSignInServer.reset();
@@ -131,7 +131,7 @@ void AccountSession::declineSignInCallback() {
   spdlog::info("sign-in callback for {} declined", held->callbackServer);
 }
 
-void AccountSession::applyVelkAuthCallback(const UrlComponents& callback) {
+void AccountSession::applyVelkAuthCallback(const URLComponents& callback) {
   StartupState& startup = context_.startup;
   ServerSession& server = context_.server;
   const std::optional<std::string> token = firstQueryValue(callback, "token");
@@ -211,9 +211,9 @@ void AccountSession::requireVelkSignIn(std::optional<std::string> expectedSessio
 
 void AccountSession::refreshCurrentVelkProfile() {
   if (!isVelkSignedIn()) return;
-  const auto url = UrlComponents::parse(context_.scope.projectServerURL());
+  const auto url = URLComponents::parse(context_.scope.projectServerURL());
   if (!url) return;
-  UrlComponents me = *url;
+  URLComponents me = *url;
   me.path = "/api/me";
   me.queryItems.clear();
   const std::optional<std::string> address = me.build();

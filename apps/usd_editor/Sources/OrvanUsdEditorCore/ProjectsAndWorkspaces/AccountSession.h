@@ -7,7 +7,7 @@
 #include "Foundation/Executors.h"
 #include "Foundation/Observable.h"
 #include "Foundation/Task.h"
-#include "orvan/wire/UrlComponents.h"
+#include "orvan/wire/URLComponents.h"
 #include "Launch/EditorConfiguration.h"
 #include "Launch/EditorScope.h"
 #include "Presentation/DocumentPublisher.h"
@@ -89,7 +89,7 @@ class AccountSession {
   void signOutOfVelk();
   // A "velk://auth-callback" link. One that answers this editor's pending sign-in for the same
   // server is applied at once; any other is held for confirmation and logged.
-  void handleVelkAuthCallback(const UrlComponents& callback);
+  void handleVelkAuthCallback(const URLComponents& callback);
   void confirmSignInCallback();
   void declineSignInCallback();
   // The server refused the session: forget it, drop every answer in flight and ask for sign-in.
@@ -100,7 +100,7 @@ class AccountSession {
   void applyVelkMeResponse(const VelkMeResponse& response);
 
  private:
-  void applyVelkAuthCallback(const UrlComponents& callback);
+  void applyVelkAuthCallback(const URLComponents& callback);
   bool answersPendingSignIn(const std::string& callbackServer) const;
 
   Context context_;

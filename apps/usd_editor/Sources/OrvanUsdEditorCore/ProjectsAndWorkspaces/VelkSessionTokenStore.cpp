@@ -1,14 +1,14 @@
 #include "ProjectsAndWorkspaces/VelkSessionTokenStore.h"
 
 #include "orvan/wire/Text.h"
-#include "orvan/wire/UrlComponents.h"
+#include "orvan/wire/URLComponents.h"
 #include "Platform/SecretStore.h"
 #include "ServerClient/RunProcess.h"
 
 namespace orvan::editor::VelkSessionTokenStore {
 
 std::string normalizedAccount(std::string_view serverURL) {
-  const auto url = UrlComponents::parse(serverURL);
+  const auto url = URLComponents::parse(serverURL);
   if (!url || url->host.empty()) return serverURL.empty() ? "default" : std::string(serverURL);
   std::string account = url->scheme.empty() ? "https" : lowercased(url->scheme);
   account += "://" + lowercased(url->host);

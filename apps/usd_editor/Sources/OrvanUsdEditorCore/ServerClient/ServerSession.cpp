@@ -15,16 +15,16 @@ namespace {
 
 constexpr auto kRequestTimeout = std::chrono::seconds(60);
 
-bool hasQueryItem(const std::vector<UrlQueryItem>& items, std::initializer_list<std::string_view> names) {
-  return std::any_of(items.begin(), items.end(), [&](const UrlQueryItem& item) {
+bool hasQueryItem(const std::vector<URLQueryItem>& items, std::initializer_list<std::string_view> names) {
+  return std::any_of(items.begin(), items.end(), [&](const URLQueryItem& item) {
     return std::find(names.begin(), names.end(), item.name) != names.end();
   });
 }
 
 // The address `base` with `path` and `items`; nothing when `base` does not parse.
 std::optional<std::string> addressWith(std::string_view base, std::string_view path,
-                                       std::vector<UrlQueryItem> items) {
-  auto url = UrlComponents::parse(base);
+                                       std::vector<URLQueryItem> items) {
+  auto url = URLComponents::parse(base);
   if (!url) return std::nullopt;
   url->path = std::string(path);
   url->queryItems = std::move(items);
@@ -54,7 +54,7 @@ void ServerSession::configureRuntimeForProjectServerIfNeeded() {
   }
 }
 
-void ServerSession::addIdentityQueryItems(std::vector<UrlQueryItem>& items) const {
+void ServerSession::addIdentityQueryItems(std::vector<URLQueryItem>& items) const {
   const std::string& clientId = context_.configuration.clientId;
   if (!clientId.empty() && !hasQueryItem(items, {"clientId"})) items.push_back({"clientId", clientId});
   const std::string& profileId = context_.profileId.get();
@@ -62,7 +62,7 @@ void ServerSession::addIdentityQueryItems(std::vector<UrlQueryItem>& items) cons
 }
 
 std::optional<std::string> ServerSession::projectServerAPIURL(std::string_view path,
-                                                              std::vector<UrlQueryItem> items) const {
+                                                              std::vector<URLQueryItem> items) const {
   const EditorScope& scope = context_.scope;
   const bool hosted = !scope.projectId().empty();
   if (!hasQueryItem(items, {"p", "projectId", "projectRoot"})) {
@@ -94,7 +94,7 @@ std::optional<std::string> ServerSession::projectServerAPIURL(std::string_view p
   return addressWith(scope.projectServerURL(), path, std::move(items));
 }
 
-std::optional<std::string> ServerSession::remoteURL(std::string_view path, std::vector<UrlQueryItem> items) const {
+std::optional<std::string> ServerSession::remoteURL(std::string_view path, std::vector<URLQueryItem> items) const {
   addIdentityQueryItems(items);
   return addressWith(addresses.webEditorURL, path, std::move(items));
 }

@@ -9,7 +9,7 @@
 #include "Foundation/Executors.h"
 #include "Foundation/Observable.h"
 #include "Foundation/Task.h"
-#include "orvan/wire/UrlComponents.h"
+#include "orvan/wire/URLComponents.h"
 #include "Launch/EditorConfiguration.h"
 #include "Launch/EditorScope.h"
 #include "Platform/HttpClient.h"
@@ -63,10 +63,10 @@ class ServerSession {
   // scene, workspace, active layer) and identity (client, profile) items the caller did not give.
   // Nothing when the server address does not parse.
   std::optional<std::string> projectServerAPIURL(std::string_view path,
-                                                 std::vector<UrlQueryItem> queryItems = {}) const;
+                                                 std::vector<URLQueryItem> queryItems = {}) const;
   // The same against the web editor's address, with the identity items only.
   std::optional<std::string> remoteURL(std::string_view path,
-                                       std::vector<UrlQueryItem> queryItems = {}) const;
+                                       std::vector<URLQueryItem> queryItems = {}) const;
 
   // Adds the session's credential, when there is one.
   void authorize(HttpRequest& request) const;
@@ -79,7 +79,7 @@ class ServerSession {
                             std::function<void(RequestResult<HttpResponse>)> done);
 
  private:
-  void addIdentityQueryItems(std::vector<UrlQueryItem>& items) const;
+  void addIdentityQueryItems(std::vector<URLQueryItem>& items) const;
 
   Context context_;
   LifetimeToken lifetime_;

@@ -11,7 +11,7 @@
 #include "orvan/wire/records/StageNormalization.h"
 #include "ServerClient/VelkClientRequestError.h"
 #include "ServerClient/RunProcess.h"
-#include "orvan/wire/UrlComponents.h"
+#include "orvan/wire/URLComponents.h"
 
 namespace orvan::editor {
 
@@ -98,7 +98,7 @@ void StageRefresher::refresh(StageRefreshOptions options) {
 
 void StageRefresher::refreshRemoteStage(const std::string& url, std::uint64_t generation,
                                      bool preserveDrafts) {
-  if (!UrlComponents::parse(url)) {
+  if (!URLComponents::parse(url)) {
     applyRefreshFailure(Error::editor(0, "Invalid remote stage URL"), generation);
     return;
   }

@@ -13,18 +13,18 @@ namespace orvan::ui {
 
 OrvanUsdEditorApp::OrvanUsdEditorApp(editor::EditorConfiguration configuration,
                                      OrvanUsdEditorAppPorts ports,
-                                     std::vector<std::string> launchUrls,
+                                     std::vector<std::string> launchURLs,
                                      QString instanceServerName)
     : updater_(ports.updater), main_(ports.main) {
   // The link handler comes before the model, so that a link that launched the editor, or one
   // forwarded while the model is still being built, is kept.
-  for (std::string& url : launchUrls)
-    incomingUrls_.push(std::move(url), "the launch arguments");
+  for (std::string& url : launchURLs)
+    incomingURLs_.push(std::move(url), "the launch arguments");
   if (!instanceServerName.isEmpty()) {
-    urlServer_ = std::make_unique<UrlForwardingServer>(instanceServerName, [this](QString url) {
-      incomingUrls_.push(url.toStdString(), "a later launch");
+    urlServer_ = std::make_unique<URLForwardingServer>(instanceServerName, [this](QString url) {
+      incomingURLs_.push(url.toStdString(), "a later launch");
     });
-    if (urlServer_->listen() != UrlForwardingServer::ListenResult::listening) {
+    if (urlServer_->listen() != URLForwardingServer::ListenResult::listening) {
       spdlog::info("another editor receives the links of later launches");
       urlServer_.reset();
     }
@@ -41,7 +41,7 @@ OrvanUsdEditorApp::~OrvanUsdEditorApp() {
   window_.reset();  // the window reads the model to the end
 }
 
-bool OrvanUsdEditorApp::receivesForwardedUrls() const {
+bool OrvanUsdEditorApp::receivesForwardedURLs() const {
   return urlServer_ != nullptr;
 }
 
@@ -49,7 +49,7 @@ void OrvanUsdEditorApp::show() {
   window_->show();
   // Links are handled once the editor has started, so that a sign-in callback's refresh is the
   // one that counts.
-  incomingUrls_.route([this](const std::string& url) { model_->handleIncomingURL(url); });
+  incomingURLs_.route([this](const std::string& url) { model_->handleIncomingURL(url); });
   if (!updater_.isStarted() && !updaterStart_.isActive()) {
     updaterStart_.replace(editor::scheduleSoftwareUpdaterStart(main_, updater_));
   }

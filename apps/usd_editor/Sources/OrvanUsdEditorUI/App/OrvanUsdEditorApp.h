@@ -9,7 +9,7 @@
 
 #include "Launch/EditorConfiguration.h"
 #include "Foundation/Task.h"
-#include "App/IncomingUrlQueue.h"
+#include "App/IncomingURLQueue.h"
 
 namespace orvan::editor {
 class BackgroundExecutor;
@@ -25,7 +25,7 @@ class SoftwareUpdater;
 namespace orvan::ui {
 
 class EditorWindow;
-class UrlForwardingServer;
+class URLForwardingServer;
 
 // What the application runs on. The process's main builds the real adapters and passes them;
 // tests pass fakes. The widget library itself constructs no adapter.
@@ -45,10 +45,10 @@ struct OrvanUsdEditorAppPorts {
 // updater and the one window, brought up in that order.
 class OrvanUsdEditorApp {
  public:
-  // `launchUrls` are the links among the launch arguments; `instanceServerName` the local socket
+  // `launchURLs` are the links among the launch arguments; `instanceServerName` the local socket
   // later launches forward their links to (empty: no forwarding).
   OrvanUsdEditorApp(editor::EditorConfiguration configuration, OrvanUsdEditorAppPorts ports,
-                    std::vector<std::string> launchUrls, QString instanceServerName);
+                    std::vector<std::string> launchURLs, QString instanceServerName);
   ~OrvanUsdEditorApp();
 
   // Shows the window (whose first showing starts the editor), then hands the kept links to the
@@ -57,12 +57,12 @@ class OrvanUsdEditorApp {
 
   editor::EditorModel& model() { return *model_; }
   EditorWindow& window() { return *window_; }
-  IncomingUrlQueue& incomingUrls() { return incomingUrls_; }
-  bool receivesForwardedUrls() const;
+  IncomingURLQueue& incomingURLs() { return incomingURLs_; }
+  bool receivesForwardedURLs() const;
 
  private:
-  IncomingUrlQueue incomingUrls_;
-  std::unique_ptr<UrlForwardingServer> urlServer_;
+  IncomingURLQueue incomingURLs_;
+  std::unique_ptr<URLForwardingServer> urlServer_;
   std::unique_ptr<editor::EditorModel> model_;
   editor::SoftwareUpdater& updater_;
   editor::TaskSlot updaterStart_;

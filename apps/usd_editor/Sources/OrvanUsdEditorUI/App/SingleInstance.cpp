@@ -31,7 +31,7 @@ QString editorInstanceServerName() {
   return QStringLiteral("orvan-usd-editor-%1").arg(static_cast<qulonglong>(::getuid()));
 }
 
-bool forwardUrlToRunningEditor(const QString& serverName, const QString& url, int timeoutMs) {
+bool forwardURLToRunningEditor(const QString& serverName, const QString& url, int timeoutMs) {
   QLocalSocket socket;
   socket.connectToServer(serverName);
   if (!socket.waitForConnected(timeoutMs))
@@ -49,23 +49,23 @@ bool forwardUrlToRunningEditor(const QString& serverName, const QString& url, in
   return answer == kAcknowledgement;
 }
 
-UrlForwardingServer::UrlForwardingServer(QString serverName, std::function<void(QString)> onUrl,
+URLForwardingServer::URLForwardingServer(QString serverName, std::function<void(QString)> onURL,
                                          QObject* parent)
     : QObject(parent),
       serverName_(std::move(serverName)),
-      onUrl_(std::move(onUrl)),
+      onURL_(std::move(onURL)),
       server_(new QLocalServer(this)) {
   server_->setSocketOptions(QLocalServer::UserAccessOption);
-  connect(server_, &QLocalServer::newConnection, this, &UrlForwardingServer::acceptConnections);
+  connect(server_, &QLocalServer::newConnection, this, &URLForwardingServer::acceptConnections);
 }
 
-UrlForwardingServer::~UrlForwardingServer() = default;
+URLForwardingServer::~URLForwardingServer() = default;
 
-bool UrlForwardingServer::isListening() const {
+bool URLForwardingServer::isListening() const {
   return server_->isListening();
 }
 
-UrlForwardingServer::ListenResult UrlForwardingServer::listen() {
+URLForwardingServer::ListenResult URLForwardingServer::listen() {
   // Ask first: with access options the socket is bound elsewhere and moved into place, which
   // would silently take the name from a running editor.
   if (anEditorAnswersOn(serverName_))
@@ -80,7 +80,7 @@ UrlForwardingServer::ListenResult UrlForwardingServer::listen() {
   return ListenResult::failed;
 }
 
-void UrlForwardingServer::acceptConnections() {
+void URLForwardingServer::acceptConnections() {
   while (QLocalSocket* socket = server_->nextPendingConnection()) {
     buffers_[socket];
     connect(socket, &QLocalSocket::readyRead, this, [this, socket] { readFrom(socket); });
@@ -92,7 +92,7 @@ void UrlForwardingServer::acceptConnections() {
   }
 }
 
-void UrlForwardingServer::readFrom(QLocalSocket* socket) {
+void URLForwardingServer::readFrom(QLocalSocket* socket) {
   auto found = buffers_.find(socket);
   if (found == buffers_.end())
     return;
@@ -103,8 +103,8 @@ void UrlForwardingServer::readFrom(QLocalSocket* socket) {
     const QString url = QString::fromUtf8(buffer.left(end)).trimmed();
     buffer.remove(0, end + 1);
     socket->write(kAcknowledgement);
-    if (!url.isEmpty() && onUrl_)
-      onUrl_(url);
+    if (!url.isEmpty() && onURL_)
+      onURL_(url);
   }
   if (buffer.size() > kMaximumLineBytes) {
     spdlog::warn("a later launch sent a link longer than {} bytes; connection dropped",

@@ -18,18 +18,18 @@ QString editorInstanceServerName();
 // Hands `url` to the editor listening on `serverName` and waits for its acknowledgement. Returns
 // false when no editor answers in time; the caller then opens the link itself. Blocking: call it
 // before the event loop runs (or off the thread that runs the server).
-bool forwardUrlToRunningEditor(const QString& serverName, const QString& url, int timeoutMs = 2000);
+bool forwardURLToRunningEditor(const QString& serverName, const QString& url, int timeoutMs = 2000);
 
 // The running editor's end: accepts one link per line from later launches, acknowledges each with
 // "ok", and passes it on. A connection that sends an oversized line is dropped with a log line.
-class UrlForwardingServer final : public QObject {
+class URLForwardingServer final : public QObject {
   Q_OBJECT
  public:
   enum class ListenResult { listening, anotherEditorIsRunning, failed };
 
-  UrlForwardingServer(QString serverName, std::function<void(QString url)> onUrl,
+  URLForwardingServer(QString serverName, std::function<void(QString url)> onURL,
                       QObject* parent = nullptr);
-  ~UrlForwardingServer() override;
+  ~URLForwardingServer() override;
 
   // Takes the name. A name left behind by an editor that crashed is reclaimed; a name held by a
   // live editor is not.
@@ -43,7 +43,7 @@ class UrlForwardingServer final : public QObject {
   void readFrom(QLocalSocket* socket);
 
   QString serverName_;
-  std::function<void(QString)> onUrl_;
+  std::function<void(QString)> onURL_;
   QLocalServer* server_;
   std::map<QLocalSocket*, QByteArray> buffers_;
 };

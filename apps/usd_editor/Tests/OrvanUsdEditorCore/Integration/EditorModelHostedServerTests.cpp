@@ -14,7 +14,7 @@
 #include "Application/EditorModel.h"
 #include "Foundation/EventLoop.h"
 #include "Foundation/ThreadPool.h"
-#include "orvan/wire/UrlComponents.h"
+#include "orvan/wire/URLComponents.h"
 #include "Platform/CurlHttpClient.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
@@ -104,7 +104,7 @@ class EditorModelHostedServerTest : public ::testing::Test {
 // What a browser and its user do with the sign-in page: open it, fill in the password, send the
 // form and hand over the link it redirects to.
 std::string followSignInPage(const std::string& address, const std::string& password) {
-  const auto url = UrlComponents::parse(address);
+  const auto url = URLComponents::parse(address);
   if (!url || !url->port) return "";
   httplib::Client client(url->host, *url->port);
   std::string path = url->path + "?";
@@ -124,7 +124,7 @@ std::string followSignInPage(const std::string& address, const std::string& pass
 
 // The value of `name` in a link's query, "" when it has none.
 std::string queryValue(const std::string& link, const std::string& name) {
-  const auto url = UrlComponents::parse(link);
+  const auto url = URLComponents::parse(link);
   if (!url) return "";
   for (const auto& item : url->queryItems)
     if (item.name == name) return item.value.value_or("");

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "orvan/wire/JsonDecoder.h"
-#include "orvan/wire/UrlComponents.h"
+#include "orvan/wire/URLComponents.h"
 #include "Support/FakeHttpClient.h"
 
 namespace orvan::editor {
@@ -38,14 +38,14 @@ TEST(VelkChangeReceiptRequestTest, AsksForTheScopeWithTheTokenAndTheUsualTimeout
   const auto request = velkChangeReceiptRequest(scope());
   ASSERT_TRUE(request);
   EXPECT_EQ(request->method, "GET");
-  const auto url = UrlComponents::parse(request->url);
+  const auto url = URLComponents::parse(request->url);
   ASSERT_TRUE(url);
   EXPECT_EQ(url->host, "velk.example");
   EXPECT_EQ(url->path, "/api/agent/receipt");
   EXPECT_THAT(url->queryItems,
-              ElementsAre(UrlQueryItem{"p", "proj-7"}, UrlQueryItem{"w", "ws main"},
-                          UrlQueryItem{"s", "Arena.usda"}, UrlQueryItem{"clientId", "client-9"},
-                          UrlQueryItem{"profileId", "user-1"}));
+              ElementsAre(URLQueryItem{"p", "proj-7"}, URLQueryItem{"w", "ws main"},
+                          URLQueryItem{"s", "Arena.usda"}, URLQueryItem{"clientId", "client-9"},
+                          URLQueryItem{"profileId", "user-1"}));
   EXPECT_EQ(request->header("Authorization"), "Bearer secret");
   EXPECT_EQ(request->timeout, std::chrono::seconds(60));
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "Application/EditorModel.h"
-#include "orvan/wire/UrlComponents.h"
+#include "orvan/wire/URLComponents.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
@@ -42,7 +42,7 @@ class SessionTest : public ::testing::Test {
 
   bool asked(const std::string& path) const {
     for (const HttpRequest& request : http_.requests()) {
-      if (UrlComponents::parse(request.url)->path == path)
+      if (URLComponents::parse(request.url)->path == path)
         return true;
     }
     return false;

@@ -5,7 +5,7 @@
 
 #include "Application/EditorModel.h"
 #include "orvan/wire/JsonEncoder.h"
-#include "orvan/wire/UrlComponents.h"
+#include "orvan/wire/URLComponents.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
@@ -76,7 +76,7 @@ class HostedProjectFlowTest : public ::testing::Test {
   std::vector<std::string> sent(const std::string& path) const {
     std::vector<std::string> urls;
     for (const HttpRequest& request : http_.requests()) {
-      if (UrlComponents::parse(request.url)->path == path)
+      if (URLComponents::parse(request.url)->path == path)
         urls.push_back(request.url);
     }
     return urls;
@@ -151,7 +151,7 @@ TEST_F(HostedProjectFlowTest, OnlyTheStageAndTheProjectMayBeLargeAnswers) {
   wait(std::chrono::milliseconds(40));
   ASSERT_EQ(sent("/api/project").size(), 1u);
   for (const HttpRequest& request : http_.requests()) {
-    const std::string path = UrlComponents::parse(request.url)->path;
+    const std::string path = URLComponents::parse(request.url)->path;
     const bool large = path == "/api/stage" || path == "/api/project";
     SCOPED_TRACE(path);
     EXPECT_EQ(request.maxResponseBytes,

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "Application/EditorModel.h"
-#include "orvan/wire/UrlComponents.h"
+#include "orvan/wire/URLComponents.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
@@ -28,7 +28,7 @@ class ProjectServerAddressTest : public ::testing::Test {
   // The query of an address as "name=value" texts, in order.
   static std::vector<std::string> query(const std::optional<std::string>& address) {
     std::vector<std::string> items;
-    const auto parsed = address ? UrlComponents::parse(*address) : std::nullopt;
+    const auto parsed = address ? URLComponents::parse(*address) : std::nullopt;
     if (!parsed)
       return {"<no address>"};
     for (const auto& item : parsed->queryItems) {
@@ -57,7 +57,7 @@ TEST_F(ProjectServerAddressTest, AHostedProjectUsesTheShortScopeItems) {
 
   const auto address = editor.server.projectServerAPIURL("/api/project");
   ASSERT_TRUE(address.has_value());
-  EXPECT_EQ(UrlComponents::parse(*address)->path, "/api/project");
+  EXPECT_EQ(URLComponents::parse(*address)->path, "/api/project");
   EXPECT_EQ(query(address), (std::vector<std::string>{"p=proj-1", "s=Scenes/Main.usda", "w=feature",
                                                       "activeLayer=layers/lights.usda",
                                                       "clientId=client-1", "profileId=user-ada"}));

@@ -9,11 +9,11 @@ namespace orvan::editor {
 
 // One "name=value" of a query, decoded. An item written without "=" has no value; "name=" has an
 // empty one.
-struct UrlQueryItem {
+struct URLQueryItem {
   std::string name;
   std::optional<std::string> value;
 
-  bool operator==(const UrlQueryItem&) const = default;
+  bool operator==(const URLQueryItem&) const = default;
 };
 
 // `text` with every byte but the unreserved ones ("A-Z a-z 0-9 - . _ ~") and those in `keep`
@@ -32,25 +32,25 @@ std::string percentEncoded(std::string_view text, std::string_view keep = {});
 //   comes back as a plain one.
 // - `queryItems` in their order, repeated names kept. '+' is a plus, not a space; a space is
 //   written "%20". Empty items ("a=1&&b=2") are skipped, and no items means no '?'.
-struct UrlComponents {
+struct URLComponents {
   std::string scheme = {};
   std::optional<std::string> user = {};
   std::optional<std::string> password = {};
   std::string host = {};
   std::optional<int> port = {};
   std::string path = {};
-  std::vector<UrlQueryItem> queryItems = {};
+  std::vector<URLQueryItem> queryItems = {};
   std::optional<std::string> fragment = {};
 
   // Nothing when the text is not an absolute URL (no scheme, no host for a web scheme, a bad
   // port, spaces or control characters).
-  static std::optional<UrlComponents> parse(std::string_view text);
+  static std::optional<URLComponents> parse(std::string_view text);
 
   // Nothing when the parts do not make a URL (no scheme, a host that is not one, ...). What it
   // yields always parses again.
   std::optional<std::string> build() const;
 
-  bool operator==(const UrlComponents&) const = default;
+  bool operator==(const URLComponents&) const = default;
 };
 
 }  // namespace orvan::editor

@@ -1,4 +1,4 @@
-#include "App/IncomingUrlQueue.h"
+#include "App/IncomingURLQueue.h"
 
 #include <utility>
 
@@ -22,11 +22,11 @@ bool startsWithNoCase(std::string_view text, std::string_view prefix) {
 
 }  // namespace
 
-bool isEditorUrl(std::string_view argument) {
+bool isEditorURL(std::string_view argument) {
   return startsWithNoCase(argument, "velk:") || startsWithNoCase(argument, "orvan:");
 }
 
-std::string loggableUrl(std::string_view url) {
+std::string loggableURL(std::string_view url) {
   const std::size_t scheme = url.find(':');
   if (scheme == std::string_view::npos)
     return "(not a link)";
@@ -37,24 +37,24 @@ std::string loggableUrl(std::string_view url) {
   return std::string(url.substr(0, hostEnd == std::string_view::npos ? url.size() : hostEnd));
 }
 
-void IncomingUrlQueue::push(std::string url, std::string_view source) {
+void IncomingURLQueue::push(std::string url, std::string_view source) {
   if (receiver_) {
-    spdlog::info("incoming link from {}: {} ({} bytes)", source, loggableUrl(url), url.size());
+    spdlog::info("incoming link from {}: {} ({} bytes)", source, loggableURL(url), url.size());
     receiver_(url);
     return;
   }
   spdlog::info("incoming link from {} queued until links are routed: {} ({} bytes)", source,
-               loggableUrl(url), url.size());
+               loggableURL(url), url.size());
   pending_.push_back(std::move(url));
 }
 
-void IncomingUrlQueue::route(Receiver receiver) {
+void IncomingURLQueue::route(Receiver receiver) {
   receiver_ = std::move(receiver);
   if (!receiver_) return;
   for (const std::string& url : takeAll()) receiver_(url);
 }
 
-std::vector<std::string> IncomingUrlQueue::takeAll() {
+std::vector<std::string> IncomingURLQueue::takeAll() {
   return std::exchange(pending_, {});
 }
 

@@ -8,12 +8,12 @@
 namespace orvan::ui {
 
 // Whether a launch argument is one of the editor's links ("velk:" or "orvan:", any letter case).
-bool isEditorUrl(std::string_view argument);
+bool isEditorURL(std::string_view argument);
 
 // Links handed to the editor, by its own launch arguments or forwarded by a later launch, kept in
 // arrival order until something routes them. It does not depend on the model, so a link that
 // arrives while the model is still being built is kept, not lost.
-class IncomingUrlQueue {
+class IncomingURLQueue {
  public:
   using Receiver = std::function<void(const std::string&)>;
 
@@ -32,6 +32,6 @@ class IncomingUrlQueue {
 
 // What the log may say about a link: its scheme and host, never its query, which can carry a
 // sign-in code.
-std::string loggableUrl(std::string_view url);
+std::string loggableURL(std::string_view url);
 
 }  // namespace orvan::ui

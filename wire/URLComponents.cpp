@@ -1,4 +1,4 @@
-#include "orvan/wire/UrlComponents.h"
+#include "orvan/wire/URLComponents.h"
 
 #include <curl/curl.h>
 
@@ -9,10 +9,10 @@
 namespace orvan::editor {
 namespace {
 
-struct UrlDeleter {
+struct URLDeleter {
   void operator()(CURLU* url) const { curl_url_cleanup(url); }
 };
-using UrlHandle = std::unique_ptr<CURLU, UrlDeleter>;
+using URLHandle = std::unique_ptr<CURLU, URLDeleter>;
 
 // Our own schemes ("velk://auth-callback?...") are URLs too.
 constexpr unsigned int kParseFlags = CURLU_NON_SUPPORT_SCHEME;
@@ -74,8 +74,8 @@ std::optional<std::string> getDecodedPart(CURLU* url, CURLUPart part) {
   return percentDecode(*raw);
 }
 
-std::vector<UrlQueryItem> splitQuery(std::string_view query) {
-  std::vector<UrlQueryItem> items;
+std::vector<URLQueryItem> splitQuery(std::string_view query) {
+  std::vector<URLQueryItem> items;
   while (!query.empty()) {
     const std::size_t end = std::min(query.find('&'), query.size());
     const std::string_view item = query.substr(0, end);
@@ -84,18 +84,18 @@ std::vector<UrlQueryItem> splitQuery(std::string_view query) {
       continue;
     const std::size_t equals = item.find('=');
     if (equals == std::string_view::npos) {
-      items.push_back(UrlQueryItem{percentDecode(item), std::nullopt});
+      items.push_back(URLQueryItem{percentDecode(item), std::nullopt});
     } else {
-      items.push_back(UrlQueryItem{percentDecode(item.substr(0, equals)),
+      items.push_back(URLQueryItem{percentDecode(item.substr(0, equals)),
                                    percentDecode(item.substr(equals + 1))});
     }
   }
   return items;
 }
 
-std::string joinQuery(const std::vector<UrlQueryItem>& items) {
+std::string joinQuery(const std::vector<URLQueryItem>& items) {
   std::string query;
-  for (const UrlQueryItem& item : items) {
+  for (const URLQueryItem& item : items) {
     if (!query.empty())
       query += '&';
     query += percentEncoded(item.name, kQueryCharacters);
@@ -145,17 +145,17 @@ std::string percentEncoded(std::string_view text, std::string_view keep) {
   return encoded;
 }
 
-std::optional<UrlComponents> UrlComponents::parse(std::string_view text) {
+std::optional<URLComponents> URLComponents::parse(std::string_view text) {
   // libcurl reads up to the first NUL; a URL with one inside is no URL.
   if (text.find('\0') != std::string_view::npos)
     return std::nullopt;
-  const UrlHandle url(curl_url());
+  const URLHandle url(curl_url());
   if (!url)
     return std::nullopt;
   if (!setPart(url.get(), CURLUPART_URL, std::string(text), kParseFlags))
     return std::nullopt;
 
-  UrlComponents components;
+  URLComponents components;
   components.scheme = getPart(url.get(), CURLUPART_SCHEME).value_or("");
   components.user = getDecodedPart(url.get(), CURLUPART_USER);
   components.password = getDecodedPart(url.get(), CURLUPART_PASSWORD);
@@ -167,8 +167,8 @@ std::optional<UrlComponents> UrlComponents::parse(std::string_view text) {
   return components;
 }
 
-std::optional<std::string> UrlComponents::build() const {
-  const UrlHandle url(curl_url());
+std::optional<std::string> URLComponents::build() const {
+  const URLHandle url(curl_url());
   if (!url || scheme.empty())
     return std::nullopt;
   bool ok = setPart(url.get(), CURLUPART_SCHEME, scheme, kParseFlags);
