@@ -14,7 +14,9 @@ Error Error::transport(TransportCode code, std::string description) {
   return Error{std::string(kTransportDomain), code, std::move(description)};
 }
 
-Error Error::cancelled() { return transport(kTransportCancelled, "cancelled"); }
+Error Error::cancelled() {
+  return transport(kTransportCancelled, "cancelled");
+}
 
 bool Error::isCancellation() const {
   return domain == kTransportDomain && code == kTransportCancelled;

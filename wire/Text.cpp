@@ -14,7 +14,8 @@ constexpr char32_t kReplacement = 0xFFFD;
 
 bool isAscii(std::string_view text) {
   for (unsigned char c : text) {
-    if (c >= 0x80) return false;
+    if (c >= 0x80)
+      return false;
   }
   return true;
 }
@@ -28,11 +29,12 @@ char32_t foldCase(char32_t codepoint) {
 // combining accent matches its precomposed form. Invalid UTF-8 falls back to simple lower-casing.
 std::string caseFolded(std::string_view text) {
   utf8proc_uint8_t* folded = nullptr;
-  const utf8proc_ssize_t length =
-      utf8proc_map(reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
-                   static_cast<utf8proc_ssize_t>(text.size()), &folded,
-                   static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_CASEFOLD));
-  if (length < 0) return lowercased(text);
+  const utf8proc_ssize_t length = utf8proc_map(
+      reinterpret_cast<const utf8proc_uint8_t*>(text.data()),
+      static_cast<utf8proc_ssize_t>(text.size()), &folded,
+      static_cast<utf8proc_option_t>(UTF8PROC_STABLE | UTF8PROC_COMPOSE | UTF8PROC_CASEFOLD));
+  if (length < 0)
+    return lowercased(text);
   std::string out(reinterpret_cast<const char*>(folded), static_cast<std::size_t>(length));
   std::free(folded);
   return out;
@@ -61,16 +63,18 @@ void appendUtf8(std::string& out, char32_t codepoint) {
 }
 
 bool isWhitespaceOrNewline(char32_t codepoint) {
-  if (codepoint == ' ' || (codepoint >= 0x09 && codepoint <= 0x0D) || codepoint == 0x85) return true;
-  if (codepoint < 0x80 || codepoint > 0x10FFFF) return false;
-  const utf8proc_category_t category =
-      utf8proc_category(static_cast<utf8proc_int32_t>(codepoint));
+  if (codepoint == ' ' || (codepoint >= 0x09 && codepoint <= 0x0D) || codepoint == 0x85)
+    return true;
+  if (codepoint < 0x80 || codepoint > 0x10FFFF)
+    return false;
+  const utf8proc_category_t category = utf8proc_category(static_cast<utf8proc_int32_t>(codepoint));
   return category == UTF8PROC_CATEGORY_ZS || category == UTF8PROC_CATEGORY_ZL ||
          category == UTF8PROC_CATEGORY_ZP;
 }
 
 bool isUnicodeLetter(char32_t codepoint) {
-  if (codepoint > 0x10FFFF || codepoint == kReplacement) return false;
+  if (codepoint > 0x10FFFF || codepoint == kReplacement)
+    return false;
   switch (utf8proc_category(static_cast<utf8proc_int32_t>(codepoint))) {
     case UTF8PROC_CATEGORY_LU:
     case UTF8PROC_CATEGORY_LL:
@@ -87,7 +91,8 @@ bool isUnicodeLetter(char32_t codepoint) {
 }
 
 bool isUnicodeDecimalDigit(char32_t codepoint) {
-  if (codepoint > 0x10FFFF) return false;
+  if (codepoint > 0x10FFFF)
+    return false;
   return utf8proc_category(static_cast<utf8proc_int32_t>(codepoint)) == UTF8PROC_CATEGORY_ND;
 }
 
@@ -95,32 +100,43 @@ std::string_view trimWhitespaceAndNewlines(std::string_view text) {
   std::size_t begin = 0;
   while (begin < text.size()) {
     std::size_t next = begin;
-    if (!isWhitespaceOrNewline(decodeCodepoint(text, next))) break;
+    if (!isWhitespaceOrNewline(decodeCodepoint(text, next)))
+      break;
     begin = next;
   }
   std::size_t end = text.size();
   while (end > begin) {
     // Step back to the start of the last code point: skip UTF-8 continuation bytes.
     std::size_t start = end - 1;
-    while (start > begin && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80) --start;
+    while (start > begin && (static_cast<unsigned char>(text[start]) & 0xC0) == 0x80)
+      --start;
     std::size_t probe = start;
     const char32_t codepoint = decodeCodepoint(text, probe);
-    if (probe != end || !isWhitespaceOrNewline(codepoint)) break;
+    if (probe != end || !isWhitespaceOrNewline(codepoint))
+      break;
     end = start;
   }
   return text.substr(begin, end - begin);
 }
 
-std::string trimmed(std::string_view text) { return std::string(trimWhitespaceAndNewlines(text)); }
+std::string trimmed(std::string_view text) {
+  return std::string(trimWhitespaceAndNewlines(text));
+}
 
-bool isBlank(std::string_view text) { return trimWhitespaceAndNewlines(text).empty(); }
+bool isBlank(std::string_view text) {
+  return trimWhitespaceAndNewlines(text).empty();
+}
 
-bool isValidUtf8(std::string_view text) { return simdjson::validate_utf8(text.data(), text.size()); }
+bool isValidUtf8(std::string_view text) {
+  return simdjson::validate_utf8(text.data(), text.size());
+}
 
 std::string joinPath(std::string_view base, std::string_view relative) {
-  if (base.empty()) return std::string(relative);
+  if (base.empty())
+    return std::string(relative);
   std::string joined(base);
-  if (joined.back() != '/') joined.push_back('/');
+  if (joined.back() != '/')
+    joined.push_back('/');
   joined.append(relative);
   return joined;
 }
@@ -129,7 +145,8 @@ std::string lowercased(std::string_view text) {
   std::string out;
   out.reserve(text.size());
   if (isAscii(text)) {
-    for (char c : text) out.push_back(c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c);
+    for (char c : text)
+      out.push_back(c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c);
     return out;
   }
   std::size_t offset = 0;
@@ -148,12 +165,16 @@ std::string lowercased(std::string_view text) {
 
 bool equalsIgnoringCase(std::string_view left, std::string_view right) {
   if (isAscii(left) && isAscii(right)) {
-    if (left.size() != right.size()) return false;
+    if (left.size() != right.size())
+      return false;
     for (std::size_t i = 0; i < left.size(); ++i) {
       char a = left[i], b = right[i];
-      if (a >= 'A' && a <= 'Z') a = static_cast<char>(a - 'A' + 'a');
-      if (b >= 'A' && b <= 'Z') b = static_cast<char>(b - 'A' + 'a');
-      if (a != b) return false;
+      if (a >= 'A' && a <= 'Z')
+        a = static_cast<char>(a - 'A' + 'a');
+      if (b >= 'A' && b <= 'Z')
+        b = static_cast<char>(b - 'A' + 'a');
+      if (a != b)
+        return false;
     }
     return true;
   }
@@ -169,16 +190,19 @@ bool hasSuffix(std::string_view text, std::string_view suffix) {
 }
 
 std::string standardizePath(std::string_view path) {
-  if (path.empty()) return {};
+  if (path.empty())
+    return {};
   const bool absolute = path.front() == '/';
   std::vector<std::string_view> parts;
   std::size_t start = 0;
   while (start <= path.size()) {
     std::size_t slash = path.find('/', start);
-    if (slash == std::string_view::npos) slash = path.size();
+    if (slash == std::string_view::npos)
+      slash = path.size();
     const std::string_view part = path.substr(start, slash - start);
     start = slash + 1;
-    if (part.empty() || part == ".") continue;
+    if (part.empty() || part == ".")
+      continue;
     if (part == "..") {
       if (!parts.empty() && parts.back() != "..") {
         parts.pop_back();
@@ -191,10 +215,12 @@ std::string standardizePath(std::string_view path) {
   }
   std::string out = absolute ? "/" : "";
   for (std::size_t i = 0; i < parts.size(); ++i) {
-    if (i > 0) out.push_back('/');
+    if (i > 0)
+      out.push_back('/');
     out.append(parts[i]);
   }
-  if (out.empty()) return ".";
+  if (out.empty())
+    return ".";
   return out;
 }
 

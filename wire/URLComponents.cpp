@@ -186,8 +186,8 @@ std::optional<std::string> URLComponents::build() const {
   if (!queryItems.empty())
     ok = ok && setPart(url.get(), CURLUPART_QUERY, joinQuery(queryItems));
   if (fragment) {
-    ok =
-        ok && setPart(url.get(), CURLUPART_FRAGMENT, percentEncoded(*fragment, kFragmentCharacters));
+    ok = ok &&
+         setPart(url.get(), CURLUPART_FRAGMENT, percentEncoded(*fragment, kFragmentCharacters));
   }
   if (!ok)
     return std::nullopt;

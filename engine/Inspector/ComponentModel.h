@@ -5,8 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "orvan/wire/records/StageInspection.h"
 #include "UsdText/Stage.h"
+#include "orvan/wire/records/StageInspection.h"
 
 namespace orvan::engine {
 

@@ -9,11 +9,11 @@
 
 #include <unistd.h>
 
-#include "orvan/wire/JsonEncoder.h"
 #include "Inspector/ComponentModel.h"
-#include "orvan/wire/records/StageNormalization.h"
 #include "UsdText/LayerReader.h"
 #include "UsdText/LayerWriter.h"
+#include "orvan/wire/JsonEncoder.h"
+#include "orvan/wire/records/StageNormalization.h"
 
 namespace orvan::engine {
 

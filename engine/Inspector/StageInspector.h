@@ -6,8 +6,8 @@
 #include <string>
 #include <string_view>
 
-#include "orvan/wire/records/StageInspection.h"
 #include "UsdText/Stage.h"
+#include "orvan/wire/records/StageInspection.h"
 
 namespace orvan::engine {
 

@@ -7,12 +7,12 @@
 #include <string_view>
 #include <utility>
 
-#include "orvan/wire/JsonEncoder.h"
-#include "orvan/wire/Text.h"
-#include "orvan/wire/URLComponents.h"
 #include "ProjectServer/Credentials.h"
 #include "ProjectServer/Digest.h"
 #include "ProjectServer/ProjectAssets.h"
+#include "orvan/wire/JsonEncoder.h"
+#include "orvan/wire/Text.h"
+#include "orvan/wire/URLComponents.h"
 #include "orvan/wire/records/AccountRecords.h"
 #include "orvan/wire/records/ErrorEnvelope.h"
 #include "orvan/wire/records/HostedProjectRecords.h"

@@ -3,9 +3,9 @@
 #include <charconv>
 #include <optional>
 
+#include "ProjectServer/Credentials.h"
 #include "orvan/wire/Text.h"
 #include "orvan/wire/URLComponents.h"
-#include "ProjectServer/Credentials.h"
 
 namespace orvan::engine {
 namespace {

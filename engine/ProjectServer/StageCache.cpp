@@ -171,7 +171,8 @@ std::shared_ptr<const StageCache::Inspected> StageCache::inspect(const Composed&
   auto stage = std::make_shared<InspectedStage>();
   const std::optional<std::string> refused = writeInspectionJson(
       *composed.stage,
-      InspectOptions{.activeLayer = layer, .sceneUri = {}, .maxOutputBytes = options_.limits.maxOutputBytes},
+      InspectOptions{
+          .activeLayer = layer, .sceneUri = {}, .maxOutputBytes = options_.limits.maxOutputBytes},
       stage->json);
   if (refused) {
     inspected->failure =

@@ -89,10 +89,12 @@ class StageCache {
     std::optional<std::uint64_t> lastDigest = {};  // of the last stage built, kept or not
   };
 
-  std::shared_ptr<const Composed> composed(const std::string& scenePath, const std::string& projectRoot);
+  std::shared_ptr<const Composed> composed(const std::string& scenePath,
+                                           const std::string& projectRoot);
   std::shared_ptr<const Inspected> inspected(const std::string& scenePath, const Composed& composed,
                                              const std::string& layer);
-  std::shared_ptr<const Composed> compose(const std::string& scenePath, const std::string& projectRoot);
+  std::shared_ptr<const Composed> compose(const std::string& scenePath,
+                                          const std::string& projectRoot);
   std::shared_ptr<const Inspected> inspect(const Composed& composed, const std::string& layer);
   template <class T, class Map>
   static void evict(Map& slots, std::size_t capacity);

@@ -12,8 +12,9 @@ bool isPathOrBelow(std::string_view path, std::string_view root) {
 }
 
 bool hasTellingBadge(const std::vector<std::string>& badges) {
-  return std::any_of(badges.begin(), badges.end(),
-                     [](const std::string& badge) { return badge == "payload" || badge == "entity"; });
+  return std::any_of(badges.begin(), badges.end(), [](const std::string& badge) {
+    return badge == "payload" || badge == "entity";
+  });
 }
 
 bool isPlaceholder(const std::optional<bool>& defined, const std::vector<std::string>& badges) {
@@ -31,7 +32,8 @@ bool dropsFromTree(const UsdPrimNode& node) {
 
 void pruneTree(std::vector<UsdPrimNode>& nodes) {
   std::erase_if(nodes, dropsFromTree);
-  for (UsdPrimNode& node : nodes) pruneTree(node.children);
+  for (UsdPrimNode& node : nodes)
+    pruneTree(node.children);
 }
 
 }  // namespace

@@ -3,17 +3,15 @@
 
 #include <benchmark/benchmark.h>
 
+#include <malloc.h>
 #include <cstdint>
 #include <map>
-#include <malloc.h>
 #include <memory>
 #include <string>
 
 #include <simdjson.h>
 #include <spdlog/spdlog.h>
 
-#include "orvan/wire/JsonDecoder.h"
-#include "orvan/wire/JsonEncoder.h"
 #include "Application/EditorModel.h"
 #include "Foundation/EventLoop.h"
 #include "Foundation/ThreadPool.h"
@@ -22,6 +20,8 @@
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
 #include "Presentation/PreparedStage.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/JsonEncoder.h"
 #include "orvan/wire/records/StageInspection.h"
 #include "orvan/wire/records/StageNormalization.h"
 
@@ -88,7 +88,8 @@ PrimDetail makeDetail(const std::string& path, const std::string& name, const st
       {"extent", "float3[]", "[(-1, -1, -1), (1, 1, 1)]", false, false, "", ""},
   };
   // Every hundredth prim is engine bookkeeping that normalisation removes.
-  if (index % 100 == 99) detail.path += "/OrvanComponents";
+  if (index % 100 == 99)
+    detail.path += "/OrvanComponents";
   return detail;
 }
 
@@ -365,14 +366,16 @@ void decodeNormaliseAndPrepare(benchmark::State& state, bool cold) {
   JsonDecoder decoder;
   auto prepare = [&]() -> std::shared_ptr<const PreparedStage> {
     Result<RemoteStageResponse> response = decoder.decode<RemoteStageResponse>(document);
-    if (!response.ok()) return nullptr;
+    if (!response.ok())
+      return nullptr;
     return PreparedStage::prepare(normalizedAuthoringStage(std::move(response->stage)));
   };
   if (!prepare()) {  // sizes the parser's buffers and leaves freed memory for warm passes
     state.SkipWithError("decode failed");
     return;
   }
-  if (cold) malloc_trim(0);
+  if (cold)
+    malloc_trim(0);
   double heldMB = 0;
   for (auto _ : state) {
     const double before = heapInUseMB();
@@ -384,7 +387,8 @@ void decodeNormaliseAndPrepare(benchmark::State& state, bool cold) {
     state.PauseTiming();
     heldMB = heapInUseMB() - before;
     prepared.reset();
-    if (cold) malloc_trim(0);
+    if (cold)
+      malloc_trim(0);
     state.ResumeTiming();
   }
   reportBytes(state, document);
@@ -441,7 +445,8 @@ void BM_ApplyPreparedStageOnMainThread(benchmark::State& state) {
   ThreadPool background(2);
   EditorConfiguration configuration;
   configuration.projectServerURL = "";
-  EditorModel model(configuration, EditorModelPorts{main, background, preferences, secrets, launcher, http});
+  EditorModel model(configuration,
+                    EditorModelPorts{main, background, preferences, secrets, launcher, http});
   model.documents.selectPrims("/World", {"/World"});
   // Two prepared stages applied in turn, so that every apply is a change; both stay alive here,
   // so the measurement leaves out freeing, which the model hands to a background thread anyway.
@@ -453,9 +458,10 @@ void BM_ApplyPreparedStageOnMainThread(benchmark::State& state) {
   std::uint64_t generation = 0;
   for (auto _ : state) {
     model.stageRefresher.refreshGeneration = ++generation;
-    model.stageRefresher.applyRefreshResultNow(prepared[generation % 2], std::nullopt, generation, false);
-    model.documents.publishClientDocument(documents[generation % 2], model.documents.clientDocumentBuildGeneration,
-                                Duration::zero());
+    model.stageRefresher.applyRefreshResultNow(prepared[generation % 2], std::nullopt, generation,
+                                               false);
+    model.documents.publishClientDocument(
+        documents[generation % 2], model.documents.clientDocumentBuildGeneration, Duration::zero());
   }
   state.counters["prims"] = static_cast<double>(stage.prims.size());
 }
@@ -466,11 +472,20 @@ BENCHMARK(BM_DecodeStageIntoRecords)->Arg(10000)->Arg(100000)->Unit(benchmark::k
 BENCHMARK(BM_CopyStageRecords)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_DecodeAndFreeStageRecords)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_EncodeStageRecords)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_DecodeNormaliseAndPrepareStage)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_DecodeNormaliseAndPrepareStageCold)->Arg(10000)->Arg(100000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DecodeNormaliseAndPrepareStage)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_DecodeNormaliseAndPrepareStageCold)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_NormaliseStage)->Arg(100000)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_BuildHierarchyIndex)->Arg(100000)->Unit(benchmark::kMillisecond);
-BENCHMARK(BM_ApplyPreparedStageOnMainThread)->Arg(10000)->Arg(100000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_ApplyPreparedStageOnMainThread)
+    ->Arg(10000)
+    ->Arg(100000)
+    ->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 }  // namespace orvan::editor::benchmarks
@@ -482,7 +497,8 @@ int main(int argc, char** argv) {
   mallopt(M_TRIM_THRESHOLD, 1 << 30);
   mallopt(M_MMAP_THRESHOLD, 32 << 20);
   benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
+  if (benchmark::ReportUnrecognizedArguments(argc, argv))
+    return 1;
   benchmark::RunSpecifiedBenchmarks();
   benchmark::Shutdown();
   return 0;

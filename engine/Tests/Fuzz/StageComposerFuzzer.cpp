@@ -6,12 +6,12 @@
 #include <cstdint>
 #include <string>
 
-#include "orvan/wire/JsonDecoder.h"
 #include "FuzzCheck.h"
 #include "Inspector/StageInspector.h"
-#include "orvan/wire/records/StageInspection.h"
 #include "UsdText/LayerReader.h"
 #include "UsdText/StageComposer.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/records/StageInspection.h"
 
 namespace {
 

@@ -16,11 +16,11 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "orvan/wire/JsonDecoder.h"
 #include "Inspector/StageInspector.h"
 #include "UsdText/LayerReader.h"
 #include "UsdText/SceneGenerator.h"
 #include "UsdText/StageComposer.h"
+#include "orvan/wire/JsonDecoder.h"
 
 namespace orvan::engine {
 namespace {

@@ -11,13 +11,13 @@
 
 #include <sys/wait.h>
 
-#include "orvan/wire/JsonDecoder.h"
 #include "Inspector/ComponentModel.h"
 #include "Inspector/StageInspector.h"
-#include "orvan/wire/records/StageNormalization.h"
 #include "UsdText/LayerReader.h"
 #include "UsdText/SceneGenerator.h"
 #include "UsdText/StageComposer.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/records/StageNormalization.h"
 
 namespace orvan::engine {
 namespace {

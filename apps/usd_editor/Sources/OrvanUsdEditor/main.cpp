@@ -14,11 +14,11 @@
 #include "App/IncomingURLQueue.h"
 #include "App/OrvanUsdEditorApp.h"
 #include "App/SingleInstance.h"
-#include "Launch/EditorConfiguration.h"
 #include "Application/EditorModel.h"
 #include "EditorTheme.h"
 #include "EditorWindow.h"
 #include "Foundation/Logging.h"
+#include "Launch/EditorConfiguration.h"
 #include "LinuxPlatform.h"
 #include "WindowCapture.h"
 #include "orvan/wire/Text.h"
@@ -76,7 +76,8 @@ int run(int argc, char** argv) {
   // exits.
   const std::optional<ui::ScreenshotRequest> screenshot = ui::screenshotRequest(arguments);
   if (screenshot && !screenshot->problem.isEmpty()) {
-    std::fprintf(stderr, "OrvanUsdEditor: screenshot failed: %s\n", qPrintable(screenshot->problem));
+    std::fprintf(stderr, "OrvanUsdEditor: screenshot failed: %s\n",
+                 qPrintable(screenshot->problem));
     return 2;
   }
 

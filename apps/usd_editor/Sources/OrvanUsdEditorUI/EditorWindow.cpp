@@ -3,21 +3,21 @@
 #include <QLabel>
 #include <QMenu>
 #include <QMessageBox>
-#include <QToolButton>
 #include <QPushButton>
 #include <QStatusBar>
+#include <QToolButton>
 
 #include <spdlog/spdlog.h>
 
 #include "Application/EditorModel.h"
 #include "Application/StartupPresentation.h"
-#include "orvan/wire/Text.h"
 #include "ConnectionBanner.h"
 #include "Hierarchy/HierarchyPane.h"
 #include "Hierarchy/HierarchyTreeModel.h"
 #include "Inspector/InspectorPane.h"
 #include "Project/ProjectPane.h"
 #include "StartupSheet.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::ui {
 
@@ -59,10 +59,10 @@ EditorWindow::EditorWindow(editor::EditorModel& model, QWidget* parent)
     updateAccount();
   }));
   subscriptions_.push_back(model_.stage.subscribe([this](const auto&) { updateTitle(); }));
-  subscriptions_.push_back(
-      model_.startup.connectionIssue.subscribe([this](const auto&) { updateStartupPresentation(); }));
-  subscriptions_.push_back(
-      model_.startup.initialProjectResolved.subscribe([this](bool) { updateStartupPresentation(); }));
+  subscriptions_.push_back(model_.startup.connectionIssue.subscribe(
+      [this](const auto&) { updateStartupPresentation(); }));
+  subscriptions_.push_back(model_.startup.initialProjectResolved.subscribe(
+      [this](bool) { updateStartupPresentation(); }));
   subscriptions_.push_back(model_.account.callbackAwaitingConfirmation.subscribe(
       [this](const auto& held) { askAboutSignInCallback(held); }));
 
@@ -76,7 +76,8 @@ void EditorWindow::updateAccount() {
   QToolButton* button = accountButton();
   const bool hosted = !editor::isBlank(model_.scope.projectServerURL());
   setAccountButtonVisible(hosted);
-  if (!hosted) return;
+  if (!hosted)
+    return;
   button->setText(QString::fromStdString(model_.account.velkAccountLabel()));
   QMenu* menu = button->menu();
   menu->clear();
@@ -94,20 +95,24 @@ QString EditorWindow::statusText() const {
   return label ? label->text() : QString();
 }
 
-void EditorWindow::askAboutSignInCallback(const std::optional<editor::SignInCallbackConfirmation>& held) {
+void EditorWindow::askAboutSignInCallback(
+    const std::optional<editor::SignInCallbackConfirmation>& held) {
   if (signInQuestion_) {
     signInQuestion_->close();
     signInQuestion_->deleteLater();
     signInQuestion_ = nullptr;
   }
-  if (!held) return;
-  auto* question = new QMessageBox(QMessageBox::Warning, QString::fromStdString(held->title),
-                                   QString::fromStdString(held->message), QMessageBox::NoButton, this);
+  if (!held)
+    return;
+  auto* question =
+      new QMessageBox(QMessageBox::Warning, QString::fromStdString(held->title),
+                      QString::fromStdString(held->message), QMessageBox::NoButton, this);
   question->addButton("Apply Sign-In", QMessageBox::AcceptRole);
   question->addButton(QMessageBox::Cancel);
   question->setDefaultButton(QMessageBox::Cancel);
   connect(question, &QMessageBox::finished, this, [this, question](int) {
-    if (signInQuestion_ != question) return;
+    if (signInQuestion_ != question)
+      return;
     const bool apply = question->buttonRole(question->clickedButton()) == QMessageBox::AcceptRole;
     signInQuestion_ = nullptr;
     question->deleteLater();

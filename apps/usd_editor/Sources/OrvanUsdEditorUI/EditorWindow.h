@@ -11,7 +11,7 @@ class QMessageBox;
 namespace orvan::editor {
 class EditorModel;
 struct SignInCallbackConfirmation;
-}
+}  // namespace orvan::editor
 
 namespace orvan::ui {
 

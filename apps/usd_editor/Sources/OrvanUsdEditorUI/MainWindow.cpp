@@ -94,8 +94,8 @@ void MainWindow::buildPanes() {
   columns_->setStretchFactor(0, 0);
   columns_->setStretchFactor(1, 1);
   columns_->setStretchFactor(2, 0);
-  columns_->setSizes({PaneSizes::kHierarchyWidth, 1440 - PaneSizes::kHierarchyWidth -
-                                                      PaneSizes::kInspectorWidth,
+  columns_->setSizes({PaneSizes::kHierarchyWidth,
+                      1440 - PaneSizes::kHierarchyWidth - PaneSizes::kInspectorWidth,
                       PaneSizes::kInspectorWidth});
   centerColumn_->setStretchFactor(0, 1);
   centerColumn_->setStretchFactor(1, 0);
@@ -121,9 +121,13 @@ void MainWindow::setBanner(QWidget* banner) {
   layout->insertWidget(0, banner);
 }
 
-void MainWindow::setAccountButtonVisible(bool visible) { accountAction_->setVisible(visible); }
+void MainWindow::setAccountButtonVisible(bool visible) {
+  accountAction_->setVisible(visible);
+}
 
-void MainWindow::setStatusText(const QString& status) { statusLabel_->setText(status); }
+void MainWindow::setStatusText(const QString& status) {
+  statusLabel_->setText(status);
+}
 
 void MainWindow::setProjectLabel(const QString& label, bool localMode) {
   projectLabel_->setText(label);

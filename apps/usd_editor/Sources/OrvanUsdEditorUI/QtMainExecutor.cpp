@@ -10,9 +10,13 @@ namespace orvan::ui {
 
 QtMainExecutor::QtMainExecutor() : context_(new QObject()) {}
 
-QtMainExecutor::~QtMainExecutor() { delete context_; }
+QtMainExecutor::~QtMainExecutor() {
+  delete context_;
+}
 
-bool QtMainExecutor::isMainThread() const { return QThread::currentThread() == context_->thread(); }
+bool QtMainExecutor::isMainThread() const {
+  return QThread::currentThread() == context_->thread();
+}
 
 void QtMainExecutor::post(editor::Closure closure) {
   QMetaObject::invokeMethod(context_, std::move(closure), Qt::QueuedConnection);
@@ -37,10 +41,10 @@ void QtMainExecutor::startTimer(editor::Duration delay, std::stop_token token,
   using std::chrono::ceil;
   using std::chrono::milliseconds;
   const auto ms = std::max<milliseconds::rep>(0, ceil<milliseconds>(delay).count());
-  QTimer::singleShot(static_cast<int>(std::min<milliseconds::rep>(ms, INT32_MAX)),
-                     Qt::PreciseTimer, context_,
-                     [token = std::move(token), closure = std::move(closure)] {
-                       if (!token.stop_requested()) closure();
+  QTimer::singleShot(static_cast<int>(std::min<milliseconds::rep>(ms, INT32_MAX)), Qt::PreciseTimer,
+                     context_, [token = std::move(token), closure = std::move(closure)] {
+                       if (!token.stop_requested())
+                         closure();
                      });
 }
 

@@ -31,7 +31,8 @@ QString writeWindowPng(QWidget& window, const QString& path) {
     return QStringLiteral("cannot create the folder %1").arg(info.absolutePath());
   }
   const QPixmap pixmap = window.grab();
-  if (pixmap.isNull()) return QStringLiteral("the window could not be rendered");
+  if (pixmap.isNull())
+    return QStringLiteral("the window could not be rendered");
   QImageWriter writer(path, "png");
   if (!writer.write(pixmap.toImage())) {
     return QStringLiteral("cannot write %1: %2").arg(path, writer.errorString());
@@ -55,22 +56,23 @@ void captureWindowWhenSettled(QWidget& window, WindowCaptureOptions options,
   auto poll = std::make_shared<QTimer>();
   poll->setInterval(50);
   const auto deadline = std::chrono::steady_clock::now() + options.timeout;
-  QObject::connect(poll.get(), &QTimer::timeout, &window,
-                   [&window, poll, options, deadline, done]() mutable {
-                     const bool timedOut = std::chrono::steady_clock::now() >= deadline;
-                     if (!timedOut && !options.isSettled()) return;
-                     poll->stop();
-                     if (options.beforeCapture) options.beforeCapture();
-                     QTimer::singleShot(
-                         options.settleDelay, &window, [&window, options, done, timedOut] {
-                           const QString reason = writeWindowPng(window, options.path);
-                           if (!reason.isEmpty())
-                             return done(1, reason);
-                           if (timedOut)
-                             return done(1, notSettledReason(options));
-                           done(0, {});
-                         });
-                   });
+  QObject::connect(
+      poll.get(), &QTimer::timeout, &window, [&window, poll, options, deadline, done]() mutable {
+        const bool timedOut = std::chrono::steady_clock::now() >= deadline;
+        if (!timedOut && !options.isSettled())
+          return;
+        poll->stop();
+        if (options.beforeCapture)
+          options.beforeCapture();
+        QTimer::singleShot(options.settleDelay, &window, [&window, options, done, timedOut] {
+          const QString reason = writeWindowPng(window, options.path);
+          if (!reason.isEmpty())
+            return done(1, reason);
+          if (timedOut)
+            return done(1, notSettledReason(options));
+          done(0, {});
+        });
+      });
   poll->start();
 }
 

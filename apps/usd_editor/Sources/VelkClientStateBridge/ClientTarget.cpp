@@ -16,26 +16,32 @@ constexpr std::int32_t kDefaultEndpointPort = 50051;
 constexpr std::string_view kProjectFolderMarker = ".orvanproject/";
 
 std::int32_t default_port_for_scheme(std::string_view lowered_scheme) {
-  if (lowered_scheme == "grpcs" || lowered_scheme == "https") return 443;
-  if (lowered_scheme == "http") return 80;
+  if (lowered_scheme == "grpcs" || lowered_scheme == "https")
+    return 443;
+  if (lowered_scheme == "http")
+    return 80;
   return kDefaultEndpointPort;
 }
 
 std::string_view trim_c_space(std::string_view text) {
-  while (!text.empty() && is_c_space(text.front())) text.remove_prefix(1);
-  while (!text.empty() && is_c_space(text.back())) text.remove_suffix(1);
+  while (!text.empty() && is_c_space(text.front()))
+    text.remove_prefix(1);
+  while (!text.empty() && is_c_space(text.back()))
+    text.remove_suffix(1);
   return text;
 }
 
 // Position of the last case-insensitive occurrence of `needle` (lower-case) in `text`.
 std::size_t rfind_ignoring_case(std::string_view text, std::string_view needle) {
-  if (needle.size() > text.size()) return std::string_view::npos;
+  if (needle.size() > text.size())
+    return std::string_view::npos;
   for (std::size_t start = text.size() - needle.size() + 1; start-- > 0;) {
     bool matches = true;
     for (std::size_t i = 0; i < needle.size() && matches; ++i) {
       matches = to_lower_ascii(text[start + i]) == needle[i];
     }
-    if (matches) return start;
+    if (matches)
+      return start;
   }
   return std::string_view::npos;
 }
@@ -46,8 +52,10 @@ bool is_drive_path(std::string_view text) {
 
 // A path that could escape the project, or that is absolute on some system.
 bool escapes_project(std::string_view text) {
-  if (text.starts_with('/') || is_drive_path(text)) return true;
-  if (text == ".." || text.starts_with("../")) return true;
+  if (text.starts_with('/') || is_drive_path(text))
+    return true;
+  if (text == ".." || text.starts_with("../"))
+    return true;
   return text.find("/../") != std::string_view::npos;
 }
 
@@ -75,7 +83,8 @@ void set_target_address(ClientTarget& target, std::string address) {
     } else {
       target.host = std::string(w.substr(1, close - 1));
       const std::string_view after = w.substr(close + 1);
-      if (after.size() >= 2 && after[0] == ':') port_text = after.substr(1);
+      if (after.size() >= 2 && after[0] == ':')
+        port_text = after.substr(1);
     }
   } else {
     const std::size_t colon = w.find(':');
@@ -90,16 +99,19 @@ void set_target_address(ClientTarget& target, std::string address) {
     }
   }
 
-  if (const std::optional<std::int32_t> parsed = parse_port(port_text)) port = *parsed;
+  if (const std::optional<std::int32_t> parsed = parse_port(port_text))
+    port = *parsed;
   target.port = port;
 }
 
 ClientTarget normalize_target(ClientTarget target, std::string_view default_server) {
-  if (target.server_url.empty()) target.server_url = std::string(default_server);
+  if (target.server_url.empty())
+    target.server_url = std::string(default_server);
   while (target.server_url.size() >= 2 && target.server_url.back() == '/') {
     target.server_url.pop_back();
   }
-  if (target.workspace.empty()) target.workspace = "main";
+  if (target.workspace.empty())
+    target.workspace = "main";
 
   if (!target.address.empty()) {
     set_target_address(target, target.address);
@@ -109,12 +121,14 @@ ClientTarget normalize_target(ClientTarget target, std::string_view default_serv
 
   std::vector<std::string> selection;
   selection.reserve(target.selection.size());
-  for (const std::string& path : target.selection) append_unique(selection, path);
+  for (const std::string& path : target.selection)
+    append_unique(selection, path);
   target.selection = std::move(selection);
 
   if (!target.project_id.empty() && !target.scene_uri.empty()) {
     std::string portable = portable_scene_reference(target.scene_uri);
-    if (!portable.empty()) target.scene_uri = std::move(portable);
+    if (!portable.empty())
+      target.scene_uri = std::move(portable);
   }
   return target;
 }
@@ -122,27 +136,34 @@ ClientTarget normalize_target(ClientTarget target, std::string_view default_serv
 std::string portable_scene_reference(std::string_view scene) {
   std::string text(trim_c_space(scene));
   for (char& c : text) {
-    if (c == '\\') c = '/';
+    if (c == '\\')
+      c = '/';
   }
 
   std::string_view rest = text;
-  while (rest.starts_with("./")) rest.remove_prefix(2);
-  if (rest.empty()) return {};
+  while (rest.starts_with("./"))
+    rest.remove_prefix(2);
+  if (rest.empty())
+    return {};
 
   const std::size_t marker = rfind_ignoring_case(rest, kProjectFolderMarker);
   if (marker != std::string_view::npos) {
     rest.remove_prefix(marker + kProjectFolderMarker.size());
-    while (rest.starts_with('/')) rest.remove_prefix(1);
-    if (rest.empty()) return {};
+    while (rest.starts_with('/'))
+      rest.remove_prefix(1);
+    if (rest.empty())
+      return {};
   }
 
-  if (escapes_project(rest)) return {};
+  if (escapes_project(rest))
+    return {};
   return std::string(rest);
 }
 
 bool target_has_render_scope(const ClientTarget& target) {
   const ClientTarget t = normalize_target(target, kDefaultServerUrl);
-  if (t.scene_uri.empty()) return false;
+  if (t.scene_uri.empty())
+    return false;
   return !t.project_id.empty() || !t.project_root.empty() || !t.project_name.empty() ||
          !t.address.empty() || !t.host.empty();
 }
@@ -164,17 +185,19 @@ bool same_workspace_scope(const ClientTarget& a, const ClientTarget& b) {
 bool target_matches_active_scope(const ClientTarget& target, const ClientTarget& active) {
   const ClientTarget t = normalize_target(target, kDefaultServerUrl);
   const ClientTarget a = normalize_target(active, kDefaultServerUrl);
-  if (!same_workspace_scope(t, a)) return false;
-  if (!t.address.empty()) return t.address == a.address;
-  if (!t.host.empty()) return t.host == a.host && t.port == a.port;
+  if (!same_workspace_scope(t, a))
+    return false;
+  if (!t.address.empty())
+    return t.address == a.address;
+  if (!t.host.empty())
+    return t.host == a.host && t.port == a.port;
   return true;
 }
 
 bool target_names_nothing(const ClientTarget& target) {
-  return target.project_id.empty() && target.project_root.empty() &&
-         target.project_name.empty() && target.scene_uri.empty() && target.address.empty() &&
-         target.host.empty() && target.selection.empty() && target.runtime_id.empty() &&
-         target.capsule_id.empty();
+  return target.project_id.empty() && target.project_root.empty() && target.project_name.empty() &&
+         target.scene_uri.empty() && target.address.empty() && target.host.empty() &&
+         target.selection.empty() && target.runtime_id.empty() && target.capsule_id.empty();
 }
 
 }  // namespace orvan::client

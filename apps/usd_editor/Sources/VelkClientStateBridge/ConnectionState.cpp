@@ -14,8 +14,8 @@ extern constexpr std::array<ConnectionStateDescriptor, 12> kDescriptors = {{
     {Kind::connecting, Action::none, Action::none, "connecting", "arrow.triangle.2.circlepath",
      "Connecting to Velk", "Your project will appear as soon as the connection is ready.", "", "",
      true, false},
-    {Kind::connected, Action::none, Action::none, "connected", "checkmark.circle.fill",
-     "Connected", "", "", "", false, false},
+    {Kind::connected, Action::none, Action::none, "connected", "checkmark.circle.fill", "Connected",
+     "", "", "", false, false},
     {Kind::login_required, Action::login, Action::none, "login_required", "person.badge.key",
      "Sign in to Velk",
      "Your session may have expired. Sign in again to continue. Your work is still safe.",
@@ -57,7 +57,8 @@ namespace {
 // Rows must sit at the index of their kind, since lookups index the table directly.
 constexpr bool rows_are_indexed_by_kind() {
   for (std::size_t i = 0; i < kDescriptors.size(); ++i) {
-    if (static_cast<std::size_t>(kDescriptors[i].kind) != i) return false;
+    if (static_cast<std::size_t>(kDescriptors[i].kind) != i)
+      return false;
   }
   return true;
 }
@@ -66,23 +67,33 @@ static_assert(rows_are_indexed_by_kind());
 // A server code overrides a status, except that an expired session outranks everything but a
 // dead network: the user can't do anything else before signing in again.
 Kind classify_with_code(std::int32_t status_code, std::string_view code) {
-  if (code == "network_unavailable") return Kind::network_unavailable;
+  if (code == "network_unavailable")
+    return Kind::network_unavailable;
   if (status_code == 401 || code == "login_required" || code == "session_expired") {
     return Kind::login_required;
   }
-  if (code == "project_context_required") return Kind::project_context_required;
-  if (code == "scene_load_timeout") return Kind::scene_load_timeout;
-  if (status_code == 403 || code == "project_access_denied") return Kind::project_access_denied;
-  if (code == "project_not_found") return Kind::project_not_found;
-  if (code == "invalid_link" || code == "invalid_deep_link") return Kind::invalid_link;
-  if (status_code >= 500 || code == "server_error") return Kind::server_error;
+  if (code == "project_context_required")
+    return Kind::project_context_required;
+  if (code == "scene_load_timeout")
+    return Kind::scene_load_timeout;
+  if (status_code == 403 || code == "project_access_denied")
+    return Kind::project_access_denied;
+  if (code == "project_not_found")
+    return Kind::project_not_found;
+  if (code == "invalid_link" || code == "invalid_deep_link")
+    return Kind::invalid_link;
+  if (status_code >= 500 || code == "server_error")
+    return Kind::server_error;
   return Kind::request_failed;
 }
 
 Kind classify_status(std::int32_t status_code) {
-  if (status_code == 401) return Kind::login_required;
-  if (status_code == 403) return Kind::project_access_denied;
-  if (status_code >= 500) return Kind::server_error;
+  if (status_code == 401)
+    return Kind::login_required;
+  if (status_code == 403)
+    return Kind::project_access_denied;
+  if (status_code >= 500)
+    return Kind::server_error;
   return Kind::request_failed;
 }
 
@@ -90,8 +101,10 @@ Kind classify_status(std::int32_t status_code) {
 
 ConnectionStateKind classify_connection_state(std::int32_t status_code, const char* code,
                                               bool network_error) {
-  if (network_error) return Kind::network_unavailable;
-  if (code != nullptr) return classify_with_code(status_code, code);
+  if (network_error)
+    return Kind::network_unavailable;
+  if (code != nullptr)
+    return classify_with_code(status_code, code);
   return classify_status(status_code);
 }
 

@@ -22,28 +22,34 @@ constexpr std::array<std::string_view, 4> kApplicationSchemes = {"velk", "orvan"
 // Hosts of application links that name a link form, never a server. "auth-callback" and
 // "setup-agent" are handled by the application before a link reaches this parser.
 constexpr std::array<std::string_view, 9> kReservedHosts = {
-    "connect", "open", "project", "object", "runtime", "state", "capsule", "auth-callback",
-    "setup-agent"};
+    "connect", "open",    "project",       "object",     "runtime",
+    "state",   "capsule", "auth-callback", "setup-agent"};
 
 std::optional<LinkClass> classify_scheme(std::string_view lowered_scheme) {
   for (const std::string_view scheme : kApplicationSchemes) {
-    if (lowered_scheme == scheme) return LinkClass::application;
+    if (lowered_scheme == scheme)
+      return LinkClass::application;
   }
-  if (lowered_scheme == "http" || lowered_scheme == "https") return LinkClass::web;
+  if (lowered_scheme == "http" || lowered_scheme == "https")
+    return LinkClass::web;
   return std::nullopt;
 }
 
 bool is_reserved_host(std::string_view lowered_authority) {
   for (const std::string_view host : kReservedHosts) {
-    if (lowered_authority == host) return true;
+    if (lowered_authority == host)
+      return true;
   }
   return false;
 }
 
 int hex_value(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  if (c >= '0' && c <= '9')
+    return c - '0';
+  if (c >= 'a' && c <= 'f')
+    return c - 'a' + 10;
+  if (c >= 'A' && c <= 'F')
+    return c - 'A' + 10;
   return -1;
 }
 
@@ -75,7 +81,8 @@ std::string url_decode(std::string_view text) {
 std::string first_value(const QueryParams& params, std::initializer_list<std::string_view> keys) {
   for (const std::string_view key : keys) {
     const auto found = params.find(key);
-    if (found != params.end() && !found->second.empty()) return found->second.front();
+    if (found != params.end() && !found->second.empty())
+      return found->second.front();
   }
   return {};
 }
@@ -83,7 +90,8 @@ std::string first_value(const QueryParams& params, std::initializer_list<std::st
 QueryParams parse_query(std::string_view link) {
   QueryParams params;
   const std::size_t question = link.find('?');
-  if (question == std::string_view::npos) return params;
+  if (question == std::string_view::npos)
+    return params;
   std::string_view query = link.substr(question + 1);
   query = query.substr(0, query.find('#'));
 
@@ -97,19 +105,23 @@ QueryParams parse_query(std::string_view link) {
           equals == std::string_view::npos ? std::string() : url_decode(piece.substr(equals + 1));
       params[std::move(key)].push_back(std::move(value));
     }
-    if (amp == std::string_view::npos) break;
+    if (amp == std::string_view::npos)
+      break;
     query.remove_prefix(amp + 1);
   }
   return params;
 }
 
 std::optional<std::uint64_t> parse_tick(std::string_view text) {
-  if (text.empty()) return std::nullopt;
+  if (text.empty())
+    return std::nullopt;
   std::uint64_t value = 0;
   for (const char c : text) {
-    if (!is_ascii_digit(c)) return std::nullopt;
+    if (!is_ascii_digit(c))
+      return std::nullopt;
     const std::uint64_t digit = static_cast<std::uint64_t>(c - '0');
-    if (value > (UINT64_MAX - digit) / 10) return std::nullopt;
+    if (value > (UINT64_MAX - digit) / 10)
+      return std::nullopt;
     value = value * 10 + digit;
   }
   return value;
@@ -122,11 +134,13 @@ bool parse_flag(std::string_view text) {
 
 // "/p/<project>[/state/<capsule> | /runtime/<runtime>]" of the web editor.
 void apply_web_path(ClientTarget& target, std::string_view path) {
-  if (!path.starts_with("/p/")) return;
+  if (!path.starts_with("/p/"))
+    return;
   const std::string_view after = path.substr(3);
   const std::size_t slash = after.find('/');
   target.project_id = std::string(after.substr(0, slash));
-  if (slash == std::string_view::npos) return;
+  if (slash == std::string_view::npos)
+    return;
   const std::string_view rest = after.substr(slash);
   if (rest.starts_with("/state/")) {
     target.capsule_id = std::string(rest.substr(7));
@@ -142,7 +156,8 @@ void apply_reserved_form(ClientTarget& target, std::string_view lowered_authorit
     append_unique(target.selection, path);
     return;
   }
-  if (path.size() < 2) return;
+  if (path.size() < 2)
+    return;
   const std::string tail(path.substr(1));
   if (lowered_authority == "project") {
     target.project_name = tail;
@@ -154,7 +169,8 @@ void apply_reserved_form(ClientTarget& target, std::string_view lowered_authorit
 }
 
 void assign_when_non_empty(std::string& field, std::string value) {
-  if (!value.empty()) field = std::move(value);
+  if (!value.empty())
+    field = std::move(value);
 }
 
 void apply_query(ClientTarget& target, const QueryParams& params) {
@@ -198,8 +214,10 @@ void apply_query(ClientTarget& target, const QueryParams& params) {
   // Unlike the other rows, every value of every alternative counts.
   for (const std::string_view key : {"o", "select", "object", "path"}) {
     const auto found = params.find(key);
-    if (found == params.end()) continue;
-    for (const std::string& path : found->second) append_unique(target.selection, path);
+    if (found == params.end())
+      continue;
+    for (const std::string& path : found->second)
+      append_unique(target.selection, path);
   }
 }
 
@@ -207,19 +225,21 @@ void apply_query(ClientTarget& target, const QueryParams& params) {
 
 std::optional<ClientTarget> parse_deep_link(std::string_view link,
                                             std::string_view default_server) {
-  if (link.size() < 3) return std::nullopt;
+  if (link.size() < 3)
+    return std::nullopt;
   const std::size_t scheme_end = link.find("://");
-  if (scheme_end == std::string_view::npos) return std::nullopt;
+  if (scheme_end == std::string_view::npos)
+    return std::nullopt;
   const std::optional<LinkClass> link_class =
       classify_scheme(lower_ascii(link.substr(0, scheme_end)));
-  if (!link_class) return std::nullopt;
+  if (!link_class)
+    return std::nullopt;
 
   const std::size_t authority_begin = scheme_end + 3;
   const std::size_t authority_end = link.find_first_of("/?#", authority_begin);
-  const std::string authority = url_decode(
-      link.substr(authority_begin, authority_end == std::string_view::npos
-                                       ? std::string_view::npos
-                                       : authority_end - authority_begin));
+  const std::string authority = url_decode(link.substr(
+      authority_begin, authority_end == std::string_view::npos ? std::string_view::npos
+                                                               : authority_end - authority_begin));
   const std::string lowered_authority = lower_ascii(authority);
 
   // The path starts at the first '/' anywhere behind "://", even one inside the query.
@@ -244,7 +264,8 @@ std::optional<ClientTarget> parse_deep_link(std::string_view link,
 
   apply_query(target, parse_query(link));
   target = normalize_target(std::move(target), default_server);
-  if (target_names_nothing(target)) return std::nullopt;
+  if (target_names_nothing(target))
+    return std::nullopt;
   return target;
 }
 

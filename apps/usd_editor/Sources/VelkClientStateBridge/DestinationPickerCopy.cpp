@@ -32,18 +32,30 @@ extern constexpr DestinationPickerCopy kWorkspacePickerCopy = {
 
 const char* DestinationPickerCopy::field(std::int32_t index) const {
   switch (index) {
-    case 0: return title;
-    case 1: return subtitle;
-    case 2: return search_prompt;
-    case 3: return loading;
-    case 4: return empty;
-    case 5: return failure;
-    case 6: return open_action;
-    case 7: return current_badge;
-    case 8: return retry_action;
-    case 9: return cancel_action;
-    case 10: return create_action;
-    default: return "";
+    case 0:
+      return title;
+    case 1:
+      return subtitle;
+    case 2:
+      return search_prompt;
+    case 3:
+      return loading;
+    case 4:
+      return empty;
+    case 5:
+      return failure;
+    case 6:
+      return open_action;
+    case 7:
+      return current_badge;
+    case 8:
+      return retry_action;
+    case 9:
+      return cancel_action;
+    case 10:
+      return create_action;
+    default:
+      return "";
   }
 }
 

@@ -8,11 +8,13 @@ namespace orvan::client {
 namespace {
 
 void take_when_set(std::string& field, const std::string& value) {
-  if (!value.empty()) field = value;
+  if (!value.empty())
+    field = value;
 }
 
 void take_when_set(std::int32_t& field, std::int32_t value) {
-  if (value != 0) field = value;
+  if (value != 0)
+    field = value;
 }
 
 // The request, with every field the server resolved replacing the requested one.
@@ -29,11 +31,13 @@ ClientTarget merge_resolved(ClientTarget merged, const ClientTarget& resolved) {
   take_when_set(merged.host, resolved.host);
   take_when_set(merged.port, resolved.port);
   take_when_set(merged.web_port, resolved.web_port);
-  if (!resolved.selection.empty()) merged.selection = resolved.selection;
+  if (!resolved.selection.empty())
+    merged.selection = resolved.selection;
   take_when_set(merged.runtime_id, resolved.runtime_id);
   take_when_set(merged.runtime_instance_id, resolved.runtime_instance_id);
   take_when_set(merged.capsule_id, resolved.capsule_id);
-  if (resolved.tick) merged.tick = resolved.tick;
+  if (resolved.tick)
+    merged.tick = resolved.tick;
   merged.pause_on_open = merged.pause_on_open || resolved.pause_on_open;
   take_when_set(merged.camera, resolved.camera);
   take_when_set(merged.inspect_path, resolved.inspect_path);
@@ -50,7 +54,8 @@ SwitchCoordinator::SwitchCoordinator(const ClientTarget& target)
 std::optional<SwitchPlan> SwitchCoordinator::begin(const ClientTarget& requested,
                                                    bool keep_active_visible) {
   ClientTarget normalized = normalize_target(requested, kDefaultServerUrl);
-  if (target_names_nothing(normalized)) return std::nullopt;
+  if (target_names_nothing(normalized))
+    return std::nullopt;
 
   if (target_matches_active_scope(normalized, active)) {
     // Asking for what is already active cancels a switch that is still running.
@@ -73,14 +78,16 @@ std::optional<SwitchPlan> SwitchCoordinator::begin(const ClientTarget& requested
 }
 
 bool SwitchCoordinator::accept(std::uint64_t id, const ClientTarget& resolved) {
-  if (!is_current(id) || plan->mode != SwitchMode::show_requested) return false;
+  if (!is_current(id) || plan->mode != SwitchMode::show_requested)
+    return false;
   active = normalize_target(merge_resolved(plan->requested, resolved), kDefaultServerUrl);
   plan.reset();
   return true;
 }
 
 bool SwitchCoordinator::fail(std::uint64_t id) {
-  if (!is_current(id)) return false;
+  if (!is_current(id))
+    return false;
   plan.reset();
   return true;
 }
@@ -96,7 +103,8 @@ bool SwitchCoordinator::is_current(std::uint64_t id) const {
 }
 
 const ClientTarget& SwitchCoordinator::visible_target() const {
-  if (plan && plan->mode == SwitchMode::show_requested) return plan->requested;
+  if (plan && plan->mode == SwitchMode::show_requested)
+    return plan->requested;
   return active;
 }
 

@@ -33,7 +33,9 @@ Result guarded(Result fallback, Body&& body) noexcept {
   }
 }
 
-const char* or_empty(const char* text) { return text != nullptr ? text : ""; }
+const char* or_empty(const char* text) {
+  return text != nullptr ? text : "";
+}
 
 // A scope from the six boundary fields; NULL leaves a field empty and everything else stays empty.
 ClientTarget target_from_fields(const char* server_url, const char* project_id,
@@ -62,18 +64,22 @@ const orvan::client::ConnectionStateDescriptor& row(int32_t kind) {
 extern "C" {
 
 VelkClientTarget* velk_client_target_parse(const char* link, const char* default_server) {
-  if (link == nullptr) return nullptr;
+  if (link == nullptr)
+    return nullptr;
   return guarded<VelkClientTarget*>(nullptr, [&]() -> VelkClientTarget* {
     const std::string_view server = default_server != nullptr && default_server[0] != '\0'
                                         ? std::string_view(default_server)
                                         : orvan::client::kDefaultServerUrl;
     std::optional<ClientTarget> parsed = orvan::client::parse_deep_link(link, server);
-    if (!parsed) return nullptr;
+    if (!parsed)
+      return nullptr;
     return new_target_record(std::move(*parsed));
   });
 }
 
-void velk_client_target_destroy(VelkClientTarget* target) { delete target; }
+void velk_client_target_destroy(VelkClientTarget* target) {
+  delete target;
+}
 
 const char* velk_client_target_server_url(const VelkClientTarget* target) {
   return target != nullptr ? target->target.server_url.c_str() : "";
@@ -114,13 +120,16 @@ VelkClientSwitch* velk_client_switch_create(void) {
   return guarded<VelkClientSwitch*>(nullptr, [] { return new (std::nothrow) VelkClientSwitch{}; });
 }
 
-void velk_client_switch_destroy(VelkClientSwitch* handle) { delete handle; }
+void velk_client_switch_destroy(VelkClientSwitch* handle) {
+  delete handle;
+}
 
 uint64_t velk_client_switch_reset_active(VelkClientSwitch* handle, const char* server_url,
                                          const char* project_id, const char* project_root,
                                          const char* scene_uri, const char* workspace,
                                          const char* active_layer) {
-  if (handle == nullptr) return 0;
+  if (handle == nullptr)
+    return 0;
   return guarded<uint64_t>(0, [&] {
     handle->coordinator.reset_active(target_from_fields(server_url, project_id, project_root,
                                                         scene_uri, workspace, active_layer));
@@ -132,23 +141,26 @@ uint64_t velk_client_switch_begin_target(VelkClientSwitch* handle, const char* s
                                          const char* project_id, const char* project_root,
                                          const char* scene_uri, const char* workspace,
                                          const char* active_layer, int keep_active_visible) {
-  if (handle == nullptr) return 0;
+  if (handle == nullptr)
+    return 0;
   return guarded<uint64_t>(0, [&]() -> uint64_t {
-    const std::optional<orvan::client::SwitchPlan> plan = handle->coordinator.begin(
-        target_from_fields(server_url, project_id, project_root, scene_uri, workspace,
-                           active_layer),
-        keep_active_visible != 0);
+    const std::optional<orvan::client::SwitchPlan> plan =
+        handle->coordinator.begin(target_from_fields(server_url, project_id, project_root,
+                                                     scene_uri, workspace, active_layer),
+                                  keep_active_visible != 0);
     return plan ? plan->id : 0;
   });
 }
 
 int velk_client_switch_target_is_current(const VelkClientSwitch* handle, uint64_t id) {
-  if (handle == nullptr) return 0;
+  if (handle == nullptr)
+    return 0;
   return handle->coordinator.is_current(id) ? 1 : 0;
 }
 
 int velk_client_switch_preserves_presented_content(const VelkClientSwitch* handle, uint64_t id) {
-  if (handle == nullptr || !handle->coordinator.is_current(id)) return 0;
+  if (handle == nullptr || !handle->coordinator.is_current(id))
+    return 0;
   return handle->coordinator.plan->preserves_presented_content ? 1 : 0;
 }
 
@@ -156,7 +168,8 @@ int velk_client_switch_accept_target(VelkClientSwitch* handle, uint64_t id, cons
                                      const char* project_id, const char* project_root,
                                      const char* scene_uri, const char* workspace,
                                      const char* active_layer) {
-  if (handle == nullptr) return 0;
+  if (handle == nullptr)
+    return 0;
   return guarded(0, [&] {
     return handle->coordinator.accept(id, target_from_fields(server_url, project_id, project_root,
                                                              scene_uri, workspace, active_layer))
@@ -166,12 +179,14 @@ int velk_client_switch_accept_target(VelkClientSwitch* handle, uint64_t id, cons
 }
 
 int velk_client_switch_fail_target(VelkClientSwitch* handle, uint64_t id) {
-  if (handle == nullptr) return 0;
+  if (handle == nullptr)
+    return 0;
   return handle->coordinator.fail(id) ? 1 : 0;
 }
 
 VelkClientTarget* velk_client_switch_visible_target_copy(const VelkClientSwitch* handle) {
-  if (handle == nullptr) return nullptr;
+  if (handle == nullptr)
+    return nullptr;
   return guarded<VelkClientTarget*>(
       nullptr, [&] { return new_target_record(handle->coordinator.visible_target()); });
 }
@@ -199,20 +214,36 @@ int32_t velk_client_state_secondary_action(int32_t kind) {
   return static_cast<int32_t>(row(kind).secondary_action);
 }
 
-int velk_client_state_retryable(int32_t kind) { return row(kind).retryable ? 1 : 0; }
+int velk_client_state_retryable(int32_t kind) {
+  return row(kind).retryable ? 1 : 0;
+}
 
-int velk_client_state_blocks_project(int32_t kind) { return row(kind).blocks_project ? 1 : 0; }
+int velk_client_state_blocks_project(int32_t kind) {
+  return row(kind).blocks_project ? 1 : 0;
+}
 
-const char* velk_client_state_code(int32_t kind) { return row(kind).code; }
+const char* velk_client_state_code(int32_t kind) {
+  return row(kind).code;
+}
 
-const char* velk_client_state_icon(int32_t kind) { return row(kind).icon; }
+const char* velk_client_state_icon(int32_t kind) {
+  return row(kind).icon;
+}
 
-const char* velk_client_state_title(int32_t kind) { return row(kind).title; }
+const char* velk_client_state_title(int32_t kind) {
+  return row(kind).title;
+}
 
-const char* velk_client_state_message(int32_t kind) { return row(kind).message; }
+const char* velk_client_state_message(int32_t kind) {
+  return row(kind).message;
+}
 
-const char* velk_client_state_primary_label(int32_t kind) { return row(kind).primary_label; }
+const char* velk_client_state_primary_label(int32_t kind) {
+  return row(kind).primary_label;
+}
 
-const char* velk_client_state_secondary_label(int32_t kind) { return row(kind).secondary_label; }
+const char* velk_client_state_secondary_label(int32_t kind) {
+  return row(kind).secondary_label;
+}
 
 }  // extern "C"

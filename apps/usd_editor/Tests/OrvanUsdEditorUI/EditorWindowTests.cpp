@@ -6,9 +6,9 @@
 #include <QItemSelectionModel>
 #include <QLabel>
 #include <QMenu>
+#include <QMessageBox>
 #include <QPushButton>
 #include <QSplitter>
-#include <QMessageBox>
 #include <QToolButton>
 #include <QTreeView>
 #include "Project/ProjectAssetTreeModel.h"
@@ -21,12 +21,12 @@
 #include "Hierarchy/HierarchyPane.h"
 #include "Hierarchy/HierarchyTreeModel.h"
 #include "Inspector/InspectorPane.h"
-#include "Project/ProjectPane.h"
-#include "StartupSheet.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
+#include "Project/ProjectPane.h"
 #include "QtApplicationEnvironment.h"
+#include "StartupSheet.h"
 #include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
 #include "Support/TemporaryFolder.h"
@@ -150,7 +150,8 @@ TEST_F(EditorWindowTest, FirstShowingLoadsTheLocalStageIntoHierarchyTitleAndStat
   EditorWindow& window = openWindow(false);
   EXPECT_EQ(window.hierarchy().emptyStateText(), "No stage loaded");
   EXPECT_EQ(window.inspector().emptyStateText(), "No stage loaded");
-  EXPECT_EQ(model_->stageRefresher.refreshGeneration, 1u) << "the first showing starts the editor once";
+  EXPECT_EQ(model_->stageRefresher.refreshGeneration, 1u)
+      << "the first showing starts the editor once";
   window.hide();
   window.show();
   EXPECT_EQ(model_->stageRefresher.refreshGeneration, 1u);
@@ -294,7 +295,8 @@ TEST_F(EditorWindowTest, TheStartupSheetCoversAHostedLaunchUntilTheProjectResolv
   EXPECT_EQ(account->text(), "Not signed in");
   QAbstractButton* apply = nullptr;
   for (QAbstractButton* button : question->buttons()) {
-    if (question->buttonRole(button) == QMessageBox::AcceptRole) apply = button;
+    if (question->buttonRole(button) == QMessageBox::AcceptRole)
+      apply = button;
   }
   ASSERT_NE(apply, nullptr);
   apply->click();
@@ -327,7 +329,8 @@ TEST_F(EditorWindowTest, AFailedLoadShowsABannerWhoseRetryAndDismissWork) {
   scheduler_.runUntilQuiet();
   EXPECT_EQ(rootNames(), (QStringList{"World", "Lights"}));
 
-  model_->startup.connectionIssue.set(editor::VelkConnectionIssue::classify(0, "", false, {}, "again"));
+  model_->startup.connectionIssue.set(
+      editor::VelkConnectionIssue::classify(0, "", false, {}, "again"));
   ASSERT_TRUE(banner.isVisible());
   banner.dismissButton()->click();
   EXPECT_FALSE(model_->startup.connectionIssue.get().has_value());

@@ -7,8 +7,8 @@
 
 #include "MainWindow.h"
 #include "PaneLayout.h"
-#include "WindowCapture.h"
 #include "QtApplicationEnvironment.h"
+#include "WindowCapture.h"
 
 namespace orvan::ui {
 namespace {

@@ -7,15 +7,15 @@
 #include <chrono>
 #include <future>
 
-#include "Application/EditorModel.h"
-#include "Platform/SoftwareUpdater.h"
 #include "App/OrvanUsdEditorApp.h"
 #include "App/SingleInstance.h"
+#include "Application/EditorModel.h"
 #include "EditorWindow.h"
 #include "Platform/LoggingSoftwareUpdater.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
+#include "Platform/SoftwareUpdater.h"
 #include "QtApplicationEnvironment.h"
 #include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
@@ -67,7 +67,8 @@ TEST_F(OrvanUsdEditorAppTest, TheUpdaterStartsOnceThreeSecondsAfterTheWindowShow
   auto app = makeApp({});
   EXPECT_EQ(updater_.starts, 0) << "created without starting";
   app->show();
-  EXPECT_EQ(app->model().stageRefresher.refreshGeneration, 1u) << "the window's first showing starts the editor";
+  EXPECT_EQ(app->model().stageRefresher.refreshGeneration, 1u)
+      << "the window's first showing starts the editor";
   scheduler_.advanceBy(2999ms);
   EXPECT_EQ(updater_.starts, 0);
   scheduler_.advanceBy(1ms);

@@ -6,8 +6,8 @@
 #include <thread>
 #include <vector>
 
-#include "QtMainExecutor.h"
 #include "QtApplicationEnvironment.h"
+#include "QtMainExecutor.h"
 
 namespace orvan::ui {
 namespace {
@@ -30,7 +30,8 @@ TEST(QtMainExecutorTest, RunsPostsFromWorkerThreadsOnTheMainThread) {
       }
     });
   }
-  for (auto& worker : workers) worker.join();
+  for (auto& worker : workers)
+    worker.join();
   EXPECT_TRUE(processEventsUntil([&] { return ranOnMain == 100; }, 5000));
   EXPECT_EQ(ranElsewhere, 0);
 }
@@ -42,9 +43,7 @@ TEST(QtMainExecutorTest, DelayedClosuresRunInDueOrderAndCancelledOnesNever) {
   executor.postAfter(60ms, [&] { order.push_back("late"); });
   editor::TaskHandle cancelled = executor.postAfter(10ms, [&] { order.push_back("cancelled"); });
   executor.postAfter(20ms, [&] { order.push_back("early"); });
-  std::thread([&] {
-    executor.postAfter(30ms, [&] { order.push_back("from-worker"); });
-  }).join();
+  std::thread([&] { executor.postAfter(30ms, [&] { order.push_back("from-worker"); }); }).join();
   cancelled.cancel();
   EXPECT_TRUE(processEventsUntil([&] { return order.size() == 3; }, 5000));
   processEventsUntil([] { return false; }, 80);

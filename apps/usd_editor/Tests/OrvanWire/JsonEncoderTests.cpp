@@ -6,8 +6,8 @@
 #include <limits>
 #include <string>
 
-#include "orvan/wire/JsonDecoder.h"
 #include "OrvanWire/JsonTestRecords.h"
+#include "orvan/wire/JsonDecoder.h"
 
 namespace orvan::editor {
 namespace {

@@ -9,7 +9,9 @@ namespace orvan::editor::testing {
 ManualScheduler::ManualScheduler()
     : mainThread_(std::this_thread::get_id()), now_(TimePoint(std::chrono::hours(1000))) {}
 
-void ManualScheduler::post(Closure closure) { postAfter(Duration::zero(), std::move(closure)); }
+void ManualScheduler::post(Closure closure) {
+  postAfter(Duration::zero(), std::move(closure));
+}
 
 TaskHandle ManualScheduler::postAfter(Duration delay, Closure closure) {
   TaskHandle handle = TaskHandle::make();
@@ -28,7 +30,8 @@ bool ManualScheduler::runOneDue(TimePoint at) {
   {
     std::lock_guard lock(mutex_);
     auto due = timers_.popDue(at);
-    if (!due) return false;
+    if (!due)
+      return false;
     next = std::move(*due);
   }
   next();
@@ -37,7 +40,8 @@ bool ManualScheduler::runOneDue(TimePoint at) {
 
 int ManualScheduler::runUntilIdle() {
   int ran = 0;
-  while (runOneDue(now())) ++ran;
+  while (runOneDue(now()))
+    ++ran;
   return ran;
 }
 
@@ -49,7 +53,8 @@ int ManualScheduler::advanceBy(Duration delay) {
     {
       std::lock_guard lock(mutex_);
       due = timers_.nextDue();
-      if (!due || *due > target) break;
+      if (!due || *due > target)
+        break;
       now_ = std::max(now_, *due);
     }
     ran += runUntilIdle();
@@ -67,14 +72,16 @@ int ManualScheduler::runBackground(ThenRunMain thenRunMain) {
     Closure next;
     {
       std::lock_guard lock(mutex_);
-      if (backgroundQueue_.empty()) break;
+      if (backgroundQueue_.empty())
+        break;
       next = std::move(backgroundQueue_.front());
       backgroundQueue_.pop_front();
     }
     next();
     ++ran;
   }
-  if (thenRunMain == ThenRunMain::kYes) runUntilIdle();
+  if (thenRunMain == ThenRunMain::kYes)
+    runUntilIdle();
   return ran;
 }
 
@@ -82,14 +89,16 @@ int ManualScheduler::runUntilQuiet() {
   int ran = 0;
   for (;;) {
     const int step = runBackground(ThenRunMain::kNo) + runUntilIdle();
-    if (step == 0) return ran;
+    if (step == 0)
+      return ran;
     ran += step;
   }
 }
 
 void ManualScheduler::setRunBackgroundInline(bool inlineBackground) {
   inlineBackground_ = inlineBackground;
-  if (inlineBackground_) runBackground();
+  if (inlineBackground_)
+    runBackground();
 }
 
 std::size_t ManualScheduler::pendingBackgroundCount() const {

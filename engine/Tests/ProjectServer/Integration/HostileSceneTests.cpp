@@ -11,9 +11,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "orvan/wire/JsonDecoder.h"
 #include "ProjectServer/ProjectServer.h"
 #include "ProjectServer/ServerCommandLine.h"
+#include "orvan/wire/JsonDecoder.h"
 #include "orvan/wire/records/ErrorEnvelope.h"
 #include "orvan/wire/records/StageInspection.h"
 
@@ -58,7 +58,8 @@ class HostileSceneServerTest : public testing::Test {
     std::vector<ProjectFolder> projects;
     projects.push_back(std::move(*project));
     api_ = std::make_unique<ProjectServerApi>(
-        std::move(projects), ApiOptions{.token = "", .userName = "tester", .stages = {.limits = limits}});
+        std::move(projects),
+        ApiOptions{.token = "", .userName = "tester", .stages = {.limits = limits}});
     server_ = std::make_unique<ProjectServer>(*api_);
     const auto port = server_->bind("127.0.0.1", 0);
     ASSERT_TRUE(port.ok()) << port.error();

@@ -19,11 +19,11 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include "orvan/wire/JsonDecoder.h"
-#include "orvan/wire/URLComponents.h"
 #include "ProjectServer/Credentials.h"
 #include "ProjectServer/ProjectServer.h"
 #include "ProjectServer/SessionStore.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/URLComponents.h"
 #include "orvan/wire/records/AccountRecords.h"
 #include "orvan/wire/records/ErrorEnvelope.h"
 #include "orvan/wire/records/HostedProjectRecords.h"

@@ -52,8 +52,8 @@ class Result {
   Result(T value) : storage_(std::in_place_index<0>, std::move(value)) {}
   Result(E error) : storage_(std::in_place_index<1>, std::move(error)) {}
   template <class Other>
-    requires(!std::is_same_v<E, Error> && std::is_same_v<Other, Error>)
-  Result(Other error) : storage_(std::in_place_index<1>, E(std::move(error))) {}
+  requires(!std::is_same_v<E, Error> && std::is_same_v<Other, Error>) Result(Other error)
+      : storage_(std::in_place_index<1>, E(std::move(error))) {}
 
   bool ok() const { return storage_.index() == 0; }
   explicit operator bool() const { return ok(); }
@@ -77,6 +77,8 @@ struct Unit {
   bool operator==(const Unit&) const = default;
 };
 using Status = Result<Unit>;
-inline Status okStatus() { return Status(Unit{}); }
+inline Status okStatus() {
+  return Status(Unit{});
+}
 
 }  // namespace orvan::editor

@@ -5,13 +5,13 @@
 #include <spdlog/spdlog.h>
 
 #include "Application/StartupPresentation.h"
-#include "orvan/wire/JsonDecoder.h"
-#include "orvan/wire/Text.h"
-#include "orvan/wire/URLComponents.h"
 #include "Launch/HostedProjectLaunchScope.h"
 #include "Launch/UserDefaultsKeys.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/ProcessLauncher.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/Text.h"
+#include "orvan/wire/URLComponents.h"
 
 namespace orvan::editor {
 
@@ -31,7 +31,8 @@ std::string lowerCaseUuid(const RandomBytes& random) {
 }
 
 // Two default editors never share a client identity; a given `--client-id` stays as it is.
-EditorConfiguration withUniqueClientId(EditorConfiguration configuration, const RandomBytes& random) {
+EditorConfiguration withUniqueClientId(EditorConfiguration configuration,
+                                       const RandomBytes& random) {
   if (configuration.clientId == "native-editor" || configuration.clientId.empty()) {
     configuration.clientId = "native-editor-" + lowerCaseUuid(random);
   }
@@ -42,11 +43,14 @@ EditorConfiguration withUniqueClientId(EditorConfiguration configuration, const 
 std::optional<HostedProjectLaunchScope> storedLaunchScope(PreferencesStore& preferences,
                                                           const std::string& serverURL) {
   const auto data = preferences.data(defaults::kHostedLaunchScopes);
-  if (!data) return std::nullopt;
+  if (!data)
+    return std::nullopt;
   const auto scopes = decodeJson<HostedProjectLaunchScopes>(*data);
-  if (!scopes.ok()) return std::nullopt;
+  if (!scopes.ok())
+    return std::nullopt;
   const auto found = scopes->find(launchScopeServerKey(serverURL));
-  if (found == scopes->end()) return std::nullopt;
+  if (found == scopes->end())
+    return std::nullopt;
   return found->second;
 }
 
@@ -58,15 +62,19 @@ AgentPromptController::Ports agentPromptPorts(const EditorModelPorts& ports) {
           .processLauncher = launcher,
           .http = ports.http,
           .homeDirectory = ports.homeDirectory,
-          .isExecutableFile = [&launcher](const std::string& path) { return launcher.isExecutableFile(path); },
+          .isExecutableFile =
+              [&launcher](const std::string& path) { return launcher.isExecutableFile(path); },
           .executableSearchPath = ports.executableSearchPath,
           .agentWorkingDirectory = {},
           // Opening another workspace joins with workspace switching; until then the result
           // says where the change landed.
-          .openWorkspace = [](const std::string& workspaceId, const std::string& editorURL) {
-            spdlog::info("agent result workspace={} url={} (workspace switching is not available in this build)",
-                         workspaceId, editorURL);
-          }};
+          .openWorkspace =
+              [](const std::string& workspaceId, const std::string& editorURL) {
+                spdlog::info(
+                    "agent result workspace={} url={} (workspace switching is not available in "
+                    "this build)",
+                    workspaceId, editorURL);
+              }};
 }
 
 }  // namespace
@@ -78,18 +86,22 @@ EditorModel::EditorModel(EditorConfiguration launchConfiguration, EditorModelPor
     : ports_(std::move(ports)),
       launchClientId_(launchConfiguration.clientId),
       configuration(withUniqueClientId(std::move(launchConfiguration), ports_.randomBytes)),
-      scope(launchScope(configuration, storedLaunchScope(ports_.preferences, configuration.projectServerURL))),
+      scope(launchScope(configuration,
+                        storedLaunchScope(ports_.preferences, configuration.projectServerURL))),
       timing(EditorTiming::fromEnvironment()),
       session(agentPromptPorts(ports_)),
       viewPreferences(ports_.preferences),
-      identity({ports_.main, ports_.preferences, ports_.randomBytes, ports_.accountFullName, launchClientId_}),
+      identity({ports_.main, ports_.preferences, ports_.randomBytes, ports_.accountFullName,
+                launchClientId_}),
       server({ports_.main, ports_.http, configuration, scope, startup, identity.userId}),
-      documents({ports_.main, ports_.background, stage, session, clientDocument, presentation, timing}),
-      projectData({ports_.main, ports_.background, scope, startup, server, status, stage, documents, timing}),
-      stageRefresher({ports_.main, ports_.background, ports_.processes, configuration, scope, startup, server,
-                      projectData, documents, stage, revision, status, timing}),
-      account({ports_.main, ports_.secrets, ports_.openURL, configuration, scope, startup, server, stageRefresher,
-               projectData, documents, status}),
+      documents(
+          {ports_.main, ports_.background, stage, session, clientDocument, presentation, timing}),
+      projectData({ports_.main, ports_.background, scope, startup, server, status, stage, documents,
+                   timing}),
+      stageRefresher({ports_.main, ports_.background, ports_.processes, configuration, scope,
+                      startup, server, projectData, documents, stage, revision, status, timing}),
+      account({ports_.main, ports_.secrets, ports_.openURL, configuration, scope, startup, server,
+               stageRefresher, projectData, documents, status}),
       projects({ports_.main, ports_.preferences, scope, startup, server, stageRefresher, account},
                WorkspacePresentationSnapshot{scope.transportWorkspace(), {}}) {
   connectParts();
@@ -110,14 +122,17 @@ void EditorModel::connectParts() {
     startToolWatcher();
   };
   projectData.hooks.projectApplied = [this](const ProjectResponse& project) {
-    if (project.profiles) identity.applyUserProfiles(*project.profiles);
+    if (project.profiles)
+      identity.applyUserProfiles(*project.profiles);
     projects.applyProjectWorkspaceState(project);
   };
   projectData.hooks.projectFailed = [this](const std::string& message) {
     projects.workspaceCatalogLoading = false;
     projects.workspaceCatalogError = message;
   };
-  projectData.hooks.signInRequired = [this](const std::string& token) { account.requireVelkSignIn(token); };
+  projectData.hooks.signInRequired = [this](const std::string& token) {
+    account.requireVelkSignIn(token);
+  };
   stageRefresher.hooks.signInRequired = [this] { account.requireVelkSignIn(); };
   account.hooks.signedIn = [this] {
     projects.refreshHostedProjects();
@@ -128,8 +143,11 @@ void EditorModel::connectParts() {
     projects.workspaceCatalogLoading = false;
     projects.workspaceCatalogError = "Sign in to load workspaces.";
   };
-  account.hooks.userColorChosen = [this](const std::string& color) { identity.applyAccountColor(color); };
-  account.hooks.userIdentified = [this](std::optional<std::string> name, std::optional<std::string> id,
+  account.hooks.userColorChosen = [this](const std::string& color) {
+    identity.applyAccountColor(color);
+  };
+  account.hooks.userIdentified = [this](std::optional<std::string> name,
+                                        std::optional<std::string> id,
                                         std::optional<std::string> color, bool syncRemote) {
     identity.setUserIdentity(std::move(name), std::move(id), std::move(color), syncRemote);
   };
@@ -139,25 +157,31 @@ void EditorModel::connectParts() {
 // ---- Start-up
 
 bool EditorModel::hasCompleteHostedLaunchScope() const {
-  if (!SharedScopeSwitchCoordinator::hasRenderScope(scope.sharedScope())) return false;
-  if (isBlank(scope.projectServerURL())) return true;
-  if (isBlank(scope.projectId())) return true;
-  if (!isBlank(scope.projectPath())) return true;
+  if (!SharedScopeSwitchCoordinator::hasRenderScope(scope.sharedScope()))
+    return false;
+  if (isBlank(scope.projectServerURL()))
+    return true;
+  if (isBlank(scope.projectId()))
+    return true;
+  if (!isBlank(scope.projectPath()))
+    return true;
   return hasPrefix(scope.scenePath(), "/");
 }
 
 bool EditorModel::isStartupBlocking() const {
-  if (isBlank(server.addresses.remoteStageURL)) return false;
+  if (isBlank(server.addresses.remoteStageURL))
+    return false;
   return !startup.initialProjectResolved.get();
 }
 
 std::string EditorModel::projectLabel() const {
-  return editor::projectLabel({.projectConnectionInFlight = scope.projectConnectionInFlight,
-                               .seamlessWorkspaceTransitionInFlight = scope.seamlessWorkspaceTransitionInFlight,
-                               .projectTransitionMessage = scope.projectTransitionMessage,
-                               .stageSceneUri = currentStage().sceneUri,
-                               .remoteStageURL = server.addresses.remoteStageURL,
-                               .scenePath = scope.scenePath()});
+  return editor::projectLabel(
+      {.projectConnectionInFlight = scope.projectConnectionInFlight,
+       .seamlessWorkspaceTransitionInFlight = scope.seamlessWorkspaceTransitionInFlight,
+       .projectTransitionMessage = scope.projectTransitionMessage,
+       .stageSceneUri = currentStage().sceneUri,
+       .remoteStageURL = server.addresses.remoteStageURL,
+       .scenePath = scope.scenePath()});
 }
 
 std::string EditorModel::projectLoadingMessage() const {
@@ -172,7 +196,8 @@ void EditorModel::startInitialRefresh() {
   ORVAN_ASSERT_MAIN_THREAD(ports_.main);
   server.configureRuntimeForProjectServerIfNeeded();
   account.refreshCurrentVelkProfile();
-  if (!timing.projectSwitchProfileTarget.empty()) projects.refreshHostedProjects();
+  if (!timing.projectSwitchProfileTarget.empty())
+    projects.refreshHostedProjects();
   if (isBlank(server.addresses.remoteStageURL)) {
     // Local: the inspector helper composes the stage; nothing needs resolving first.
     startup.initialProjectResolved.set(true);
@@ -205,7 +230,8 @@ void EditorModel::startInitialRefresh() {
   const WeakLifetime weak = lifetime_.weak();
   projects.resolveCurrentHostedProjectBeforeStartup(
       generation, [this, weak, generation, launchScene](HostedProjectResolution outcome) {
-        if (!weak.isAlive() || generation != startup.initialProjectResolutionGeneration) return;
+        if (!weak.isAlive() || generation != startup.initialProjectResolutionGeneration)
+          return;
         if (startup.initialProjectNeedsSignIn) {
           startup.initialProjectResolved.set(false);  // the sign-in sheet stays
           return;
@@ -218,7 +244,8 @@ void EditorModel::startInitialRefresh() {
           case HostedProjectResolution::chosen:
             startup.initialProjectResolved.set(true);
             // A resolution that merely confirmed the scene the launch asked for starts nothing.
-            if (launchScene.empty() || trimmed(scope.scenePath()) != launchScene) stageRefresher.refresh();
+            if (launchScene.empty() || trimmed(scope.scenePath()) != launchScene)
+              stageRefresher.refresh();
             return;
           case HostedProjectResolution::failed:
             startup.initialProjectResolved.set(!launchScene.empty());
@@ -248,7 +275,9 @@ void EditorModel::performConnectionAction(VelkConnectionAction action) {
   }
 }
 
-void EditorModel::dismissConnectionIssue() { startup.connectionIssue.set(std::nullopt); }
+void EditorModel::dismissConnectionIssue() {
+  startup.connectionIssue.set(std::nullopt);
+}
 
 // ---- Links
 
@@ -280,23 +309,31 @@ void EditorModel::openProjectLink(const std::string& url) {
 // ---- Authoring seams
 
 void EditorModel::prewarmPersistentEditClientIfPossible() {
-  if (!isBlank(scope.projectId()) && isBlank(scope.projectPath()) && !hasPrefix(scope.scenePath(), "/")) {
+  if (!isBlank(scope.projectId()) && isBlank(scope.projectPath()) &&
+      !hasPrefix(scope.scenePath(), "/")) {
     return;  // no scene to connect to yet
   }
-  persistentEditClient = PersistentEditClientSettings{configuration.resolvedPath(configuration.editClientPath),
-                                                      server.addresses.authoringAddress,
-                                                      identity.userId.get(),
-                                                      configuration.clientId,
-                                                      scope.scenePath(),
-                                                      scope.currentWorkspace(),
-                                                      scope.activeLayerIdentifier(),
-                                                      server.velkSessionToken};
+  persistentEditClient =
+      PersistentEditClientSettings{configuration.resolvedPath(configuration.editClientPath),
+                                   server.addresses.authoringAddress,
+                                   identity.userId.get(),
+                                   configuration.clientId,
+                                   scope.scenePath(),
+                                   scope.currentWorkspace(),
+                                   scope.activeLayerIdentifier(),
+                                   server.velkSessionToken};
 }
 
-void EditorModel::retirePersistentEditClient() { persistentEditClient.reset(); }
+void EditorModel::retirePersistentEditClient() {
+  persistentEditClient.reset();
+}
 
-void EditorModel::startToolWatcher() { toolWatcherEnabled = true; }
+void EditorModel::startToolWatcher() {
+  toolWatcherEnabled = true;
+}
 
-void EditorModel::stopToolWatcher() { toolWatcherEnabled = false; }
+void EditorModel::stopToolWatcher() {
+  toolWatcherEnabled = false;
+}
 
 }  // namespace orvan::editor

@@ -77,8 +77,8 @@ struct PersistentEditClientSettings {
 //   documents        the client document, selection and inspector snapshot    (Presentation)
 //   projectData      the project stream: assets, clients, agents, comments    (ServerClient)
 //   stageRefresher   stage refresh, generations, stale retries, failures      (ServerClient)
-//   account          sign-in, callback links, sign-out, the account           (ProjectsAndWorkspaces)
-//   projects         hosted projects, start-up resolution, workspaces         (ProjectsAndWorkspaces)
+//   account          sign-in, callback links, sign-out, the account (ProjectsAndWorkspaces)
+//   projects         hosted projects, start-up resolution, workspaces (ProjectsAndWorkspaces)
 // This class wires them together and runs start-up (EditorModel.cpp).
 class EditorModel {
   // First, so that every part below may hold on to the ports.

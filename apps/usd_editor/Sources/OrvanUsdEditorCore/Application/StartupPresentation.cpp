@@ -7,9 +7,11 @@ namespace orvan::editor {
 StartupSheetContent startupSheetContent(const std::optional<VelkConnectionIssue>& connectionIssue,
                                         std::string_view initialProjectError,
                                         std::string_view projectServerURL) {
-  if (connectionIssue) return {connectionIssue->title, connectionIssue->message, connectionIssue};
+  if (connectionIssue)
+    return {connectionIssue->title, connectionIssue->message, connectionIssue};
   if (!initialProjectError.empty()) {
-    return {std::string(kProjectDidNotRespondTitle), std::string(initialProjectError), std::nullopt};
+    return {std::string(kProjectDidNotRespondTitle), std::string(initialProjectError),
+            std::nullopt};
   }
   const std::string_view server = trimWhitespaceAndNewlines(projectServerURL);
   if (server.empty()) {
@@ -24,10 +26,12 @@ std::optional<std::string> lastPathComponent(std::string_view pathOrURL) {
   if (query != std::string_view::npos && text.find("://") != std::string_view::npos) {
     text = text.substr(0, query);
   }
-  while (text.size() > 1 && text.back() == '/') text.remove_suffix(1);
+  while (text.size() > 1 && text.back() == '/')
+    text.remove_suffix(1);
   const std::size_t slash = text.rfind('/');
   const std::string_view last = slash == std::string_view::npos ? text : text.substr(slash + 1);
-  if (last.empty() || last == "/" || last == "." || last == "..") return std::nullopt;
+  if (last.empty() || last == "/" || last == "." || last == "..")
+    return std::nullopt;
   return std::string(last);
 }
 
@@ -37,10 +41,13 @@ std::string projectLabel(const ProjectLabelInputs& inputs) {
                                                    : std::string(inputs.projectTransitionMessage);
   }
   if (!inputs.stageSceneUri.empty()) {
-    if (auto name = lastPathComponent(inputs.stageSceneUri)) return *name;
+    if (auto name = lastPathComponent(inputs.stageSceneUri))
+      return *name;
   }
-  if (!trimWhitespaceAndNewlines(inputs.remoteStageURL).empty()) return "Loading project";
-  if (trimWhitespaceAndNewlines(inputs.scenePath).empty()) return "No project";
+  if (!trimWhitespaceAndNewlines(inputs.remoteStageURL).empty())
+    return "Loading project";
+  if (trimWhitespaceAndNewlines(inputs.scenePath).empty())
+    return "No project";
   return lastPathComponent(inputs.scenePath).value_or(std::string(inputs.scenePath));
 }
 
@@ -49,8 +56,10 @@ std::string projectLoadingMessage(const ProjectLoadingInputs& inputs) {
       !inputs.projectTransitionMessage.empty()) {
     return std::string(inputs.projectTransitionMessage);
   }
-  if (inputs.projectConnectionInFlight) return std::string(kOpeningProjectTitle);
-  if (inputs.stageRefreshInFlight) return "Loading stage";
+  if (inputs.projectConnectionInFlight)
+    return std::string(kOpeningProjectTitle);
+  if (inputs.stageRefreshInFlight)
+    return "Loading stage";
   return "Loading Project";
 }
 

@@ -33,7 +33,8 @@ RandomBytes systemRandomBytes() {
       // The kernel generator is always there on the systems we run on; should it fail, a seeded
       // engine still gives distinct identities.
       static thread_local std::random_device device;
-      for (; filled < count; ++filled) out[filled] = static_cast<unsigned char>(device());
+      for (; filled < count; ++filled)
+        out[filled] = static_cast<unsigned char>(device());
     }
   };
 }
@@ -49,8 +50,8 @@ std::string sanitizedUserId(std::string_view id, std::string_view fallback) {
     const char32_t codepoint = decodeCodepoint(text, offset);
     const bool validSequence = !(codepoint == 0xFFFD && offset - start == 1 &&
                                  static_cast<unsigned char>(text[start]) >= 0x80);
-    if (validSequence && (isUnicodeLetter(codepoint) || isUnicodeDecimalDigit(codepoint) ||
-                          codepoint == U'_')) {
+    if (validSequence &&
+        (isUnicodeLetter(codepoint) || isUnicodeDecimalDigit(codepoint) || codepoint == U'_')) {
       result.append(text.substr(start, offset - start));
       lastWasDash = false;
     } else if (codepoint == U'-') {
@@ -65,7 +66,8 @@ std::string sanitizedUserId(std::string_view id, std::string_view fallback) {
     ++characters;
   }
   const std::size_t first = result.find_first_not_of('-');
-  if (first == std::string::npos) return std::string(fallback);
+  if (first == std::string::npos)
+    return std::string(fallback);
   const std::size_t last = result.find_last_not_of('-');
   return result.substr(first, last - first + 1);
 }
@@ -86,14 +88,17 @@ std::string makeInternalUserId(std::string_view prefix, const RandomBytes& rando
 std::optional<std::string> colorFromHex(std::string_view text) {
   const std::string_view color = trimWhitespaceAndNewlines(text);
   bool valid = color.size() == 7 && color.front() == '#';
-  for (std::size_t i = 1; valid && i < color.size(); ++i) valid = isHexDigit(color[i]);
-  if (!valid) return std::nullopt;
+  for (std::size_t i = 1; valid && i < color.size(); ++i)
+    valid = isHexDigit(color[i]);
+  if (!valid)
+    return std::nullopt;
   return lowercased(color);
 }
 
 std::string normalizedUserColor(std::optional<std::string_view> text, const RandomBytes& random) {
   if (text) {
-    if (std::optional<std::string> color = colorFromHex(*text)) return *std::move(color);
+    if (std::optional<std::string> color = colorFromHex(*text))
+      return *std::move(color);
   }
   unsigned char byte = 0;
   random(&byte, 1);
@@ -102,11 +107,13 @@ std::string normalizedUserColor(std::optional<std::string_view> text, const Rand
 
 std::string userInitial(std::string_view userName) {
   const std::string_view name = trimWhitespaceAndNewlines(userName);
-  if (name.empty()) return {};
+  if (name.empty())
+    return {};
   std::size_t offset = 0;
   const char32_t first = decodeCodepoint(name, offset);
   std::string initial;
-  appendUtf8(initial, static_cast<char32_t>(utf8proc_toupper(static_cast<utf8proc_int32_t>(first))));
+  appendUtf8(initial,
+             static_cast<char32_t>(utf8proc_toupper(static_cast<utf8proc_int32_t>(first))));
   return initial;
 }
 

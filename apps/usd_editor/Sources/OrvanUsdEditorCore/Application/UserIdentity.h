@@ -24,7 +24,8 @@ RandomBytes systemRandomBytes();
 std::string sanitizedUserId(std::string_view id, std::string_view fallback);
 
 // `prefix`, "-" and 16 random hexadecimal digits, sanitised with the fallback "user".
-std::string makeInternalUserId(std::string_view prefix, const RandomBytes& random = systemRandomBytes());
+std::string makeInternalUserId(std::string_view prefix,
+                               const RandomBytes& random = systemRandomBytes());
 
 // "#rrggbb" in lower case for a trimmed "#" and six hexadecimal digits; nothing for anything else.
 std::optional<std::string> colorFromHex(std::string_view text);

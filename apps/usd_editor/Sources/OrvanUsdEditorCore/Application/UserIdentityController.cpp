@@ -3,14 +3,16 @@
 
 #include "Application/UserIdentityController.h"
 #include "Launch/UserDefaultsKeys.h"
+#include "Platform/PreferencesStore.h"
 #include "orvan/wire/JsonDecoder.h"
 #include "orvan/wire/JsonEncoder.h"
 #include "orvan/wire/Text.h"
-#include "Platform/PreferencesStore.h"
 
 namespace orvan::editor {
 
-UserIdentityController::UserIdentityController(Context context) : context_(context) { initializeIdentity(); }
+UserIdentityController::UserIdentityController(Context context) : context_(context) {
+  initializeIdentity();
+}
 
 namespace {
 
@@ -20,9 +22,11 @@ bool profileOrder(const UserProfileSummary& left, const UserProfileSummary& righ
 
 }  // namespace
 
-std::optional<UserProfileSummary> UserIdentityController::normalizedUserProfile(UserProfileSummary profile) const {
+std::optional<UserProfileSummary> UserIdentityController::normalizedUserProfile(
+    UserProfileSummary profile) const {
   profile.id = sanitizedUserId(profile.id, "");
-  if (profile.id.empty()) return std::nullopt;
+  if (profile.id.empty())
+    return std::nullopt;
   profile.color = normalizedUserColor(profile.color, context_.randomBytes);
   return profile;
 }
@@ -33,33 +37,39 @@ static std::vector<UserProfileSummary> uniqueNormalizedProfiles(
   std::vector<UserProfileSummary> unique;
   for (const UserProfileSummary& profile : profiles) {
     auto normalized = identity.normalizedUserProfile(profile);
-    if (!normalized) continue;
-    const bool seen = std::any_of(unique.begin(), unique.end(), [&](const UserProfileSummary& kept) {
-      return kept.id == normalized->id;
-    });
-    if (!seen) unique.push_back(std::move(*normalized));
+    if (!normalized)
+      continue;
+    const bool seen =
+        std::any_of(unique.begin(), unique.end(),
+                    [&](const UserProfileSummary& kept) { return kept.id == normalized->id; });
+    if (!seen)
+      unique.push_back(std::move(*normalized));
   }
   return unique;
 }
 
 std::vector<UserProfileSummary> UserIdentityController::storedUserProfiles() const {
   const auto data = context_.preferences.data(defaults::kUserProfiles);
-  if (!data) return {};
+  if (!data)
+    return {};
   auto decoded = decodeJson<std::vector<UserProfileSummary>>(*data);
-  if (!decoded.ok()) return {};
+  if (!decoded.ok())
+    return {};
   return uniqueNormalizedProfiles(*this, *decoded);
 }
 
 void UserIdentityController::persistUserProfiles(const std::vector<UserProfileSummary>& profiles) {
   (void)context_.preferences.setData(defaults::kUserProfiles,
-                                   encodeJson(uniqueNormalizedProfiles(*this, profiles)));
+                                     encodeJson(uniqueNormalizedProfiles(*this, profiles)));
 }
 
 void UserIdentityController::initializeIdentity() {
   PreferencesStore& preferences = context_.preferences;
   std::string name = trimmed(preferences.string(defaults::kUserName).value_or(""));
-  if (name.empty()) name = trimmed(context_.accountFullName());
-  if (name.empty()) name = std::string(kDefaultUserName);
+  if (name.empty())
+    name = trimmed(context_.accountFullName());
+  if (name.empty())
+    name = std::string(kDefaultUserName);
 
   const auto storedId = preferences.string(defaults::kUserId);
   const std::string id = sanitizedUserId(
@@ -83,11 +93,13 @@ void UserIdentityController::initializeIdentity() {
   persistUserProfiles(profiles);
 }
 
-void UserIdentityController::setUserIdentity(std::optional<std::string> name, std::optional<std::string> id,
-                                  std::optional<std::string> color, bool syncRemote) {
+void UserIdentityController::setUserIdentity(std::optional<std::string> name,
+                                             std::optional<std::string> id,
+                                             std::optional<std::string> color, bool syncRemote) {
   ORVAN_ASSERT_MAIN_THREAD(context_.main);
   std::string newName = trimmed(name.value_or(""));
-  if (newName.empty()) newName = std::string(kDefaultUserName);
+  if (newName.empty())
+    newName = std::string(kDefaultUserName);
   const std::string newId =
       sanitizedUserId(id.value_or(userId.get()), makeInternalUserId("user", context_.randomBytes));
   const std::string newColor =
@@ -112,7 +124,8 @@ void UserIdentityController::applyUserProfiles(const std::vector<UserProfileSumm
   std::vector<UserProfileSummary> merged = userProfiles.get();
   for (const UserProfileSummary& profile : incoming) {
     auto normalized = normalizedUserProfile(profile);
-    if (!normalized) continue;
+    if (!normalized)
+      continue;
     auto existing = std::find_if(merged.begin(), merged.end(), [&](const UserProfileSummary& kept) {
       return kept.id == normalized->id;
     });
@@ -124,20 +137,25 @@ void UserIdentityController::applyUserProfiles(const std::vector<UserProfileSumm
   }
   // The current user's own entry always shows the current name and colour.
   for (UserProfileSummary& profile : merged) {
-    if (profile.id != userId.get()) continue;
+    if (profile.id != userId.get())
+      continue;
     profile.displayName = userName.get();
     profile.color = userColor.get();
   }
-  if (userProfiles.set(merged)) persistUserProfiles(merged);
+  if (userProfiles.set(merged))
+    persistUserProfiles(merged);
 }
 
 void UserIdentityController::applyAccountColor(const std::string& color) {
   const std::optional<std::string> parsed = colorFromHex(color);
-  if (!parsed) return;
+  if (!parsed)
+    return;
   userColor.set(*parsed);
   (void)context_.preferences.setString(defaults::kUserColor, *parsed);
 }
 
-std::string UserIdentityController::userInitial() const { return editor::userInitial(userName.get()); }
+std::string UserIdentityController::userInitial() const {
+  return editor::userInitial(userName.get());
+}
 
 }  // namespace orvan::editor

@@ -23,13 +23,15 @@ ViewPreferences::ViewPreferences(PreferencesStore& preferences) {
 }
 
 void ViewPreferences::readViewPreferences(PreferencesStore& preferences) {
-  hierarchyOrder.set(preferences.string(defaults::kHierarchyOrder) == "scene" ? HierarchyOrder::scene
-                                                                              : HierarchyOrder::alphabetical);
+  hierarchyOrder.set(preferences.string(defaults::kHierarchyOrder) == "scene"
+                         ? HierarchyOrder::scene
+                         : HierarchyOrder::alphabetical);
   showHierarchyStatus.set(preferences.boolean(defaults::kShowHierarchyStatus).value_or(false));
   showFakeAssetSettings.set(preferences.boolean(defaults::kShowFakeAssetSettings).value_or(false));
-  projectAssetBrowserOrganization.set(preferences.string(defaults::kProjectAssetBrowserOrganization) == "folders"
-                                          ? ProjectAssetBrowserOrganization::folders
-                                          : ProjectAssetBrowserOrganization::typeAndClass);
+  projectAssetBrowserOrganization.set(
+      preferences.string(defaults::kProjectAssetBrowserOrganization) == "folders"
+          ? ProjectAssetBrowserOrganization::folders
+          : ProjectAssetBrowserOrganization::typeAndClass);
   snapEnabled.set(preferences.boolean(defaults::kSnapEnabled).value_or(false));
   snapSurfaceMode.set(preferences.boolean(defaults::kSnapSurfaceMode).value_or(false));
   snapBoundsPlacement.set(preferences.boolean(defaults::kSnapBoundsPlacement).value_or(false));
@@ -47,11 +49,14 @@ void ViewPreferences::bindViewPreferences(PreferencesStore& preferences) {
   keepBool(snapSurfaceMode, defaults::kSnapSurfaceMode);
   keepBool(snapBoundsPlacement, defaults::kSnapBoundsPlacement);
   keepBool(snapAlignToSurface, defaults::kSnapAlignToSurface);
-  preferenceBindings_.push_back(bindPreference(hierarchyOrder, [&preferences](HierarchyOrder order) {
-    (void)preferences.setString(defaults::kHierarchyOrder, order == HierarchyOrder::scene ? "scene" : "alphabetical");
-  }));
+  preferenceBindings_.push_back(
+      bindPreference(hierarchyOrder, [&preferences](HierarchyOrder order) {
+        (void)preferences.setString(defaults::kHierarchyOrder,
+                                    order == HierarchyOrder::scene ? "scene" : "alphabetical");
+      }));
   preferenceBindings_.push_back(bindPreference(
-      projectAssetBrowserOrganization, [&preferences](ProjectAssetBrowserOrganization organization) {
+      projectAssetBrowserOrganization,
+      [&preferences](ProjectAssetBrowserOrganization organization) {
         (void)preferences.setString(
             defaults::kProjectAssetBrowserOrganization,
             organization == ProjectAssetBrowserOrganization::folders ? "folders" : "typeAndClass");

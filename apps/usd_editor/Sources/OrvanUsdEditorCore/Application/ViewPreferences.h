@@ -19,15 +19,15 @@ class ViewPreferences {
   ViewPreferences(const ViewPreferences&) = delete;
   ViewPreferences& operator=(const ViewPreferences&) = delete;
 
-  Observable<HierarchyOrder> hierarchyOrder{HierarchyOrder::alphabetical};              // kept
-  Observable<bool> showHierarchyStatus{false};                                          // kept
-  Observable<bool> showFakeAssetSettings{false};                                        // kept
+  Observable<HierarchyOrder> hierarchyOrder{HierarchyOrder::alphabetical};  // kept
+  Observable<bool> showHierarchyStatus{false};                              // kept
+  Observable<bool> showFakeAssetSettings{false};                            // kept
   Observable<ProjectAssetBrowserOrganization> projectAssetBrowserOrganization{
-      ProjectAssetBrowserOrganization::typeAndClass};                                   // kept
-  Observable<bool> snapEnabled{false};                                                  // kept
-  Observable<bool> snapSurfaceMode{false};                                              // kept
-  Observable<bool> snapBoundsPlacement{false};                                          // kept
-  Observable<bool> snapAlignToSurface{false};                                           // kept
+      ProjectAssetBrowserOrganization::typeAndClass};  // kept
+  Observable<bool> snapEnabled{false};                 // kept
+  Observable<bool> snapSurfaceMode{false};             // kept
+  Observable<bool> snapBoundsPlacement{false};         // kept
+  Observable<bool> snapAlignToSurface{false};          // kept
   Observable<bool> showHierarchyPane{true};
   Observable<bool> showInspectorPane{true};
   Observable<bool> showProjectPane{true};

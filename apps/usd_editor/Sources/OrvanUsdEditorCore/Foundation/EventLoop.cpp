@@ -6,7 +6,9 @@ namespace orvan::editor {
 
 EventLoop::EventLoop() : mainThread_(std::this_thread::get_id()) {}
 
-void EventLoop::post(Closure closure) { postAfter(Duration::zero(), std::move(closure)); }
+void EventLoop::post(Closure closure) {
+  postAfter(Duration::zero(), std::move(closure));
+}
 
 TaskHandle EventLoop::postAfter(Duration delay, Closure closure) {
   TaskHandle handle = TaskHandle::make();
@@ -34,8 +36,10 @@ void EventLoop::run() {
 bool EventLoop::runUntil(const std::function<bool()>& done, Duration timeout) {
   const TimePoint deadline = now() + timeout;
   while (!done()) {
-    if (now() >= deadline) return false;
-    if (!runOnce(deadline)) return done();
+    if (now() >= deadline)
+      return false;
+    if (!runOnce(deadline))
+      return done();
   }
   return true;
 }
@@ -56,13 +60,15 @@ bool EventLoop::runOnce(TimePoint deadline) {
         break;
       }
       const TimePoint wakeAt = std::min(timers_.nextDue().value_or(TimePoint::max()), deadline);
-      if (wakeAt <= now() && wakeAt == deadline) return true;
+      if (wakeAt <= now() && wakeAt == deadline)
+        return true;
       if (wakeAt == TimePoint::max()) {
         wake_.wait(lock);
       } else {
         wake_.wait_until(lock, wakeAt);
       }
-      if (now() >= deadline) return true;
+      if (now() >= deadline)
+        return true;
     }
   }
   next();

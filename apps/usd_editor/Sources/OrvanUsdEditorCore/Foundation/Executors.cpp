@@ -6,7 +6,8 @@
 namespace orvan::editor {
 
 void assertMainThread(const MainExecutor& executor, const char* where) {
-  if (executor.isMainThread()) return;
+  if (executor.isMainThread())
+    return;
   std::fprintf(stderr, "OrvanUsdEditor: %s called off the main thread\n", where);
   std::abort();
 }

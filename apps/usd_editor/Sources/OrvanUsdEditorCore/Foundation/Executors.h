@@ -42,17 +42,20 @@ TaskHandle postTaskAndReply(BackgroundExecutor& background, MainExecutor& main, 
   TaskHandle handle = TaskHandle::make();
   std::stop_token token = handle.token();
   background.post([&main, token, work = std::move(work), reply = std::move(reply)]() mutable {
-    if (token.stop_requested()) return;
+    if (token.stop_requested())
+      return;
     using R = std::invoke_result_t<Work&, std::stop_token>;
     if constexpr (std::is_void_v<R>) {
       work(token);
       main.post([token, reply = std::move(reply)]() mutable {
-        if (!token.stop_requested()) reply();
+        if (!token.stop_requested())
+          reply();
       });
     } else {
       auto result = std::make_shared<R>(work(token));
       main.post([token, result, reply = std::move(reply)]() mutable {
-        if (!token.stop_requested()) reply(std::move(*result));
+        if (!token.stop_requested())
+          reply(std::move(*result));
       });
     }
   });

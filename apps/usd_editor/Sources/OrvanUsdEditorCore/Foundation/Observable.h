@@ -27,7 +27,8 @@ class Subscription {
   ~Subscription() { reset(); }
 
   void reset() {
-    if (auto cancel = std::exchange(cancel_, nullptr)) cancel();
+    if (auto cancel = std::exchange(cancel_, nullptr))
+      cancel();
   }
 
  private:
@@ -43,7 +44,8 @@ class Observable {
   using Observer = std::function<void(const T&)>;
 
   Observable() : observers_(std::make_shared<Observers>()) {}
-  explicit Observable(T initial) : value_(std::move(initial)), observers_(std::make_shared<Observers>()) {}
+  explicit Observable(T initial)
+      : value_(std::move(initial)), observers_(std::make_shared<Observers>()) {}
   Observable(const Observable&) = delete;
   Observable& operator=(const Observable&) = delete;
 
@@ -51,7 +53,8 @@ class Observable {
 
   // Returns whether the value changed (and observers were told).
   bool set(T next) {
-    if (next == value_) return false;
+    if (next == value_)
+      return false;
     value_ = std::move(next);
     notify();
     return true;
@@ -70,7 +73,8 @@ class Observable {
     observers_->entries.emplace(id, std::make_shared<Observer>(std::move(observer)));
     std::weak_ptr<Observers> weak = observers_;
     return Subscription([weak, id] {
-      if (auto observers = weak.lock()) observers->entries.erase(id);
+      if (auto observers = weak.lock())
+        observers->entries.erase(id);
     });
   }
 
@@ -86,10 +90,12 @@ class Observable {
     // Snapshot first: an observer may unsubscribe itself or others while we walk.
     std::vector<std::weak_ptr<Observer>> snapshot;
     snapshot.reserve(observers_->entries.size());
-    for (const auto& [id, observer] : observers_->entries) snapshot.push_back(observer);
+    for (const auto& [id, observer] : observers_->entries)
+      snapshot.push_back(observer);
     const T current = value_;
     for (const auto& weak : snapshot) {
-      if (auto observer = weak.lock()) (*observer)(current);
+      if (auto observer = weak.lock())
+        (*observer)(current);
     }
   }
 

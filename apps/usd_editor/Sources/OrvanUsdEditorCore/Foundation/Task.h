@@ -21,7 +21,8 @@ class TaskHandle {
   static TaskHandle make() { return TaskHandle(std::stop_source()); }
 
   void cancel() {
-    if (source_) source_->request_stop();
+    if (source_)
+      source_->request_stop();
   }
   bool isCancelled() const { return source_ && source_->stop_requested(); }
   bool isEmpty() const { return !source_.has_value(); }

@@ -21,7 +21,8 @@ ThreadPool::~ThreadPool() {
     stopping_ = true;
   }
   wake_.notify_all();
-  for (auto& worker : workers_) worker.join();
+  for (auto& worker : workers_)
+    worker.join();
 }
 
 void ThreadPool::post(Closure closure) {
@@ -38,7 +39,8 @@ void ThreadPool::runWorker() {
     {
       std::unique_lock lock(mutex_);
       wake_.wait(lock, [this] { return stopping_ || !queue_.empty(); });
-      if (queue_.empty()) return;
+      if (queue_.empty())
+        return;
       next = std::move(queue_.front());
       queue_.pop_front();
     }

@@ -22,10 +22,12 @@ class TimerQueue {
   std::optional<Closure> popDue(TimePoint now) {
     while (!entries_.empty()) {
       auto first = entries_.begin();
-      if (first->first.due > now) return std::nullopt;
+      if (first->first.due > now)
+        return std::nullopt;
       Entry entry = std::move(first->second);
       entries_.erase(first);
-      if (entry.token.stop_requested()) continue;
+      if (entry.token.stop_requested())
+        continue;
       return std::move(entry.closure);
     }
     return std::nullopt;
@@ -36,7 +38,8 @@ class TimerQueue {
     while (!entries_.empty() && entries_.begin()->second.token.stop_requested()) {
       entries_.erase(entries_.begin());
     }
-    if (entries_.empty()) return std::nullopt;
+    if (entries_.empty())
+      return std::nullopt;
     return entries_.begin()->first.due;
   }
 

@@ -6,8 +6,8 @@
 #include <spdlog/spdlog.h>
 
 #include "Foundation/Logging.h"
-#include "orvan/wire/Text.h"
 #include "Intelligence/AgentProcessOutputCapture.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::editor {
 

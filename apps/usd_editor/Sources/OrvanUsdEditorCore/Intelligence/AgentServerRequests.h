@@ -6,11 +6,11 @@
 #include <tuple>
 #include <variant>
 
-#include "orvan/wire/Error.h"
-#include "orvan/wire/JsonFields.h"
 #include "Intelligence/AgentPromptError.h"
 #include "Intelligence/VelkAgentAuthoringScope.h"
 #include "Platform/HttpClient.h"
+#include "orvan/wire/Error.h"
+#include "orvan/wire/JsonFields.h"
 
 // The prompt bar's exchanges with the project server: the change receipt that tells whether an
 // agent's work landed, and the cancel and undo of commands the server runs.

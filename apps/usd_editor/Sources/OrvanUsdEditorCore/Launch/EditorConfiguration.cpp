@@ -33,11 +33,14 @@ std::optional<std::uint64_t> parseRevision(std::string_view text) {
     negative = text.front() == '-';
     text.remove_prefix(1);
   }
-  if (text.empty()) return std::nullopt;
+  if (text.empty())
+    return std::nullopt;
   std::uint64_t value = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), value);
-  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
-  if (negative && value != 0) return std::nullopt;
+  if (error != std::errc() || end != text.data() + text.size())
+    return std::nullopt;
+  if (negative && value != 0)
+    return std::nullopt;
   return value;
 }
 
@@ -57,8 +60,10 @@ void setWorkspace(EditorConfiguration& configuration, const std::string& value) 
 }
 
 void setRevision(EditorConfiguration& configuration, const std::string& value) {
-  if (value.empty()) return;
-  if (const auto revision = parseRevision(value)) configuration.revision = *revision;
+  if (value.empty())
+    return;
+  if (const auto revision = parseRevision(value))
+    configuration.revision = *revision;
 }
 
 // The options that take a value, by their exact names.
@@ -109,7 +114,8 @@ std::size_t argumentsTakenBy(const std::string& argument) {
 
 std::optional<EditorViewportBackend> parseEditorViewportBackend(std::string_view argument) {
   const std::string name = lowercased(trimWhitespaceAndNewlines(argument));
-  if (name == "in-process" || name == "inprocess") return EditorViewportBackend::inProcess;
+  if (name == "in-process" || name == "inprocess")
+    return EditorViewportBackend::inProcess;
   if (name == "iosurface" || name == "out-of-process" || name == "multiprocess") {
     return EditorViewportBackend::ioSurface;
   }
@@ -132,7 +138,8 @@ std::string defaultWorkspaceRoot(const std::vector<std::string>& arguments,
   const std::string path =
       standardizePath(hasPrefix(program, "/") ? program : joinPath(currentDirectory, program));
   const std::size_t marker = path.find("/apps/usd_editor/");
-  if (marker != std::string::npos) return path.substr(0, marker);
+  if (marker != std::string::npos)
+    return path.substr(0, marker);
   return std::string(currentDirectory);
 }
 
@@ -169,16 +176,19 @@ EditorConfiguration EditorConfiguration::fromArguments(const std::vector<std::st
 }
 
 std::string EditorConfiguration::resolvedPath(std::string_view path) const {
-  if (hasPrefix(path, "/")) return std::string(path);
+  if (hasPrefix(path, "/"))
+    return std::string(path);
   return joinPath(workspaceRoot, path);
 }
 
 bool isLocalAuthoringAddress(std::string_view text) {
   const std::string address = lowercased(trimWhitespaceAndNewlines(text));
-  if (address.empty()) return true;
-  for (std::string_view prefix : {"localhost:", "127.0.0.1:", "grpc://localhost", "grpc://127.0.0.1",
-                                  "grpcs://localhost", "grpcs://127.0.0.1"}) {
-    if (hasPrefix(address, prefix)) return true;
+  if (address.empty())
+    return true;
+  for (std::string_view prefix : {"localhost:", "127.0.0.1:", "grpc://localhost",
+                                  "grpc://127.0.0.1", "grpcs://localhost", "grpcs://127.0.0.1"}) {
+    if (hasPrefix(address, prefix))
+      return true;
   }
   return false;
 }
@@ -189,13 +199,17 @@ std::optional<std::string> EditorConfiguration::projectServerDerivedAuthoringAdd
 
 std::optional<std::string> derivedAuthoringAddress(bool localMode, std::string_view address,
                                                    std::string_view projectServerURL) {
-  if (localMode || !isLocalAuthoringAddress(address)) return std::nullopt;
+  if (localMode || !isLocalAuthoringAddress(address))
+    return std::nullopt;
   const auto url = URLComponents::parse(projectServerURL);
-  if (!url) return std::nullopt;
+  if (!url)
+    return std::nullopt;
   std::string host = url->host;
-  if (host.empty()) return std::nullopt;
+  if (host.empty())
+    return std::nullopt;
   const bool secure = lowercased(url->scheme) == "https";
-  if (host.find(':') != std::string::npos && !hasPrefix(host, "[")) host = "[" + host + "]";
+  if (host.find(':') != std::string::npos && !hasPrefix(host, "["))
+    host = "[" + host + "]";
   const int port = url->port.value_or(secure ? 443 : 80);
   return std::string(secure ? "grpcs" : "grpc") + "://" + host + ":" + std::to_string(port);
 }
@@ -204,13 +218,17 @@ bool EditorConfiguration::usdFbxAvailable(std::string_view pluginPath) const {
   std::size_t start = 0;
   while (start <= pluginPath.size()) {
     std::size_t end = pluginPath.find(':', start);
-    if (end == std::string_view::npos) end = pluginPath.size();
+    if (end == std::string_view::npos)
+      end = pluginPath.size();
     const std::string_view entry = pluginPath.substr(start, end - start);
     start = end + 1;
-    if (entry.empty()) continue;
-    if (::access(joinPath(entry, "plugInfo.json").c_str(), F_OK) == 0) return true;
+    if (entry.empty())
+      continue;
+    if (::access(joinPath(entry, "plugInfo.json").c_str(), F_OK) == 0)
+      return true;
   }
-  const std::string bundled = resolvedPath(".derived/usdfbx/install/usdFbx/resources/plugInfo.json");
+  const std::string bundled =
+      resolvedPath(".derived/usdfbx/install/usdFbx/resources/plugInfo.json");
   return ::access(bundled.c_str(), F_OK) == 0;
 }
 

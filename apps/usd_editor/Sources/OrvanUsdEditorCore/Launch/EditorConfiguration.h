@@ -80,8 +80,10 @@ bool isLocalAuthoringAddress(std::string_view text);
 
 // The system's words when FBX cannot be added.
 inline constexpr std::string_view kUsdFbxUnavailablePayloadMessage =
-    "usdFBX plugin unavailable. Build it with tools/bootstrap_usdfbx.sh before adding FBX payloads.";
+    "usdFBX plugin unavailable. Build it with tools/bootstrap_usdfbx.sh before adding FBX "
+    "payloads.";
 inline constexpr std::string_view kUsdFbxUnavailableStoreMessage =
-    "usdFBX plugin unavailable. Build it with tools/bootstrap_usdfbx.sh before adding FBX Store assets";
+    "usdFBX plugin unavailable. Build it with tools/bootstrap_usdfbx.sh before adding FBX Store "
+    "assets";
 
 }  // namespace orvan::editor

@@ -21,7 +21,8 @@ EditorTiming EditorTiming::fromEnvironment() {
 }
 
 void EditorTiming::projectTiming(TimePoint now, std::string_view text) const {
-  if (!projectTimingEnabled) return;
+  if (!projectTimingEnabled)
+    return;
   std::string line = "Velk project timing";
   if (projectSwitchTimingStartedAt) {
     char since[48];

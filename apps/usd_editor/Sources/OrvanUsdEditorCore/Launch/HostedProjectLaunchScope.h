@@ -20,10 +20,9 @@ struct HostedProjectLaunchScope {
   bool operator==(const HostedProjectLaunchScope&) const = default;
   static auto jsonFields() {
     using T = HostedProjectLaunchScope;
-    return std::tuple{json::required("projectId", &T::projectId),
-                      json::required("projectPath", &T::projectPath),
-                      json::required("scenePath", &T::scenePath),
-                      json::required("workspace", &T::workspace)};
+    return std::tuple{
+        json::required("projectId", &T::projectId), json::required("projectPath", &T::projectPath),
+        json::required("scenePath", &T::scenePath), json::required("workspace", &T::workspace)};
   }
 };
 

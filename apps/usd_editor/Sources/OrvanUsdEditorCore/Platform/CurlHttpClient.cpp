@@ -19,8 +19,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "orvan/wire/Text.h"
 #include "Platform/UniqueFd.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::editor {
 namespace {

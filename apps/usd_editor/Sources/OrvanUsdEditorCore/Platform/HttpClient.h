@@ -10,9 +10,9 @@
 #include <variant>
 #include <vector>
 
-#include "orvan/wire/Error.h"
 #include "Foundation/Executors.h"
 #include "Foundation/Task.h"
+#include "orvan/wire/Error.h"
 
 namespace orvan::editor {
 

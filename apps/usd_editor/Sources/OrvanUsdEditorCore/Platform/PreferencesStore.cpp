@@ -8,10 +8,10 @@
 #include <simdjson.h>
 #include <spdlog/spdlog.h>
 
-#include "orvan/wire/JsonEncoder.h"
-#include "orvan/wire/Text.h"
 #include "Platform/Base64.h"
 #include "Platform/UserFolders.h"
+#include "orvan/wire/JsonEncoder.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::editor {
 

@@ -11,8 +11,8 @@
 #include <variant>
 #include <vector>
 
-#include "orvan/wire/Error.h"
 #include "Platform/AtomicFile.h"
+#include "orvan/wire/Error.h"
 
 namespace orvan::editor {
 

@@ -20,7 +20,8 @@ class ProcessOutputCapture {
     std::lock_guard lock(mutex_);
     totalBytes_ += bytes.size();
     bytes_.append(bytes);
-    if (bytes_.size() > 2 * limit_) bytes_.erase(0, bytes_.size() - limit_);
+    if (bytes_.size() > 2 * limit_)
+      bytes_.erase(0, bytes_.size() - limit_);
   }
 
   std::string snapshot() const {

@@ -11,10 +11,10 @@
 #include <spdlog/spdlog.h>
 
 #include "Platform/AtomicFile.h"
-#include "orvan/wire/JsonEncoder.h"
-#include "orvan/wire/Text.h"
 #include "Platform/Base64.h"
 #include "Platform/UserFolders.h"
+#include "orvan/wire/JsonEncoder.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::editor {
 

@@ -727,13 +727,21 @@ Result<std::string> Subprocess::readStdout(std::size_t maxBytes) {
   }
 }
 
-std::string Subprocess::capturedStdout() const { return monitor_->out.captureSnapshot(); }
+std::string Subprocess::capturedStdout() const {
+  return monitor_->out.captureSnapshot();
+}
 
-std::string Subprocess::capturedStderr() const { return monitor_->err.captureSnapshot(); }
+std::string Subprocess::capturedStderr() const {
+  return monitor_->err.captureSnapshot();
+}
 
-bool Subprocess::isStdoutTruncated() const { return monitor_->out.isTruncated(); }
+bool Subprocess::isStdoutTruncated() const {
+  return monitor_->out.isTruncated();
+}
 
-bool Subprocess::isStderrTruncated() const { return monitor_->err.isTruncated(); }
+bool Subprocess::isStderrTruncated() const {
+  return monitor_->err.isTruncated();
+}
 
 bool Subprocess::isRunning() const {
   std::lock_guard lock(monitor_->mutex);

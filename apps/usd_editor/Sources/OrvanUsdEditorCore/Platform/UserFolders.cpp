@@ -9,9 +9,7 @@
 
 namespace orvan::editor {
 
-namespace {
-
-}  // namespace
+namespace {}  // namespace
 
 std::filesystem::path userHomeFolder() {
   if (const char* home = std::getenv("HOME"); home != nullptr && home[0] == '/')

@@ -18,19 +18,23 @@ template <class T, class NameOf, class IdentityOf>
 void sortByDisplayName(std::vector<T>& items, NameOf nameOf, IdentityOf identityOf) {
   std::vector<std::string> folded;
   folded.reserve(items.size());
-  for (const T& item : items) folded.push_back(lowercased(nameOf(item)));
+  for (const T& item : items)
+    folded.push_back(lowercased(nameOf(item)));
   std::vector<std::size_t> order(items.size());
   std::iota(order.begin(), order.end(), std::size_t{0});
   std::sort(order.begin(), order.end(), [&](std::size_t left, std::size_t right) {
-    if (folded[left] != folded[right]) return folded[left] < folded[right];
+    if (folded[left] != folded[right])
+      return folded[left] < folded[right];
     const std::string_view leftName = nameOf(items[left]);
     const std::string_view rightName = nameOf(items[right]);
-    if (leftName != rightName) return leftName < rightName;
+    if (leftName != rightName)
+      return leftName < rightName;
     return identityOf(items[left]) < identityOf(items[right]);
   });
   std::vector<T> sorted;
   sorted.reserve(items.size());
-  for (std::size_t index : order) sorted.push_back(std::move(items[index]));
+  for (std::size_t index : order)
+    sorted.push_back(std::move(items[index]));
   items = std::move(sorted);
 }
 

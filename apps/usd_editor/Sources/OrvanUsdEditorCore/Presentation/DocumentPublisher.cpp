@@ -43,26 +43,31 @@ void DocumentPublisher::scheduleClientDocumentRebuild(bool stageChanged, bool pr
         auto snapshot = builder->build(input, token);
         return std::make_pair(std::move(snapshot), main.now() - started);
       },
-      [this, weak, generation](
-          std::pair<std::shared_ptr<const EditorClientDocumentSnapshot>, Duration> built) {
-        if (!weak.isAlive() || !built.first) return;
+      [this, weak,
+       generation](std::pair<std::shared_ptr<const EditorClientDocumentSnapshot>, Duration> built) {
+        if (!weak.isAlive() || !built.first)
+          return;
         publishClientDocument(std::move(built.first), generation, built.second);
       }));
 }
 
-void DocumentPublisher::publishClientDocument(std::shared_ptr<const EditorClientDocumentSnapshot> snapshot,
-                                        std::uint64_t generation, Duration elapsed) {
+void DocumentPublisher::publishClientDocument(
+    std::shared_ptr<const EditorClientDocumentSnapshot> snapshot, std::uint64_t generation,
+    Duration elapsed) {
   ORVAN_ASSERT_MAIN_THREAD(context_.main);
-  if (generation != clientDocumentBuildGeneration) return;  // a newer build is under way
+  if (generation != clientDocumentBuildGeneration)
+    return;  // a newer build is under way
   const bool stageChanged = std::exchange(clientDocumentPendingStageChanged, false);
   const bool projectChanged = std::exchange(clientDocumentPendingProjectChanged, false);
   clientDocumentBuildTask_.clear();
   retire(context_.clientDocument.publish(std::move(snapshot), stageChanged, projectChanged));
-  if (stageChanged) rebuildStageIndex();
+  if (stageChanged)
+    rebuildStageIndex();
   rebuildPresentationIndex();
-  context_.timing.projectTiming(context_.main.now(), "client document publish stage=" + std::string(stageChanged ? "1" : "0") +
-                " project=" + (projectChanged ? "1" : "0") +
-                " buildElapsedMs=" + elapsedMilliseconds(elapsed));
+  context_.timing.projectTiming(
+      context_.main.now(),
+      "client document publish stage=" + std::string(stageChanged ? "1" : "0") + " project=" +
+          (projectChanged ? "1" : "0") + " buildElapsedMs=" + elapsedMilliseconds(elapsed));
 }
 
 void DocumentPublisher::publishInitialDocument() {
@@ -75,13 +80,16 @@ void DocumentPublisher::publishStructuralClientDocumentPatch() {
   ORVAN_ASSERT_MAIN_THREAD(context_.main);
   const TimePoint started = context_.main.now();
   auto patched = withReplacedStage(context_.clientDocument.current(), context_.stage.get());
-  std::vector<std::shared_ptr<const EditorClientDocumentSnapshot>> retired{context_.clientDocument.snapshot.get()};
+  std::vector<std::shared_ptr<const EditorClientDocumentSnapshot>> retired{
+      context_.clientDocument.snapshot.get()};
   context_.clientDocument.snapshot.set(patched);
   retired.push_back(std::exchange(context_.clientDocument.hierarchyProjection.snapshot, patched));
-  context_.clientDocument.hierarchyProjection.revision.set(context_.clientDocument.hierarchyProjection.revision.get() + 1);
+  context_.clientDocument.hierarchyProjection.revision.set(
+      context_.clientDocument.hierarchyProjection.revision.get() + 1);
   retire(std::move(retired));
   rebuildStageIndex();
-  spdlog::info("structural patch publish elapsedMs={}", elapsedMilliseconds(context_.main.now() - started));
+  spdlog::info("structural patch publish elapsedMs={}",
+               elapsedMilliseconds(context_.main.now() - started));
   // Whatever build is under way started from the stage before the edit: start over.
   scheduleClientDocumentRebuild(true, false);
 }
@@ -96,7 +104,8 @@ void DocumentPublisher::rebuildPresentationIndex() {
   context_.presentation.rebuild(context_.clientDocument.snapshot.get());
 }
 
-void DocumentPublisher::retire(std::vector<std::shared_ptr<const EditorClientDocumentSnapshot>> snapshots) {
+void DocumentPublisher::retire(
+    std::vector<std::shared_ptr<const EditorClientDocumentSnapshot>> snapshots) {
   context_.background.post([snapshots = std::move(snapshots)]() mutable { snapshots.clear(); });
 }
 
@@ -121,26 +130,29 @@ void DocumentPublisher::selectProjectAsset(const std::string& path) {
   ORVAN_ASSERT_MAIN_THREAD(context_.main);
   const ProjectAssetItem* row = context_.clientDocument.current().projectAsset(path);
   const UsdAsset* material = context_.clientDocument.current().materialAsset(path);
-  if (!row && !material) return;
+  if (!row && !material)
+    return;
   ProjectAssetSelection selection{path, row ? row->kind : material->kind};
   context_.session.applyProjectAssetSelection(selection);
   context_.presentation.selectedAsset.set(std::move(selection));
   context_.presentation.reconcileSelectionAfterDataUpdate();
 }
 
-void DocumentPublisher::scheduleSelectionSnapshot(std::string primaryPath, std::vector<std::string> paths,
-                                            std::uint64_t serial) {
+void DocumentPublisher::scheduleSelectionSnapshot(std::string primaryPath,
+                                                  std::vector<std::string> paths,
+                                                  std::uint64_t serial) {
   ORVAN_ASSERT_MAIN_THREAD(context_.main);
   const WeakLifetime weak = lifetime_.weak();
   // Two turns of the main loop: the selection's highlight draws first, and a fast series of clicks
   // computes only the last snapshot, since each click replaces the task of the one before.
   auto compute = [this, weak, primaryPath = std::move(primaryPath), paths = std::move(paths),
                   serial]() {
-    if (!weak.isAlive()) return;
+    if (!weak.isAlive())
+      return;
     selectionSnapshotTask_.clear();
     const TimePoint started = context_.main.now();
-    EditorSelectionSnapshot snapshot =
-        selectionSnapshot(context_.clientDocument.current(), storeScenePreviews, primaryPath, paths);
+    EditorSelectionSnapshot snapshot = selectionSnapshot(context_.clientDocument.current(),
+                                                         storeScenePreviews, primaryPath, paths);
     if (context_.timing.timingLogsEnabled) {
       spdlog::info("snapshot components={} attributes={} elapsedMs={}", snapshot.components.size(),
                    snapshot.attributes.size(), elapsedMilliseconds(context_.main.now() - started));
@@ -149,8 +161,10 @@ void DocumentPublisher::scheduleSelectionSnapshot(std::string primaryPath, std::
   };
   selectionSnapshotTask_.replace(context_.main.postAfter(
       Duration::zero(), [this, weak, compute = std::move(compute)]() mutable {
-        if (!weak.isAlive()) return;
-        selectionSnapshotTask_.replace(context_.main.postAfter(Duration::zero(), std::move(compute)));
+        if (!weak.isAlive())
+          return;
+        selectionSnapshotTask_.replace(
+            context_.main.postAfter(Duration::zero(), std::move(compute)));
       }));
 }
 
@@ -162,10 +176,12 @@ void DocumentPublisher::reconcileSessionSelectionWithStage() {
   };
   std::vector<std::string> kept;
   for (const std::string& path : current.paths) {
-    if (exists(path)) kept.push_back(path);
+    if (exists(path))
+      kept.push_back(path);
   }
   std::string primary = current.primaryPath;
-  if (!primary.empty() && !exists(primary)) primary = kept.empty() ? "" : kept.front();
+  if (!primary.empty() && !exists(primary))
+    primary = kept.empty() ? "" : kept.front();
   std::uint64_t serial = current.serial;
   if (kept != current.paths || primary != current.primaryPath) {
     serial = context_.session.applySceneSelection(primary, kept, false);

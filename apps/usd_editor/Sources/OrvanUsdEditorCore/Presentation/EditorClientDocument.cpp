@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <set>
 
-#include "orvan/wire/Text.h"
 #include "Presentation/DisplayOrder.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::editor {
 
@@ -19,17 +19,21 @@ std::string assetReferenceKey(std::string_view reference) {
   std::string key(trimWhitespaceAndNewlines(reference));
   std::replace(key.begin(), key.end(), '\\', '/');
   std::string_view rest = key;
-  while (hasPrefix(rest, "./")) rest.remove_prefix(2);
-  while (hasPrefix(rest, "/")) rest.remove_prefix(1);
+  while (hasPrefix(rest, "./"))
+    rest.remove_prefix(2);
+  while (hasPrefix(rest, "/"))
+    rest.remove_prefix(1);
   return std::string(rest);
 }
 
 // A stage reference names a row when it is the row's path, or a file path that ends in it (a
 // local stage lists absolute file paths).
 bool referenceNames(std::string_view stageReference, const std::string& rowKey) {
-  if (rowKey.empty()) return false;
+  if (rowKey.empty())
+    return false;
   const std::string stageKey = assetReferenceKey(stageReference);
-  if (stageKey == rowKey) return true;
+  if (stageKey == rowKey)
+    return true;
   return stageKey.size() > rowKey.size() && hasSuffix(stageKey, rowKey) &&
          stageKey[stageKey.size() - rowKey.size() - 1] == '/';
 }
@@ -53,26 +57,30 @@ std::vector<const UsdAsset*> knownStageAssets(const StageInspection& stage,
     paths.insert(asset.path);
   }
   for (const UsdAsset& asset : pendingCreated) {
-    if (asset.path.empty() || paths.insert(asset.path).second) assets.push_back(&asset);
+    if (asset.path.empty() || paths.insert(asset.path).second)
+      assets.push_back(&asset);
   }
   return assets;
 }
 
 void indexProjectAssets(EditorClientDocumentSnapshot& document,
                         std::vector<ProjectAssetItem> projectAssets) {
-  sortByDisplayName(projectAssets, [](const ProjectAssetItem& item) { return std::string_view(item.name); },
-                    [](const ProjectAssetItem& item) { return std::string_view(item.path); });
+  sortByDisplayName(
+      projectAssets, [](const ProjectAssetItem& item) { return std::string_view(item.name); },
+      [](const ProjectAssetItem& item) { return std::string_view(item.path); });
   document.projectAssets = std::move(projectAssets);
   std::vector<std::string> folders;
   for (std::size_t index = 0; index < document.projectAssets.size(); ++index) {
     const ProjectAssetItem& item = document.projectAssets[index];
     document.projectAssetsByPath.emplace(item.path, index);  // the first row of a path wins
     auto [entry, added] = document.projectAssetsByFolder.try_emplace(item.folder);
-    if (added) folders.push_back(item.folder);
+    if (added)
+      folders.push_back(item.folder);
     entry->second.push_back(index);
   }
-  sortByDisplayName(folders, [](const std::string& folder) { return std::string_view(folder); },
-                    [](const std::string& folder) { return std::string_view(folder); });
+  sortByDisplayName(
+      folders, [](const std::string& folder) { return std::string_view(folder); },
+      [](const std::string& folder) { return std::string_view(folder); });
   document.projectFolders = std::move(folders);
 }
 
@@ -85,10 +93,12 @@ void indexStageAssets(EditorClientDocumentSnapshot& document) {
   document.materialAssets.clear();
   document.materialAssetsByPath.clear();
   for (const UsdAsset* asset : stageAssets) {
-    if (asset->kind == kMaterialKind) document.materialAssets.push_back(*asset);
+    if (asset->kind == kMaterialKind)
+      document.materialAssets.push_back(*asset);
   }
-  sortByDisplayName(document.materialAssets, [](const UsdAsset& asset) { return std::string_view(asset.name); },
-                    [](const UsdAsset& asset) { return std::string_view(asset.path); });
+  sortByDisplayName(
+      document.materialAssets, [](const UsdAsset& asset) { return std::string_view(asset.name); },
+      [](const UsdAsset& asset) { return std::string_view(asset.path); });
   for (std::size_t index = 0; index < document.materialAssets.size(); ++index) {
     document.materialAssetsByPath.emplace(document.materialAssets[index].path, index);
   }
@@ -96,12 +106,14 @@ void indexStageAssets(EditorClientDocumentSnapshot& document) {
   document.stageAssetsByProjectAssetPath.clear();
   document.storeLinkedStageAssetsByProjectAssetPath.clear();
   for (const ProjectAssetItem& row : document.projectAssets) {
-    const auto match = std::find_if(stageAssets.begin(), stageAssets.end(), [&](const UsdAsset* asset) {
-      return projectAssetStageMatches(row, *asset);
-    });
-    if (match == stageAssets.end()) continue;
+    const auto match =
+        std::find_if(stageAssets.begin(), stageAssets.end(),
+                     [&](const UsdAsset* asset) { return projectAssetStageMatches(row, *asset); });
+    if (match == stageAssets.end())
+      continue;
     document.stageAssetsByProjectAssetPath.emplace(row.path, **match);
-    if (isStoreLinked(**match)) document.storeLinkedStageAssetsByProjectAssetPath.emplace(row.path, **match);
+    if (isStoreLinked(**match))
+      document.storeLinkedStageAssetsByProjectAssetPath.emplace(row.path, **match);
   }
   document.projectAssetDropBoundsByPath =
       projectAssetDropBounds(document.projectAssets, document.stageAssetsByProjectAssetPath);
@@ -130,7 +142,8 @@ std::vector<const ProjectAssetItem*> EditorClientDocumentSnapshot::projectAssets
     std::string_view folder) const {
   std::vector<const ProjectAssetItem*> items;
   if (const auto* indexes = findIn(projectAssetsByFolder, folder)) {
-    for (std::size_t index : *indexes) items.push_back(&projectAssets[index]);
+    for (std::size_t index : *indexes)
+      items.push_back(&projectAssets[index]);
   }
   return items;
 }
@@ -184,10 +197,13 @@ std::shared_ptr<const EditorClientDocumentSnapshot> withReplacedStageAssets(
 }
 
 bool projectAssetStageMatches(const ProjectAssetItem& projectAsset, const UsdAsset& stageAsset) {
-  for (const std::string* rowReference : {&projectAsset.path, projectAsset.assetPath ? &*projectAsset.assetPath : nullptr}) {
-    if (!rowReference) continue;
+  for (const std::string* rowReference :
+       {&projectAsset.path, projectAsset.assetPath ? &*projectAsset.assetPath : nullptr}) {
+    if (!rowReference)
+      continue;
     const std::string rowKey = assetReferenceKey(*rowReference);
-    if (referenceNames(stageAsset.path, rowKey) || referenceNames(stageAsset.source, rowKey)) return true;
+    if (referenceNames(stageAsset.path, rowKey) || referenceNames(stageAsset.source, rowKey))
+      return true;
   }
   return false;
 }

@@ -5,7 +5,8 @@ namespace orvan::editor {
 std::shared_ptr<const EditorClientDocumentSnapshot> EditorClientDocumentBuilder::build(
     const EditorClientDocumentBuildInput& input, const std::stop_token& token) {
   const std::lock_guard lock(building_);
-  if (token.stop_requested()) return nullptr;
+  if (token.stop_requested())
+    return nullptr;
   return makeClientDocumentSnapshot(input);
 }
 

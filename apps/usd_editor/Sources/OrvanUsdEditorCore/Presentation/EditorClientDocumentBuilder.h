@@ -14,8 +14,8 @@ namespace orvan::editor {
 class EditorClientDocumentBuilder {
  public:
   // Null when `token` was cancelled before the build could start.
-  std::shared_ptr<const EditorClientDocumentSnapshot> build(const EditorClientDocumentBuildInput& input,
-                                                            const std::stop_token& token);
+  std::shared_ptr<const EditorClientDocumentSnapshot> build(
+      const EditorClientDocumentBuildInput& input, const std::stop_token& token);
 
  private:
   std::mutex building_;

@@ -29,12 +29,15 @@ Retired EditorClientDocumentState::publish(std::shared_ptr<const EditorClientDoc
       projectProjection.snapshot->stage().assets != next->stage().assets;
   retired.push_back(snapshot.get());
   snapshot.set(next);
-  if (stageChanged) storeIn(hierarchyProjection, next, retired);
-  if (projectChanged || stageAssetsChanged) storeIn(projectProjection, next, retired);
+  if (stageChanged)
+    storeIn(hierarchyProjection, next, retired);
+  if (projectChanged || stageAssetsChanged)
+    storeIn(projectProjection, next, retired);
   return retired;
 }
 
-Retired EditorClientDocumentState::publishStageAssetPatch(std::shared_ptr<const StageInspection> stage) {
+Retired EditorClientDocumentState::publishStageAssetPatch(
+    std::shared_ptr<const StageInspection> stage) {
   Retired retired;
   auto next = withReplacedStageAssets(current(), std::move(stage));
   retired.push_back(snapshot.get());

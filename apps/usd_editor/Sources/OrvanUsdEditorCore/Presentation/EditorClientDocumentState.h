@@ -12,7 +12,8 @@ namespace orvan::editor {
 // One reader group's view of the document: its snapshot, and a revision bumped when that group has
 // something new to draw.
 struct EditorClientDocumentProjectionState {
-  std::shared_ptr<const EditorClientDocumentSnapshot> snapshot = EditorClientDocumentSnapshot::empty();
+  std::shared_ptr<const EditorClientDocumentSnapshot> snapshot =
+      EditorClientDocumentSnapshot::empty();
   Observable<std::uint64_t> revision{0};
 };
 

@@ -11,13 +11,16 @@ std::optional<T> copyOf(const T* value) {
 
 }  // namespace
 
-std::optional<PrimPresentationRecord> EditorPresentationStore::primRecord(std::string_view path) const {
+std::optional<PrimPresentationRecord> EditorPresentationStore::primRecord(
+    std::string_view path) const {
   const UsdPrimDetail* prim = document_->prim(path);
-  if (!prim) return std::nullopt;
+  if (!prim)
+    return std::nullopt;
   return PrimPresentationRecord{prim};
 }
 
-void EditorPresentationStore::rebuild(std::shared_ptr<const EditorClientDocumentSnapshot> document) {
+void EditorPresentationStore::rebuild(
+    std::shared_ptr<const EditorClientDocumentSnapshot> document) {
   document_ = document ? std::move(document) : EditorClientDocumentSnapshot::empty();
   const EditorClientDocumentSnapshot& current = *document_;
   const PreparedStage& stage = *current.preparedStage;
@@ -39,14 +42,17 @@ void EditorPresentationStore::rebuild(std::shared_ptr<const EditorClientDocument
                                           copyOf(current.storeLinkedStageAsset(asset.path)),
                                           std::nullopt};
     // The store item is found by the store address of the asset the row stands for.
-    const UsdAsset* linked = record.storeLinkedAsset ? &*record.storeLinkedAsset
-                                                     : (record.stageAsset ? &*record.stageAsset : nullptr);
+    const UsdAsset* linked = record.storeLinkedAsset
+                                 ? &*record.storeLinkedAsset
+                                 : (record.stageAsset ? &*record.stageAsset : nullptr);
     if (linked && !linked->storeURI.empty()) {
-      if (const auto item = stage.storeItemsByURI.find(linked->storeURI); item != stage.storeItemsByURI.end()) {
+      if (const auto item = stage.storeItemsByURI.find(linked->storeURI);
+          item != stage.storeItemsByURI.end()) {
         record.storeItem = *item->second;
       }
     }
-    if (record.storeLinkedAsset) storeLinkedProjectAssetPaths.insert(asset.path);
+    if (record.storeLinkedAsset)
+      storeLinkedProjectAssetPaths.insert(asset.path);
     projectAssetRecordsByPath.try_emplace(asset.path, std::move(record));
   }
   reconcileSelectionAfterDataUpdate();
@@ -54,10 +60,12 @@ void EditorPresentationStore::rebuild(std::shared_ptr<const EditorClientDocument
 
 std::optional<InspectorPresentationRecord> EditorPresentationStore::recordFor(
     const ProjectAssetSelection& selection) const {
-  if (const auto row = projectAssetRecordsByPath.find(selection.path); row != projectAssetRecordsByPath.end()) {
+  if (const auto row = projectAssetRecordsByPath.find(selection.path);
+      row != projectAssetRecordsByPath.end()) {
     return row->second;
   }
-  if (const auto material = materialRecordsByPath.find(selection.path); material != materialRecordsByPath.end()) {
+  if (const auto material = materialRecordsByPath.find(selection.path);
+      material != materialRecordsByPath.end()) {
     return material->second;
   }
   return std::nullopt;
@@ -70,7 +78,8 @@ void EditorPresentationStore::reconcileSelectionAfterDataUpdate() {
     return;
   }
   std::optional<InspectorPresentationRecord> record = recordFor(*selection);
-  if (!record) selectedAsset.set(std::nullopt);
+  if (!record)
+    selectedAsset.set(std::nullopt);
   inspectorRecord.set(std::move(record));
 }
 

@@ -67,9 +67,11 @@ class EditorPresentationStore {
   void reconcileSelectionAfterDataUpdate();
 
  private:
-  std::optional<InspectorPresentationRecord> recordFor(const ProjectAssetSelection& selection) const;
+  std::optional<InspectorPresentationRecord> recordFor(
+      const ProjectAssetSelection& selection) const;
 
-  std::shared_ptr<const EditorClientDocumentSnapshot> document_ = EditorClientDocumentSnapshot::empty();
+  std::shared_ptr<const EditorClientDocumentSnapshot> document_ =
+      EditorClientDocumentSnapshot::empty();
 };
 
 }  // namespace orvan::editor

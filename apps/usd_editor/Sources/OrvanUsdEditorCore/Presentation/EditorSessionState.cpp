@@ -8,7 +8,8 @@ std::uint64_t EditorSessionState::applySceneSelection(std::string primaryPath,
   const std::uint64_t serial = sceneSelection.get().serial + 1;
   sceneSelection.set(SceneSelectionState{std::move(primaryPath), std::move(paths), serial});
   if (showInspector) {
-    inspector.update([](InspectorTargetState& state) { state.target = InspectorSceneSelectionTarget{}; });
+    inspector.update(
+        [](InspectorTargetState& state) { state.target = InspectorSceneSelectionTarget{}; });
   }
   return serial;
 }
@@ -20,7 +21,8 @@ void EditorSessionState::applyProjectAssetSelection(ProjectAssetSelection select
 
 bool EditorSessionState::replaceSceneSelectionSnapshot(EditorSelectionSnapshot snapshot,
                                                        std::uint64_t expectedSerial) {
-  if (sceneSelection.get().serial != expectedSerial) return false;
+  if (sceneSelection.get().serial != expectedSerial)
+    return false;
   inspector.update([&](InspectorTargetState& state) { state.sceneSnapshot = std::move(snapshot); });
   return true;
 }

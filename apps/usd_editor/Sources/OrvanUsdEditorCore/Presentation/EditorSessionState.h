@@ -123,7 +123,8 @@ class EditorSessionState {
   // Selects a project asset and points the inspector at it.
   void applyProjectAssetSelection(ProjectAssetSelection selection);
   // Stores the inspector snapshot of a selection, unless a newer selection came meanwhile.
-  bool replaceSceneSelectionSnapshot(EditorSelectionSnapshot snapshot, std::uint64_t expectedSerial);
+  bool replaceSceneSelectionSnapshot(EditorSelectionSnapshot snapshot,
+                                     std::uint64_t expectedSerial);
   SceneSelection selection() const;
 };
 

@@ -79,7 +79,8 @@ std::uint32_t HierarchyIndex::child(std::uint32_t id, std::size_t row) const {
 
 std::optional<std::uint32_t> HierarchyIndex::entryForPath(std::string_view path) const {
   const auto found = byPath_.find(path);
-  if (found == byPath_.end()) return std::nullopt;
+  if (found == byPath_.end())
+    return std::nullopt;
   return found->second;
 }
 
@@ -90,7 +91,8 @@ const UsdPrimNode* HierarchyIndex::node(std::string_view path) const {
 
 std::vector<std::uint32_t> HierarchyIndex::ancestry(std::uint32_t id) const {
   std::vector<std::uint32_t> chain;
-  for (std::uint32_t at = id; at != kRoot; at = entries_[at].parent) chain.push_back(at);
+  for (std::uint32_t at = id; at != kRoot; at = entries_[at].parent)
+    chain.push_back(at);
   std::reverse(chain.begin(), chain.end());
   return chain;
 }

@@ -13,14 +13,16 @@ constexpr std::size_t kLargestOpenRootGroup = 200;
 }  // namespace
 
 std::string_view entityPathOf(const UsdPrimDetail& prim) {
-  if (!prim.entityPath.empty()) return prim.entityPath;
+  if (!prim.entityPath.empty())
+    return prim.entityPath;
   const bool markedEntity =
       std::find(prim.badges.begin(), prim.badges.end(), "entity") != prim.badges.end();
   return markedEntity ? std::string_view(prim.path) : std::string_view();
 }
 
 bool startsCollapsedInHierarchy(std::uint32_t depth, std::size_t childCount) {
-  if (childCount == 0) return false;
+  if (childCount == 0)
+    return false;
   return depth > 0 || childCount > kLargestOpenRootGroup;
 }
 
@@ -39,7 +41,8 @@ std::shared_ptr<const PreparedStage> PreparedStage::prepare(
   for (const UsdPrimDetail& prim : inspection.prims) {
     prepared->primsByPath.emplace(prim.path, &prim);
     // An entity is known by its own prim: the one whose path is the entity path.
-    if (entityPathOf(prim) == prim.path) prepared->primsByEntityPath.emplace(prim.path, &prim);
+    if (entityPathOf(prim) == prim.path)
+      prepared->primsByEntityPath.emplace(prim.path, &prim);
   }
 
   const HierarchyIndex& hierarchy = *prepared->hierarchy;
@@ -54,9 +57,10 @@ std::shared_ptr<const PreparedStage> PreparedStage::prepare(
     prepared->storeItemsByURI.emplace(item.uri, &item);  // the first of a URI wins
     prepared->sortedStoreItems.push_back(&item);
   }
-  sortByDisplayName(prepared->sortedStoreItems,
-                    [](const StoreCatalogItem* item) { return std::string_view(item->name); },
-                    [](const StoreCatalogItem* item) { return std::string_view(item->uri); });
+  sortByDisplayName(
+      prepared->sortedStoreItems,
+      [](const StoreCatalogItem* item) { return std::string_view(item->name); },
+      [](const StoreCatalogItem* item) { return std::string_view(item->uri); });
   return prepared;
 }
 

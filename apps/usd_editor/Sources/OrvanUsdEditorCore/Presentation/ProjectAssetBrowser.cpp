@@ -18,7 +18,8 @@ constexpr std::string_view kTopLevelTitle = "Project";
 
 std::size_t kindRank(std::string_view kind) {
   const auto known = std::find(kKindOrder.begin(), kKindOrder.end(), kind);
-  if (known != kKindOrder.end()) return static_cast<std::size_t>(known - kKindOrder.begin());
+  if (known != kKindOrder.end())
+    return static_cast<std::size_t>(known - kKindOrder.begin());
   return kind == kPlainFileKind ? kKindOrder.size() + 1 : kKindOrder.size();
 }
 
@@ -28,7 +29,8 @@ std::vector<ProjectAssetBrowserGroup> byKind(const EditorClientDocumentSnapshot&
     kinds[asset.kind.empty() ? std::string(kPlainFileKind) : asset.kind].push_back(&asset);
   }
   std::vector<ProjectAssetBrowserGroup> groups;
-  for (auto& [kind, assets] : kinds) groups.push_back({kind, std::move(assets)});
+  for (auto& [kind, assets] : kinds)
+    groups.push_back({kind, std::move(assets)});
   std::stable_sort(groups.begin(), groups.end(), [](const auto& left, const auto& right) {
     return kindRank(left.title) < kindRank(right.title);
   });
@@ -40,7 +42,8 @@ std::vector<ProjectAssetBrowserGroup> byFolder(const EditorClientDocumentSnapsho
   for (const std::string& folder : document.projectFolders) {
     ProjectAssetBrowserGroup group{folder.empty() ? std::string(kTopLevelTitle) : folder,
                                    document.projectAssetsInFolder(folder)};
-    if (group.assets.empty()) continue;
+    if (group.assets.empty())
+      continue;
     if (folder.empty()) {
       groups.insert(groups.begin(), std::move(group));
     } else {

@@ -4,9 +4,9 @@
 
 #include <spdlog/spdlog.h>
 
+#include "ProjectsAndWorkspaces/VelkSessionTokenStore.h"
 #include "orvan/wire/JsonDecoder.h"
 #include "orvan/wire/Text.h"
-#include "ProjectsAndWorkspaces/VelkSessionTokenStore.h"
 
 namespace orvan::editor {
 
@@ -18,7 +18,8 @@ constexpr std::string_view kSignInCallback = "velk://auth-callback";
 // The first item of `name` that has a value; an item without one counts as absent.
 std::optional<std::string> firstQueryValue(const URLComponents& url, std::string_view name) {
   for (const URLQueryItem& item : url.queryItems) {
-    if (item.name != name) continue;
+    if (item.name != name)
+      continue;
     return item.value;
   }
   return std::nullopt;
@@ -26,7 +27,8 @@ std::optional<std::string> firstQueryValue(const URLComponents& url, std::string
 
 // Two addresses of one server: scheme, host and port decide, as they do for stored sessions.
 bool sameServer(std::string_view left, std::string_view right) {
-  return VelkSessionTokenStore::normalizedAccount(left) == VelkSessionTokenStore::normalizedAccount(right);
+  return VelkSessionTokenStore::normalizedAccount(left) ==
+         VelkSessionTokenStore::normalizedAccount(right);
 }
 
 SignInCallbackConfirmation confirmationFor(std::string callbackURL, std::string currentServer,
@@ -49,11 +51,15 @@ void AccountSession::loadSessionToken() {
       VelkSessionTokenStore::load(context_.secrets, context_.scope.projectServerURL());
 }
 
-bool AccountSession::isVelkSignedIn() const { return !isBlank(context_.server.velkSessionToken); }
+bool AccountSession::isVelkSignedIn() const {
+  return !isBlank(context_.server.velkSessionToken);
+}
 
 std::string AccountSession::velkAccountLabel() const {
-  if (!isBlank(velkAuthDisplayName)) return trimmed(velkAuthDisplayName);
-  if (!isBlank(velkAuthEmail)) return trimmed(velkAuthEmail);
+  if (!isBlank(velkAuthDisplayName))
+    return trimmed(velkAuthDisplayName);
+  if (!isBlank(velkAuthEmail))
+    return trimmed(velkAuthEmail);
   return isVelkSignedIn() ? "Signed in" : "Not signed in";
 }
 
@@ -102,7 +108,8 @@ void AccountSession::handleVelkAuthCallback(const URLComponents& callback) {
   }
   // A link that answers no sign-in of ours could come from anyone: a page that wants the editor
   // on its own server, or one that wants the session dropped. The user decides.
-  spdlog::warn("sign-in callback for {} held for confirmation: {} (editor server {})", callbackServer,
+  spdlog::warn("sign-in callback for {} held for confirmation: {} (editor server {})",
+               callbackServer,
                pendingSignInServer ? "the pending sign-in was for " + *pendingSignInServer
                                    : std::string("no sign-in pending"),
                current);
@@ -114,10 +121,12 @@ void AccountSession::handleVelkAuthCallback(const URLComponents& callback) {
 void AccountSession::confirmSignInCallback() {
   ORVAN_ASSERT_MAIN_THREAD(context_.main);
   const std::optional<SignInCallbackConfirmation> held = callbackAwaitingConfirmation.get();
-  if (!held) return;
+  if (!held)
+    return;
   callbackAwaitingConfirmation.set(std::nullopt);
   const std::optional<URLComponents> callback = URLComponents::parse(held->callbackURL);
-  if (!callback) return;
+  if (!callback)
+    return;
   spdlog::info("sign-in callback for {} applied after confirmation", held->callbackServer);
   pendingSignInServer.reset();
   applyVelkAuthCallback(*callback);
@@ -126,7 +135,8 @@ void AccountSession::confirmSignInCallback() {
 void AccountSession::declineSignInCallback() {
   ORVAN_ASSERT_MAIN_THREAD(context_.main);
   const std::optional<SignInCallbackConfirmation> held = callbackAwaitingConfirmation.get();
-  if (!held) return;
+  if (!held)
+    return;
   callbackAwaitingConfirmation.set(std::nullopt);
   spdlog::info("sign-in callback for {} declined", held->callbackServer);
 }
@@ -139,26 +149,30 @@ void AccountSession::applyVelkAuthCallback(const URLComponents& callback) {
     VelkSessionTokenStore::clear(context_.secrets, context_.scope.projectServerURL());
     server.velkSessionToken.clear();
     startup.initialProjectNeedsSignIn = false;
-    startup.connectionIssue.set(VelkConnectionIssue::classify(
-        0, "request_failed", false, std::nullopt, "Velk sign-in callback was missing a session token"));
+    startup.connectionIssue.set(
+        VelkConnectionIssue::classify(0, "request_failed", false, std::nullopt,
+                                      "Velk sign-in callback was missing a session token"));
     startup.initialProjectError = "Sign-in did not complete. Try again when you are ready.";
     context_.status.set(startup.initialProjectError);
     return;
   }
   if (const auto named = firstQueryValue(callback, "server"); named && !isBlank(*named)) {
     context_.scope.current.update([&](SharedClientScope& scope) { scope.server = *named; });
-    if (isBlank(server.addresses.webEditorURL)) server.addresses.webEditorURL = *named + "/editor";
+    if (isBlank(server.addresses.webEditorURL))
+      server.addresses.webEditorURL = *named + "/editor";
   }
   server.velkSessionToken = *token;
   velkAuthEmail = firstQueryValue(callback, "email").value_or("");
   velkAuthDisplayName = firstQueryValue(callback, "displayName").value_or("");
-  if (const auto color = firstQueryValue(callback, "color")) hooks.userColorChosen(*color);
+  if (const auto color = firstQueryValue(callback, "color"))
+    hooks.userColorChosen(*color);
   const std::optional<std::string> callbackUserId = firstQueryValue(callback, "userId");
   if (!isBlank(velkAuthDisplayName) && callbackUserId && !isBlank(*callbackUserId)) {
     hooks.userIdentified(velkAuthDisplayName, *callbackUserId, std::nullopt, true);
   }
   // Filed under the server that issued it, which the callback may just have named.
-  VelkSessionTokenStore::save(context_.secrets, server.velkSessionToken, context_.scope.projectServerURL());
+  VelkSessionTokenStore::save(context_.secrets, server.velkSessionToken,
+                              context_.scope.projectServerURL());
   startup.initialProjectNeedsSignIn = false;
   startup.initialProjectError.clear();
   startup.connectionIssue.set(std::nullopt);
@@ -185,7 +199,8 @@ void AccountSession::requireVelkSignIn(std::optional<std::string> expectedSessio
   ORVAN_ASSERT_MAIN_THREAD(context_.main);
   ServerSession& server = context_.server;
   // A refusal of an older session must not throw away a token obtained since.
-  if (expectedSessionToken && *expectedSessionToken != server.velkSessionToken) return;
+  if (expectedSessionToken && *expectedSessionToken != server.velkSessionToken)
+    return;
   VelkSessionTokenStore::clear(context_.secrets, context_.scope.projectServerURL());
   server.velkSessionToken.clear();
   velkAuthEmail.clear();
@@ -205,28 +220,35 @@ void AccountSession::requireVelkSignIn(std::optional<std::string> expectedSessio
   startup.initialProjectResponsive = false;
   startup.initialProjectError.clear();
   startup.initialProjectNeedsSignIn = true;
-  startup.connectionIssue.set(VelkConnectionIssue::classify(401, "login_required", false, std::nullopt, ""));
+  startup.connectionIssue.set(
+      VelkConnectionIssue::classify(401, "login_required", false, std::nullopt, ""));
   context_.status.set("Sign in to continue.");
 }
 
 void AccountSession::refreshCurrentVelkProfile() {
-  if (!isVelkSignedIn()) return;
+  if (!isVelkSignedIn())
+    return;
   const auto url = URLComponents::parse(context_.scope.projectServerURL());
-  if (!url) return;
+  if (!url)
+    return;
   URLComponents me = *url;
   me.path = "/api/me";
   me.queryItems.clear();
   const std::optional<std::string> address = me.build();
-  if (!address) return;
+  if (!address)
+    return;
   const std::string token = context_.server.velkSessionToken;
   const WeakLifetime weak = lifetime_.weak();
   // A failing profile check never raises a banner by itself: it ends quietly.
   profileTask_.replace(context_.server.authorizedData(
       *address, std::nullopt, false, [this, weak, token](RequestResult<HttpResponse> answer) {
-        if (!weak.isAlive() || !answer.ok()) return;
-        if (answer->statusCode < 200 || answer->statusCode > 299) return;
+        if (!weak.isAlive() || !answer.ok())
+          return;
+        if (answer->statusCode < 200 || answer->statusCode > 299)
+          return;
         auto response = decodeJson<VelkMeResponse>(answer->body);
-        if (!response.ok()) return;
+        if (!response.ok())
+          return;
         if (response->authEnabled == true && response->authenticated != true) {
           requireVelkSignIn(token);
           return;
@@ -236,7 +258,8 @@ void AccountSession::refreshCurrentVelkProfile() {
 }
 
 void AccountSession::applyVelkMeResponse(const VelkMeResponse& response) {
-  if (response.authenticated != true || !response.user) return;
+  if (response.authenticated != true || !response.user)
+    return;
   const VelkMeUser& user = *response.user;
   velkAuthEmail = user.email.value_or("");
   velkAuthDisplayName = user.displayName.value_or("");
@@ -247,7 +270,8 @@ void AccountSession::applyVelkMeResponse(const VelkMeResponse& response) {
       break;
     }
   }
-  if (name == "Velk User" && !isBlank(user.id)) name = trimmed(user.id);
+  if (name == "Velk User" && !isBlank(user.id))
+    name = trimmed(user.id);
   hooks.userIdentified(name, user.id, user.color, false);
 }
 

@@ -7,15 +7,15 @@
 #include "Foundation/Executors.h"
 #include "Foundation/Observable.h"
 #include "Foundation/Task.h"
-#include "orvan/wire/URLComponents.h"
 #include "Launch/EditorConfiguration.h"
 #include "Launch/EditorScope.h"
 #include "Presentation/DocumentPublisher.h"
 #include "ServerClient/ProjectDataFeed.h"
-#include "orvan/wire/records/AccountRecords.h"
 #include "ServerClient/ServerSession.h"
 #include "ServerClient/StageRefresher.h"
 #include "ServerClient/StartupState.h"
+#include "orvan/wire/URLComponents.h"
+#include "orvan/wire/records/AccountRecords.h"
 
 namespace orvan::editor {
 
@@ -59,7 +59,8 @@ class AccountSession {
     std::function<void()> signedOut = [] {};
     // The server refused the session: what is loading for it stops.
     std::function<void()> sessionEnded = [] {};
-    // The account named a colour (as "#rrggbb" text, unchecked), or a whole identity, for this user.
+    // The account named a colour (as "#rrggbb" text, unchecked), or a whole identity, for this
+    // user.
     std::function<void(const std::string& color)> userColorChosen = [](const std::string&) {};
     std::function<void(std::optional<std::string> name, std::optional<std::string> id,
                        std::optional<std::string> color, bool syncRemote)>

@@ -5,13 +5,13 @@
 
 #include <spdlog/spdlog.h>
 
+#include "Launch/HostedProjectLaunchScope.h"
+#include "Launch/UserDefaultsKeys.h"
+#include "Platform/PreferencesStore.h"
 #include "ProjectsAndWorkspaces/ProjectNavigator.h"
 #include "orvan/wire/JsonDecoder.h"
 #include "orvan/wire/JsonEncoder.h"
 #include "orvan/wire/Text.h"
-#include "Launch/HostedProjectLaunchScope.h"
-#include "Launch/UserDefaultsKeys.h"
-#include "Platform/PreferencesStore.h"
 #include "orvan/wire/records/WorkspaceRecords.h"
 
 namespace orvan::editor {
@@ -25,12 +25,15 @@ constexpr std::string_view kMainWorkspace = "main";
 // uninitialised.
 template <class Record>
 [[gnu::noinline]] RequestResult<Record> decodeAnswer(const RequestResult<HttpResponse>& answer) {
-  if (!answer.ok()) return answer.error();
+  if (!answer.ok())
+    return answer.error();
   if (answer->statusCode < 200 || answer->statusCode > 299) {
-    return RequestFailure(httpError(answer->statusCode, "HTTP " + std::to_string(answer->statusCode)));
+    return RequestFailure(
+        httpError(answer->statusCode, "HTTP " + std::to_string(answer->statusCode)));
   }
   Result<Record> decoded = decodeJson<Record>(answer->body);
-  if (!decoded.ok()) return RequestFailure(decoded.error());
+  if (!decoded.ok())
+    return RequestFailure(decoded.error());
   return std::move(*decoded);
 }
 
@@ -42,9 +45,11 @@ const HostedProject* chooseStartupProject(const std::vector<HostedProject>& proj
   };
   auto hasScene = [](const HostedProject& project) { return !isBlank(project.scenePath); };
   if (!projectId.empty()) {
-    if (auto* asked = first([&](const HostedProject& p) { return p.stableId == projectId; })) return asked;
+    if (auto* asked = first([&](const HostedProject& p) { return p.stableId == projectId; }))
+      return asked;
   }
-  if (auto* current = first([&](const HostedProject& p) { return p.isCurrent && hasScene(p); })) return current;
+  if (auto* current = first([&](const HostedProject& p) { return p.isCurrent && hasScene(p); }))
+    return current;
   return first(hasScene);
 }
 
@@ -58,7 +63,9 @@ ProjectWorkspaceSummary workspaceSummary(const std::string& id) {
 }  // namespace
 
 ProjectNavigator::ProjectNavigator(Context context, WorkspacePresentationSnapshot initial)
-    : workspaces(initial.workspaces), workspacePresentation(std::move(initial)), context_(context) {}
+    : workspaces(initial.workspaces),
+      workspacePresentation(std::move(initial)),
+      context_(context) {}
 
 void ProjectNavigator::fetchHostedProjectsResponse(
     std::optional<Duration> timeout, bool publishConnectionIssue,
@@ -68,22 +75,26 @@ void ProjectNavigator::fetchHostedProjectsResponse(
     done(RequestFailure(httpError(0, "Invalid project server URL")));
     return;
   }
-  hostedProjectsTask_.replace(context_.server.authorizedData(
-      *url, timeout, publishConnectionIssue, [done = std::move(done)](RequestResult<HttpResponse> answer) {
-        done(decodeAnswer<HostedProjectsResponse>(answer));
-      }));
+  hostedProjectsTask_.replace(
+      context_.server.authorizedData(*url, timeout, publishConnectionIssue,
+                                     [done = std::move(done)](RequestResult<HttpResponse> answer) {
+                                       done(decodeAnswer<HostedProjectsResponse>(answer));
+                                     }));
 }
 
 void ProjectNavigator::applyHostedProjectsResponse(const HostedProjectsResponse& response,
-                                              bool adoptingServerCurrentScope) {
+                                                   bool adoptingServerCurrentScope) {
   hostedProjects.clear();
-  for (const HostedProjectSummary& summary : response.projects) hostedProjects.push_back(hostedProject(summary));
+  for (const HostedProjectSummary& summary : response.projects)
+    hostedProjects.push_back(hostedProject(summary));
   hostedProjectsLoading = false;
   hostedProjectsError.clear();
-  if (!adoptingServerCurrentScope) return;
+  if (!adoptingServerCurrentScope)
+    return;
   const auto current = std::find_if(hostedProjects.begin(), hostedProjects.end(),
                                     [](const HostedProject& project) { return project.isCurrent; });
-  if (current == hostedProjects.end()) return;
+  if (current == hostedProjects.end())
+    return;
   context_.scope.current.update([&](SharedClientScope& scope) {
     scope.projectRoot = current->path;
     scope.scene = hostedScenePath(current->scenePath, current->path);
@@ -92,19 +103,23 @@ void ProjectNavigator::applyHostedProjectsResponse(const HostedProjectsResponse&
 }
 
 void ProjectNavigator::refreshHostedProjects() {
-  if (isBlank(context_.scope.projectServerURL())) return;
+  if (isBlank(context_.scope.projectServerURL()))
+    return;
   hostedProjectsLoading = true;
   const WeakLifetime weak = lifetime_.weak();
-  fetchHostedProjectsResponse(std::nullopt, true, [this, weak](RequestResult<HostedProjectsResponse> result) {
-    if (!weak.isAlive()) return;
-    if (!result.ok()) {
-      if (result.error().isCancellation()) return;
-      hostedProjectsLoading = false;
-      hostedProjectsError = velkConnectionIssue(result.error()).message;
-      return;
-    }
-    applyHostedProjectsResponse(*result, false);
-  });
+  fetchHostedProjectsResponse(std::nullopt, true,
+                              [this, weak](RequestResult<HostedProjectsResponse> result) {
+                                if (!weak.isAlive())
+                                  return;
+                                if (!result.ok()) {
+                                  if (result.error().isCancellation())
+                                    return;
+                                  hostedProjectsLoading = false;
+                                  hostedProjectsError = velkConnectionIssue(result.error()).message;
+                                  return;
+                                }
+                                applyHostedProjectsResponse(*result, false);
+                              });
 }
 
 void ProjectNavigator::openProject() {
@@ -129,14 +144,18 @@ void ProjectNavigator::resolveCurrentHostedProjectBeforeStartup(
   const WeakLifetime weak = lifetime_.weak();
   fetchHostedProjectsResponse(
       kStartupProjectsTimeout, false,
-      [this, weak, generation, expectedToken, done = std::move(done)](RequestResult<HostedProjectsResponse> result) {
-        if (!weak.isAlive()) return;
+      [this, weak, generation, expectedToken,
+       done = std::move(done)](RequestResult<HostedProjectsResponse> result) {
+        if (!weak.isAlive())
+          return;
         if (generation != context_.startup.initialProjectResolutionGeneration) {
           return done(HostedProjectResolution::stale);
         }
-        if (!result.ok()) return handleHostedProjectsFailure(result.error(), expectedToken, done);
+        if (!result.ok())
+          return handleHostedProjectsFailure(result.error(), expectedToken, done);
         applyHostedProjectsResponse(*result, false);
-        const HostedProject* chosen = chooseStartupProject(hostedProjects, context_.scope.projectId());
+        const HostedProject* chosen =
+            chooseStartupProject(hostedProjects, context_.scope.projectId());
         if (!chosen) {
           markStartupResolvedWithoutProject();
           return done(HostedProjectResolution::none);
@@ -151,17 +170,21 @@ void ProjectNavigator::resolveCurrentHostedProjectBeforeStartup(
         });
         workspaceCatalogLoading = true;
         workspaceCatalogError.clear();
-        for (HostedProject& listed : hostedProjects) listed.isCurrent = listed.stableId == project.stableId;
-        context_.server.addresses.remoteStageURL.clear();  // the stage address follows the chosen project
+        for (HostedProject& listed : hostedProjects)
+          listed.isCurrent = listed.stableId == project.stableId;
+        context_.server.addresses.remoteStageURL
+            .clear();  // the stage address follows the chosen project
         context_.server.configureRuntimeForProjectServerIfNeeded();
         context_.startup.initialProjectNeedsSignIn = false;
         done(HostedProjectResolution::chosen);
       });
 }
 
-void ProjectNavigator::handleHostedProjectsFailure(const RequestFailure& failure, const std::string& expectedToken,
-                                              const std::function<void(HostedProjectResolution)>& done) {
-  if (failure.isCancellation()) return done(HostedProjectResolution::stale);
+void ProjectNavigator::handleHostedProjectsFailure(
+    const RequestFailure& failure, const std::string& expectedToken,
+    const std::function<void(HostedProjectResolution)>& done) {
+  if (failure.isCancellation())
+    return done(HostedProjectResolution::stale);
   const VelkConnectionIssue issue = velkConnectionIssue(failure);
   switch (issue.primaryAction) {
     case VelkConnectionAction::login:
@@ -180,11 +203,14 @@ void ProjectNavigator::handleHostedProjectsFailure(const RequestFailure& failure
 
 // ---- Workspaces
 
-void ProjectNavigator::setWorkspaceState(std::string current, std::vector<ProjectWorkspaceSummary> list,
-                                    bool publishPresentation) {
+void ProjectNavigator::setWorkspaceState(std::string current,
+                                         std::vector<ProjectWorkspaceSummary> list,
+                                         bool publishPresentation) {
   workspaces = std::move(list);
-  context_.scope.current.update([&](SharedClientScope& scope) { scope.workspace = std::move(current); });
-  if (publishPresentation) workspacePresentation.set({context_.scope.currentWorkspace(), workspaces});
+  context_.scope.current.update(
+      [&](SharedClientScope& scope) { scope.workspace = std::move(current); });
+  if (publishPresentation)
+    workspacePresentation.set({context_.scope.currentWorkspace(), workspaces});
   rememberHostedProjectLaunchScope();
 }
 
@@ -213,23 +239,30 @@ void ProjectNavigator::refreshWorkspaceCatalog() {
   workspaceCatalogError.clear();
   const WeakLifetime weak = lifetime_.weak();
   workspaceCatalogTask_.replace(context_.server.authorizedData(
-      *url, std::nullopt, false, [this, weak, generation, asked](RequestResult<HttpResponse> answer) {
-        if (!weak.isAlive() || generation != workspaceCatalogRefreshGeneration) return;
+      *url, std::nullopt, false,
+      [this, weak, generation, asked](RequestResult<HttpResponse> answer) {
+        if (!weak.isAlive() || generation != workspaceCatalogRefreshGeneration)
+          return;
         workspaceCatalogTask_.clear();
         auto result = decodeAnswer<ProjectWorkspaceCatalogResponse>(answer);
         if (!result.ok()) {
-          if (result.error().isCancellation()) return;
+          if (result.error().isCancellation())
+            return;
           workspaceCatalogLoading = false;
           workspaceCatalogError = velkConnectionIssue(result.error()).message;
           return;
         }
         // An answer for a place the user has left since is of no use.
-        if (asked != context_.scope.sharedScope()) return;
-        std::vector<ProjectWorkspaceSummary> list = result->workspaces.value_or(std::vector<ProjectWorkspaceSummary>{});
+        if (asked != context_.scope.sharedScope())
+          return;
+        std::vector<ProjectWorkspaceSummary> list =
+            result->workspaces.value_or(std::vector<ProjectWorkspaceSummary>{});
         const std::string current = context_.scope.transportWorkspace();
-        const bool listed = std::any_of(list.begin(), list.end(),
-                                        [&](const ProjectWorkspaceSummary& summary) { return summary.id == current; });
-        if (!listed) list.push_back(workspaceSummary(current));
+        const bool listed = std::any_of(
+            list.begin(), list.end(),
+            [&](const ProjectWorkspaceSummary& summary) { return summary.id == current; });
+        if (!listed)
+          list.push_back(workspaceSummary(current));
         setWorkspaceState(current, std::move(list), true);
         workspaceCatalogLoading = false;
         workspaceCatalogError.clear();
@@ -242,9 +275,11 @@ void ProjectNavigator::applyProjectWorkspaceState(const ProjectResponse& project
   }
   context_.server.projectSceneRef = project.sceneRef.value_or("");
   projectMainScene = project.mainScene.value_or("");
-  const std::string current = project.workspace && !project.workspace->empty() ? *project.workspace
-                                                                               : std::string(kMainWorkspace);
-  setWorkspaceState(current, project.workspaces.value_or(std::vector<ProjectWorkspaceSummary>{}), true);
+  const std::string current = project.workspace && !project.workspace->empty()
+                                  ? *project.workspace
+                                  : std::string(kMainWorkspace);
+  setWorkspaceState(current, project.workspaces.value_or(std::vector<ProjectWorkspaceSummary>{}),
+                    true);
   workspaceCatalogLoading = false;
   workspaceCatalogError.clear();
 }
@@ -252,14 +287,16 @@ void ProjectNavigator::applyProjectWorkspaceState(const ProjectResponse& project
 void ProjectNavigator::rememberHostedProjectLaunchScope() {
   const EditorScope& scope = context_.scope;
   const std::string scene = scope.hostedScenePath(scope.scenePath());
-  if (isBlank(scope.projectServerURL()) || isBlank(scope.projectId()) || isBlank(scene)) return;
+  if (isBlank(scope.projectServerURL()) || isBlank(scope.projectId()) || isBlank(scene))
+    return;
   PreferencesStore& preferences = context_.preferences;
   HostedProjectLaunchScopes scopes;
   if (const auto data = preferences.data(defaults::kHostedLaunchScopes)) {
-    if (auto stored = decodeJson<HostedProjectLaunchScopes>(*data); stored.ok()) scopes = std::move(*stored);
+    if (auto stored = decodeJson<HostedProjectLaunchScopes>(*data); stored.ok())
+      scopes = std::move(*stored);
   }
-  scopes[launchScopeServerKey(scope.projectServerURL())] =
-      HostedProjectLaunchScope{scope.projectId(), scope.projectPath(), scene, scope.transportWorkspace()};
+  scopes[launchScopeServerKey(scope.projectServerURL())] = HostedProjectLaunchScope{
+      scope.projectId(), scope.projectPath(), scene, scope.transportWorkspace()};
   (void)preferences.setData(defaults::kHostedLaunchScopes, encodeJson(scopes));
 }
 

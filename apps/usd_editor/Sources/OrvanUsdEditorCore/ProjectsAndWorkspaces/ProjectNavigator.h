@@ -12,12 +12,12 @@
 #include "Launch/EditorScope.h"
 #include "ProjectsAndWorkspaces/AccountSession.h"
 #include "ProjectsAndWorkspaces/HostedProject.h"
-#include "orvan/wire/records/HostedProjectRecords.h"
-#include "orvan/wire/records/ProjectRecords.h"
-#include "orvan/wire/records/ProjectResponse.h"
 #include "ServerClient/ServerSession.h"
 #include "ServerClient/StageRefresher.h"
 #include "ServerClient/StartupState.h"
+#include "orvan/wire/records/HostedProjectRecords.h"
+#include "orvan/wire/records/ProjectRecords.h"
+#include "orvan/wire/records/ProjectResponse.h"
 
 namespace orvan::editor {
 
@@ -75,7 +75,8 @@ class ProjectNavigator {
                                                 std::function<void(HostedProjectResolution)> done);
   void fetchHostedProjectsResponse(std::optional<Duration> timeout, bool publishConnectionIssue,
                                    std::function<void(RequestResult<HostedProjectsResponse>)> done);
-  void applyHostedProjectsResponse(const HostedProjectsResponse& response, bool adoptingServerCurrentScope);
+  void applyHostedProjectsResponse(const HostedProjectsResponse& response,
+                                   bool adoptingServerCurrentScope);
   void refreshHostedProjects();
   void openProject();
   // Start-up is over without a project: the browser opens for the user to choose one.

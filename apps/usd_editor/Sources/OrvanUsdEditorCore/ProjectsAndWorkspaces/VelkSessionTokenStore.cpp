@@ -1,24 +1,27 @@
 #include "ProjectsAndWorkspaces/VelkSessionTokenStore.h"
 
-#include "orvan/wire/Text.h"
-#include "orvan/wire/URLComponents.h"
 #include "Platform/SecretStore.h"
 #include "ServerClient/RunProcess.h"
+#include "orvan/wire/Text.h"
+#include "orvan/wire/URLComponents.h"
 
 namespace orvan::editor::VelkSessionTokenStore {
 
 std::string normalizedAccount(std::string_view serverURL) {
   const auto url = URLComponents::parse(serverURL);
-  if (!url || url->host.empty()) return serverURL.empty() ? "default" : std::string(serverURL);
+  if (!url || url->host.empty())
+    return serverURL.empty() ? "default" : std::string(serverURL);
   std::string account = url->scheme.empty() ? "https" : lowercased(url->scheme);
   account += "://" + lowercased(url->host);
-  if (url->port) account += ":" + std::to_string(*url->port);
+  if (url->port)
+    account += ":" + std::to_string(*url->port);
   return account;
 }
 
 std::string load(SecretStore& secrets, std::string_view serverURL) {
   auto secret = secrets.readSecret(kService, normalizedAccount(serverURL));
-  if (!secret.ok() || !secret->has_value()) return {};
+  if (!secret.ok() || !secret->has_value())
+    return {};
   return validUtf8OrEmpty(std::move(**secret));
 }
 

@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "orvan/wire/Text.h"
 #include "orvan/client/ClientTarget.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::editor {
 
@@ -19,7 +19,8 @@ std::string forwardSlashes(std::string_view path) {
 
 std::string hostedSceneReference(std::string_view projectSceneRef, std::string_view projectRoot,
                                  std::string_view scenePath) {
-  if (std::string fromProject = client::portable_scene_reference(projectSceneRef); !fromProject.empty()) {
+  if (std::string fromProject = client::portable_scene_reference(projectSceneRef);
+      !fromProject.empty()) {
     return fromProject;
   }
   std::string scene = forwardSlashes(scenePath);
@@ -28,7 +29,8 @@ std::string hostedSceneReference(std::string_view projectSceneRef, std::string_v
     const std::string standardRoot = standardizePath(root);
     const std::string standardScene = standardizePath(scene);
     const std::string prefix = standardRoot == "/" ? standardRoot : standardRoot + "/";
-    if (hasPrefix(standardScene, prefix)) scene = standardScene.substr(prefix.size());
+    if (hasPrefix(standardScene, prefix))
+      scene = standardScene.substr(prefix.size());
   }
   return client::portable_scene_reference(scene);
 }

@@ -6,12 +6,12 @@
 
 #include <spdlog/spdlog.h>
 
-#include "ServerClient/ProjectDataFeed.h"
 #include "Assets/ProjectAssetList.h"
-#include "orvan/wire/JsonDecoder.h"
 #include "Foundation/Logging.h"
-#include "orvan/wire/Text.h"
 #include "ServerClient/HostedSceneReference.h"
+#include "ServerClient/ProjectDataFeed.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/Text.h"
 #include "orvan/wire/records/ErrorEnvelope.h"
 #include "orvan/wire/records/ProjectAssetKind.h"
 
@@ -27,7 +27,8 @@ using ProjectResult = Result<std::shared_ptr<const ProjectResponse>>;
 
 ProjectResult decodeProjectResponse(const std::string& body) {
   Result<ProjectResponse> decoded = decodeJson<ProjectResponse>(body, "project");
-  if (!decoded.ok()) return decoded.error();
+  if (!decoded.ok())
+    return decoded.error();
   return std::make_shared<const ProjectResponse>(std::move(*decoded));
 }
 
@@ -52,7 +53,8 @@ bool isStoreLinked(const UsdAsset& asset) {
 // Whether an answer describes the project on screen: a server that names another folder than the
 // one open answered for a place the user has left.
 bool describesOpenProject(const ProjectResponse& project, std::string_view openProjectPath) {
-  if (!project.path || isBlank(*project.path) || isBlank(openProjectPath)) return true;
+  if (!project.path || isBlank(*project.path) || isBlank(openProjectPath))
+    return true;
   return standardizePath(trimmed(*project.path)) == standardizePath(trimmed(openProjectPath));
 }
 
@@ -70,7 +72,8 @@ void ProjectDataFeed::refreshProjectData(bool forceReload) {
   if (root.empty()) {
     localProjectFileAssets_.clear();
     const std::string scene = trimmed(context_.scope.scenePath());
-    if (!scene.empty()) localProjectFileAssets_.push_back(sceneOnlyAsset(scene));
+    if (!scene.empty())
+      localProjectFileAssets_.push_back(sceneOnlyAsset(scene));
     publishLocalProjectAssets();
     return;
   }
@@ -79,7 +82,8 @@ void ProjectDataFeed::refreshProjectData(bool forceReload) {
       context_.background, context_.main,
       [root](std::stop_token) { return projectAssetList(std::filesystem::path(root)); },
       [this, weak, generation](std::vector<ProjectAssetItem> rows) {
-        if (!weak.isAlive() || generation != projectDataGeneration) return;
+        if (!weak.isAlive() || generation != projectDataGeneration)
+          return;
         projectDataTask_.clear();
         localProjectFileAssets_ = std::move(rows);
         publishLocalProjectAssets();
@@ -89,26 +93,32 @@ void ProjectDataFeed::refreshProjectData(bool forceReload) {
 void ProjectDataFeed::publishLocalProjectAssets() {
   std::vector<ProjectAssetItem> rows = localProjectFileAssets_;
   for (const ProjectAssetItem& stageRow : localStageStoreAssets_) {
-    const bool listed = std::any_of(rows.begin(), rows.end(),
-                                    [&](const ProjectAssetItem& row) { return row.path == stageRow.path; });
-    if (!listed) rows.push_back(stageRow);
+    const bool listed = std::any_of(rows.begin(), rows.end(), [&](const ProjectAssetItem& row) {
+      return row.path == stageRow.path;
+    });
+    if (!listed)
+      rows.push_back(stageRow);
   }
   projectAssetCatalogLoading = false;
-  publishProjectAssets(projectAssetsOverlayingPendingCreations(pendingCreatedProjectAssets, std::move(rows)));
+  publishProjectAssets(
+      projectAssetsOverlayingPendingCreations(pendingCreatedProjectAssets, std::move(rows)));
 }
 
 void ProjectDataFeed::publishProjectAssets(std::vector<ProjectAssetItem> rows) {
   DocumentPublisher& documents = context_.documents;
-  if (rows == documents.projectAssets) return;
+  if (rows == documents.projectAssets)
+    return;
   documents.projectAssets = std::move(rows);
   documents.scheduleClientDocumentRebuild(false, true);
 }
 
 void ProjectDataFeed::publishProjectAssetsFromStage(const std::vector<UsdAsset>& assets) {
-  if (context_.server.isHosted()) return;  // the project stream owns the list of a hosted project
+  if (context_.server.isHosted())
+    return;  // the project stream owns the list of a hosted project
   std::vector<ProjectAssetItem> storeRows;
   for (const UsdAsset& asset : assets) {
-    if (!isStoreLinked(asset)) continue;
+    if (!isStoreLinked(asset))
+      continue;
     ProjectAssetItem row;
     row.path = !asset.path.empty() ? asset.path : asset.source;
     row.name = asset.name;
@@ -116,9 +126,10 @@ void ProjectDataFeed::publishProjectAssetsFromStage(const std::vector<UsdAsset>&
     row.assetPath = !asset.storeURI.empty() ? asset.storeURI : asset.source;
     storeRows.push_back(std::move(row));
   }
-  context_.server.projectSceneRef =
-      hostedSceneReference("", context_.scope.projectPath(), context_.stage.get()->stage().sceneUri);
-  if (storeRows == localStageStoreAssets_) return;
+  context_.server.projectSceneRef = hostedSceneReference("", context_.scope.projectPath(),
+                                                         context_.stage.get()->stage().sceneUri);
+  if (storeRows == localStageStoreAssets_)
+    return;
   localStageStoreAssets_ = std::move(storeRows);
   publishLocalProjectAssets();
 }
@@ -126,11 +137,13 @@ void ProjectDataFeed::publishProjectAssetsFromStage(const std::vector<UsdAsset>&
 void ProjectDataFeed::refreshRemoteProjectDataOnce(std::uint64_t generation, bool forceReload) {
   ORVAN_ASSERT_MAIN_THREAD(context_.main);
   ServerSession& server = context_.server;
-  if (context_.startup.initialProjectNeedsSignIn || !context_.scope.hasProjectServerContext()) return;
+  if (context_.startup.initialProjectNeedsSignIn || !context_.scope.hasProjectServerContext())
+    return;
   const std::optional<std::string> url = !isBlank(context_.scope.projectServerURL())
                                              ? server.projectServerAPIURL("/api/project")
                                              : server.remoteURL("/api/project");
-  if (!url) return;
+  if (!url)
+    return;
   const std::string token = server.velkSessionToken;
   HttpRequest request;
   request.url = *url;
@@ -146,52 +159,66 @@ void ProjectDataFeed::refreshRemoteProjectDataOnce(std::uint64_t generation, boo
 
   const WeakLifetime weak = lifetime_.weak();
   auto fail = [this, weak, generation, token](const RequestFailure& failure) {
-    if (!weak.isAlive() || generation != projectDataGeneration || failure.isCancellation()) return;
+    if (!weak.isAlive() || generation != projectDataGeneration || failure.isCancellation())
+      return;
     projectDataTask_.clear();
     if (isUnauthorizedError(failure)) {
       hooks.signInRequired(token);
       return;
     }
     const VelkConnectionIssue issue = velkConnectionIssue(failure);
-    spdlog::warn("Velk editor project refresh failure code={} domain={} nativeCode={} diagnostic={}",
-                 issue.code, failure.error.domain, failure.error.code, textTail(issue.diagnostic));
+    spdlog::warn(
+        "Velk editor project refresh failure code={} domain={} nativeCode={} diagnostic={}",
+        issue.code, failure.error.domain, failure.error.code, textTail(issue.diagnostic));
     context_.startup.registerConnectionIssue(issue);
     context_.status.set("Project refresh failed: " + issue.message);
     projectAssetCatalogLoading = false;
     hooks.projectFailed(issue.message);
   };
   auto apply = [this, weak, generation](std::shared_ptr<const ProjectResponse> project) {
-    if (!weak.isAlive() || generation != projectDataGeneration) return;
+    if (!weak.isAlive() || generation != projectDataGeneration)
+      return;
     projectDataTask_.clear();
     applyRemoteProjectResponse(*project);
   };
 
   projectDataTask_.replace(server.authorizedData(
       std::move(request), false,
-      [this, weak, generation, url = *url, cached, fail, apply](RequestResult<HttpResponse> answer) {
-        if (!weak.isAlive() || generation != projectDataGeneration) return;
-        if (!answer.ok()) return fail(answer.error());
+      [this, weak, generation, url = *url, cached, fail,
+       apply](RequestResult<HttpResponse> answer) {
+        if (!weak.isAlive() || generation != projectDataGeneration)
+          return;
+        if (!answer.ok())
+          return fail(answer.error());
         const int statusCode = answer->statusCode;
         if (statusCode == 304) {
           spdlog::info("project metadata cache hit generation={}", generation);
-          if (!cached) return fail(httpError(304, "Project cache returned no response body"));
+          if (!cached)
+            return fail(httpError(304, "Project cache returned no response body"));
           return apply(cached);
         }
         if (statusCode < 200 || statusCode > 299) {
           const auto body = decodeJson<VelkErrorBody>(answer->body);
-          context_.timing.projectTiming(context_.main.now(), "GET /api/project -> HTTP " + std::to_string(statusCode) + " code=" +
-                        (body.ok() ? body->code.value_or("") : std::string()) + " url=" + url);
+          context_.timing.projectTiming(
+              context_.main.now(),
+              "GET /api/project -> HTTP " + std::to_string(statusCode) +
+                  " code=" + (body.ok() ? body->code.value_or("") : std::string()) + " url=" + url);
           return fail(httpError(statusCode, "HTTP " + std::to_string(statusCode)));
         }
         const std::string etag = answer->header("ETag").value_or("");
         // A project of many assets is decoded off the main thread.
         projectDataTask_.replace(postTaskAndReply(
             context_.background, context_.main,
-            [body = std::move(answer.value().body)](std::stop_token) { return decodeProjectResponse(body); },
+            [body = std::move(answer.value().body)](std::stop_token) {
+              return decodeProjectResponse(body);
+            },
             [this, weak, generation, url, etag, fail, apply](ProjectResult decoded) {
-              if (!weak.isAlive() || generation != projectDataGeneration) return;
-              if (!decoded.ok()) return fail(decoded.error());
-              if (!etag.empty()) context_.server.projectResponseCache.remember(url, {*decoded, etag, 0});
+              if (!weak.isAlive() || generation != projectDataGeneration)
+                return;
+              if (!decoded.ok())
+                return fail(decoded.error());
+              if (!etag.empty())
+                context_.server.projectResponseCache.remember(url, {*decoded, etag, 0});
               apply(std::move(*decoded));
             }));
       }));
@@ -203,12 +230,14 @@ void ProjectDataFeed::scheduleProjectMetadataRefresh(Duration delay) {
     refreshProjectData(false);
     return;
   }
-  if (context_.scope.seamlessWorkspaceTransitionInFlight) return;
+  if (context_.scope.seamlessWorkspaceTransitionInFlight)
+    return;
   const std::uint64_t generation = ++projectMetadataRefreshGeneration;
   const WeakLifetime weak = lifetime_.weak();
   // Several requests in a short while make one fetch: each replaces the wait of the one before.
   projectMetadataRefreshTask_.replace(context_.main.postAfter(delay, [this, weak, generation] {
-    if (!weak.isAlive() || generation != projectMetadataRefreshGeneration) return;
+    if (!weak.isAlive() || generation != projectMetadataRefreshGeneration)
+      return;
     projectMetadataRefreshTask_.clear();
     refreshRemoteProjectDataOnce(++projectDataGeneration, false);
   }));
@@ -222,25 +251,27 @@ void ProjectDataFeed::applyRemoteProjectResponse(const ProjectResponse& project)
     return;
   }
   const bool complete = project.assetCatalogComplete.value_or(true);
-  const std::string scopeKey =
-      (project.id ? *project.id : context_.scope.projectId()) + "\n" + context_.scope.transportWorkspace();
+  const std::string scopeKey = (project.id ? *project.id : context_.scope.projectId()) + "\n" +
+                               context_.scope.transportWorkspace();
   ProjectAssetCatalogReconciliation reconciled = projectAssetCatalogStore.reconcile(
       scopeKey, project.assetCatalogHeadKey.value_or(""), project.assets, complete);
   // Created assets that the server now lists are no longer pending.
   std::erase_if(pendingCreatedProjectAssets, [&](const auto& entry) {
-    return std::any_of(reconciled.assets.begin(), reconciled.assets.end(), [&](const ProjectAssetItem& row) {
-      return projectAssetAuthoritativelyConfirmsPendingCreation(entry.second.asset, row);
-    });
+    return std::any_of(
+        reconciled.assets.begin(), reconciled.assets.end(), [&](const ProjectAssetItem& row) {
+          return projectAssetAuthoritativelyConfirmsPendingCreation(entry.second.asset, row);
+        });
   });
-  publishProjectAssets(
-      projectAssetsOverlayingPendingCreations(pendingCreatedProjectAssets, std::move(reconciled.assets)));
+  publishProjectAssets(projectAssetsOverlayingPendingCreations(pendingCreatedProjectAssets,
+                                                               std::move(reconciled.assets)));
   projectAssetCatalogLoading = !complete;
   activeSceneClients = project.activeSceneClients.value_or(decltype(activeSceneClients){});
   activeAgents = project.activeAgents.value_or(std::vector<SceneClientSummary>{});
   workspaceComments = project.workspaceComments.value_or(std::vector<ProjectWorkspaceComment>{});
   hooks.projectApplied(project);
   // The server is still putting its catalogue together: ask again shortly until it is whole.
-  if (!complete) scheduleProjectMetadataRefresh(kIncompleteCatalogPoll);
+  if (!complete)
+    scheduleProjectMetadataRefresh(kIncompleteCatalogPoll);
 }
 
 }  // namespace orvan::editor

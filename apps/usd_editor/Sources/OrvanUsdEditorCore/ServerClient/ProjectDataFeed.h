@@ -17,10 +17,10 @@
 #include "Launch/EditorTiming.h"
 #include "Presentation/DocumentPublisher.h"
 #include "Presentation/PreparedStage.h"
-#include "orvan/wire/records/ProjectAssetItem.h"
-#include "orvan/wire/records/ProjectResponse.h"
 #include "ServerClient/ServerSession.h"
 #include "ServerClient/StartupState.h"
+#include "orvan/wire/records/ProjectAssetItem.h"
+#include "orvan/wire/records/ProjectResponse.h"
 
 namespace orvan::editor {
 
@@ -48,7 +48,8 @@ class ProjectDataFeed {
     // The project could not be read: the workspace catalogue shows why.
     std::function<void(const std::string& message)> projectFailed = [](const std::string&) {};
     // The server refused the session the request was sent with.
-    std::function<void(const std::string& expectedSessionToken)> signInRequired = [](const std::string&) {};
+    std::function<void(const std::string& expectedSessionToken)> signInRequired =
+        [](const std::string&) {};
   };
 
   explicit ProjectDataFeed(Context context) : context_(context) {}

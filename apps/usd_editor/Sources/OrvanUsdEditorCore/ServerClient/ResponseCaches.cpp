@@ -4,7 +4,8 @@ namespace orvan::editor {
 
 std::string remoteStageCacheKey(const SharedClientScope& scope) {
   std::string key;
-  for (const std::string* field : {&scope.server, &scope.project, &scope.projectRoot, &scope.scene}) {
+  for (const std::string* field :
+       {&scope.server, &scope.project, &scope.projectRoot, &scope.scene}) {
     key += *field;
     key += '\n';
   }

@@ -25,13 +25,15 @@ class AccessOrderedCache {
   void remember(const std::string& key, Entry entry) {
     entry.lastUsed = ++clock_;
     entries_.insert_or_assign(key, std::move(entry));
-    while (entries_.size() > limit_) evictLeastRecentlyUsed();
+    while (entries_.size() > limit_)
+      evictLeastRecentlyUsed();
   }
 
   // Marks the entry used.
   const Entry* find(const std::string& key) {
     const auto found = entries_.find(key);
-    if (found == entries_.end()) return nullptr;
+    if (found == entries_.end())
+      return nullptr;
     found->second.lastUsed = ++clock_;
     return &found->second;
   }
@@ -43,7 +45,8 @@ class AccessOrderedCache {
   void evictLeastRecentlyUsed() {
     auto oldest = entries_.begin();
     for (auto at = entries_.begin(); at != entries_.end(); ++at) {
-      if (at->second.lastUsed < oldest->second.lastUsed) oldest = at;
+      if (at->second.lastUsed < oldest->second.lastUsed)
+        oldest = at;
     }
     entries_.erase(oldest);
   }

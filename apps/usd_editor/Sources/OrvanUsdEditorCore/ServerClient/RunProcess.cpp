@@ -2,15 +2,16 @@
 
 #include <cerrno>
 
+#include "Platform/AtomicFile.h"
 #include "orvan/wire/JsonDecoder.h"
 #include "orvan/wire/Text.h"
 #include "orvan/wire/records/EditClientResponse.h"
-#include "Platform/AtomicFile.h"
 
 namespace orvan::editor {
 
 std::string validUtf8OrEmpty(std::string text) {
-  if (!isValidUtf8(text)) return {};
+  if (!isValidUtf8(text))
+    return {};
   return text;
 }
 
@@ -48,11 +49,14 @@ Result<std::string> runProcess(ProcessLauncher& launcher, const std::string& exe
   options.standardError = OutputStreamOptions::captured();
 
   Result<ProcessOutput> finished = launcher.runToCompletion(std::move(options));
-  if (!finished.ok()) return finished.error();
+  if (!finished.ok())
+    return finished.error();
 
   std::string output = validUtf8OrEmpty(std::move(finished->standardOutput));
-  if (finished->exitStatus.isSuccess()) return output;
-  if (acceptJSONResponseOnFailure && decodeJson<EditClientResponse>(output).ok()) return output;
+  if (finished->exitStatus.isSuccess())
+    return output;
+  if (acceptJSONResponseOnFailure && decodeJson<EditClientResponse>(output).ok())
+    return output;
 
   // What the helper said goes to the user: bytes of another encoding show as U+FFFD rather than
   // leave the message empty.

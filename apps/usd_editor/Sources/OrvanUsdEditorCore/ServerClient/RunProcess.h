@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-#include "orvan/wire/Error.h"
 #include "Platform/ProcessLauncher.h"
+#include "orvan/wire/Error.h"
 
 namespace orvan::editor {
 

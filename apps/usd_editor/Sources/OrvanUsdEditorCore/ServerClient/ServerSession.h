@@ -9,13 +9,13 @@
 #include "Foundation/Executors.h"
 #include "Foundation/Observable.h"
 #include "Foundation/Task.h"
-#include "orvan/wire/URLComponents.h"
 #include "Launch/EditorConfiguration.h"
 #include "Launch/EditorScope.h"
 #include "Platform/HttpClient.h"
 #include "ServerClient/ResponseCaches.h"
 #include "ServerClient/StartupState.h"
 #include "ServerClient/VelkClientRequestError.h"
+#include "orvan/wire/URLComponents.h"
 
 namespace orvan::editor {
 

@@ -4,14 +4,14 @@
 
 #include <spdlog/spdlog.h>
 
-#include "ServerClient/StageRefresher.h"
-#include "orvan/wire/JsonDecoder.h"
 #include "Foundation/Logging.h"
-#include "orvan/wire/Text.h"
-#include "orvan/wire/records/StageNormalization.h"
-#include "ServerClient/VelkClientRequestError.h"
 #include "ServerClient/RunProcess.h"
+#include "ServerClient/StageRefresher.h"
+#include "ServerClient/VelkClientRequestError.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/Text.h"
 #include "orvan/wire/URLComponents.h"
+#include "orvan/wire/records/StageNormalization.h"
 
 namespace orvan::editor {
 
@@ -28,11 +28,15 @@ using PreparedStageResult = Result<std::shared_ptr<const PreparedStage>>;
 PreparedStageResult loadLocalStage(ProcessLauncher& launcher, const std::string& inspector,
                                    const std::string& scene, const std::stop_token& token) {
   Result<std::string> output = runLocalInspector(launcher, inspector, scene);
-  if (!output.ok()) return output.error();
-  if (token.stop_requested()) return Error::cancelled();
+  if (!output.ok())
+    return output.error();
+  if (token.stop_requested())
+    return Error::cancelled();
   Result<StageInspection> decoded = decodeJson<StageInspection>(*output, "stage");
-  if (!decoded.ok()) return decoded.error();
-  if (token.stop_requested()) return Error::cancelled();
+  if (!decoded.ok())
+    return decoded.error();
+  if (token.stop_requested())
+    return Error::cancelled();
   return PreparedStage::prepare(normalizedAuthoringStage(std::move(*decoded)));
 }
 
@@ -45,8 +49,10 @@ using RemoteStageResult = Result<RemoteStage>;
 // Off the main thread: decode the stage endpoint's envelope, normalise and index its stage.
 RemoteStageResult prepareRemoteStage(const std::string& body, const std::stop_token& token) {
   Result<RemoteStageResponse> decoded = decodeJson<RemoteStageResponse>(body);
-  if (!decoded.ok()) return decoded.error();
-  if (token.stop_requested()) return Error::cancelled();
+  if (!decoded.ok())
+    return decoded.error();
+  if (token.stop_requested())
+    return Error::cancelled();
   return RemoteStage{decoded->revision,
                      PreparedStage::prepare(normalizedAuthoringStage(std::move(decoded->stage)))};
 }
@@ -57,15 +63,18 @@ void StageRefresher::refresh(StageRefreshOptions options) {
   ORVAN_ASSERT_MAIN_THREAD(context_.main);
   const bool remote = context_.server.isHosted();
   // A full refresh in local mode also lists the project again; nothing else is held to drop yet.
-  if (!options.preserveQueue && !remote) context_.projectData.refreshProjectData(false);
+  if (!options.preserveQueue && !remote)
+    context_.projectData.refreshProjectData(false);
   const std::uint64_t generation = ++refreshGeneration;
-  if (context_.stage.get()->stage().prims.empty()) context_.startup.initialStageLoadInFlight = true;
+  if (context_.stage.get()->stage().prims.empty())
+    context_.startup.initialStageLoadInFlight = true;
   const bool preserveDrafts = options.preserveDrafts.value_or(options.preserveQueue);
   const EditorConfiguration& configuration = context_.configuration;
   const std::string inspector = configuration.resolvedPath(configuration.inspectorPath);
-  const std::string remoteStageURL = !isBlank(context_.scope.projectServerURL())
-                                         ? context_.server.projectServerAPIURL("/api/stage").value_or("")
-                                         : context_.server.addresses.remoteStageURL;
+  const std::string remoteStageURL =
+      !isBlank(context_.scope.projectServerURL())
+          ? context_.server.projectServerAPIURL("/api/stage").value_or("")
+          : context_.server.addresses.remoteStageURL;
   const std::string scene = context_.scope.scenePath();
   spdlog::info("stage refresh begin generation={} preserveQueue={} scene={} remoteStageURL={}",
                generation, options.preserveQueue, scene, remoteStageURL);
@@ -85,11 +94,13 @@ void StageRefresher::refresh(StageRefreshOptions options) {
         return loadLocalStage(launcher, inspector, scene, token);
       },
       [this, weak, generation, preserveDrafts](PreparedStageResult result) {
-        if (!weak.isAlive() || generation != refreshGeneration) return;  // stale: dropped
+        if (!weak.isAlive() || generation != refreshGeneration)
+          return;  // stale: dropped
         refreshTask_.clear();
         context_.startup.initialStageLoadInFlight = false;
         if (!result.ok()) {
-          if (!result.error().isCancellation()) applyRefreshFailure(result.error(), generation);
+          if (!result.error().isCancellation())
+            applyRefreshFailure(result.error(), generation);
           return;
         }
         applyRefreshResultNow(std::move(result.value()), std::nullopt, generation, preserveDrafts);
@@ -97,7 +108,7 @@ void StageRefresher::refresh(StageRefreshOptions options) {
 }
 
 void StageRefresher::refreshRemoteStage(const std::string& url, std::uint64_t generation,
-                                     bool preserveDrafts) {
+                                        bool preserveDrafts) {
   if (!URLComponents::parse(url)) {
     applyRefreshFailure(Error::editor(0, "Invalid remote stage URL"), generation);
     return;
@@ -106,22 +117,25 @@ void StageRefresher::refreshRemoteStage(const std::string& url, std::uint64_t ge
   const SharedClientScope scope = context_.scope.sharedScope();
   const WeakLifetime weak = lifetime_.weak();
   refreshTask_.replace(context_.server.authorizedData(
-      HttpRequest{.url = url, .timeout = std::chrono::seconds(60),
+      HttpRequest{.url = url,
+                  .timeout = std::chrono::seconds(60),
                   .maxResponseBytes = kLargeDocumentMaxResponseBytes},
-      true,
-      [this, weak, generation, preserveDrafts, scope](RequestResult<HttpResponse> answer) {
-        if (!weak.isAlive() || generation != refreshGeneration) return;
+      true, [this, weak, generation, preserveDrafts, scope](RequestResult<HttpResponse> answer) {
+        if (!weak.isAlive() || generation != refreshGeneration)
+          return;
         if (!answer.ok()) {
-          if (answer.error().isCancellation()) return;
+          if (answer.error().isCancellation())
+            return;
           context_.startup.initialStageLoadInFlight = false;
           applyRefreshFailure(answer.error(), generation);
           return;
         }
         if (answer->statusCode < 200 || answer->statusCode > 299) {
           context_.startup.initialStageLoadInFlight = false;
-          applyRefreshFailure(Error::editor(answer->statusCode, "Remote stage returned HTTP " +
-                                                                    std::to_string(answer->statusCode)),
-                              generation);
+          applyRefreshFailure(
+              Error::editor(answer->statusCode,
+                            "Remote stage returned HTTP " + std::to_string(answer->statusCode)),
+              generation);
           return;
         }
         const std::string etag = answer->header("ETag").value_or("");
@@ -131,16 +145,19 @@ void StageRefresher::refreshRemoteStage(const std::string& url, std::uint64_t ge
               return prepareRemoteStage(body, token);
             },
             [this, weak, generation, preserveDrafts, scope, etag](RemoteStageResult result) {
-              if (!weak.isAlive() || generation != refreshGeneration) return;
+              if (!weak.isAlive() || generation != refreshGeneration)
+                return;
               refreshTask_.clear();
               context_.startup.initialStageLoadInFlight = false;
               if (!result.ok()) {
-                if (!result.error().isCancellation()) applyRefreshFailure(result.error(), generation);
+                if (!result.error().isCancellation())
+                  applyRefreshFailure(result.error(), generation);
                 return;
               }
               if (!etag.empty()) {
-                context_.server.remoteStageCache.remember(remoteStageCacheKey(scope),
-                                          {result->revision, result->stage->inspection, etag, 0});
+                context_.server.remoteStageCache.remember(
+                    remoteStageCacheKey(scope),
+                    {result->revision, result->stage->inspection, etag, 0});
               }
               applyRefreshResultNow(std::move(result->stage), result->revision, generation,
                                     preserveDrafts);
@@ -149,8 +166,8 @@ void StageRefresher::refreshRemoteStage(const std::string& url, std::uint64_t ge
 }
 
 void StageRefresher::applyRefreshResultNow(std::shared_ptr<const PreparedStage> prepared,
-                                        std::optional<std::uint64_t> incomingRevision,
-                                        std::uint64_t generation, bool preserveDrafts) {
+                                           std::optional<std::uint64_t> incomingRevision,
+                                           std::uint64_t generation, bool preserveDrafts) {
   ORVAN_ASSERT_MAIN_THREAD(context_.main);
   (void)preserveDrafts;
   const auto started = std::chrono::steady_clock::now();
@@ -171,7 +188,8 @@ void StageRefresher::applyRefreshResultNow(std::shared_ptr<const PreparedStage> 
 
   storeStage(std::move(prepared));
   context_.projectData.publishProjectAssetsFromStage(context_.stage.get()->stage().assets);
-  if (incomingRevision) revision.set(*incomingRevision);
+  if (incomingRevision)
+    revision.set(*incomingRevision);
 
   stageRefreshInFlight = false;
   StartupState& startup = context_.startup;
@@ -186,9 +204,10 @@ void StageRefresher::applyRefreshResultNow(std::shared_ptr<const PreparedStage> 
   const auto elapsed = std::chrono::steady_clock::now() - started;
   std::string loaded = "Loaded composed OpenUSD stage";
   if (context_.timing.timingLogsEnabled && elapsed > kSlowApplyThreshold) {
-    loaded += " (" +
-              std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()) +
-              " ms)";
+    loaded +=
+        " (" +
+        std::to_string(std::chrono::duration_cast<std::chrono::milliseconds>(elapsed).count()) +
+        " ms)";
   }
   context_.status.set(loaded);
 }
@@ -202,7 +221,8 @@ void StageRefresher::storeStage(std::shared_ptr<const PreparedStage> prepared) {
 }
 
 void StageRefresher::applyRefreshFailure(const RequestFailure& failure, std::uint64_t generation) {
-  if (generation != refreshGeneration) return;
+  if (generation != refreshGeneration)
+    return;
   context_.startup.initialStageLoadInFlight = false;
   spdlog::warn("stage refresh failure generation={} error={} (code {})", generation,
                textTail(failure.error.description), failure.error.code);
@@ -216,7 +236,8 @@ void StageRefresher::applyRefreshFailure(const RequestFailure& failure, std::uin
   handleConnectionFailure(failure, "Refresh failed");
 }
 
-void StageRefresher::handleConnectionFailure(const RequestFailure& failure, std::string_view prefix) {
+void StageRefresher::handleConnectionFailure(const RequestFailure& failure,
+                                             std::string_view prefix) {
   const Error& error = failure.error;
   const VelkConnectionIssue issue = velkConnectionIssue(failure);
   spdlog::warn("Velk editor connection failure code={} domain={} nativeCode={} diagnostic={}",
@@ -239,7 +260,8 @@ void StageRefresher::dropAnswersInFlight() {
 void StageRefresher::scheduleStageRefresh(Duration delay) {
   const WeakLifetime weak = lifetime_.weak();
   stageChangedRefreshTask_.replace(context_.main.postAfter(delay, [this, weak] {
-    if (!weak.isAlive()) return;
+    if (!weak.isAlive())
+      return;
     stageChangedRefreshTask_.clear();
     refresh({.preserveQueue = true});
   }));

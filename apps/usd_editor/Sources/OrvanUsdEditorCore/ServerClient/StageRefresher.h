@@ -66,8 +66,8 @@ class StageRefresher {
 
   void refresh(StageRefreshOptions options = {});
   void applyRefreshResultNow(std::shared_ptr<const PreparedStage> prepared,
-                             std::optional<std::uint64_t> incomingRevision, std::uint64_t generation,
-                             bool preserveDrafts);
+                             std::optional<std::uint64_t> incomingRevision,
+                             std::uint64_t generation, bool preserveDrafts);
   void applyRefreshFailure(const RequestFailure& failure, std::uint64_t generation);
   // A failure that concerns the whole project: the issue is shown, the status names it after
   // `prefix`, and a project that never answered goes back to the start-up sheet.

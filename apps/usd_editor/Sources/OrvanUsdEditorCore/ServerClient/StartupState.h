@@ -23,8 +23,10 @@ struct StartupState {
   // Shows an issue worth showing (one that can be retried or blocks the project) and notes when
   // it asks for sign-in.
   void registerConnectionIssue(const VelkConnectionIssue& issue) {
-    if (issue.retryable || issue.blocksProject) connectionIssue.set(issue);
-    if (issue.primaryAction == VelkConnectionAction::login) initialProjectNeedsSignIn = true;
+    if (issue.retryable || issue.blocksProject)
+      connectionIssue.set(issue);
+    if (issue.primaryAction == VelkConnectionAction::login)
+      initialProjectNeedsSignIn = true;
   }
 };
 

@@ -5,7 +5,9 @@
 
 namespace orvan::editor {
 
-VelkConnectionIssue velkConnectionIssue(const VelkClientRequestError& error) { return error.issue; }
+VelkConnectionIssue velkConnectionIssue(const VelkClientRequestError& error) {
+  return error.issue;
+}
 
 VelkConnectionIssue velkConnectionIssue(const Error& error) {
   // The connection worked, but the server sent far more than any answer of its can weigh: that
@@ -19,11 +21,13 @@ VelkConnectionIssue velkConnectionIssue(const Error& error) {
 }
 
 VelkConnectionIssue velkConnectionIssue(const RequestFailure& failure) {
-  return failure.classified ? velkConnectionIssue(*failure.classified) : velkConnectionIssue(failure.error);
+  return failure.classified ? velkConnectionIssue(*failure.classified)
+                            : velkConnectionIssue(failure.error);
 }
 
 bool isUnauthorizedError(const RequestFailure& failure) {
-  if (failure.classified) return failure.classified->issue.primaryAction == VelkConnectionAction::login;
+  if (failure.classified)
+    return failure.classified->issue.primaryAction == VelkConnectionAction::login;
   return failure.error.code == 401;
 }
 
@@ -32,19 +36,22 @@ Error httpError(std::int64_t statusCode, std::string description) {
 }
 
 std::optional<VelkClientRequestError> connectionFailure(const HttpResponse& response) {
-  if (response.statusCode == 304) return std::nullopt;
+  if (response.statusCode == 304)
+    return std::nullopt;
   std::optional<VelkErrorEnvelope> envelope;
   if (auto decoded = decodeJson<VelkErrorEnvelope>(response.body); decoded.ok()) {
     envelope = std::move(*decoded);
   }
   const bool success = response.statusCode >= 200 && response.statusCode <= 299;
   if (success) {
-    const bool refusal = envelope && envelope->accepted == false && envelope->code &&
-                         !envelope->code->empty();
-    if (!refusal) return std::nullopt;
+    const bool refusal =
+        envelope && envelope->accepted == false && envelope->code && !envelope->code->empty();
+    if (!refusal)
+      return std::nullopt;
   }
-  std::string diagnostic = envelope && envelope->message ? *envelope->message
-                                                         : "HTTP " + std::to_string(response.statusCode);
+  std::string diagnostic = envelope && envelope->message
+                               ? *envelope->message
+                               : "HTTP " + std::to_string(response.statusCode);
   std::optional<std::string> code = envelope ? envelope->code : std::nullopt;
   return VelkClientRequestError{VelkConnectionIssue::classify(
       response.statusCode, code ? std::optional<std::string_view>(*code) : std::nullopt, false,

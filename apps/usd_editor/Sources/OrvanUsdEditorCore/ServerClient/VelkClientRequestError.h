@@ -3,9 +3,9 @@
 #include <optional>
 #include <string>
 
-#include "orvan/wire/Error.h"
 #include "Platform/HttpClient.h"
 #include "ServerClient/VelkConnectionIssue.h"
+#include "orvan/wire/Error.h"
 
 namespace orvan::editor {
 

@@ -25,7 +25,8 @@ VelkConnectionAction actionFromNumber(std::int32_t number) {
 void describeRequestedProject(VelkConnectionIssue& issue, const VelkConnectionProject& project) {
   if (project.name) {
     const std::string_view name = trimWhitespaceAndNewlines(*project.name);
-    if (!name.empty()) issue.title = std::string(name) + std::string(kPermissionTitleSuffix);
+    if (!name.empty())
+      issue.title = std::string(name) + std::string(kPermissionTitleSuffix);
   }
   if (project.requestStatus == "pending") {
     issue.primaryLabel = kAccessRequestedLabel;

@@ -50,8 +50,10 @@ void IncomingURLQueue::push(std::string url, std::string_view source) {
 
 void IncomingURLQueue::route(Receiver receiver) {
   receiver_ = std::move(receiver);
-  if (!receiver_) return;
-  for (const std::string& url : takeAll()) receiver_(url);
+  if (!receiver_)
+    return;
+  for (const std::string& url : takeAll())
+    receiver_(url);
 }
 
 std::vector<std::string> IncomingURLQueue::takeAll() {

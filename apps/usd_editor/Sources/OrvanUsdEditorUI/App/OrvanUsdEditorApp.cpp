@@ -29,8 +29,8 @@ OrvanUsdEditorApp::OrvanUsdEditorApp(editor::EditorConfiguration configuration,
       urlServer_.reset();
     }
   }
-  editor::EditorModelPorts modelPorts{ports.main,      ports.background, ports.preferences,
-                                      ports.secrets,   ports.processes,  ports.http};
+  editor::EditorModelPorts modelPorts{ports.main,    ports.background, ports.preferences,
+                                      ports.secrets, ports.processes,  ports.http};
   modelPorts.openURL = ports.openURL;
   model_ = std::make_unique<editor::EditorModel>(std::move(configuration), std::move(modelPorts));
   window_ = std::make_unique<EditorWindow>(*model_);

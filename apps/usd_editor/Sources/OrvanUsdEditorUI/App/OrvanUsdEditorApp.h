@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "Launch/EditorConfiguration.h"
-#include "Foundation/Task.h"
 #include "App/IncomingURLQueue.h"
+#include "Foundation/Task.h"
+#include "Launch/EditorConfiguration.h"
 
 namespace orvan::editor {
 class BackgroundExecutor;

@@ -8,9 +8,9 @@
 #include <QTreeView>
 
 #include "Application/EditorModel.h"
-#include "Presentation/EditorClientDocument.h"
-#include "MainWindow.h"
 #include "Hierarchy/HierarchyTreeModel.h"
+#include "MainWindow.h"
+#include "Presentation/EditorClientDocument.h"
 
 namespace orvan::ui {
 

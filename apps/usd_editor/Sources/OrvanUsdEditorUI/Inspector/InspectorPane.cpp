@@ -12,9 +12,9 @@
 #include <QVBoxLayout>
 
 #include "Application/EditorModel.h"
-#include "Presentation/EditorPresentationStore.h"
-#include "MainWindow.h"
 #include "Inspector/PropertyValueDisplay.h"
+#include "MainWindow.h"
+#include "Presentation/EditorPresentationStore.h"
 
 namespace orvan::ui {
 
@@ -181,10 +181,12 @@ QFrame* makeHeader(const QString& name, const QStringList& types, const QString&
   titleRow->setSpacing(8);
   titleRow->addWidget(label(name, "PrimName", header));
   for (const QString& type : types) {
-    if (!type.isEmpty()) titleRow->addWidget(label(type, "PrimType", header));
+    if (!type.isEmpty())
+      titleRow->addWidget(label(type, "PrimType", header));
   }
   titleRow->addStretch(1);
-  if (!extra.isEmpty()) titleRow->addWidget(label(extra, "SectionDetail", header));
+  if (!extra.isEmpty())
+    titleRow->addWidget(label(extra, "SectionDetail", header));
   headerLayout->addLayout(titleRow);
   auto* pathLabel = label(path, "PrimPath", header);
   pathLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
@@ -194,7 +196,8 @@ QFrame* makeHeader(const QString& name, const QStringList& types, const QString&
 
 QString joinedNumbers(const std::vector<double>& values) {
   QStringList parts;
-  for (double value : values) parts.push_back(QString::number(value, 'g', 6));
+  for (double value : values)
+    parts.push_back(QString::number(value, 'g', 6));
   return parts.join(", ");
 }
 
@@ -213,15 +216,18 @@ void addTextSection(QVBoxLayout* column, const QString& title,
   body->setObjectName("SectionBody");
   PropertyGrid grid(body);
   for (const auto& [name, value] : rows) {
-    if (value.isEmpty()) continue;
+    if (value.isEmpty())
+      continue;
     grid.addRow(name, [&](QWidget* parent) { return textCell(value, parent); });
   }
-  if (grid.rows() == 0) grid.addNote("Nothing known yet");
+  if (grid.rows() == 0)
+    grid.addNote("Nothing known yet");
   column->addWidget(body);
 }
 
 void addBoundsRows(std::vector<std::pair<QString, QString>>& rows, const editor::UsdAsset& asset) {
-  if (!asset.hasBoundsMetadata) return;
+  if (!asset.hasBoundsMetadata)
+    return;
   rows.emplace_back("bounds centre", joinedNumbers(asset.boundsCenter));
   rows.emplace_back("bounds size", joinedNumbers(asset.boundsDimensions));
 }
@@ -244,13 +250,15 @@ InspectorPane::InspectorPane(editor::EditorModel& model, QWidget* parent)
   inspectorSubscription_ = model_.session.inspector.subscribe([this](const auto&) { render(); });
   // The stage alone only changes the empty state's words; a shown prim is redrawn when the
   // reconciled snapshot arrives, not once more for the stage before it.
-  stageSubscription_ = model_.clientDocument.hierarchyProjection.revision.subscribe([this](const auto&) {
-    if (!model_.session.inspector.get().sceneSnapshot.prim)
-      render();
-  });
+  stageSubscription_ =
+      model_.clientDocument.hierarchyProjection.revision.subscribe([this](const auto&) {
+        if (!model_.session.inspector.get().sceneSnapshot.prim)
+          render();
+      });
   // An asset's record follows the project data; it is drawn while an asset is the target.
   assetRecordSubscription_ = model_.presentation.inspectorRecord.subscribe([this](const auto&) {
-    if (std::holds_alternative<editor::ProjectAssetSelection>(model_.session.inspector.get().target))
+    if (std::holds_alternative<editor::ProjectAssetSelection>(
+            model_.session.inspector.get().target))
       render();
   });
   render();
@@ -295,9 +303,10 @@ void InspectorPane::renderSnapshot(const editor::EditorSelectionSnapshot& snapsh
 
   // Header: what is selected.
   const auto selected = model_.session.sceneSelection.get().paths.size();
-  column->addWidget(makeHeader(qs(prim.name), {qs(prim.typeName), prim.active ? QString() : "Inactive"},
-                               selected > 1 ? QStringLiteral("+%1 more").arg(selected - 1) : QString(),
-                               qs(prim.path), content));
+  column->addWidget(
+      makeHeader(qs(prim.name), {qs(prim.typeName), prim.active ? QString() : "Inactive"},
+                 selected > 1 ? QStringLiteral("+%1 more").arg(selected - 1) : QString(),
+                 qs(prim.path), content));
 
   for (const editor::UsdComponent& component : snapshot.components) {
     const QString type = qs(component.type);
@@ -355,9 +364,11 @@ void InspectorPane::resizeEvent(QResizeEvent* event) {
 }
 
 void InspectorPane::fitNameColumn() {
-  if (!content_) return;
+  if (!content_)
+    return;
   const int width = nameColumnWidth(this->width());
-  for (QLabel* name : content_->findChildren<QLabel*>("PropertyName")) fitName(name, width);
+  for (QLabel* name : content_->findChildren<QLabel*>("PropertyName"))
+    fitName(name, width);
 }
 
 void InspectorPane::renderAsset(const editor::InspectorPresentationRecord& record) {
@@ -388,16 +399,19 @@ void InspectorPane::renderAsset(const editor::InspectorPresentationRecord& recor
 
   const auto& project = std::get<editor::ProjectAssetPresentationRecord>(record);
   const editor::ProjectAssetItem& asset = project.asset;
-  column->addWidget(makeHeader(qs(asset.name), {qs(asset.kind)}, QString(), qs(asset.path), content));
+  column->addWidget(
+      makeHeader(qs(asset.name), {qs(asset.kind)}, QString(), qs(asset.path), content));
   std::vector<std::pair<QString, QString>> fileRows{
       {"folder", asset.folder.empty() ? "Project" : qs(asset.folder)},
       {"kind", qs(asset.kind)},
       {"cooked", asset.cooked ? (*asset.cooked ? "true" : "false") : QString()},
       {"asset path", asset.assetPath ? qs(*asset.assetPath) : QString()},
-      {"content hash",
-       asset.contentHash ? QString::number(*asset.contentHash, 16).rightJustified(16, '0') : QString()},
+      {"content hash", asset.contentHash
+                           ? QString::number(*asset.contentHash, 16).rightJustified(16, '0')
+                           : QString()},
       {"generation", asset.sourceGeneration ? qs(*asset.sourceGeneration) : QString()}};
-  if (asset.boundsCenter) fileRows.emplace_back("bounds centre", joinedNumbers(*asset.boundsCenter));
+  if (asset.boundsCenter)
+    fileRows.emplace_back("bounds centre", joinedNumbers(*asset.boundsCenter));
   if (asset.boundsDimensions)
     fileRows.emplace_back("bounds size", joinedNumbers(*asset.boundsDimensions));
   addTextSection(column, "File", fileRows, content);
@@ -407,21 +421,25 @@ void InspectorPane::renderAsset(const editor::InspectorPresentationRecord& recor
     std::vector<std::pair<QString, QString>> rows{
         {"class", qs(descriptor.identifier)},
         {"type", qs(descriptor.assetType)},
-        {"based on", qs(descriptor.baseIdentifier.empty() ? descriptor.base : descriptor.baseIdentifier)},
+        {"based on",
+         qs(descriptor.baseIdentifier.empty() ? descriptor.base : descriptor.baseIdentifier)},
         {"abstract", descriptor.abstract ? "true" : QString()},
         {"runtime", descriptor.runtimeEligible ? "true" : "false"}};
-    for (const auto& setting : descriptor.settings) rows.emplace_back(qs(setting.name), qs(setting.value));
+    for (const auto& setting : descriptor.settings)
+      rows.emplace_back(qs(setting.name), qs(setting.value));
     addTextSection(column, "Class", rows, content);
   }
   if (const auto& used = project.stageAsset ? project.stageAsset : project.storeLinkedAsset) {
-    std::vector<std::pair<QString, QString>> rows{{"used as", qs(used->path)},
-                                                  {"kind", qs(used->kind)},
-                                                  {"store", qs(used->storeURI)}};
+    std::vector<std::pair<QString, QString>> rows{
+        {"used as", qs(used->path)}, {"kind", qs(used->kind)}, {"store", qs(used->storeURI)}};
     addBoundsRows(rows, *used);
     addTextSection(column, "In the scene", rows, content);
   }
   if (project.storeItem) {
-    addTextSection(column, "Store", {{"name", qs(project.storeItem->name)}, {"kind", qs(project.storeItem->kind)}, {"link", qs(project.storeItem->uri)}},
+    addTextSection(column, "Store",
+                   {{"name", qs(project.storeItem->name)},
+                    {"kind", qs(project.storeItem->kind)},
+                    {"link", qs(project.storeItem->uri)}},
                    content);
   }
   showContent(content, column);

@@ -12,8 +12,8 @@
 
 #include "Application/EditorModel.h"
 #include "MainWindow.h"
-#include "Project/ProjectAssetTreeModel.h"
 #include "Presentation/ProjectAssetBrowser.h"
+#include "Project/ProjectAssetTreeModel.h"
 
 namespace orvan::ui {
 
@@ -74,16 +74,17 @@ ProjectPane::ProjectPane(editor::EditorModel& model, QWidget* parent)
   layout->addWidget(body, 1);
 
   connect(organization_, &QComboBox::currentIndexChanged, this, [this](int index) {
-    model_.viewPreferences.projectAssetBrowserOrganization.set(static_cast<editor::ProjectAssetBrowserOrganization>(
-        organization_->itemData(index).toInt()));
+    model_.viewPreferences.projectAssetBrowserOrganization.set(
+        static_cast<editor::ProjectAssetBrowserOrganization>(
+            organization_->itemData(index).toInt()));
   });
   connect(tree_->selectionModel(), &QItemSelectionModel::selectionChanged, this,
           [this] { selectionChangedInView(); });
 
   subscriptions_.push_back(model_.clientDocument.projectProjection.revision.subscribe(
       [this](const auto&) { rebuild(); }));
-  subscriptions_.push_back(
-      model_.viewPreferences.projectAssetBrowserOrganization.subscribe([this](const auto&) { rebuild(); }));
+  subscriptions_.push_back(model_.viewPreferences.projectAssetBrowserOrganization.subscribe(
+      [this](const auto&) { rebuild(); }));
   subscriptions_.push_back(
       model_.session.projectAssetSelection.subscribe([this](const auto&) { showSelection(); }));
   rebuild();

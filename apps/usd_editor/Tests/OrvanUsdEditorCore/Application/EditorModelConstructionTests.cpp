@@ -7,13 +7,13 @@
 
 #include "Application/EditorModel.h"
 #include "Launch/UserDefaultsKeys.h"
-#include "orvan/wire/JsonEncoder.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
 #include "ProjectsAndWorkspaces/VelkSessionTokenStore.h"
 #include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
+#include "orvan/wire/JsonEncoder.h"
 
 namespace orvan::editor {
 namespace {
@@ -65,7 +65,8 @@ TEST_F(EditorModelConstructionTest, IdentityIsMadeOnceAndKeptBetweenLaunches) {
 
   accountName_ = "Someone Else";
   const auto second = makeModel(EditorConfiguration{});
-  EXPECT_EQ(second->identity.userName.get(), "Ada Lovelace") << "the stored name wins over the account";
+  EXPECT_EQ(second->identity.userName.get(), "Ada Lovelace")
+      << "the stored name wins over the account";
   EXPECT_EQ(second->identity.userId.get(), first->identity.userId.get());
   EXPECT_EQ(second->identity.userColor.get(), first->identity.userColor.get());
 }
@@ -100,8 +101,8 @@ TEST_F(EditorModelConstructionTest, ChangingIdentityRetiresTheEditHelperAndUpdat
   ASSERT_TRUE(model->persistentEditClient.has_value()) << "a scene is known: the helper prewarms";
   EXPECT_EQ(model->persistentEditClient->author, model->identity.userId.get());
 
-  model->identity.setUserIdentity(std::string("  "), std::string("Grace Hopper!"), std::string("blue"),
-                         false);
+  model->identity.setUserIdentity(std::string("  "), std::string("Grace Hopper!"),
+                                  std::string("blue"), false);
   EXPECT_EQ(model->identity.userName.get(), "Native User");
   EXPECT_EQ(model->identity.userId.get(), "Grace-Hopper");
   EXPECT_FALSE(model->persistentEditClient.has_value())
@@ -167,7 +168,8 @@ TEST_F(EditorModelConstructionTest, ViewPreferencesAreReadAtStartAndWrittenAtEac
 
   model->viewPreferences.hierarchyOrder.set(HierarchyOrder::alphabetical);
   model->viewPreferences.snapAlignToSurface.set(true);
-  model->viewPreferences.projectAssetBrowserOrganization.set(ProjectAssetBrowserOrganization::folders);
+  model->viewPreferences.projectAssetBrowserOrganization.set(
+      ProjectAssetBrowserOrganization::folders);
   EXPECT_EQ(preferences_.string(defaults::kHierarchyOrder), "alphabetical");
   EXPECT_EQ(preferences_.boolean(defaults::kSnapAlignToSurface), true);
   EXPECT_EQ(preferences_.string(defaults::kProjectAssetBrowserOrganization), "folders");

@@ -46,8 +46,9 @@ TEST(ProjectLabelTest, TransitionThenSceneThenFallbacks) {
 TEST(ProjectLabelTest, LoadingMessage) {
   EXPECT_EQ(projectLoadingMessage({}), "Loading Project");
   EXPECT_EQ(projectLoadingMessage({.stageRefreshInFlight = true}), "Loading stage");
-  EXPECT_EQ(projectLoadingMessage({.projectConnectionInFlight = true, .stageRefreshInFlight = true}),
-            "Opening Project");
+  EXPECT_EQ(
+      projectLoadingMessage({.projectConnectionInFlight = true, .stageRefreshInFlight = true}),
+      "Opening Project");
   EXPECT_EQ(projectLoadingMessage({.seamlessWorkspaceTransitionInFlight = true,
                                    .projectConnectionInFlight = true,
                                    .projectTransitionMessage = "Opening dev"}),

@@ -11,7 +11,8 @@ namespace {
 TEST(ObservableTest, NotifiesOnlyWhenTheValueChanges) {
   Observable<std::string> status("Ready");
   std::vector<std::string> seen;
-  Subscription subscription = status.subscribe([&](const std::string& value) { seen.push_back(value); });
+  Subscription subscription =
+      status.subscribe([&](const std::string& value) { seen.push_back(value); });
   EXPECT_FALSE(status.set("Ready"));
   EXPECT_TRUE(status.set("Loading"));
   EXPECT_FALSE(status.update([](std::string&) {}));
@@ -43,7 +44,8 @@ TEST(ObservableTest, ObserversMayUnsubscribeOthersAndSetAgainDuringNotification)
   Subscription firstSubscription = value.subscribe([&](int v) {
     first.push_back(v);
     secondSubscription.reset();
-    if (v == 1) value.set(2);
+    if (v == 1)
+      value.set(2);
   });
   secondSubscription = value.subscribe([&](int v) { second.push_back(v); });
   value.set(1);

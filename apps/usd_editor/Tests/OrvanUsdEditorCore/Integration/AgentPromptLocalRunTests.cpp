@@ -9,13 +9,13 @@
 #include <sstream>
 
 #include "Foundation/EventLoop.h"
-#include "orvan/wire/Text.h"
 #include "Foundation/ThreadPool.h"
 #include "Intelligence/AgentPromptController.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/Subprocess.h"
 #include "Support/FakeHttpClient.h"
 #include "Support/TemporaryFolder.h"
+#include "orvan/wire/Text.h"
 
 namespace orvan::editor {
 namespace {

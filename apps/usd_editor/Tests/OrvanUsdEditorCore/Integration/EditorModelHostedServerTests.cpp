@@ -14,13 +14,13 @@
 #include "Application/EditorModel.h"
 #include "Foundation/EventLoop.h"
 #include "Foundation/ThreadPool.h"
-#include "orvan/wire/URLComponents.h"
 #include "Platform/CurlHttpClient.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
 #include "Platform/Subprocess.h"
 #include "ProjectsAndWorkspaces/VelkSessionTokenStore.h"
+#include "orvan/wire/URLComponents.h"
 
 namespace orvan::editor {
 namespace {
@@ -54,12 +54,15 @@ class RunningProjectServer {
       return;
     }
     process_ = std::move(*launched);
-    if (future.wait_for(20s) == std::future_status::ready) url_ = future.get();
-    if (url_.empty()) error_ = "the server did not say where it listens: " + process_->capturedStderr();
+    if (future.wait_for(20s) == std::future_status::ready)
+      url_ = future.get();
+    if (url_.empty())
+      error_ = "the server did not say where it listens: " + process_->capturedStderr();
   }
   // Returns once the server has ended, so that its port refuses connections from then on.
   ~RunningProjectServer() {
-    if (!process_) return;
+    if (!process_)
+      return;
     process_->terminate();
     process_->waitForExit();
   }
@@ -105,7 +108,8 @@ class EditorModelHostedServerTest : public ::testing::Test {
 // form and hand over the link it redirects to.
 std::string followSignInPage(const std::string& address, const std::string& password) {
   const auto url = URLComponents::parse(address);
-  if (!url || !url->port) return "";
+  if (!url || !url->port)
+    return "";
   httplib::Client client(url->host, *url->port);
   std::string path = url->path + "?";
   httplib::Params form{{"password", password}};
@@ -118,28 +122,33 @@ std::string followSignInPage(const std::string& address, const std::string& pass
   if (!page || page->status != 200 || page->body.find("name=\"password\"") == std::string::npos)
     return "";
   const auto answer = client.Post(url->path, form);
-  if (!answer || answer->status != 302) return "";
+  if (!answer || answer->status != 302)
+    return "";
   return answer->get_header_value("Location");
 }
 
 // The value of `name` in a link's query, "" when it has none.
 std::string queryValue(const std::string& link, const std::string& name) {
   const auto url = URLComponents::parse(link);
-  if (!url) return "";
+  if (!url)
+    return "";
   for (const auto& item : url->queryItems)
-    if (item.name == name) return item.value.value_or("");
+    if (item.name == name)
+      return item.value.value_or("");
   return "";
 }
 
 std::vector<std::string> rootNames(const EditorModel& model) {
   std::vector<std::string> names;
-  for (const auto& node : model.currentStage().rootPrims) names.push_back(node.name);
+  for (const auto& node : model.currentStage().rootPrims)
+    names.push_back(node.name);
   return names;
 }
 
 bool listsAsset(const EditorModel& model, const std::string& path) {
   for (const auto& asset : model.documents.projectAssets)
-    if (asset.path == path) return true;
+    if (asset.path == path)
+      return true;
   return false;
 }
 
@@ -151,7 +160,8 @@ TEST_F(EditorModelHostedServerTest, APlainHostedLaunchResolvesTheProjectAndLoads
 
   ASSERT_TRUE(runUntil([&] {
     return !model.currentStage().rootPrims.empty() && listsAsset(model, "hello_world.usda");
-  })) << "status: " << model.status.get();
+  })) << "status: "
+      << model.status.get();
   EXPECT_TRUE(model.startup.initialProjectResolved.get());
   EXPECT_FALSE(model.isStartupBlocking());
   EXPECT_FALSE(model.startup.connectionIssue.get().has_value());
@@ -172,11 +182,13 @@ TEST_F(EditorModelHostedServerTest, APlainHostedLaunchResolvesTheProjectAndLoads
 
 TEST_F(EditorModelHostedServerTest, ARefusedSessionSignsInThroughTheBrowserAndTheTokenIsKept) {
   // The sessions are kept in a folder of the test's own.
-  std::string state = (std::filesystem::temp_directory_path() / "orvan_editor_signin_XXXXXX").string();
+  std::string state =
+      (std::filesystem::temp_directory_path() / "orvan_editor_signin_XXXXXX").string();
   ASSERT_NE(::mkdtemp(state.data()), nullptr);
-  const std::shared_ptr<void> removeState(nullptr, [&](void*) { std::filesystem::remove_all(state); });
-  RunningProjectServer server({"--state-dir", state},
-                              {{"ORVAN_SERVER_TOKEN", "s3cret"}, {"ORVAN_SERVER_PASSWORD", "letmein"}});
+  const std::shared_ptr<void> removeState(nullptr,
+                                          [&](void*) { std::filesystem::remove_all(state); });
+  RunningProjectServer server({"--state-dir", state}, {{"ORVAN_SERVER_TOKEN", "s3cret"},
+                                                       {"ORVAN_SERVER_PASSWORD", "letmein"}});
   ASSERT_TRUE(server.error().empty()) << server.error();
 
   EditorModel& refused = startModel(server.url());

@@ -59,7 +59,8 @@ class EditorModelLocalRefreshTest : public ::testing::Test {
 
   // Runs a refresh to its end, of a new scene file when one is given.
   void refreshNow(const std::string& name = "", const std::string& contents = "") {
-    if (!name.empty()) openScene(scene(name, contents));
+    if (!name.empty())
+      openScene(scene(name, contents));
     model().stageRefresher.refresh();
     scheduler_.runUntilQuiet();
   }

@@ -3,9 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "Support/FakeHttpClient.h"
 #include "orvan/wire/JsonDecoder.h"
 #include "orvan/wire/URLComponents.h"
-#include "Support/FakeHttpClient.h"
 
 namespace orvan::editor {
 namespace {

@@ -23,8 +23,9 @@ class EditorModelClientDocumentTest : public ::testing::Test {
 
   // Applies a stage as a refresh would, and lets the document follow.
   void applyStage(StageInspection stage) {
-    model_.stageRefresher.applyRefreshResultNow(PreparedStage::prepare(std::move(stage)), std::nullopt,
-                                 model_.stageRefresher.refreshGeneration, false);
+    model_.stageRefresher.applyRefreshResultNow(PreparedStage::prepare(std::move(stage)),
+                                                std::nullopt,
+                                                model_.stageRefresher.refreshGeneration, false);
     scheduler_.runUntilQuiet();
   }
 
@@ -84,7 +85,8 @@ TEST_F(EditorModelClientDocumentTest, ABuildOvertakenByANewerRequestIsNeverPubli
   // A build that reports with an older generation than the newest request is dropped too.
   const auto before = model_.clientDocument.snapshot.get();
   model_.documents.publishClientDocument(EditorClientDocumentSnapshot::empty(),
-                               model_.documents.clientDocumentBuildGeneration - 1, Duration::zero());
+                                         model_.documents.clientDocumentBuildGeneration - 1,
+                                         Duration::zero());
   EXPECT_EQ(model_.clientDocument.snapshot.get(), before);
 }
 

@@ -4,8 +4,6 @@
 #include <gtest/gtest.h>
 
 #include "Application/EditorModel.h"
-#include "orvan/wire/JsonEncoder.h"
-#include "orvan/wire/URLComponents.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
@@ -13,6 +11,8 @@
 #include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
 #include "Support/StageBuilders.h"
+#include "orvan/wire/JsonEncoder.h"
+#include "orvan/wire/URLComponents.h"
 
 namespace orvan::editor {
 namespace {
@@ -115,7 +115,8 @@ TEST_F(HostedProjectFlowTest, ACompleteScopeLoadsStageAndWorkspacesSideBySideThe
   EXPECT_EQ(rootNames(), (std::vector<std::string>{"World"}));
   EXPECT_EQ(editor.revision.get(), 5u);
   EXPECT_EQ(editor.status.get(), "Loaded composed OpenUSD stage");
-  ASSERT_EQ(editor.server.remoteStageCache.size(), 1u) << "an answer with an ETag is kept for its scope";
+  ASSERT_EQ(editor.server.remoteStageCache.size(), 1u)
+      << "an answer with an ETag is kept for its scope";
 
   // The project follows 40 ms after the stage, and fills the asset list.
   answer("/api/project", httpResponse(200, projectBody("props/a.usda"), {{"ETag", "\"p1\""}}));
@@ -232,7 +233,8 @@ TEST_F(HostedProjectFlowTest, OnlyTheNewestStartupAttemptIsApplied) {
   http_.completeNext(httpResponse(200, R"({"root":"/srv","current":"","projects":[]})"));
   scheduler_.runUntilQuiet();
   EXPECT_TRUE(editor.startup.initialProjectResolved.get());
-  EXPECT_TRUE(editor.projects.showProjectBrowser.get()) << "no project with a scene: the browser opens";
+  EXPECT_TRUE(editor.projects.showProjectBrowser.get())
+      << "no project with a scene: the browser opens";
   EXPECT_FALSE(editor.startup.connectionIssue.get().has_value());
 }
 
@@ -285,7 +287,8 @@ TEST_F(HostedProjectFlowTest, StageFailuresKeepTheStageAndClassifyTheAnswer) {
     scheduler_.runUntilQuiet();
     EXPECT_THAT(editor.status.get(), HasSubstr("Refresh failed: "));
     ASSERT_TRUE(editor.startup.connectionIssue.get().has_value());
-    EXPECT_THAT(editor.startup.connectionIssue.get()->title + " " + editor.startup.connectionIssue.get()->message,
+    EXPECT_THAT(editor.startup.connectionIssue.get()->title + " " +
+                    editor.startup.connectionIssue.get()->message,
                 HasSubstr(failure.message));
     EXPECT_EQ(rootNames(), (std::vector<std::string>{"World"}));
     EXPECT_FALSE(editor.isStartupBlocking()) << "once the project answered, a failure is a banner";
@@ -299,7 +302,8 @@ TEST_F(HostedProjectFlowTest, StageFailuresKeepTheStageAndClassifyTheAnswer) {
   scheduler_.runUntilQuiet();
   ASSERT_TRUE(editor.startup.connectionIssue.get().has_value());
   EXPECT_EQ(editor.startup.connectionIssue.get()->code, "server_error");
-  EXPECT_EQ(editor.status.get(), "Refresh failed: " + editor.startup.connectionIssue.get()->message);
+  EXPECT_EQ(editor.status.get(),
+            "Refresh failed: " + editor.startup.connectionIssue.get()->message);
   EXPECT_EQ(rootNames(), (std::vector<std::string>{"World"}));
 
   // A transport failure, then a cancelled refresh: the second says nothing.

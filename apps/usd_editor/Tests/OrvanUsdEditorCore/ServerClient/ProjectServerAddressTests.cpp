@@ -3,13 +3,13 @@
 #include <gtest/gtest.h>
 
 #include "Application/EditorModel.h"
-#include "orvan/wire/URLComponents.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
 #include "ServerClient/HostedSceneReference.h"
 #include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
+#include "orvan/wire/URLComponents.h"
 
 namespace orvan::editor {
 namespace {
@@ -53,7 +53,8 @@ TEST_F(ProjectServerAddressTest, AHostedProjectUsesTheShortScopeItems) {
   configuration.scenePath = "/srv/projects/demo/Scenes/Main.usda";
   configuration.workspace = "feature";
   EditorModel& editor = model(configuration);
-  editor.scope.current.update([](SharedClientScope& place) { place.activeLayer = "layers/lights.usda"; });
+  editor.scope.current.update(
+      [](SharedClientScope& place) { place.activeLayer = "layers/lights.usda"; });
 
   const auto address = editor.server.projectServerAPIURL("/api/project");
   ASSERT_TRUE(address.has_value());
@@ -68,11 +69,11 @@ TEST_F(ProjectServerAddressTest, AHostedProjectUsesTheShortScopeItems) {
 
   // A caller's own items suppress the scope's, in every spelling.
   EXPECT_EQ(query(editor.server.projectServerAPIURL("/api/deep-link", {{"projectRoot", "/x"},
-                                                                {"scene", "a.usda"},
-                                                                {"ws", "main"},
-                                                                {"active_layer", ""},
-                                                                {"clientId", "c"},
-                                                                {"profileId", "p"}})),
+                                                                       {"scene", "a.usda"},
+                                                                       {"ws", "main"},
+                                                                       {"active_layer", ""},
+                                                                       {"clientId", "c"},
+                                                                       {"profileId", "p"}})),
             (std::vector<std::string>{"projectRoot=/x", "scene=a.usda", "ws=main",
                                       "active_layer=", "clientId=c", "profileId=p"}));
 }
@@ -93,7 +94,8 @@ TEST_F(ProjectServerAddressTest, WithoutAProjectIdTheLongPathFormIsUsed) {
     place.project = "proj-2";
     place.scene = "/elsewhere/scene.usda";
   });
-  EXPECT_EQ(query(editor.server.projectServerAPIURL("/api/stage"))[1], "scene=/elsewhere/scene.usda");
+  EXPECT_EQ(query(editor.server.projectServerAPIURL("/api/stage"))[1],
+            "scene=/elsewhere/scene.usda");
 
   editor.scope.current.update([](SharedClientScope& place) { place.server = "not a url"; });
   EXPECT_FALSE(editor.server.projectServerAPIURL("/api/stage").has_value());

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include "Support/StageBuilders.h"
 #include "orvan/wire/JsonDecoder.h"
 #include "orvan/wire/JsonEncoder.h"
 #include "orvan/wire/records/AccountRecords.h"
@@ -11,7 +12,6 @@
 #include "orvan/wire/records/HostedProjectRecords.h"
 #include "orvan/wire/records/ProjectResponse.h"
 #include "orvan/wire/records/WorkspaceRecords.h"
-#include "Support/StageBuilders.h"
 
 namespace orvan::editor {
 namespace {

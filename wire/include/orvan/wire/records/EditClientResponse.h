@@ -32,10 +32,9 @@ struct EditClientResponse {
   bool operator==(const EditClientResponse&) const = default;
   static auto jsonFields() {
     using T = EditClientResponse;
-    return std::tuple{json::required("accepted", &T::accepted),
-                      json::required("revision", &T::revision),
-                      json::required("message", &T::message),
-                      json::optional("createdPrims", &T::createdPrims)};
+    return std::tuple{
+        json::required("accepted", &T::accepted), json::required("revision", &T::revision),
+        json::required("message", &T::message), json::optional("createdPrims", &T::createdPrims)};
   }
 };
 

@@ -110,19 +110,20 @@ struct ComponentProperty {
   bool operator==(const ComponentProperty&) const = default;
   static auto jsonFields() {
     using T = ComponentProperty;
-    return std::tuple{json::required("name", &T::name),
-                      json::required("kind", &T::kind),
-                      json::required("value", &T::value),
-                      json::defaulted("overridden", &T::overridden, false),
-                      json::defaulted("overriddenInActiveLayer", &T::overriddenInActiveLayer, false),
-                      json::defaulted("overrideLayer", &T::overrideLayer, ""),
-                      json::defaulted("overrideLayerName", &T::overrideLayerName, ""),
-                      json::optional("control", &T::control),
-                      json::defaulted("options", &T::options, std::vector<ComponentPropertyOption>{}),
-                      json::optional("min", &T::min),
-                      json::optional("max", &T::max),
-                      json::optional("step", &T::step),
-                      json::optional("unit", &T::unit)};
+    return std::tuple{
+        json::required("name", &T::name),
+        json::required("kind", &T::kind),
+        json::required("value", &T::value),
+        json::defaulted("overridden", &T::overridden, false),
+        json::defaulted("overriddenInActiveLayer", &T::overriddenInActiveLayer, false),
+        json::defaulted("overrideLayer", &T::overrideLayer, ""),
+        json::defaulted("overrideLayerName", &T::overrideLayerName, ""),
+        json::optional("control", &T::control),
+        json::defaulted("options", &T::options, std::vector<ComponentPropertyOption>{}),
+        json::optional("min", &T::min),
+        json::optional("max", &T::max),
+        json::optional("step", &T::step),
+        json::optional("unit", &T::unit)};
   }
 };
 
@@ -135,8 +136,7 @@ struct UsdComponent {
   bool operator==(const UsdComponent&) const = default;
   static auto jsonFields() {
     using T = UsdComponent;
-    return std::tuple{json::required("type", &T::type),
-                      json::optional("label", &T::label),
+    return std::tuple{json::required("type", &T::type), json::optional("label", &T::label),
                       json::required("enabled", &T::enabled),
                       json::required("properties", &T::properties)};
   }
@@ -154,13 +154,14 @@ struct UsdAttribute {
   bool operator==(const UsdAttribute&) const = default;
   static auto jsonFields() {
     using T = UsdAttribute;
-    return std::tuple{json::required("name", &T::name),
-                      json::required("type", &T::type),
-                      json::required("value", &T::value),
-                      json::defaulted("overridden", &T::overridden, false),
-                      json::defaulted("overriddenInActiveLayer", &T::overriddenInActiveLayer, false),
-                      json::defaulted("overrideLayer", &T::overrideLayer, ""),
-                      json::defaulted("overrideLayerName", &T::overrideLayerName, "")};
+    return std::tuple{
+        json::required("name", &T::name),
+        json::required("type", &T::type),
+        json::required("value", &T::value),
+        json::defaulted("overridden", &T::overridden, false),
+        json::defaulted("overriddenInActiveLayer", &T::overriddenInActiveLayer, false),
+        json::defaulted("overrideLayer", &T::overrideLayer, ""),
+        json::defaulted("overrideLayerName", &T::overrideLayerName, "")};
   }
 };
 
@@ -284,12 +285,10 @@ struct StoreCatalogItem {
   bool operator==(const StoreCatalogItem&) const = default;
   static auto jsonFields() {
     using T = StoreCatalogItem;
-    return std::tuple{json::required("uri", &T::uri),
-                      json::required("name", &T::name),
-                      json::required("kind", &T::kind),
-                      json::required("description", &T::description),
-                      json::optional("source", &T::source),
-                      json::required("price", &T::price)};
+    return std::tuple{
+        json::required("uri", &T::uri),       json::required("name", &T::name),
+        json::required("kind", &T::kind),     json::required("description", &T::description),
+        json::optional("source", &T::source), json::required("price", &T::price)};
   }
 };
 
@@ -303,10 +302,8 @@ struct CartItem {
   bool operator==(const CartItem&) const = default;
   static auto jsonFields() {
     using T = CartItem;
-    return std::tuple{json::required("uri", &T::uri),
-                      json::required("name", &T::name),
-                      json::required("kind", &T::kind),
-                      json::required("price", &T::price),
+    return std::tuple{json::required("uri", &T::uri), json::required("name", &T::name),
+                      json::required("kind", &T::kind), json::required("price", &T::price),
                       json::required("usages", &T::usages)};
   }
 };
@@ -336,10 +333,8 @@ struct StageInspection {
                         false),
         json::defaulted("layers", &T::layers, std::vector<UsdLayerInfo>{}),
         // The flat list first: a writer that streams the stage learns from it what the tree needs.
-        json::required("prims", &T::prims),
-        json::required("rootPrims", &T::rootPrims),
-        json::required("catalog", &T::catalog),
-        json::required("assets", &T::assets),
+        json::required("prims", &T::prims), json::required("rootPrims", &T::rootPrims),
+        json::required("catalog", &T::catalog), json::required("assets", &T::assets),
         json::defaulted("storeCatalog", &T::storeCatalog, std::vector<StoreCatalogItem>{}),
         json::defaulted("cartItems", &T::cartItems, std::vector<CartItem>{})};
   }
