@@ -39,25 +39,6 @@ int hexValue(char c) {
   return -1;
 }
 
-// A '%' that does not start a valid escape stays as it is, as lenient readers do.
-std::string percentDecode(std::string_view text) {
-  std::string decoded;
-  decoded.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    if (text[i] == '%' && i + 2 < text.size()) {
-      const int high = hexValue(text[i + 1]);
-      const int low = hexValue(text[i + 2]);
-      if (high >= 0 && low >= 0) {
-        decoded += static_cast<char>(high * 16 + low);
-        i += 2;
-        continue;
-      }
-    }
-    decoded += text[i];
-  }
-  return decoded;
-}
-
 std::optional<std::string> getPart(CURLU* url, CURLUPart part) {
   char* value = nullptr;
   if (curl_url_get(url, part, &value, 0) != CURLUE_OK || value == nullptr)
@@ -71,7 +52,7 @@ std::optional<std::string> getDecodedPart(CURLU* url, CURLUPart part) {
   std::optional<std::string> raw = getPart(url, part);
   if (!raw)
     return std::nullopt;
-  return percentDecode(*raw);
+  return percentDecoded(*raw);
 }
 
 std::vector<URLQueryItem> splitQuery(std::string_view query) {
@@ -84,10 +65,10 @@ std::vector<URLQueryItem> splitQuery(std::string_view query) {
       continue;
     const std::size_t equals = item.find('=');
     if (equals == std::string_view::npos) {
-      items.push_back(URLQueryItem{percentDecode(item), std::nullopt});
+      items.push_back(URLQueryItem{percentDecoded(item), std::nullopt});
     } else {
-      items.push_back(URLQueryItem{percentDecode(item.substr(0, equals)),
-                                   percentDecode(item.substr(equals + 1))});
+      items.push_back(URLQueryItem{percentDecoded(item.substr(0, equals)),
+                                   percentDecoded(item.substr(equals + 1))});
     }
   }
   return items;
@@ -196,6 +177,28 @@ std::optional<std::string> URLComponents::build() const {
   if (!built || !parse(*built))
     return std::nullopt;
   return built;
+}
+
+std::string percentDecoded(std::string_view text, bool plusIsBlank) {
+  std::string decoded;
+  decoded.reserve(text.size());
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    if (plusIsBlank && text[i] == '+') {
+      decoded += ' ';
+      continue;
+    }
+    if (text[i] == '%' && i + 2 < text.size()) {
+      const int high = hexValue(text[i + 1]);
+      const int low = hexValue(text[i + 2]);
+      if (high >= 0 && low >= 0) {
+        decoded += static_cast<char>(high * 16 + low);
+        i += 2;
+        continue;
+      }
+    }
+    decoded += text[i];
+  }
+  return decoded;
 }
 
 }  // namespace orvan::editor

@@ -23,6 +23,7 @@
 #include <httplib.h>
 
 #include "orvan/wire/JsonEncoder.h"
+#include "orvan/wire/URLComponents.h"
 #include "orvan/wire/records/ErrorEnvelope.h"
 
 namespace orvan::engine {
@@ -34,36 +35,6 @@ bool holdsNul(std::string_view text) {
   return text.find('\0') != std::string_view::npos;
 }
 
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9')
-    return c - '0';
-  if (c >= 'a' && c <= 'f')
-    return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F')
-    return c - 'A' + 10;
-  return -1;
-}
-
-// One name or value of an url-encoded form: "+" is a blank, "%XX" a byte. A broken escape stays
-// as it is.
-std::string formDecoded(std::string_view text) {
-  std::string out;
-  out.reserve(text.size());
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const char c = text[i];
-    if (c == '+') {
-      out += ' ';
-    } else if (c == '%' && i + 2 < text.size() && hexDigit(text[i + 1]) >= 0 &&
-               hexDigit(text[i + 2]) >= 0) {
-      out += static_cast<char>(hexDigit(text[i + 1]) * 16 + hexDigit(text[i + 2]));
-      i += 2;
-    } else {
-      out += c;
-    }
-  }
-  return out;
-}
-
 std::multimap<std::string, std::string> formItems(std::string_view body) {
   std::multimap<std::string, std::string> items;
   while (!body.empty()) {
@@ -71,9 +42,10 @@ std::multimap<std::string, std::string> formItems(std::string_view body) {
     const std::string_view pair = body.substr(0, amp);
     const std::size_t eq = pair.find('=');
     if (!pair.empty())
-      items.emplace(formDecoded(pair.substr(0, eq)), eq == std::string_view::npos
-                                                         ? std::string()
-                                                         : formDecoded(pair.substr(eq + 1)));
+      items.emplace(editor::percentDecoded(pair.substr(0, eq), true),
+                    eq == std::string_view::npos
+                        ? std::string()
+                        : editor::percentDecoded(pair.substr(eq + 1), true));
     if (amp == std::string_view::npos)
       break;
     body.remove_prefix(amp + 1);

@@ -46,6 +46,10 @@ TEST(URLComponentsTest, OddQueryItemsDecodeInOrder) {
   ASSERT_TRUE(unicode);
   EXPECT_THAT(unicode->queryItems,
               ElementsAre(item("escaped", "café"), item("raw", "café"), item("bad", "%zz%4")));
+
+  // A form body reads "+" as a blank; a query item keeps it (above).
+  EXPECT_EQ(percentDecoded("pass+word%2B1%zz", true), "pass word+1%zz");
+  EXPECT_EQ(percentDecoded("pass+word%2B1%zz"), "pass+word+1%zz");
 }
 
 TEST(URLComponentsTest, BuildEscapesWhatWouldChangeTheMeaning) {

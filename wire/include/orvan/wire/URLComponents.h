@@ -20,6 +20,10 @@ struct URLQueryItem {
 // written as "%XX"; with nothing kept, fit to stand as one segment of a path.
 std::string percentEncoded(std::string_view text, std::string_view keep = {});
 
+// `text` with its "%XX" escapes decoded; a '%' that starts no valid escape stays as it is. In a
+// form body (`plusIsBlank`), "+" stands for a blank.
+std::string percentDecoded(std::string_view text, bool plusIsBlank = false);
+
 // The parts of an absolute URL, as plain text: `parse` takes a URL apart and decodes its
 // percent-escapes, `build` puts the parts back together and escapes what needs it. Taking a URL
 // apart, changing its path or query and building it again keeps everything else as it was.
