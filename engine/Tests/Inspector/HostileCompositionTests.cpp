@@ -84,7 +84,7 @@ TEST(HostileComposition, ArcCyclesOfEveryKindAndThroughAncestorsAreProblemsAtThe
   for (const Case& c :
        {Case{"/Ref/Child", "cycles.usda:3:26:", "reference to '</Ref>'"},
         Case{"/Inh/Child", "cycles.usda:4:26:", "inherit arc to </Inh>"},
-        Case{"/Spec/Child", "cycles.usda:5:27:", "specialize arc to </Spec>"},
+        Case{"/Special/Child", "cycles.usda:5:30:", "specialize arc to </Special>"},
         Case{"/Pay/Child", "cycles.usda:6:26:", "payload to '</Pay>'"},
         Case{"/Deep/Mid/Child", "cycles.usda:7:39:", "reference to '</Deep>'"},
         Case{"/Self", "cycles.usda:8:13:", "reference to '</Self>'"},
