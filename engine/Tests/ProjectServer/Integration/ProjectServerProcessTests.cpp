@@ -104,6 +104,17 @@ class ServerProcess {
   int out_ = -1;
 };
 
+// Runs a shell command to its end: its exit status (-1 when it did not exit) and what it printed.
+std::pair<int, std::string> runCommand(const std::string& command) {
+  FILE* pipe = ::popen(command.c_str(), "r");
+  std::string out;
+  char buffer[4096];
+  for (std::size_t n; pipe && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
+    out.append(buffer, n);
+  const int status = pipe ? ::pclose(pipe) : -1;
+  return std::pair(WIFEXITED(status) ? WEXITSTATUS(status) : -1, out);
+}
+
 TEST(ProjectServerProcessTest, SaysWhereItListensServesTheDemoAndStopsOnSigterm) {
   ServerProcess server({"--project", ORVAN_DEMO_DIR, "--port", "0"});
   const std::string line = server.firstLine();
@@ -129,13 +140,7 @@ TEST(ProjectServerProcessTest, SaysWhereItListensServesTheDemoAndStopsOnSigterm)
 TEST(ProjectServerProcessTest, AWrongCommandLineExits2AndAMissingProjectExits1) {
   const auto run = [](const std::string& arguments) {
     const std::string command = kServer + " " + arguments + " 2>&1";
-    FILE* pipe = ::popen(command.c_str(), "r");
-    std::string out;
-    char buffer[4096];
-    for (std::size_t n; pipe && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-      out.append(buffer, n);
-    const int status = pipe ? ::pclose(pipe) : -1;
-    return std::pair(WIFEXITED(status) ? WEXITSTATUS(status) : -1, out);
+    return runCommand(command);
   };
   const auto [usageStatus, usage] = run("--port 1");
   EXPECT_EQ(usageStatus, 2);
@@ -215,13 +220,7 @@ TEST(ProjectServerProcessTest, TakesItsTokenFromAFileOrTheEnvironmentAndManagesS
 
   const auto sessions = [&](const std::string& arguments) {
     const std::string command = kServer + " sessions " + arguments + " --state-dir " + state.path();
-    FILE* pipe = ::popen(command.c_str(), "r");
-    std::string out;
-    char buffer[4096];
-    for (std::size_t n; pipe && (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;)
-      out.append(buffer, n);
-    const int status = pipe ? ::pclose(pipe) : -1;
-    return std::pair(WIFEXITED(status) ? WEXITSTATUS(status) : -1, out);
+    return runCommand(command);
   };
   const auto [listStatus, listed] = sessions("list");
   EXPECT_EQ(listStatus, 0);

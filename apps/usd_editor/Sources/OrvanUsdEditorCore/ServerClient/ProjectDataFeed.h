@@ -32,7 +32,7 @@ class ProjectDataFeed {
   struct Context {
     MainExecutor& main;
     BackgroundExecutor& background;
-    EditorScope& scope;
+    const EditorScope& scope;
     StartupState& startup;
     ServerSession& server;
     Observable<std::string>& status;
