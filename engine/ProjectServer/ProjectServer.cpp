@@ -12,6 +12,7 @@
 #include <deque>
 #include <exception>
 #include <mutex>
+#include <utility>
 #include <vector>
 
 #include <netdb.h>
@@ -60,6 +61,8 @@ ApiRequest apiRequest(const httplib::Request& in) {
       in.get_header_value("Content-Type").starts_with("application/x-www-form-urlencoded")) {
     request.form = formItems(in.body);
   }
+  if (in.method == "POST" && in.get_header_value("Content-Type").starts_with("application/json"))
+    request.body = in.body;
   request.authorization = in.get_header_value("Authorization");
   request.ifNoneMatch = in.get_header_value("If-None-Match");
   request.malformed = holdsNul(request.path);
@@ -104,6 +107,26 @@ void send(ApiAnswer answer, httplib::Response& out) {
   }
   if (answer.status == 304)
     return;
+  if (answer.stream) {
+    // Sent as it comes, chunk by chunk, until the stream ends or the client goes away (a write
+    // that fails ends the provider, and with it the connection).
+    out.set_chunked_content_provider(
+        answer.contentType,
+        [stream = answer.stream, head = std::make_shared<std::string>(std::move(answer.body))](
+            std::size_t, httplib::DataSink& sink) {
+          if (!head->empty()) {
+            const std::string first = std::exchange(*head, std::string());
+            return sink.write(first.data(), first.size());
+          }
+          std::optional<std::string> piece = stream->next();
+          if (!piece) {
+            sink.done();
+            return true;
+          }
+          return sink.write(piece->data(), piece->size());
+        });
+    return;
+  }
   if (!answer.sharedPart) {
     out.set_header("Content-Type", answer.contentType);
     out.body = std::move(answer.body);
@@ -218,7 +241,7 @@ class ElasticTaskQueue final : public httplib::TaskQueue {
 // body any endpoint takes, within a minute. The library reads a header line to its end before it
 // looks at its length, so without a bound a client could fill the memory with one endless line,
 // or hold a thread forever by sending a byte now and then.
-constexpr std::size_t kRequestBytes = 64 * 1024 + 1024 * 1024 + 8 * 1024;
+constexpr std::size_t kRequestBytes = 64 * 1024 + 32 * 1024 * 1024 + 8 * 1024;
 constexpr std::chrono::seconds kRequestDeadline{60};
 
 // A connection's socket as the library reads and writes it, with a buffer that outlives each
@@ -376,7 +399,7 @@ ProjectServer::ProjectServer(ProjectServerApi& api, ServerLimits limits)
   http_->set_keep_alive_max_count(limits.keepAliveRequests);
   http_->set_keep_alive_timeout(limits.keepAliveTimeout.count());
   // What admit() lets through is within its endpoint's limit; this bounds the rest.
-  http_->set_payload_max_length(bodyLimit("/api/"));
+  http_->set_payload_max_length(bodyLimit("/api/edit"));
   http_->set_pre_routing_handler([this](const httplib::Request& in, httplib::Response& out) {
     const BodyHead body = bodyHead(in);
     std::optional<ApiAnswer> refusal = api_.admit(apiRequest(in), body);
@@ -459,6 +482,8 @@ bool ProjectServer::running() const {
 }
 
 void ProjectServer::stop() {
+  // Open change streams would hold their connections until their next heartbeat.
+  api_.closeStreams();
   http_->stop();
   if (thread_.joinable())
     thread_.join();

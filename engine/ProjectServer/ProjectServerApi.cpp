@@ -10,6 +10,7 @@
 #include "ProjectServer/Credentials.h"
 #include "ProjectServer/Digest.h"
 #include "ProjectServer/ProjectAssets.h"
+#include "orvan/wire/JsonDecoder.h"
 #include "orvan/wire/JsonEncoder.h"
 #include "orvan/wire/Text.h"
 #include "orvan/wire/URLComponents.h"
@@ -17,6 +18,7 @@
 #include "orvan/wire/records/ErrorEnvelope.h"
 #include "orvan/wire/records/HostedProjectRecords.h"
 #include "orvan/wire/records/ProjectResponse.h"
+#include "orvan/wire/records/ToolClientLine.h"
 #include "orvan/wire/records/WorkspaceRecords.h"
 
 namespace orvan::engine {
@@ -172,11 +174,19 @@ struct Scope {
   std::string absoluteScene() const { return project->absoluteScene(scene).string(); }
 };
 
-ApiResult<Scope> resolveScope(const std::vector<ProjectFolder>& projects,
-                              const ApiRequest& request) {
+// The items that name a scope, from a request's query or from a JSON body.
+struct ScopeItems {
+  std::string id = {};
+  std::string root = {};
+  std::string scene = {};
+  std::string workspace = {};
+  std::string activeLayer = {};
+};
+
+ApiResult<Scope> resolveScope(const std::vector<ProjectFolder>& projects, const ScopeItems& items) {
   Scope scope{.project = &projects.front()};
-  const std::string id = queryItem(request, {"p", "projectId"});
-  const std::string root = queryItem(request, {"projectRoot"});
+  const std::string& id = items.id;
+  const std::string& root = items.root;
   if (!id.empty() || !root.empty()) {
     const auto found = std::find_if(projects.begin(), projects.end(), [&](const auto& project) {
       return id.empty() ? isProjectRoot(project, root) : project.id == id;
@@ -193,7 +203,7 @@ ApiResult<Scope> resolveScope(const std::vector<ProjectFolder>& projects,
     scope.project = &*found;
   }
 
-  const std::string scene = queryItem(request, {"s", "scene"});
+  const std::string& scene = items.scene;
   if (scene.empty()) {
     scope.scene = scope.project->mainScene;
   } else if (std::optional<std::string> resolved = resolveProjectScene(*scope.project, scene)) {
@@ -205,15 +215,65 @@ ApiResult<Scope> resolveScope(const std::vector<ProjectFolder>& projects,
         .message = "The project '" + scope.project->id + "' has no scene '" + scene + "'"};
   }
 
-  const std::string workspace = queryItem(request, {"w", "ws", "workspace"});
+  const std::string& workspace = items.workspace;
   if (!workspace.empty() && workspace != kMainWorkspace) {
     return ApiError{.status = 404,
                     .code = "workspace_not_found",
                     .message = "The project '" + scope.project->id + "' has no workspace '" +
                                workspace + "'; only \"main\" exists"};
   }
-  scope.activeLayer = queryItem(request, {"activeLayer", "active_layer"});
+  scope.activeLayer = items.activeLayer;
   return scope;
+}
+
+ApiResult<Scope> resolveScope(const std::vector<ProjectFolder>& projects,
+                              const ApiRequest& request) {
+  return resolveScope(
+      projects, ScopeItems{.id = queryItem(request, {"p", "projectId"}),
+                           .root = queryItem(request, {"projectRoot"}),
+                           .scene = queryItem(request, {"s", "scene"}),
+                           .workspace = queryItem(request, {"w", "ws", "workspace"}),
+                           .activeLayer = queryItem(request, {"activeLayer", "active_layer"})});
+}
+
+FeedScope feedScope(const Scope& scope) {
+  return FeedScope{
+      .project = scope.project->id, .scene = scope.scene, .workspace = std::string(kMainWorkspace)};
+}
+
+// One watcher's stream: the lines of its subscription as they come, and a heartbeat whenever
+// nothing came for an interval, so that both ends notice a dead peer within seconds.
+class WatchStream final : public AnswerStream {
+ public:
+  WatchStream(std::shared_ptr<ChangeFeed::Subscription> subscription,
+              std::chrono::milliseconds interval, std::function<std::uint64_t()> revision)
+      : subscription_(std::move(subscription)),
+        interval_(interval),
+        revision_(std::move(revision)) {}
+
+  std::optional<std::string> next() override {
+    if (std::optional<std::string> line = subscription_->next(interval_))
+      return *line + '\n';
+    if (subscription_->closed())
+      return std::nullopt;
+    return R"({"type":"heartbeat","revision":)" + std::to_string(revision_()) + "}\n";
+  }
+
+ private:
+  const std::shared_ptr<ChangeFeed::Subscription> subscription_;
+  const std::chrono::milliseconds interval_;
+  const std::function<std::uint64_t()> revision_;
+};
+
+template <class T>
+ApiResult<T> decodeBody(const ApiRequest& request) {
+  editor::Result<T> decoded = editor::decodeJson<T>(request.body);
+  if (!decoded.ok()) {
+    return ApiError{.status = 400,
+                    .code = "bad_request",
+                    .message = "The request body is not usable: " + decoded.error().description};
+  }
+  return std::move(*decoded);
 }
 
 // The folder that holds every hosted project.
@@ -234,11 +294,16 @@ std::string commonRoot(const std::vector<ProjectFolder>& projects) {
 }  // namespace
 
 ProjectServerApi::ProjectServerApi(std::vector<ProjectFolder> projects, ApiOptions options)
-    : projects_(std::move(projects)), options_(std::move(options)), stages_(options_.stages) {}
+    : projects_(std::move(projects)),
+      options_(std::move(options)),
+      stages_(options_.stages),
+      presence_(options_.presenceLifetime) {}
 
 std::uint64_t bodyLimit(const std::string& path) {
   if (path == "/auth/native/start")
     return 8 * 1024;
+  if (path == "/api/edit")
+    return 32 * 1024 * 1024;
   if (path.starts_with("/api/"))
     return 1024 * 1024;
   return 0;
@@ -280,7 +345,20 @@ ApiAnswer ProjectServerApi::handle(const ApiRequest& request) {
       {"/api/workspaces", &ProjectServerApi::workspacesEndpoint},
       {"/api/me", &ProjectServerApi::meEndpoint},
       {"/api/deep-link", &ProjectServerApi::deepLinkEndpoint},
+      {"/api/watch", &ProjectServerApi::watchEndpoint},
   };
+  static const std::map<std::string, Endpoint, std::less<>> kPostEndpoints{
+      {"/api/presence", &ProjectServerApi::presenceEndpoint},
+  };
+  if (const auto posted = kPostEndpoints.find(path); posted != kPostEndpoints.end()) {
+    if (request.method == "POST")
+      return (this->*posted->second)(request);
+    ApiAnswer answer = errorAnswer({.status = 405,
+                                    .code = "method_not_allowed",
+                                    .message = request.method + " is not served at " + path});
+    answer.allow = "POST";
+    return answer;
+  }
   const auto endpoint = kEndpoints.find(path);
   if (endpoint == kEndpoints.end())
     return errorAnswer({.status = 404, .code = "not_found", .message = "No endpoint at " + path});
@@ -388,6 +466,53 @@ ApiAnswer ProjectServerApi::workspacesEndpoint(const ApiRequest& request) {
       .workspace = std::string(kMainWorkspace),
       .workspaces = std::vector{mainWorkspace()}};
   return ApiAnswer{.body = encodeJson(response)};
+}
+
+ApiAnswer ProjectServerApi::watchEndpoint(const ApiRequest& request) {
+  ApiResult<Scope> scope = resolveScope(projects_, request);
+  if (!scope.ok())
+    return errorAnswer(scope.error());
+  const FeedScope watched = feedScope(*scope);
+  const auto revision = [this] { return stages_.revision(); };
+  // The watcher learns where it stands, then who else is here, then everything that follows.
+  std::vector<std::string> opening{
+      encodeJson(editor::ToolClientLine{.type = "hello",
+                                        .revision = revision(),
+                                        .scene = watched.scene,
+                                        .workspace = watched.workspace})};
+  for (const Presence& presence : presence_.live(watched))
+    opening.push_back(selectionLine(presence));
+  auto subscription = feed_.subscribe(watched, std::move(opening));
+  return ApiAnswer{.contentType = "application/x-ndjson",
+                   .stream = std::make_shared<WatchStream>(std::move(subscription),
+                                                           options_.heartbeatInterval, revision)};
+}
+
+ApiAnswer ProjectServerApi::presenceEndpoint(const ApiRequest& request) {
+  ApiResult<PresenceRequest> body = decodeBody<PresenceRequest>(request);
+  if (!body.ok())
+    return errorAnswer(body.error());
+  if (editor::isBlank(body->clientId)) {
+    return errorAnswer(
+        {.status = 400, .code = "bad_request", .message = "A presence needs a clientId"});
+  }
+  ApiResult<Scope> scope =
+      resolveScope(projects_, ScopeItems{.id = body->project.value_or(""),
+                                         .scene = body->scene.value_or(""),
+                                         .workspace = body->workspace.value_or("")});
+  if (!scope.ok())
+    return errorAnswer(scope.error());
+  Presence presence{.scope = feedScope(*scope),
+                    .clientId = body->clientId,
+                    .displayName = body->displayName.value_or(""),
+                    .color = body->color.value_or(""),
+                    .activeLayer = body->activeLayer.value_or(""),
+                    .selectedPaths = body->selectedPaths.value_or(std::vector<std::string>{})};
+  const std::string line = selectionLine(presence);
+  const FeedScope where = presence.scope;
+  presence_.publish(std::move(presence));
+  feed_.publish(where, line);
+  return ApiAnswer{.body = R"({"ok":true})"};
 }
 
 ApiAnswer ProjectServerApi::meEndpoint(const ApiRequest& request) {

@@ -11,6 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "ProjectServer/ChangeFeed.h"
+#include "ProjectServer/PresenceBoard.h"
 #include "ProjectServer/ProjectAssets.h"
 #include "ProjectServer/ProjectFolder.h"
 #include "ProjectServer/SessionStore.h"
@@ -27,7 +29,17 @@ struct ApiRequest {
   std::multimap<std::string, std::string> form = {};  // an url-encoded form body
   std::string authorization = {};                     // the `Authorization` header, "" when absent
   std::string ifNoneMatch = {};                       // the `If-None-Match` header, "" when absent
+  std::string body = {};                              // a JSON body as sent, "" for none
   bool malformed = false;                             // the path or an item holds a NUL byte
+};
+
+// An answer that goes on for as long as the client listens (the change stream): each call of
+// `next` gives the next piece to send, waiting for it as long as it needs to; nothing ends the
+// answer.
+class AnswerStream {
+ public:
+  virtual ~AnswerStream() = default;
+  virtual std::optional<std::string> next() = 0;
 };
 
 // What goes back: a status, a body (JSON unless `contentType` says otherwise; empty for 304)
@@ -44,6 +56,8 @@ struct ApiAnswer {
   std::shared_ptr<const std::string> sharedPart = {};
   std::string tail = {};
   bool page = false;  // a page for the browser: never cached, never framed
+  // When set, the body is this stream, sent in chunks after `body` (which may be empty).
+  std::shared_ptr<AnswerStream> stream = {};
 };
 
 // What the head of a request says about its body, before any of it is read.
@@ -67,10 +81,15 @@ struct ApiOptions {
   // The display name of the local user that GET /api/me reports.
   std::string userName = "local";
   StageCacheOptions stages = {};
+  // How often a watcher hears that the server is still there when nothing else happens.
+  std::chrono::milliseconds heartbeatInterval = std::chrono::seconds(2);
+  // How long a client's published selection stays without a new one.
+  std::chrono::milliseconds presenceLifetime = std::chrono::seconds(10);
 };
 
-// The largest body each endpoint takes, in bytes: the sign-in form 8 KiB, other API calls 1 MiB
-// (JSON requests; uploads are not served), anything else nothing.
+// The largest body each endpoint takes, in bytes: the sign-in form 8 KiB, an edit 32 MiB (a batch
+// of operations may carry large values), other API calls 1 MiB (JSON requests; uploads are not
+// served), anything else nothing.
 std::uint64_t bodyLimit(const std::string& path);
 
 // The project server's endpoints over the hosted projects. Every call is answered on its own and
@@ -89,6 +108,9 @@ class ProjectServerApi {
   std::optional<ApiAnswer> admit(const ApiRequest& head, const BodyHead& body);
 
   const std::vector<ProjectFolder>& projects() const { return projects_; }
+  // Ends every open change stream (the server is stopping).
+  void closeStreams() { feed_.closeAll(); }
+  ChangeFeed& feed() { return feed_; }
   // How the server names itself in sign-in callbacks; set before the server takes requests.
   void setPublicURL(std::string url) { options_.publicURL = std::move(url); }
 
@@ -99,6 +121,8 @@ class ProjectServerApi {
   ApiAnswer workspacesEndpoint(const ApiRequest& request);
   ApiAnswer meEndpoint(const ApiRequest& request);
   ApiAnswer deepLinkEndpoint(const ApiRequest& request);
+  ApiAnswer watchEndpoint(const ApiRequest& request);
+  ApiAnswer presenceEndpoint(const ApiRequest& request);
   ApiAnswer signInEndpoint(const ApiRequest& request);
   ApiAnswer signInRedirect(const ApiRequest& request, const std::string& token);
 
@@ -124,6 +148,8 @@ class ProjectServerApi {
   std::map<std::string, ProjectListing> listings_;
   std::mutex signInMutex_;
   std::deque<std::chrono::steady_clock::time_point> failedSignIns_;
+  ChangeFeed feed_;
+  PresenceBoard presence_;
 };
 
 }  // namespace orvan::engine
