@@ -1,6 +1,8 @@
 #include "ProjectServer/ProjectServerApi.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <filesystem>
 #include <initializer_list>
 #include <optional>
 #include <stdexcept>
@@ -349,6 +351,7 @@ ApiAnswer ProjectServerApi::handle(const ApiRequest& request) {
   };
   static const std::map<std::string, Endpoint, std::less<>> kPostEndpoints{
       {"/api/presence", &ProjectServerApi::presenceEndpoint},
+      {"/api/edit", &ProjectServerApi::editEndpoint},
   };
   if (const auto posted = kPostEndpoints.find(path); posted != kPostEndpoints.end()) {
     if (request.method == "POST")
@@ -436,9 +439,19 @@ ApiAnswer ProjectServerApi::stageEndpoint(const ApiRequest& request) {
   ApiResult<Scope> scope = resolveScope(projects_, request);
   if (!scope.ok())
     return errorAnswer(scope.error());
-  // A layer of the scene is read only from inside its project's folder.
-  const StageCache::Lookup found =
-      stages_.stage(scope->absoluteScene(), scope->activeLayer, scope->project->rootPath());
+  // An editable project answers from the scenes it holds in memory, which are ahead of the files
+  // by up to a write-back; a project that is only read answers from the files.
+  StageCache::Lookup found;
+  if (LiveWorkspace* workspace = liveWorkspace(*scope->project)) {
+    LiveStage live = workspace->stage(scope->scene, scope->activeLayer);
+    if (!live.stage) {
+      return errorAnswer({.status = 422, .code = "scene_invalid", .message = live.failure});
+    }
+    found = StageCache::Lookup{.stage = std::move(live.stage), .revision = live.revision};
+  } else {
+    // A layer of the scene is read only from inside its project's folder.
+    found = stages_.stage(scope->absoluteScene(), scope->activeLayer, scope->project->rootPath());
+  }
   if (!found.stage) {
     return errorAnswer(
         {.status = 422,
@@ -462,7 +475,7 @@ ApiAnswer ProjectServerApi::workspacesEndpoint(const ApiRequest& request) {
     return errorAnswer(scope.error());
   const editor::ProjectWorkspaceCatalogResponse response{
       .accepted = true,
-      .revision = stages_.revision(),
+      .revision = revisionOf(*scope->project),
       .workspace = std::string(kMainWorkspace),
       .workspaces = std::vector{mainWorkspace()}};
   return ApiAnswer{.body = encodeJson(response)};
@@ -473,7 +486,8 @@ ApiAnswer ProjectServerApi::watchEndpoint(const ApiRequest& request) {
   if (!scope.ok())
     return errorAnswer(scope.error());
   const FeedScope watched = feedScope(*scope);
-  const auto revision = [this] { return stages_.revision(); };
+  const ProjectFolder& project = *scope->project;
+  const auto revision = [this, &project] { return revisionOf(project); };
   // The watcher learns where it stands, then who else is here, then everything that follows.
   std::vector<std::string> opening{
       encodeJson(editor::ToolClientLine{.type = "hello",
@@ -513,6 +527,87 @@ ApiAnswer ProjectServerApi::presenceEndpoint(const ApiRequest& request) {
   presence_.publish(std::move(presence));
   feed_.publish(where, line);
   return ApiAnswer{.body = R"({"ok":true})"};
+}
+
+ApiAnswer ProjectServerApi::editEndpoint(const ApiRequest& request) {
+  auto decoded = decodeEditRequest(request.body);
+  if (auto* malformed = std::get_if<std::string>(&decoded))
+    return errorAnswer({.status = 400, .code = "bad_request", .message = *malformed});
+  const EditRequest& edit = std::get<EditRequest>(decoded);
+  ApiResult<Scope> scope = resolveScope(projects_, ScopeItems{.id = edit.project,
+                                                              .scene = edit.scene,
+                                                              .workspace = edit.workspace,
+                                                              .activeLayer = edit.activeLayer});
+  if (!scope.ok())
+    return errorAnswer(scope.error());
+  if (!options_.editing) {
+    return errorAnswer({.status = 403,
+                        .code = "read_only",
+                        .message = "This project server only reads; it takes no edits"});
+  }
+  std::string failure;
+  LiveWorkspace* workspace = liveWorkspace(*scope->project, &failure);
+  if (!workspace)
+    return errorAnswer({.status = 503, .code = "store_unavailable", .message = failure});
+  return ApiAnswer{.body = encodeJson(workspace->edit(edit, scope->scene))};
+}
+
+LiveWorkspace* ProjectServerApi::liveWorkspace(const ProjectFolder& project, std::string* failure) {
+  if (!options_.editing)
+    return nullptr;
+  const std::lock_guard lock(workspacesMutex_);
+  OpenedWorkspace& opened = workspaces_[project.id];
+  if (!opened.workspace && opened.failure.empty()) {
+    auto workspace = LiveWorkspace::open(
+        project, feed_,
+        LiveWorkspaceOptions{.limits = options_.stages.limits, .writeDelay = options_.writeDelay});
+    if (workspace.ok())
+      opened.workspace = std::move(*workspace);
+    else
+      opened.failure = workspace.error();
+  }
+  if (failure)
+    *failure = opened.failure;
+  return opened.workspace.get();
+}
+
+std::uint64_t ProjectServerApi::revisionOf(const ProjectFolder& project) {
+  if (LiveWorkspace* workspace = liveWorkspace(project))
+    return workspace->revision();
+  return stages_.revision();
+}
+
+void ProjectServerApi::lookForExternalChanges() {
+  std::vector<LiveWorkspace*> open;
+  {
+    const std::lock_guard lock(workspacesMutex_);
+    for (auto& [id, opened] : workspaces_) {
+      if (opened.workspace)
+        open.push_back(opened.workspace.get());
+    }
+  }
+  for (LiveWorkspace* workspace : open)
+    workspace->lookForExternalChanges();
+}
+
+void ProjectServerApi::recoverWorkspaces() {
+  for (const ProjectFolder& project : projects_) {
+    if (!std::filesystem::exists(project.root / LiveWorkspaceOptions{}.storePath))
+      continue;
+    std::string failure;
+    if (!liveWorkspace(project, &failure)) {
+      std::fprintf(stderr, "orvan_project_server: the project '%s' is only read: %s\n",
+                   project.id.c_str(), failure.c_str());
+    }
+  }
+}
+
+void ProjectServerApi::flushWorkspaces() {
+  const std::lock_guard lock(workspacesMutex_);
+  for (auto& [id, opened] : workspaces_) {
+    if (opened.workspace)
+      (void)opened.workspace->flush();
+  }
 }
 
 ApiAnswer ProjectServerApi::meEndpoint(const ApiRequest& request) {

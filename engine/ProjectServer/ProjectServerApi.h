@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "ProjectServer/ChangeFeed.h"
+#include "ProjectServer/LiveWorkspace.h"
 #include "ProjectServer/PresenceBoard.h"
 #include "ProjectServer/ProjectAssets.h"
 #include "ProjectServer/ProjectFolder.h"
@@ -83,6 +84,10 @@ struct ApiOptions {
   StageCacheOptions stages = {};
   // How often a watcher hears that the server is still there when nothing else happens.
   std::chrono::milliseconds heartbeatInterval = std::chrono::seconds(2);
+  // Whether scenes may be edited (POST /api/edit); off, the server only reads.
+  bool editing = true;
+  // How soon after an edit its layer files are written back, at the most often.
+  std::chrono::milliseconds writeDelay{250};
   // How long a client's published selection stays without a new one.
   std::chrono::milliseconds presenceLifetime = std::chrono::seconds(10);
 };
@@ -111,6 +116,15 @@ class ProjectServerApi {
   // Ends every open change stream (the server is stopping).
   void closeStreams() { feed_.closeAll(); }
   ChangeFeed& feed() { return feed_; }
+  // Looks at the live files of every open workspace for changes by other programs; the server
+  // calls it about once a second.
+  void lookForExternalChanges();
+  // Opens the workspaces of every project that has a history store already, which brings their
+  // files up to the last accepted edit when the server stopped without writing them (a crash).
+  // What could not be opened is said on standard error; those projects are then only read.
+  void recoverWorkspaces();
+  // Writes back every pending edit now (the server is stopping).
+  void flushWorkspaces();
   // How the server names itself in sign-in callbacks; set before the server takes requests.
   void setPublicURL(std::string url) { options_.publicURL = std::move(url); }
 
@@ -123,6 +137,11 @@ class ProjectServerApi {
   ApiAnswer deepLinkEndpoint(const ApiRequest& request);
   ApiAnswer watchEndpoint(const ApiRequest& request);
   ApiAnswer presenceEndpoint(const ApiRequest& request);
+  ApiAnswer editEndpoint(const ApiRequest& request);
+  // The project's main workspace as the server edits it, opened on first use; null with the
+  // reason when its store cannot be opened (a read-only folder: the project is then only read).
+  LiveWorkspace* liveWorkspace(const ProjectFolder& project, std::string* failure = nullptr);
+  std::uint64_t revisionOf(const ProjectFolder& project);
   ApiAnswer signInEndpoint(const ApiRequest& request);
   ApiAnswer signInRedirect(const ApiRequest& request, const std::string& token);
 
@@ -150,6 +169,12 @@ class ProjectServerApi {
   std::deque<std::chrono::steady_clock::time_point> failedSignIns_;
   ChangeFeed feed_;
   PresenceBoard presence_;
+  std::mutex workspacesMutex_;
+  struct OpenedWorkspace {
+    std::unique_ptr<LiveWorkspace> workspace = {};
+    std::string failure = {};
+  };
+  std::map<std::string, OpenedWorkspace> workspaces_;  // by project id
 };
 
 }  // namespace orvan::engine

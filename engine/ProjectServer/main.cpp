@@ -168,6 +168,8 @@ int main(int argc, char** argv) {
                                     .userName = localUserName(),
                                     .stages = {.limits = line->limits}};
   orvan::engine::ProjectServerApi api(std::move(projects), std::move(options));
+  // A server that was killed may have accepted edits its files do not hold yet.
+  api.recoverWorkspaces();
   orvan::engine::ProjectServer server(api);
   const auto port = server.bind(line->host, line->port);
   if (!port.ok())
@@ -184,13 +186,17 @@ int main(int argc, char** argv) {
   std::printf("listening on %s\n", address.c_str());
   std::fflush(stdout);
 
-  // Wake now and then to notice a server that ended by itself.
+  // Wake every second to notice a server that ended by itself, and to look at the live files
+  // for changes by other programs.
   const timespec poll{.tv_sec = 1, .tv_nsec = 0};
   while (server.running()) {
     if (sigtimedwait(&stopSignals, nullptr, &poll) > 0) {
       stopWithin(server, kStopGrace);
+      // Accepted edits are in the store already; this only spares the next start a replay.
+      api.flushWorkspaces();
       return 0;
     }
+    api.lookForExternalChanges();
   }
   server.stop();
   return fail("the server stopped unexpectedly");

@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -25,8 +27,11 @@
 
 #include <httplib.h>
 
+#include "UsdText/LayerReader.h"
 #include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/records/EditClientResponse.h"
 #include "orvan/wire/records/HostedProjectRecords.h"
+#include "orvan/wire/records/StageInspection.h"
 
 extern char** environ;
 
@@ -278,6 +283,88 @@ TEST(ProjectServerProcessTest, SlowClientsHoldOnlyTheirOwnConnectionsAndSigtermE
   EXPECT_LT(std::chrono::steady_clock::now() - stopping, std::chrono::seconds(3));
   done = true;
   trickle.join();
+}
+
+// Edits stream in from two clients while the server is killed without warning, three times over:
+// every edit it acknowledged is there after each restart, in the stage and in the file, the file
+// reads, and the revision goes on from where the log stood, never handing out a number twice.
+TEST(ProjectServerProcessTest, AKilledServerLosesNoAcknowledgedEditAndItsRevisionGoesOn) {
+  namespace fs = std::filesystem;
+  const fs::path base = fs::temp_directory_path() / ("orvan_crash_" + std::to_string(::getpid()));
+  fs::remove_all(base);
+  fs::create_directories(base / "Game");
+  std::ofstream(base / "Game/project.json") << R"({"id": "game", "name": "Game", "mainScene": "main.usda"})";
+  std::ofstream(base / "Game/main.usda") << "#usda 1.0\n\ndef Xform \"World\" (\n    kind = \"assembly\"\n)\n{\n}\n";
+
+  std::vector<std::pair<std::string, std::uint64_t>> acknowledged;
+  std::uint64_t highest = 0;
+  for (int round = 0; round < 3; ++round) {
+    ServerProcess server({"--project", (base / "Game").string(), "--port", "0", "--state-dir",
+                          (base / "state").string()});
+    const int port = server.port();
+    ASSERT_GT(port, 0);
+    httplib::Client reader("127.0.0.1", port);
+    reader.set_read_timeout(60, 0);
+    // Everything acknowledged before the last kill is there.
+    const auto stage = reader.Get("/api/stage");
+    ASSERT_TRUE(stage);
+    ASSERT_EQ(stage->status, 200) << stage->body.substr(0, 300);
+    auto decoded = editor::decodeJson<editor::RemoteStageResponse>(stage->body);
+    ASSERT_TRUE(decoded.ok());
+    EXPECT_GE(decoded->revision, highest);
+    std::set<std::string> present;
+    for (const auto& prim : decoded->stage.prims)
+      present.insert(prim.path);
+    for (const auto& [name, revision] : acknowledged)
+      EXPECT_TRUE(present.contains("/World/" + name)) << name << " of revision " << revision;
+
+    std::atomic<bool> stop = false;
+    std::mutex mutex;
+    std::vector<std::thread> clients;
+    for (int client = 0; client < 2; ++client) {
+      clients.emplace_back([&, client] {
+        httplib::Client http("127.0.0.1", port);
+        for (int i = 0; !stop; ++i) {
+          const std::string name =
+              "R" + std::to_string(round) + "C" + std::to_string(client) + "N" + std::to_string(i);
+          const auto answer = http.Post(
+              "/api/edit",
+              R"({"author":"A","clientId":"c)" + std::to_string(client) +
+                  R"(","operations":[{"type":"prim","kind":"add","parentPath":"/World","primName":")" +
+                  name + R"(","primitiveKind":"cube"}]})",
+              "application/json");
+          if (!answer)
+            return;
+          auto reply = editor::decodeJson<editor::EditClientResponse>(answer->body);
+          if (!reply.ok() || !reply->accepted)
+            continue;
+          const std::lock_guard lock(mutex);
+          // A number handed out once is never handed out again, across kills too.
+          EXPECT_GT(reply->revision, highest) << name;
+          highest = std::max(highest, reply->revision);
+          acknowledged.emplace_back(name, reply->revision);
+        }
+      });
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(300 + 170 * round));
+    server.stopWith(SIGKILL);
+    stop = true;
+    for (std::thread& thread : clients)
+      thread.join();
+  }
+  ASSERT_GT(acknowledged.size(), 10u);
+
+  // A last start brings the file up to date before it serves: it reads and holds every edit.
+  ServerProcess server({"--project", (base / "Game").string(), "--port", "0", "--state-dir",
+                        (base / "state").string()});
+  ASSERT_GT(server.port(), 0);
+  std::ifstream in(base / "Game/main.usda");
+  const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  EXPECT_TRUE(readLayerText((base / "Game/main.usda").string(), text).ok());
+  for (const auto& [name, revision] : acknowledged)
+    EXPECT_NE(text.find('"' + name + '"'), std::string::npos) << name;
+  EXPECT_EQ(server.stopWith(SIGTERM), 0);
+  fs::remove_all(base);
 }
 
 }  // namespace

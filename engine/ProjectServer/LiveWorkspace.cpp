@@ -1,0 +1,483 @@
+#include "ProjectServer/LiveWorkspace.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <set>
+
+#include "Inspector/StageInspector.h"
+#include "ProjectServer/Digest.h"
+#include "Store/AtomicFile.h"
+#include "Store/ContentHash.h"
+#include "Store/StoreRecovery.h"
+#include "orvan/wire/JsonEncoder.h"
+
+namespace orvan::engine {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::int64_t nowMilliseconds() {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(
+             std::chrono::system_clock::now().time_since_epoch())
+      .count();
+}
+
+// The layer files a change set touches, relative to the project folder, each once.
+std::vector<std::string> layersOf(const ChangeSet& changes) {
+  std::set<std::string> layers;
+  for (const LayerChange& change : changes.changes)
+    layers.insert(change.layer);
+  return {layers.begin(), layers.end()};
+}
+
+// Only the changes of one layer: what a crash left unwritten in that file.
+ChangeSet changesOfLayer(const ChangeSet& changes, const std::string& layer) {
+  ChangeSet kept;
+  for (const LayerChange& change : changes.changes) {
+    if (change.layer == layer)
+      kept.changes.push_back(change);
+  }
+  return kept;
+}
+
+void logProblem(const std::string& text) {
+  std::fprintf(stderr, "orvan_project_server: %s\n", text.c_str());
+}
+
+}  // namespace
+
+editor::Result<std::unique_ptr<LiveWorkspace>, std::string> LiveWorkspace::open(
+    const ProjectFolder& project, ChangeFeed& feed, LiveWorkspaceOptions options) {
+  const std::string storePath = (project.root / options.storePath).string();
+  StoreResult<std::unique_ptr<ProjectStore>> store = ProjectStore::open(storePath);
+  if (!store.ok())
+    return "The project's history store could not be opened: " + store.error();
+  std::unique_ptr<LiveWorkspace> workspace(
+      new LiveWorkspace(project, feed, std::move(options), std::move(*store)));
+  if (StoreStatus recovered = workspace->recover(); !recovered.ok())
+    return "The project's files could not be brought up to date: " + recovered.error();
+  return workspace;
+}
+
+LiveWorkspace::LiveWorkspace(const ProjectFolder& project, ChangeFeed& feed,
+                             LiveWorkspaceOptions options, std::unique_ptr<ProjectStore> store)
+    : project_(project), feed_(feed), options_(std::move(options)), store_(std::move(store)) {
+  // The store names files relative to the project, so the history holds when the folder moves.
+  LiveFileWriter::Hooks hooks{
+      .aboutToReplace =
+          [this](const LiveFileWriter::FileWrite& write) {
+            return store_->recordWriteIntent(write.workspace, relative(write.path), write.revision,
+                                             write.contentHash);
+          },
+      .written =
+          [this](const LiveFileWriter::FileWrite& write) {
+            WrittenFile written{.path = relative(write.path),
+                                .revision = write.revision,
+                                .contentHash = write.contentHash,
+                                .stamp = write.stamp};
+            if (StoreStatus recorded = store_->recordWriteBack(write.workspace, written);
+                !recorded.ok()) {
+              logProblem("recording the write of " + written.path + " failed: " +
+                         recorded.error());
+            }
+          },
+      .failed =
+          [](const std::string& path, const std::string& reason) {
+            logProblem("writing " + path + " failed, trying again: " + reason);
+          }};
+  writer_ = std::make_unique<LiveFileWriter>(
+      std::move(hooks), LiveFileWriter::Options{.delay = options_.writeDelay});
+}
+
+LiveWorkspace::~LiveWorkspace() {
+  if (StoreStatus flushed = flush(); !flushed.ok())
+    logProblem("writing the last edits back failed: " + flushed.error());
+  writer_.reset();
+}
+
+std::string LiveWorkspace::relative(const std::string& path) const {
+  return fs::path(path).lexically_relative(project_.root).generic_string();
+}
+
+std::string LiveWorkspace::absolute(const std::string& path) const {
+  return (project_.root / path).lexically_normal().string();
+}
+
+std::uint64_t LiveWorkspace::revision() {
+  const std::lock_guard lock(mutex_);
+  return head_;
+}
+
+StoreStatus LiveWorkspace::flush() {
+  return writer_->flush();
+}
+
+// Brings every file the store knows up to the newest accepted revision that changed it, before
+// anything is served: after a crash the log may hold edits that never reached their files.
+StoreStatus LiveWorkspace::recover() {
+  const std::string& workspace = options_.workspace;
+  StoreResult<std::uint64_t> head = store_->headRevision(workspace);
+  if (!head.ok())
+    return head.error();
+  head_ = *head;
+  StoreResult<std::vector<LayerRecovery>> plan = planRecovery(*store_, workspace);
+  if (!plan.ok())
+    return plan.error();
+  for (const LayerRecovery& layer : *plan) {
+    switch (layer.action) {
+      case RecoveryAction::kUpToDate:
+      case RecoveryAction::kUntracked:
+        continue;
+      case RecoveryAction::kReplay:
+      case RecoveryAction::kMissing:
+      case RecoveryAction::kExternalChange:
+        break;
+    }
+    std::uint64_t base = layer.baseRevision;
+    const std::string path = absolute(layer.path);
+    std::optional<std::string> disk;
+    if (layer.action != RecoveryAction::kReplay) {
+      // Rebuilt from the newest snapshot; what the disk holds, if anything, comes after.
+      if (layer.action == RecoveryAction::kExternalChange) {
+        auto text = readFileText(path);
+        if (text.ok())
+          disk = std::move(*text);
+      }
+      StoreResult<std::vector<LayerSnapshot>> snapshots =
+          store_->snapshotAtOrBefore(workspace, layer.lastRevision);
+      if (!snapshots.ok())
+        return snapshots.error();
+      const auto snapshot = std::find_if(snapshots->begin(), snapshots->end(),
+                                         [&](const auto& kept) { return kept.path == layer.path; });
+      if (snapshot == snapshots->end()) {
+        logProblem("no snapshot of " + layer.path + " to rebuild it from; it stays as it is");
+        continue;
+      }
+      StoreResult<std::optional<std::string>> content = store_->blob(snapshot->blobHash);
+      if (!content.ok())
+        return content.error();
+      if (!*content)
+        return "the snapshot of " + layer.path + " is missing from the store";
+      if (auto written = replaceFileAtomically(path, **content); !written.ok())
+        return written.error();
+      base = snapshot->revision;
+    }
+    StoreResult<std::vector<StoredRevision>> after =
+        store_->revisionsAfter(workspace, base, layer.lastRevision);
+    if (!after.ok())
+      return after.error();
+    auto loaded = EditableScene::load(path, project_.rootPath(), options_.limits.compose);
+    if (auto* failure = std::get_if<std::string>(&loaded))
+      return "the layer " + layer.path + " does not read: " + *failure;
+    EditableScene& scene = *std::get<std::unique_ptr<EditableScene>>(loaded);
+    for (const StoredRevision& stored : *after) {
+      auto decoded = decodeChangeSet(stored.changeSetText);
+      if (auto* failure = std::get_if<std::string>(&decoded))
+        return "revision " + std::to_string(stored.revision) + " does not read: " + *failure;
+      const ChangeSet own = changesOfLayer(std::get<ChangeSet>(decoded), layer.path);
+      if (auto failed = applyChangeSet(scene, own))
+        return "revision " + std::to_string(stored.revision) + " does not apply to " + layer.path +
+               ": " + *failed;
+    }
+    const std::string text = scene.layerText(path);
+    auto written = replaceFileAtomically(path, text);
+    if (!written.ok())
+      return written.error();
+    if (StoreStatus recorded = store_->recordWriteBack(
+            workspace, WrittenFile{.path = layer.path,
+                                   .revision = layer.lastRevision,
+                                   .contentHash = contentHash(text),
+                                   .stamp = *written});
+        !recorded.ok()) {
+      return recorded.error();
+    }
+    if (disk) {
+      // The other program's content is kept: it becomes the newest revision of the file.
+      const ChangeSet external{.changes = {LayerChange{.kind = ChangeKind::LayerFile,
+                                                       .layer = layer.path,
+                                                       .before = text,
+                                                       .after = *disk}}};
+      StoreResult<std::uint64_t> appended =
+          store_->appendRevision(NewRevision{.workspace = workspace,
+                                             .author = "external",
+                                             .clientId = "",
+                                             .label = "change " + layer.path,
+                                             .changeSetText = encodeChangeSet(external),
+                                             .layerPaths = {layer.path}});
+      if (!appended.ok())
+        return appended.error();
+      auto rewritten = replaceFileAtomically(path, *disk);
+      if (!rewritten.ok())
+        return rewritten.error();
+      if (StoreStatus recorded = store_->recordWriteBack(
+              workspace, WrittenFile{.path = layer.path,
+                                     .revision = *appended,
+                                     .contentHash = contentHash(*disk),
+                                     .stamp = *rewritten});
+          !recorded.ok()) {
+        return recorded.error();
+      }
+      head_ = *appended;
+    }
+  }
+  return editor::Unit{};
+}
+
+LiveWorkspace::SceneState& LiveWorkspace::sceneLocked(const std::string& scene) {
+  SceneState& state = scenes_[scene];
+  if (state.scene)
+    return state;
+  auto loaded = EditableScene::load(project_.absoluteScene(scene).string(), project_.rootPath(),
+                                    options_.limits.compose);
+  if (auto* failure = std::get_if<std::string>(&loaded)) {
+    state.failure = *failure;
+    return state;
+  }
+  state.failure.clear();
+  state.scene = std::move(std::get<std::unique_ptr<EditableScene>>(loaded));
+  // Every layer gets a snapshot the first time the store sees it, so that its content at any
+  // later revision can be read back.
+  std::map<std::string, std::string> unseen;
+  for (const std::string& identifier : state.scene->layerStack()) {
+    const std::string path = relative(identifier);
+    auto record = store_->writeBack(options_.workspace, path);
+    if (record.ok() && *record)
+      continue;
+    if (!state.scene->findLayer(identifier))
+      continue;
+    unseen[path] = state.scene->layerText(identifier);
+  }
+  if (!unseen.empty()) {
+    StoreStatus kept = store_->snapshotContents(options_.workspace, head_, unseen);
+    std::map<std::string, std::string> hashes;
+    for (const auto& [path, text] : unseen) {
+      // The file as it is on disk is what the workspace starts from; its record says so.
+      auto disk = contentHashOfFile(absolute(path));
+      if (disk.ok())
+        hashes[path] = *disk;
+    }
+    if (kept.ok() && !hashes.empty())
+      kept = store_->recordWriteBack(options_.workspace, head_, hashes);
+    if (!kept.ok())
+      logProblem("keeping the first snapshot of " + scene + " failed: " + kept.error());
+  }
+  return state;
+}
+
+editor::EditClientResponse LiveWorkspace::refusal(std::string message) {
+  return editor::EditClientResponse{
+      .accepted = false, .revision = head_, .message = std::move(message)};
+}
+
+editor::EditClientResponse LiveWorkspace::edit(const EditRequest& request,
+                                               const std::string& scene) {
+  const std::lock_guard lock(mutex_);
+  lookForExternalChangesLocked();
+  SceneState& state = sceneLocked(scene);
+  if (!state.scene)
+    return refusal("The scene cannot be edited: " + state.failure);
+  // Undo and redo stand alone: a request that holds one holds nothing else.
+  for (const EditOperation& operation : request.operations) {
+    if (operation.type != OperationType::History)
+      continue;
+    if (request.operations.size() != 1)
+      return refusal("Undo and redo cannot be combined with other operations");
+    return historyLocked(state, scene, request,
+                         operation.kindAs<HistoryOperationKind>() == HistoryOperationKind::Undo);
+  }
+  EditResult planned = planEdit(*state.scene, request);
+  if (!planned.accepted)
+    return refusal(planned.message);
+  std::vector<editor::EditClientCreatedPrim> created;
+  for (const CreatedPrim& prim : planned.createdPrims)
+    created.push_back({.path = prim.path, .entityId = prim.entityId});
+  std::vector<editor::ToolClientPrimOperation> operations;
+  for (const PrimOperationSummary& operation : planned.primOperations) {
+    operations.push_back({.kind = operation.kind,
+                          .parentPath = operation.parentPath,
+                          .primName = operation.primName,
+                          .primitiveKind = operation.primitiveKind,
+                          .sourcePath = operation.sourcePath});
+  }
+  const std::string label = request.label.empty() ? planned.message : request.label;
+  editor::EditClientResponse answer =
+      commitLocked(state, scene, request, planned.changes, label, planned.message,
+                   std::move(created), std::move(operations));
+  if (answer.accepted) {
+    ClientHistory& client = history_[request.clientId];
+    client.done.push_back({.scene = scene, .changes = std::move(planned.changes), .label = label});
+    client.undone.clear();
+    // A client's history is its recent work, not the whole session's.
+    constexpr std::size_t kMaxHistory = 200;
+    if (client.done.size() > kMaxHistory)
+      client.done.erase(client.done.begin());
+  }
+  return answer;
+}
+
+editor::EditClientResponse LiveWorkspace::historyLocked(SceneState& state, const std::string& scene,
+                                                        const EditRequest& request, bool undo) {
+  ClientHistory& client = history_[request.clientId];
+  std::vector<ClientEdit>& from = undo ? client.done : client.undone;
+  if (from.empty())
+    return refusal(undo ? "Nothing to undo" : "Nothing to redo");
+  ClientEdit entry = from.back();
+  if (entry.scene != scene)
+    return refusal("The last edit to " + std::string(undo ? "undo" : "redo") +
+                   " was made in another scene");
+  const ChangeSet changes = undo ? invertChangeSet(entry.changes) : entry.changes;
+  const std::string verb = undo ? "Undo " : "Redo ";
+  editor::EditClientResponse answer = commitLocked(state, scene, request, changes,
+                                                   verb + entry.label, verb + entry.label, {}, {});
+  if (!answer.accepted) {
+    // Someone else changed the same thing since: their edit stands.
+    answer.message = "Can't " + std::string(undo ? "undo" : "redo") + " " + entry.label +
+                     ": it was changed since by another edit";
+    return answer;
+  }
+  from.pop_back();
+  (undo ? client.undone : client.done).push_back(std::move(entry));
+  return answer;
+}
+
+editor::EditClientResponse LiveWorkspace::commitLocked(
+    SceneState& state, const std::string& scene, const EditRequest& request,
+    const ChangeSet& changes, const std::string& label, const std::string& message,
+    std::vector<editor::EditClientCreatedPrim> created,
+    std::vector<editor::ToolClientPrimOperation> operations) {
+  if (changes.empty())
+    return refusal("The edit did not change the scene");
+  if (std::optional<std::string> failed = applyChangeSet(*state.scene, changes))
+    return refusal(*failed);
+  const std::vector<std::string> layers = layersOf(changes);
+  StoreResult<std::uint64_t> appended =
+      store_->appendRevision(NewRevision{.workspace = options_.workspace,
+                                         .author = request.author,
+                                         .clientId = request.clientId,
+                                         .label = label,
+                                         .timeMilliseconds = nowMilliseconds(),
+                                         .changeSetText = encodeChangeSet(changes),
+                                         .layerPaths = layers});
+  if (!appended.ok()) {
+    // Not recorded, so not accepted: the scene goes back to what the log says.
+    if (auto undone = applyChangeSet(*state.scene, invertChangeSet(changes)))
+      logProblem("taking back an unrecorded edit failed: " + *undone);
+    return refusal("The edit could not be saved: " + appended.error());
+  }
+  head_ = *appended;
+  std::vector<std::string> absolutes;
+  for (const std::string& layer : layers)
+    absolutes.push_back(absolute(layer));
+  scheduleWriteBack(absolutes, head_);
+  const bool filesChanged =
+      std::any_of(changes.changes.begin(), changes.changes.end(), [](const LayerChange& change) {
+        return change.kind == ChangeKind::LayerFile && (!change.before || !change.after);
+      });
+  editor::ToolClientLine line{.type = "stageChanged",
+                              .revision = head_,
+                              .sourceClientId = request.clientId,
+                              .scene = scene,
+                              .workspace = options_.workspace,
+                              .primOperations = std::move(operations)};
+  feed_.publish(FeedScope{.project = project_.id, .scene = scene, .workspace = options_.workspace},
+                editor::encodeJson(line));
+  if (filesChanged) {
+    const editor::ToolClientLine project{
+        .type = "projectChanged", .revision = head_, .domains = std::vector<std::string>{"files"}};
+    feed_.publishToProject(project_.id, editor::encodeJson(project));
+  }
+  (void)state;
+  editor::EditClientResponse answer{.accepted = true, .revision = head_, .message = message};
+  if (!created.empty())
+    answer.createdPrims = std::move(created);
+  return answer;
+}
+
+void LiveWorkspace::scheduleWriteBack(const std::vector<std::string>& layers,
+                                      std::uint64_t revision) {
+  for (const std::string& path : layers) {
+    writer_->enqueue(options_.workspace, path, revision, [this, path]() -> LayerContent {
+      const std::lock_guard lock(mutex_);
+      for (auto& [name, state] : scenes_) {
+        if (state.scene && state.scene->findLayer(path))
+          return LayerContent{.revision = head_, .text = state.scene->layerText(path)};
+      }
+      throw std::runtime_error("no scene holds the layer any more");
+    });
+  }
+}
+
+LiveStage LiveWorkspace::stage(const std::string& scene, const std::string& activeLayer) {
+  const std::lock_guard lock(mutex_);
+  lookForExternalChangesLocked();
+  SceneState& state = sceneLocked(scene);
+  if (!state.scene)
+    return LiveStage{.failure = state.failure, .revision = head_};
+  if (const auto kept = state.inspections.find(activeLayer);
+      kept != state.inspections.end() && kept->second.first == head_) {
+    return LiveStage{.stage = kept->second.second, .revision = head_};
+  }
+  StageOpenResult composed = state.scene->compose();
+  if (!composed.ok())
+    return LiveStage{.failure = composed.error ? composed.error->describe()
+                                               : "The scene could not be composed",
+                     .revision = head_};
+  auto inspected = std::make_shared<InspectedStage>();
+  InspectOptions options{.activeLayer = activeLayer,
+                         .sceneUri = project_.absoluteScene(scene).string(),
+                         .maxOutputBytes = options_.limits.maxOutputBytes};
+  if (std::optional<std::string> failed =
+          writeInspectionJson(*composed.stage, options, inspected->json)) {
+    // An active layer the stack does not hold is the editor's to fix: marks go against the
+    // layer it would pick by itself.
+    options.activeLayer.clear();
+    inspected->json.clear();
+    if (std::optional<std::string> again =
+            writeInspectionJson(*composed.stage, options, inspected->json)) {
+      return LiveStage{.failure = *again, .revision = head_};
+    }
+  }
+  inspected->digest = fnv1a64(inspected->json);
+  // A handful of active layers per scene in practice; the oldest goes first.
+  constexpr std::size_t kMaxInspections = 4;
+  if (state.inspections.size() >= kMaxInspections && !state.inspections.contains(activeLayer))
+    state.inspections.erase(state.inspections.begin());
+  state.inspections[activeLayer] = {head_, inspected};
+  return LiveStage{.stage = std::move(inspected), .revision = head_};
+}
+
+void LiveWorkspace::lookForExternalChanges() {
+  const std::lock_guard lock(mutex_);
+  lookForExternalChangesLocked();
+}
+
+void LiveWorkspace::lookForExternalChangesLocked() {
+  for (auto& [name, state] : scenes_) {
+    if (!state.scene)
+      continue;
+    for (const std::string& identifier : state.scene->layerStack()) {
+      if (!state.scene->findLayer(identifier))
+        continue;
+      const std::string path = relative(identifier);
+      StoreResult<LiveFileCheck> check = detectExternalChange(*store_, options_.workspace, identifier);
+      if (!check.ok() || check->state != LiveFileState::kChanged)
+        continue;
+      const std::string current = state.scene->layerText(identifier);
+      if (current == check->content)
+        continue;
+      const ChangeSet external{.changes = {LayerChange{.kind = ChangeKind::LayerFile,
+                                                       .layer = path,
+                                                       .before = current,
+                                                       .after = check->content}}};
+      const EditRequest request{.author = "external", .clientId = ""};
+      editor::EditClientResponse answer = commitLocked(state, name, request, external,
+                                                       "change " + path, "Changed " + path, {}, {});
+      if (!answer.accepted)
+        logProblem("the change of " + path + " by another program is left out: " + answer.message);
+    }
+  }
+}
+
+}  // namespace orvan::engine
