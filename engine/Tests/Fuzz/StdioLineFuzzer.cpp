@@ -35,7 +35,8 @@ void writePrim(std::string& line, const PrimOperationFields& op) {
   } else if (op.kind == "reference") {
     add(line, op.parentPath), add(line, op.primName), add(line, op.referenceURI);
   } else if (op.kind == "payload") {
-    add(line, op.parentPath), add(line, op.primName), add(line, op.payloadURI), add(line, op.assetName);
+    add(line, op.parentPath), add(line, op.primName), add(line, op.payloadURI),
+        add(line, op.assetName);
   } else if (op.kind == "delete" || op.kind == "reset") {
     add(line, op.sourcePath);
   } else if (op.kind == "set-instanceable") {
