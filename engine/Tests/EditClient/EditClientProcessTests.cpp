@@ -1,6 +1,7 @@
 // orvan_edit_client as the editor runs it, against a fake authoring endpoint on a loopback port.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <string>
 #include <thread>
 #include <vector>
@@ -72,6 +73,20 @@ TEST(EditClientProcessTest, AStdioSessionSendsEachLineAsOneRequestOnOneConnectio
     EXPECT_EQ(request.authorization, "Bearer secret-token");
   // The handle is kept for the life of the helper, so its connection is kept alive.
   EXPECT_EQ(service.connectionCount(), 1u);
+}
+
+TEST(EditClientProcessTest, AConnectionTheServerClosedWhileIdleIsOpenedAgain) {
+  FakeService service(1);
+  HelperProcess helper(kEditClient, stdioArguments(service.grpcAddress()), kNoToken);
+  ASSERT_TRUE(helper.write("history\t1\tundo\n"));
+  EXPECT_TRUE(decodeReply(helper.readLine()).accepted);
+  std::this_thread::sleep_for(std::chrono::milliseconds(2500));
+  ASSERT_TRUE(helper.write("history\t1\tredo\n"));
+  EXPECT_EQ(decodeReply(helper.readLine()), (EditClientResponse{true, 42, "ok", std::nullopt}));
+  helper.closeInput();
+  EXPECT_EQ(helper.wait(), 0);
+  EXPECT_EQ(service.requests().size(), 2u);
+  EXPECT_EQ(service.connectionCount(), 2u);
 }
 
 TEST(EditClientProcessTest, LinesItCannotUseAreAnsweredAndTheHelperStaysAlive) {

@@ -44,9 +44,11 @@ class FakeService {
     int status = 200;
   };
 
-  FakeService() {
+  // `idleSeconds`: how long a kept-alive connection may wait for its next request.
+  explicit FakeService(int idleSeconds = 5) {
     // Kept-alive connections serve many requests here, so that a test sees every reconnect.
     server_.set_keep_alive_max_count(100000);
+    server_.set_keep_alive_timeout(idleSeconds);
     server_.Post("/api/edit", [this](const httplib::Request& request, httplib::Response& response) {
       record(request);
       const Answer answer = nextEditAnswer();
