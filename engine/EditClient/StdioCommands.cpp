@@ -299,8 +299,6 @@ bool isEditWord(std::string_view word) {
 }  // namespace
 
 StdioLine parseStdioLine(std::string_view line) {
-  if (line.ends_with('\r'))
-    line.remove_suffix(1);
   if (!editor::isValidUtf8(line))
     return malformed("the line is not valid UTF-8");
   if (line.empty())

@@ -36,8 +36,8 @@ struct StdioLine {
   std::string problem;
 };
 
-// Parses one line without its line feed (a carriage return before it is dropped). Never throws:
-// any byte string is a line of some kind.
+// Parses one line without its line feed; every other byte, a carriage return included, belongs
+// to the line. Never throws: any byte string is a line of some kind.
 StdioLine parseStdioLine(std::string_view line);
 
 // The reply message of a line longer than the helper reads.
