@@ -217,6 +217,23 @@ TEST(EditClientProcessTest, TheOneShotFormPrintsTheReplyAndSaysItInItsExitStatus
   EXPECT_EQ(badAddress.exitCode, 2);
   EXPECT_TRUE(mentions(badAddress.errorText, "tcp://x:1")) << badAddress.errorText;
   EXPECT_EQ(service.requests().size(), 2u);
+
+  // Nothing listens: still a reply on standard output, a refusal naming the connection.
+  int closedPort = 0;
+  {
+    FakeService gone;
+    closedPort = gone.port();
+  }
+  const auto unreachable =
+      runHelper(kEditClient,
+                {"--json", "--author", "A", "--workspace", "main",
+                 "http://127.0.0.1:" + std::to_string(closedPort), "1", "--redo"},
+                kNoToken);
+  EXPECT_EQ(unreachable.exitCode, 1);
+  ASSERT_EQ(unreachable.lines.size(), 1u);
+  const EditClientResponse failed = decodeReply(unreachable.lines[0]);
+  EXPECT_FALSE(failed.accepted);
+  EXPECT_TRUE(mentions(failed.message, "connection")) << failed.message;
 }
 
 }  // namespace
