@@ -43,6 +43,10 @@ ENGINE_DEPENDS_ON = {
     "Inspector": ["UsdText"],
     "ProjectServer": ["Inspector"],
     "ProjectTool": ["UsdText"],
+    "ClientLink": ["wire"],
+    "EditClient": ["ClientLink"],
+    "ToolClient": ["ClientLink"],
+    "engine fuzzers": ["Inspector", "EditClient"],
     "engine benchmarks": ["ProjectServer", "ProjectTool"],
 }
 
@@ -67,7 +71,8 @@ TEST_FOLDERS = [
     ("apps/usd_editor/Tests/OrvanUsdEditorUI", "UI"),
     ("apps/usd_editor/Tests/Support", "Application"),
     ("apps/usd_editor/Benchmarks", "UI"),
-    ("engine/Tests/Fuzz", "Inspector"),  # the reader and composer under libFuzzer
+    ("engine/Tests/Fuzz", "engine fuzzers"),  # reader, composer, stdio lines under libFuzzer
+    ("engine/Tests/Support", "ClientLink"),  # the fake service the helpers' tests talk to
     ("engine/Tests/<sub>", "<sub>"),
     ("engine/Benchmarks", "engine benchmarks"),
 ]
