@@ -203,6 +203,15 @@ ApiResult<Scope> resolveScope(const std::vector<ProjectFolder>& projects, const 
                                      : std::optional(editor::VelkConnectionProject{.id = id})};
     }
     scope.project = &*found;
+  } else if (std::filesystem::path(items.scene).is_absolute()) {
+    // A scene named by its absolute path (the helpers say no more) belongs to the project whose
+    // folder holds it.
+    for (const ProjectFolder& project : projects) {
+      if (resolveProjectScene(project, items.scene)) {
+        scope.project = &project;
+        break;
+      }
+    }
   }
 
   const std::string& scene = items.scene;
