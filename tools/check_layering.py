@@ -43,7 +43,8 @@ ENGINE_DEPENDS_ON = {
     "Inspector": ["UsdText"],
     "ProjectServer": ["Inspector"],
     "ProjectTool": ["UsdText"],
-    "engine benchmarks": ["ProjectServer", "ProjectTool"],
+    "Store": ["wire"],
+    "engine benchmarks": ["ProjectServer", "ProjectTool", "Store"],
 }
 
 CORE = "apps/usd_editor/Sources/OrvanUsdEditorCore"
