@@ -27,6 +27,33 @@ Clock::time_point nextWriteTime(const WriteTiming& timing, std::chrono::millisec
   return due;
 }
 
+namespace {
+
+// A replacement that was recorded but never confirmed (the process died after the rename, or the
+// confirmation could not be stored) may be what the file holds. Before a new replacement takes
+// its place in the record, the file says whether it landed, so the record never loses track of
+// the content on disk.
+StoreStatus settleUnconfirmedReplacement(ProjectStore& store, const std::string& workspace,
+                                         const std::string& path) {
+  const auto record = store.writeBack(workspace, path);
+  if (!record)
+    return record.error();
+  if (!*record || (*record)->pendingRevision == 0)
+    return editor::Unit{};
+  const FileStamp stamp = stampOf(path);
+  if (!stamp.exists)
+    return editor::Unit{};
+  const auto hash = contentHashOfFile(path);
+  if (!hash || *hash != (*record)->pendingHash)
+    return editor::Unit{};
+  return store.recordWriteBack(workspace, WrittenFile{.path = path,
+                                                      .revision = (*record)->pendingRevision,
+                                                      .contentHash = *hash,
+                                                      .stamp = stamp});
+}
+
+}  // namespace
+
 LiveFileWriter::LiveFileWriter(Hooks hooks, Options options)
     : hooks_(std::move(hooks)), options_(options), thread_([this] { run(); }) {}
 
@@ -46,7 +73,9 @@ LiveFileWriter::~LiveFileWriter() {
 LiveFileWriter::Hooks LiveFileWriter::recordingInto(
     ProjectStore& store, std::function<void(const std::string&, const std::string&)> failed) {
   Hooks hooks;
-  hooks.aboutToReplace = [&store](const FileWrite& write) {
+  hooks.aboutToReplace = [&store](const FileWrite& write) -> StoreStatus {
+    if (auto settled = settleUnconfirmedReplacement(store, write.workspace, write.path); !settled)
+      return settled;
     return store.recordWriteIntent(write.workspace, write.path, write.revision, write.contentHash);
   };
   hooks.written = [&store, failed](const FileWrite& write) {

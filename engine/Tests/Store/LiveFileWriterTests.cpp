@@ -171,6 +171,7 @@ TEST(LiveFileWriter, AFailedWriteIsReportedKeptAndTriedAgain) {
   ASSERT_TRUE(reports.waitForWrites(1));  // retried by itself
   EXPECT_EQ(readWhole(path), "seven");
   EXPECT_EQ(reports.written()[0].revision, 7u);
+  ASSERT_TRUE(writer.flush());
   EXPECT_EQ(writer.pendingCount(), 0u);
 }
 

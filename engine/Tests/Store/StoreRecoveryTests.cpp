@@ -13,6 +13,8 @@
 namespace orvan::engine {
 namespace {
 
+using namespace std::chrono_literals;
+
 WriteBackRecord written(std::uint64_t revision, const std::string& hash) {
   return WriteBackRecord{.path = "a.usda", .revision = revision, .contentHash = hash};
 }
@@ -147,6 +149,33 @@ TEST_F(LiveFileCheckTest, RecoveryLooksAtEveryRecordedFileAndTheOnesAskedFor) {
                                         .baseRevision = 3,
                                         .lastRevision = 4,
                                         .diskHash = contentHash("three")}));
+}
+
+// The process died after renaming a replacement and before confirming it; the next process
+// announces its own replacement and dies before the rename. The file still holds the first one,
+// and the record must still know it.
+TEST_F(LiveFileCheckTest, AReplacementThatLandedUnconfirmedIsNotForgottenByTheNextOne) {
+  ASSERT_TRUE(store_->recordWriteIntent("main", path_, 5, contentHash("five")));
+  ASSERT_TRUE(replaceFileAtomically(path_, "five"));  // and no confirmation: killed here
+  LiveFileWriter::Hooks hooks = LiveFileWriter::recordingInto(*store_);
+  const auto record = hooks.aboutToReplace;
+  hooks.aboutToReplace = [&](const LiveFileWriter::FileWrite& write) -> StoreStatus {
+    if (auto recorded = record(write); !recorded)
+      return recorded;
+    return StoreError{"killed before the rename"};
+  };
+  hooks.failed = [](const std::string&, const std::string&) {};
+  {
+    LiveFileWriter writer(hooks, LiveFileWriter::Options{.delay = 1ms});
+    writer.enqueue("main", path_, 6, [] { return LayerContent{.revision = 6, .text = "six"}; });
+    EXPECT_FALSE(writer.flush());
+  }
+  EXPECT_EQ(readWhole(path_), "five");
+  const auto plans = planRecovery(*store_, "main");
+  ASSERT_TRUE(plans);
+  ASSERT_EQ(plans->size(), 1u);
+  EXPECT_EQ(plans->front().action, RecoveryAction::kUpToDate);
+  EXPECT_EQ(plans->front().baseRevision, 5u);
 }
 
 TEST(SnapshotPolicy, ALayerIsSnapshottedWhenReplayingWouldCostTooMuch) {
