@@ -38,7 +38,7 @@ StoreStatus settleUnconfirmedReplacement(ProjectStore& store, const std::string&
   const auto record = store.writeBack(workspace, path);
   if (!record)
     return record.error();
-  if (!*record || (*record)->pendingRevision == 0)
+  if (!*record || (*record)->pendingHash.empty())
     return editor::Unit{};
   const FileStamp stamp = stampOf(path);
   if (!stamp.exists)
@@ -133,7 +133,6 @@ std::size_t LiveFileWriter::pendingCount() {
 }
 
 std::uint64_t LiveFileWriter::writeCount() {
-  const std::lock_guard lock(mutex_);
   return writes_;
 }
 
@@ -197,7 +196,6 @@ void LiveFileWriter::run() {
       state.lastError.clear();
       state.writtenHash = std::move(outcome.hash);
       state.writtenStamp = outcome.stamp;
-      ++writes_;
     } else {
       ++state.timing.failures;
       state.timing.lastFailed = finished;
@@ -235,6 +233,7 @@ LiveFileWriter::Outcome LiveFileWriter::write(const std::string& path, const Pen
   // left alone if it is still that very file.
   if (fileWrite.contentHash == lastHash && lastStamp.exists && stampOf(path) == lastStamp) {
     fileWrite.stamp = lastStamp;
+    ++writes_;
     if (hooks_.written)
       hooks_.written(fileWrite);
     return Outcome{.ok = true, .hash = fileWrite.contentHash, .stamp = lastStamp};
@@ -251,6 +250,7 @@ LiveFileWriter::Outcome LiveFileWriter::write(const std::string& path, const Pen
   if (!stamp)
     return fail(stamp.error().message);
   fileWrite.stamp = *stamp;
+  ++writes_;
   if (hooks_.written)
     hooks_.written(fileWrite);
   return Outcome{.ok = true, .hash = fileWrite.contentHash, .stamp = *stamp};

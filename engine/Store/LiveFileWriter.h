@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -88,7 +89,8 @@ class LiveFileWriter {
   // the disk. What failed stays pending and is named in the error.
   StoreStatus flush();
   std::size_t pendingCount();
-  // Completed writes so far (files whose content did not change count too).
+  // Completed writes so far (files whose content did not change count too), counted before the
+  // `written` hook hears of them.
   std::uint64_t writeCount();
 
  private:
@@ -126,7 +128,7 @@ class LiveFileWriter {
   std::map<std::string, FileState> files_;
   unsigned flushes_ = 0;
   WriteTiming::Clock::time_point flushStarted_ = {};
-  std::uint64_t writes_ = 0;
+  std::atomic<std::uint64_t> writes_ = 0;
   bool stopping_ = false;
   std::thread thread_;
 };

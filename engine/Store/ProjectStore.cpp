@@ -734,7 +734,7 @@ StoreResult<bool> ProjectStore::refreshWriteBackStamp(const std::string& workspa
   const std::lock_guard lock(mutex_);
   Query update(*connection_,
                "UPDATE write_backs SET size = ?, modified_ns = ?, inode = ? WHERE workspace = ? "
-               "AND layer_path = ? AND revision = ? AND content_hash = ? AND pending_revision = 0");
+               "AND layer_path = ? AND revision = ? AND content_hash = ? AND pending_hash = ''");
   if (!update.ok())
     return connection_->failure("cannot record the write-back of " + path);
   update.bind(1, stamp.exists ? static_cast<std::int64_t>(stamp.size) : -1)

@@ -64,11 +64,11 @@ struct WrittenFile {
 // written content, and either one tells which revision it reflects.
 struct WriteBackRecord {
   std::string path = {};
-  std::uint64_t revision = 0;  // 0: nothing written yet
-  std::string contentHash = {};
+  std::uint64_t revision = 0;
+  std::string contentHash = {};  // empty: nothing written yet
   FileStamp stamp = {};
-  std::uint64_t pendingRevision = 0;  // 0: no replacement under way
-  std::string pendingHash = {};
+  std::uint64_t pendingRevision = 0;
+  std::string pendingHash = {};  // empty: no replacement under way
 
   bool operator==(const WriteBackRecord&) const = default;
 };

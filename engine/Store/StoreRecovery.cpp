@@ -87,8 +87,7 @@ LayerRecovery planLayerRecovery(const std::string& path,
   };
   if (record) {
     match(record->contentHash, record->revision);
-    if (record->pendingRevision > 0)
-      match(record->pendingHash, record->pendingRevision);
+    match(record->pendingHash, record->pendingRevision);
   }
   if (snapshot)
     match(snapshot->blobHash, snapshot->revision);

@@ -221,7 +221,9 @@ TEST(LiveFileWriter, TheStoreKnowsWhatIsAboutToReplaceTheFileAndWhatDid) {
   const std::string path = folder.file("scene.usda");
   auto store = ProjectStore::open(folder.file("store.sqlite3")).value();
   std::vector<WriteBackRecord> seenBeforeRename;
-  LiveFileWriter::Hooks hooks = LiveFileWriter::recordingInto(*store);
+  std::vector<std::string> failures;
+  LiveFileWriter::Hooks hooks = LiveFileWriter::recordingInto(
+      *store, [&](const std::string&, const std::string& reason) { failures.push_back(reason); });
   const auto record = hooks.aboutToReplace;
   bool refuse = true;
   hooks.aboutToReplace = [&](const LiveFileWriter::FileWrite& write) -> StoreStatus {
@@ -240,6 +242,7 @@ TEST(LiveFileWriter, TheStoreKnowsWhatIsAboutToReplaceTheFileAndWhatDid) {
   EXPECT_EQ(refused.error().message,
             path + ": cannot record the write of " + path + ": the disk of the store is full");
   EXPECT_EQ(readWhole(path), "old");
+  EXPECT_FALSE(failures.empty());
   EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder.path()),
                           std::filesystem::directory_iterator()),
             4);  // the file, the store and its log and index: no temporary left

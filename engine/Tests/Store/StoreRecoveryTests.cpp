@@ -41,6 +41,10 @@ TEST(StoreRecovery, AFileRenamedJustBeforeTheCrashIsKnownByItsPendingContent) {
   EXPECT_EQ(renamed.baseRevision, 8u);
   // Not renamed yet: the older content, the older revision.
   EXPECT_EQ(planLayerRecovery("a.usda", record, "h5", 9).baseRevision, 5u);
+  // A replacement of the content before the first edit.
+  const WriteBackRecord initial{.path = "a.usda", .pendingRevision = 0, .pendingHash = "h0"};
+  EXPECT_EQ(planLayerRecovery("a.usda", initial, "h0", 0).action, RecoveryAction::kUpToDate);
+  EXPECT_EQ(planLayerRecovery("a.usda", initial, "h0", 3).action, RecoveryAction::kReplay);
   // The same content both times: the newer revision.
   record.pendingHash = "h5";
   EXPECT_EQ(planLayerRecovery("a.usda", record, "h5", 8).action, RecoveryAction::kUpToDate);
