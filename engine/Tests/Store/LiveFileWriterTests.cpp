@@ -180,9 +180,11 @@ TEST(LiveFileWriter, AProducerThatThrowsIsReportedAndAskedAgain) {
   const std::string path = folder.file("scene.usda");
   Reports reports;
   LiveFileWriter writer(reports.hooks(), LiveFileWriter::Options{.delay = 5ms});
-  int calls = 0;
-  writer.enqueue("main", path, 2, [&calls] {
-    if (++calls == 1)
+  std::atomic<bool> reloading{true};
+  std::atomic<int> calls{0};
+  writer.enqueue("main", path, 2, [&] {
+    ++calls;
+    if (reloading)
       throw std::runtime_error("the layer is being reloaded");
     return LayerContent{.revision = 2, .text = "two"};
   });
@@ -190,9 +192,10 @@ TEST(LiveFileWriter, AProducerThatThrowsIsReportedAndAskedAgain) {
   EXPECT_EQ(reports.failures().at(0),
             path + ": cannot make the text of " + path + ": the layer is being reloaded");
   EXPECT_FALSE(std::filesystem::exists(path));
+  reloading = false;
   ASSERT_TRUE(writer.flush());
   EXPECT_EQ(readWhole(path), "two");
-  EXPECT_EQ(calls, 2);
+  EXPECT_GE(calls, 2);
 }
 
 TEST(LiveFileWriter, TheSameTextIsNotWrittenAgainUnlessTheFileWasReplaced) {
@@ -225,7 +228,7 @@ TEST(LiveFileWriter, TheStoreKnowsWhatIsAboutToReplaceTheFileAndWhatDid) {
   LiveFileWriter::Hooks hooks = LiveFileWriter::recordingInto(
       *store, [&](const std::string&, const std::string& reason) { failures.push_back(reason); });
   const auto record = hooks.aboutToReplace;
-  bool refuse = true;
+  std::atomic<bool> refuse{true};
   hooks.aboutToReplace = [&](const LiveFileWriter::FileWrite& write) -> StoreStatus {
     if (refuse)
       return StoreError{"the disk of the store is full"};
