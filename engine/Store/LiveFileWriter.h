@@ -72,6 +72,8 @@ class LiveFileWriter {
   };
   using Producer = std::function<LayerContent()>;
 
+  // The hooks run on the writer thread; they must not call back into the writer. Whatever they
+  // use (the store of `recordingInto`) must outlive it.
   LiveFileWriter(Hooks hooks, Options options);
   explicit LiveFileWriter(Hooks hooks) : LiveFileWriter(std::move(hooks), Options{}) {}
   // Writes what is pending, then stops the thread.

@@ -126,8 +126,13 @@ StoreResult<std::vector<LayerRecovery>> planRecovery(ProjectStore& store,
                                     [&](const LayerSnapshot& each) { return each.path == path; });
     const std::optional<LayerSnapshot> snapshot =
         layer == snapshots->end() ? std::nullopt : std::optional<LayerSnapshot>(*layer);
+    // A file whose stamp is the recorded one is the recorded file (a replacement brings a new
+    // inode): a large project starts without reading every layer.
+    const FileStamp stamp = stampOf(path);
     std::optional<std::string> diskHash;
-    if (stampOf(path).exists) {
+    if (record && record->stamp.exists && stamp == record->stamp && !record->contentHash.empty()) {
+      diskHash = record->contentHash;
+    } else if (stamp.exists) {
       auto hash = contentHashOfFile(path);
       if (!hash)
         return hash.error();
