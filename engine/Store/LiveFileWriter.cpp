@@ -65,6 +65,9 @@ LiveFileWriter::~LiveFileWriter() {
   }
   changed_.notify_all();
   thread_.join();
+  for (const auto& [path, state] : files_)
+    if (state.pending && state.latestSequence > state.writtenSequence && state.lastError.empty())
+      reportFailure(path, "not written: " + path + " changed while the writer stopped");
   if (!flushed)
     reportFailure("", "stopped with files not written (the revision log holds their edits): " +
                           flushed.error().message);
@@ -103,6 +106,7 @@ void LiveFileWriter::enqueue(std::string workspace, std::string path, std::uint6
         .revision = std::max(revision, state.pending ? state.pending->revision : std::uint64_t{0}),
         .produce = std::move(produce)};
     state.timing.firstPending = since;
+    state.latestSequence = ++enqueued_;
   }
   changed_.notify_all();
 }
@@ -110,13 +114,18 @@ void LiveFileWriter::enqueue(std::string workspace, std::string path, std::uint6
 StoreStatus LiveFileWriter::flush() {
   std::unique_lock lock(mutex_);
   ++flushes_;
-  flushStarted_ = Clock::now();
+  const Clock::time_point started = Clock::now();
+  const std::uint64_t target = enqueued_;
+  flushStarted_ = started;
   changed_.notify_all();
-  changed_.wait(lock, [this] { return flushDone(); });
+  changed_.wait(lock, [&] {
+    return std::all_of(files_.begin(), files_.end(),
+                       [&](const auto& file) { return flushedFile(file.second, target, started); });
+  });
   --flushes_;
   std::string failures;
   for (const auto& [path, state] : files_) {
-    if (!state.pending)
+    if (state.writtenSequence >= std::min(state.latestSequence, target))
       continue;
     failures += (failures.empty() ? "" : "; ") + path + ": " + state.lastError;
   }
@@ -136,14 +145,12 @@ std::uint64_t LiveFileWriter::writeCount() {
   return writes_;
 }
 
-bool LiveFileWriter::flushDone() const {
-  return std::all_of(files_.begin(), files_.end(), [this](const auto& file) {
-    const FileState& state = file.second;
-    if (state.inFlight)
-      return false;
-    // A file that failed since the flush began has had its chance.
-    return !state.pending || (state.timing.lastFailed && *state.timing.lastFailed >= flushStarted_);
-  });
+bool LiveFileWriter::flushedFile(const FileState& state, std::uint64_t target,
+                                 Clock::time_point started) const {
+  if (state.writtenSequence >= std::min(state.latestSequence, target))
+    return true;
+  // A file that failed since the flush began has had its chance.
+  return !state.inFlight && state.timing.lastFailed && *state.timing.lastFailed >= started;
 }
 
 std::optional<Clock::time_point> LiveFileWriter::dueTime(const FileState& state) const {
@@ -180,6 +187,7 @@ void LiveFileWriter::run() {
     const Clock::time_point since = state.timing.firstPending;
     state.pending.reset();
     state.inFlight = true;
+    state.inFlightSequence = state.latestSequence;
     const std::string lastHash = state.writtenHash;
     const FileStamp lastStamp = state.writtenStamp;
     const Clock::time_point started = Clock::now();
@@ -196,6 +204,7 @@ void LiveFileWriter::run() {
       state.lastError.clear();
       state.writtenHash = std::move(outcome.hash);
       state.writtenStamp = outcome.stamp;
+      state.writtenSequence = state.inFlightSequence;
     } else {
       ++state.timing.failures;
       state.timing.lastFailed = finished;

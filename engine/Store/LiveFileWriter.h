@@ -87,8 +87,9 @@ class LiveFileWriter {
       ProjectStore& store, std::function<void(const std::string&, const std::string&)> failed = {});
 
   void enqueue(std::string workspace, std::string path, std::uint64_t revision, Producer produce);
-  // Writes everything pending now, without waiting for the delay, and returns once it is all on
-  // the disk. What failed stays pending and is named in the error.
+  // Writes everything pending now, without waiting for the delay, and returns once what was
+  // enqueued before the call is on the disk (or a newer text of the same file is). Edits that keep
+  // coming meanwhile do not hold it up. What failed stays pending and is named in the error.
   StoreStatus flush();
   std::size_t pendingCount();
   // Completed writes so far (files whose content did not change count too), counted before the
@@ -105,6 +106,11 @@ class LiveFileWriter {
     WriteTiming timing;
     std::optional<Pending> pending;
     bool inFlight = false;
+    // Enqueues are numbered: the newest one of this file, the one being written, the newest one
+    // on the disk.
+    std::uint64_t latestSequence = 0;
+    std::uint64_t inFlightSequence = 0;
+    std::uint64_t writtenSequence = 0;
     std::string lastError;
     std::string writtenHash;  // what the writer last put there, and its stamp
     FileStamp writtenStamp;
@@ -120,7 +126,8 @@ class LiveFileWriter {
   Outcome write(const std::string& path, const Pending& pending, const std::string& lastHash,
                 const FileStamp& lastStamp);
   std::optional<WriteTiming::Clock::time_point> dueTime(const FileState& state) const;
-  bool flushDone() const;
+  bool flushedFile(const FileState& state, std::uint64_t target,
+                   WriteTiming::Clock::time_point started) const;
   void reportFailure(const std::string& path, const std::string& reason);
 
   const Hooks hooks_;
@@ -129,6 +136,7 @@ class LiveFileWriter {
   std::condition_variable changed_;
   std::map<std::string, FileState> files_;
   unsigned flushes_ = 0;
+  std::uint64_t enqueued_ = 0;
   WriteTiming::Clock::time_point flushStarted_ = {};
   std::atomic<std::uint64_t> writes_ = 0;
   bool stopping_ = false;

@@ -4,6 +4,7 @@
 #include <condition_variable>
 #include <filesystem>
 #include <mutex>
+#include <thread>
 
 #include "Store/AtomicFile.h"
 #include "Store/ContentHash.h"
@@ -149,6 +150,30 @@ TEST(LiveFileWriter, APendingFileCatchesUpWithoutAFlushAndWritesAreSpacedByTheDe
   EXPECT_LE(reports.written().size(), allowed)
       << "enqueuing took " << std::chrono::duration<double>(enqueuing).count() << " s";
   EXPECT_LT(reports.written().size(), 300u);
+}
+
+// An edit arrives during every write of the file. The flush waits for what was pending when it
+// began, not for the edits after it (before, it wrote on until they stopped).
+TEST(LiveFileWriter, AFlushReturnsWhileEditsKeepComing) {
+  StoreTestFolder folder;
+  const std::string path = folder.file("scene.usda");
+  Reports reports;
+  std::atomic<int> calls{0};
+  LiveFileWriter* writing = nullptr;
+  LiveFileWriter::Producer produce;
+  produce = [&] {
+    const int call = ++calls;
+    if (call < 100)
+      writing->enqueue("main", path, static_cast<std::uint64_t>(call) + 1, produce);
+    return LayerContent{.revision = static_cast<std::uint64_t>(call),
+                        .text = "revision " + std::to_string(call)};
+  };
+  LiveFileWriter writer(reports.hooks(), LiveFileWriter::Options{.delay = 30s});
+  writing = &writer;
+  writer.enqueue("main", path, 1, produce);
+  ASSERT_TRUE(writer.flush());
+  EXPECT_LE(calls, 4);
+  EXPECT_TRUE(readWhole(path).starts_with("revision "));
 }
 
 TEST(LiveFileWriter, AFailedWriteIsReportedKeptAndTriedAgain) {
