@@ -41,13 +41,15 @@ EDITOR_CHAIN = [
 ENGINE_DEPENDS_ON = {
     "UsdText": ["wire"],
     "Inspector": ["UsdText"],
-    "ProjectServer": ["Inspector"],
+    "ProjectServer": ["Authoring", "Store"],
+    "Authoring": ["Inspector"],
     "ProjectTool": ["UsdText"],
     "ClientLink": ["wire"],
     "EditClient": ["ClientLink"],
     "ToolClient": ["ClientLink"],
     "engine fuzzers": ["Inspector", "EditClient"],
-    "engine benchmarks": ["ProjectServer", "ProjectTool"],
+    "Store": ["wire"],
+    "engine benchmarks": ["ProjectServer", "ProjectTool", "Store"],
 }
 
 CORE = "apps/usd_editor/Sources/OrvanUsdEditorCore"
