@@ -1,0 +1,460 @@
+#include "Inspector/IncrementalInspector.h"
+
+#include <bit>
+#include <cstring>
+#include <unordered_map>
+#include <unordered_set>
+
+#include "Inspector/InspectionParts.h"
+
+namespace orvan::engine {
+namespace {
+
+constexpr std::uint64_t kPrime1 = 0x9E3779B185EBCA87ull;
+constexpr std::uint64_t kPrime2 = 0xC2B2AE3D27D4EB4Full;
+constexpr std::uint64_t kPrime3 = 0x165667B19E3779F9ull;
+constexpr std::uint64_t kEndOfList = ~0ull;  // no length is this long
+
+// A streaming 64-bit hash that takes eight bytes per step, for fingerprints and digests. Each step
+// is a bijection of the state for a fixed word, so two inputs that differ in one word always
+// differ right after it. Texts are prefixed with their length, so that "ab"+"c" and "a"+"bc"
+// differ.
+class Hasher {
+ public:
+  explicit Hasher(std::uint64_t seed = 0) : state_(seed + kPrime3) {}
+
+  void add(std::uint64_t word) {
+    state_ += word * kPrime2;
+    state_ = std::rotl(state_, 31) * kPrime1;
+  }
+  void add(std::string_view text) {
+    add(static_cast<std::uint64_t>(text.size()));
+    const char* data = text.data();
+    std::size_t left = text.size();
+    for (; left >= 8; left -= 8, data += 8) {
+      std::uint64_t word = 0;
+      std::memcpy(&word, data, 8);
+      add(word);
+    }
+    if (left != 0) {
+      std::uint64_t word = 0;
+      std::memcpy(&word, data, left);
+      add(word);
+    }
+  }
+  std::uint64_t finish() const {
+    std::uint64_t hash = state_;
+    hash ^= hash >> 33;
+    hash *= kPrime2;
+    hash ^= hash >> 29;
+    hash *= kPrime3;
+    hash ^= hash >> 32;
+    return hash;
+  }
+
+ private:
+  std::uint64_t state_;
+};
+
+std::uint64_t hashText(std::string_view text) {
+  Hasher hasher;
+  hasher.add(text);
+  return hasher.finish();
+}
+
+std::uint64_t hashWords(std::uint64_t a, std::uint64_t b) {
+  Hasher hasher(a);
+  hasher.add(b);
+  return hasher.finish();
+}
+
+// ---- fingerprints: everything a prim's parts are made from ----
+
+void addValue(Hasher& hasher, const Value& value) {
+  hasher.add(static_cast<std::uint64_t>(value.kind) | std::uint64_t{value.itemCount} << 8);
+  hasher.add(value.text);
+  for (const Value& item : value.items())
+    addValue(hasher, item);
+}
+
+void addMetadata(Hasher& hasher, const std::vector<MetadataEntry>& entries) {
+  hasher.add(entries.size());
+  for (const MetadataEntry& entry : entries) {
+    hasher.add(static_cast<std::uint64_t>(entry.op));
+    hasher.add(entry.key);
+    addValue(hasher, entry.value);
+  }
+}
+
+void addProperty(Hasher& hasher, const LayerProperty& property) {
+  hasher.add(static_cast<std::uint64_t>(property.kind) |
+             static_cast<std::uint64_t>(property.custom) << 8 |
+             static_cast<std::uint64_t>(property.variability) << 16);
+  hasher.add(property.typeName);
+  hasher.add(property.name);
+  hasher.add(property.fields.size());
+  for (const PropertyField& field : property.fields) {
+    hasher.add(field.suffix);
+    hasher.add(static_cast<std::uint64_t>(field.op) | static_cast<std::uint64_t>(field.hasValue)
+                                                          << 8);
+    addValue(hasher, field.value);
+  }
+  addMetadata(hasher, property.metadata);
+}
+
+// What one authored prim says. Its children are not part of it: the composed children are.
+void addAuthoredPrim(Hasher& hasher, const LayerPrim& prim) {
+  hasher.add(static_cast<std::uint64_t>(prim.specifier) |
+             static_cast<std::uint64_t>(prim.isVariantBody) << 8);
+  hasher.add(prim.typeName);
+  hasher.add(prim.name);
+  addMetadata(hasher, prim.metadata);
+  hasher.add(prim.properties.size());
+  for (const LayerProperty& property : prim.properties)
+    addProperty(hasher, property);
+  hasher.add(prim.variantSets.size());
+  for (const LayerVariantSet& set : prim.variantSets) {
+    hasher.add(set.name);
+    hasher.add(set.variants.size());
+    for (const LayerVariant& variant : set.variants)
+      hasher.add(variant.name);
+  }
+  addMetadata(hasher, prim.reorders);
+}
+
+// Where an opinion came from through arcs: relationship targets are mapped from there.
+void addSite(Hasher& hasher, const Stage& stage, std::uint32_t site) {
+  if (site == kLocalSite || site >= stage.sites.size()) {
+    hasher.add(kEndOfList);
+    return;
+  }
+  const OpinionSite& found = stage.sites[site];
+  hasher.add(found.path);
+  for (const PathMapping* mapping = found.mapping.get(); mapping; mapping = mapping->outer.get()) {
+    hasher.add(mapping->from);
+    hasher.add(mapping->to);
+  }
+  hasher.add(kEndOfList);
+}
+
+// A layer as opinions see it: its names, whether it is in the root layer stack (override marks
+// count only there), and whether it is the active layer.
+std::vector<std::uint64_t> layerHashes(const Stage& stage, std::uint32_t active) {
+  std::vector<std::uint64_t> hashes;
+  hashes.reserve(stage.layers.size());
+  for (std::uint32_t index = 0; index < stage.layers.size(); ++index) {
+    const StageLayer& layer = stage.layers[index];
+    Hasher hasher;
+    hasher.add(layer.identifier);
+    hasher.add(layer.name);
+    hasher.add(static_cast<std::uint64_t>(layer.inRootLayerStack) |
+               static_cast<std::uint64_t>(index == active) << 1 |
+               static_cast<std::uint64_t>(layer.layer != nullptr) << 2);
+    hashes.push_back(hasher.finish());
+  }
+  return hashes;
+}
+
+// Everything about a prim itself: what its record and node say before the entity it inherits.
+std::uint64_t ownHash(const Stage& stage, const ComposedPrim& prim,
+                      const std::vector<std::uint64_t>& layers) {
+  Hasher hasher;
+  hasher.add(prim.path);
+  hasher.add(prim.name);
+  hasher.add(prim.typeName);
+  hasher.add(prim.kind);
+  hasher.add(static_cast<std::uint64_t>(prim.specifier) |
+             static_cast<std::uint64_t>(prim.defined) << 8 |
+             static_cast<std::uint64_t>(prim.active) << 9 |
+             static_cast<std::uint64_t>(prim.instanceable) << 10 |
+             static_cast<std::uint64_t>(prim.isInstance) << 11 |
+             static_cast<std::uint64_t>(prim.instanceProxy) << 12 |
+             static_cast<std::uint64_t>(prim.hasPayload) << 13 |
+             static_cast<std::uint64_t>(prim.payloadLoaded) << 14 |
+             static_cast<std::uint64_t>(prim.hasArcs) << 15);
+  hasher.add(prim.variantSelections.size());
+  for (const auto& [set, variant] : prim.variantSelections) {
+    hasher.add(set);
+    hasher.add(variant);
+  }
+  hasher.add(prim.problems.size());
+  for (const std::uint32_t problem : prim.problems)
+    hasher.add(problem < stage.problems.size() ? stage.problems[problem].message : "");
+  hasher.add(static_cast<std::uint64_t>(prim.opinionCount));
+  for (std::uint32_t i = 0; i < prim.opinionCount; ++i) {
+    const PrimOpinion& opinion = stage.primOpinions[prim.firstOpinion + i];
+    hasher.add(layers[opinion.layer]);
+    addAuthoredPrim(hasher, stage.authoredPrim(opinion));
+    addSite(hasher, stage, opinion.site);
+  }
+  return hasher.finish();
+}
+
+// ---- the kept parts ----
+
+struct AssetText {
+  std::string key;
+  std::string text;  // starts with ','
+  std::uint64_t hash = 0;
+};
+
+struct PrimText {
+  std::string detail;    // starts with ','
+  std::string nodeHead;  // starts with ','
+  std::uint64_t detailHash = 0;
+  std::uint64_t headHash = 0;
+  std::vector<AssetText> assets;
+};
+
+std::shared_ptr<const PrimText> keepText(inspection::PrimParts& parts) {
+  auto text = std::make_shared<PrimText>();
+  text->detailHash = hashText(parts.detail);
+  text->headHash = hashText(parts.nodeHead);
+  text->detail = std::move(parts.detail);
+  text->nodeHead = std::move(parts.nodeHead);
+  text->assets.reserve(parts.assets.size());
+  for (inspection::AssetPart& asset : parts.assets) {
+    const std::uint64_t hash = hashText(asset.text);
+    text->assets.push_back({std::move(asset.key), std::move(asset.text), hash});
+  }
+  return text;
+}
+
+// "]}" closes a node's children and the node; runs of them share one text.
+const std::string& closers() {
+  static const std::string text = [] {
+    std::string closers;
+    for (int i = 0; i < 128; ++i)
+      closers += "]}";
+    return closers;
+  }();
+  return text;
+}
+
+// One prim's parts as the last call left them.
+struct KeptPrim {
+  std::string path;
+  std::uint64_t fingerprint = 0;
+  std::string entityPath;
+  std::uint64_t entityId = 0;
+  std::shared_ptr<const PrimText> text;
+};
+
+}  // namespace
+
+struct IncrementalInspector::Cache {
+  std::vector<KeptPrim> prims;  // by the prim's index in the last stage
+};
+
+// ---- the document ----
+
+std::string InspectionDocument::text() const {
+  std::string out;
+  appendTo(out);
+  return out;
+}
+
+void InspectionDocument::appendTo(std::string& out) const {
+  out.reserve(out.size() + size_);
+  for (const std::string_view piece : pieces_)
+    out += piece;
+}
+
+namespace {
+
+class DocumentBuilder {
+ public:
+  DocumentBuilder(std::vector<std::string_view>& pieces, std::uint64_t& size)
+      : pieces_(pieces), size_(size) {}
+
+  // A list element's text, which starts with ',' unless it is the first of its list.
+  void element(const std::string& text, std::uint64_t hash, bool first) {
+    flushClosers();
+    add(first ? std::string_view(text).substr(1) : std::string_view(text),
+        first ? hashWords(hash, 1) : hash);
+  }
+  void text(std::string_view text) {
+    flushClosers();
+    add(text, hashText(text));
+  }
+  void closeNode() { ++closers_; }
+  void flushClosers() {
+    while (closers_ != 0) {
+      const std::size_t count = std::min<std::size_t>(closers_, closers().size() / 2);
+      const std::string_view run(closers().data(), 2 * count);
+      add(run, hashText(run));
+      closers_ -= count;
+    }
+  }
+  std::uint64_t digest() const { return digest_.finish(); }
+
+ private:
+  void add(std::string_view piece, std::uint64_t hash) {
+    pieces_.push_back(piece);
+    size_ += piece.size();
+    digest_.add(hash);
+  }
+
+  std::vector<std::string_view>& pieces_;
+  std::uint64_t& size_;
+  Hasher digest_;
+  std::size_t closers_ = 0;
+};
+
+}  // namespace
+
+IncrementalInspector::IncrementalInspector() : cache_(std::make_unique<Cache>()) {}
+IncrementalInspector::~IncrementalInspector() = default;
+IncrementalInspector::IncrementalInspector(IncrementalInspector&&) noexcept = default;
+IncrementalInspector& IncrementalInspector::operator=(IncrementalInspector&&) noexcept = default;
+
+void IncrementalInspector::clear() {
+  cache_->prims.clear();
+  cache_->prims.shrink_to_fit();
+}
+
+IncrementalInspector::Result IncrementalInspector::inspect(const Stage& stage,
+                                                           const InspectOptions& options) {
+  Result result;
+  stats_ = {};
+  inspection::PrimPartsEncoder encoder(stage, options);
+  if (auto error = encoder.prepare()) {
+    result.error = std::move(error);
+    return result;
+  }
+  const std::size_t count = stage.prims.size();
+  stats_.prims = count;
+
+  // What every prim's fingerprint shares.
+  const std::vector<std::uint64_t> layers = layerHashes(stage, encoder.activeLayer());
+  const std::uint32_t problemPrim = encoder.stageProblemPrim();
+  Hasher problemsHasher;
+  for (const std::string& message : encoder.stageProblems())
+    problemsHasher.add(message);
+  const std::uint64_t stageProblems = problemsHasher.finish();
+  // A prim with problems leaves out the files that failed to load.
+  Hasher loadedHasher;
+  for (const StageLayer& layer : stage.layers) {
+    loadedHasher.add(layer.identifier);
+    loadedHasher.add(static_cast<std::uint64_t>(layer.layer != nullptr));
+  }
+  const std::uint64_t loadedLayers = loadedHasher.finish();
+
+  std::vector<std::uint64_t> own(count);
+  for (std::size_t i = 0; i < count; ++i)
+    own[i] = ownHash(stage, stage.prims[i], layers);
+
+  // The parts of the last call, found by index while the prims stay where they were, else by
+  // path.
+  std::vector<KeptPrim> previous = std::move(cache_->prims);
+  std::unordered_map<std::uint64_t, std::uint32_t> previousByPath;
+  bool indexed = false;
+  const auto findPrevious = [&](std::uint32_t index, const std::string& path) -> KeptPrim* {
+    if (index < previous.size() && previous[index].path == path)
+      return &previous[index];
+    if (!indexed) {
+      previousByPath.reserve(previous.size());
+      for (std::uint32_t i = 0; i < previous.size(); ++i)
+        previousByPath.emplace(hashText(previous[i].path), i);
+      indexed = true;
+    }
+    const auto found = previousByPath.find(hashText(path));
+    if (found == previousByPath.end() || previous[found->second].path != path)
+      return nullptr;
+    return &previous[found->second];
+  };
+
+  std::vector<KeptPrim> entries(count);
+  for (std::uint32_t index = 0; index < count; ++index) {
+    const ComposedPrim& prim = stage.prims[index];
+    // Parents come before their children, so the parent's entity is known here.
+    const KeptPrim* parent = prim.parent == kNoPrim ? nullptr : &entries[prim.parent];
+    Hasher hasher(own[index]);
+    hasher.add(prim.children.size());
+    for (const std::uint32_t child : prim.children)
+      hasher.add(own[child]);
+    if (parent) {
+      hasher.add(parent->entityPath);
+      hasher.add(parent->entityId);
+    } else {
+      hasher.add(kEndOfList);
+    }
+    hasher.add(index == problemPrim ? stageProblems : 0);
+    if (!prim.problems.empty())
+      hasher.add(loadedLayers);
+    const std::uint64_t fingerprint = hasher.finish();
+
+    KeptPrim* kept = findPrevious(index, prim.path);
+    if (kept && kept->fingerprint == fingerprint && kept->text) {
+      entries[index] = std::move(*kept);
+      ++stats_.reused;
+      continue;
+    }
+    inspection::PrimParts parts = parent
+                                      ? encoder.encode(index, parent->entityPath, parent->entityId)
+                                      : encoder.encode(index, {}, 0);
+    KeptPrim& entry = entries[index];
+    entry.path = prim.path;
+    entry.fingerprint = fingerprint;
+    entry.entityPath = std::move(parts.entityPath);
+    entry.entityId = parts.entityId;
+    entry.text = keepText(parts);
+    ++stats_.encoded;
+  }
+  previous.clear();
+
+  // The document: the frame around the flat list, the tree and the assets.
+  InspectionDocument& document = result.document;
+  auto frame = std::make_shared<const inspection::DocumentFrame>(encoder.frame());
+  document.parts_.reserve(count + 1);
+  document.parts_.push_back(frame);
+  document.pieces_.reserve(3 * count + 8);
+  DocumentBuilder builder(document.pieces_, document.size_);
+
+  builder.text((*frame)[0]);
+  for (std::size_t index = 0; index < count; ++index) {
+    const PrimText& text = *entries[index].text;
+    builder.element(text.detail, text.detailHash, index == 0);
+    document.parts_.push_back(entries[index].text);
+  }
+  builder.text((*frame)[1]);
+  struct Level {
+    const std::vector<std::uint32_t>* nodes;
+    std::size_t next;
+  };
+  std::vector<Level> levels{{&stage.rootPrims, 0}};
+  while (!levels.empty()) {
+    Level& level = levels.back();
+    if (level.next == level.nodes->size()) {
+      levels.pop_back();
+      if (!levels.empty())
+        builder.closeNode();
+      continue;
+    }
+    const std::uint32_t index = (*level.nodes)[level.next];
+    const PrimText& text = *entries[index].text;
+    builder.element(text.nodeHead, text.headHash, level.next == 0);
+    ++level.next;
+    levels.push_back({&stage.prims[index].children, 0});
+  }
+  builder.text((*frame)[2]);
+  // An asset is listed where the first prim that brings it is.
+  std::unordered_set<std::string_view> listed;
+  for (const KeptPrim& entry : entries) {
+    for (const AssetText& asset : entry.text->assets) {
+      if (listed.insert(asset.key).second)
+        builder.element(asset.text, asset.hash, listed.size() == 1);
+    }
+  }
+  builder.text((*frame)[3]);
+  document.digest_ = builder.digest();
+
+  cache_->prims = std::move(entries);
+  if (document.size_ > options.maxOutputBytes) {
+    result.error = "the stage's inspection is larger than the limit of " +
+                   std::to_string(options.maxOutputBytes) + " bytes";
+  }
+  return result;
+}
+
+}  // namespace orvan::engine
