@@ -1,5 +1,7 @@
 #include "Inspector/IncrementalInspector.h"
 
+#include <algorithm>
+#include <array>
 #include <bit>
 #include <cstring>
 #include <unordered_map>
@@ -15,20 +17,33 @@ constexpr std::uint64_t kPrime2 = 0xC2B2AE3D27D4EB4Full;
 constexpr std::uint64_t kPrime3 = 0x165667B19E3779F9ull;
 constexpr std::uint64_t kEndOfList = ~0ull;  // no length is this long
 
-// A streaming 64-bit hash that takes eight bytes per step, for fingerprints and digests. Each step
-// is a bijection of the state for a fixed word, so two inputs that differ in one word always
-// differ right after it. Texts are prefixed with their length, so that "ab"+"c" and "a"+"bc"
-// differ.
+// A streaming 64-bit hash that takes eight bytes per step, for fingerprints and digests. Words go
+// round four lanes, so that the steps of consecutive words do not wait for each other. Each step
+// is a bijection of its lane for a fixed word, so two inputs that differ in one word differ right
+// after it. Texts carry their length, so that "ab"+"c" and "a"+"bc" differ.
 class Hasher {
  public:
-  explicit Hasher(std::uint64_t seed = 0) : state_(seed + kPrime3) {}
+  explicit Hasher(std::uint64_t seed = 0)
+      : lanes_{seed + kPrime1 + kPrime2, seed + kPrime2, seed, seed - kPrime1} {}
 
   void add(std::uint64_t word) {
-    state_ += word * kPrime2;
-    state_ = std::rotl(state_, 31) * kPrime1;
+    std::uint64_t& lane = lanes_[count_++ & 3];
+    lane = std::rotl(lane + word * kPrime2, 31) * kPrime1;
   }
+  // A text of up to seven bytes is one word, its length in the top byte; a longer one is its
+  // length, marked in the top byte, then its bytes.
   void add(std::string_view text) {
-    add(static_cast<std::uint64_t>(text.size()));
+    if (text.size() < 8) {
+      std::uint64_t word = 0;
+      std::memcpy(&word, text.data(), text.size());
+      add(word | static_cast<std::uint64_t>(text.size()) << 56);
+      return;
+    }
+    add(static_cast<std::uint64_t>(text.size()) | 0xFFull << 56);
+    addBytes(text);
+  }
+  // The bytes alone, for texts whose length was added already.
+  void addBytes(std::string_view text) {
     const char* data = text.data();
     std::size_t left = text.size();
     for (; left >= 8; left -= 8, data += 8) {
@@ -43,7 +58,11 @@ class Hasher {
     }
   }
   std::uint64_t finish() const {
-    std::uint64_t hash = state_;
+    std::uint64_t hash = std::rotl(lanes_[0], 1) + std::rotl(lanes_[1], 7) +
+                         std::rotl(lanes_[2], 12) + std::rotl(lanes_[3], 18);
+    for (const std::uint64_t lane : lanes_)
+      hash = (hash ^ std::rotl(lane * kPrime2, 31) * kPrime1) * kPrime1 + kPrime3;
+    hash += count_;
     hash ^= hash >> 33;
     hash *= kPrime2;
     hash ^= hash >> 29;
@@ -53,7 +72,8 @@ class Hasher {
   }
 
  private:
-  std::uint64_t state_;
+  std::array<std::uint64_t, 4> lanes_;
+  std::uint64_t count_ = 0;
 };
 
 std::uint64_t hashText(std::string_view text) {
@@ -71,8 +91,14 @@ std::uint64_t hashWords(std::uint64_t a, std::uint64_t b) {
 // ---- fingerprints: everything a prim's parts are made from ----
 
 void addValue(Hasher& hasher, const Value& value) {
-  hasher.add(static_cast<std::uint64_t>(value.kind) | std::uint64_t{value.itemCount} << 8);
-  hasher.add(value.text);
+  // Kind, item count and text length in one word; a text too long for it adds its length.
+  constexpr std::uint64_t kLongText = 0xFFFFFF;
+  const std::uint64_t size = value.text.size();
+  hasher.add(static_cast<std::uint64_t>(value.kind) | std::uint64_t{value.itemCount} << 8 |
+             std::min(size, kLongText) << 40);
+  if (size >= kLongText)
+    hasher.add(size);
+  hasher.addBytes(value.text);
   for (const Value& item : value.items())
     addValue(hasher, item);
 }
@@ -156,10 +182,9 @@ std::vector<std::uint64_t> layerHashes(const Stage& stage, std::uint32_t active)
 }
 
 // Everything about a prim itself: what its record and node say before the entity it inherits.
-std::uint64_t ownHash(const Stage& stage, const ComposedPrim& prim,
+std::uint64_t ownHash(const Stage& stage, const ComposedPrim& prim, std::uint64_t pathHash,
                       const std::vector<std::uint64_t>& layers) {
-  Hasher hasher;
-  hasher.add(prim.path);
+  Hasher hasher(pathHash);
   hasher.add(prim.name);
   hasher.add(prim.typeName);
   hasher.add(prim.kind);
@@ -231,14 +256,34 @@ const std::string& closers() {
   return text;
 }
 
-// One prim's parts as the last call left them.
+// One prim's parts as the last call left them, with the views and digests the document is put
+// together from, so that doing so reads this list in order.
 struct KeptPrim {
-  std::string path;
+  std::uint64_t pathHash = 0;
   std::uint64_t fingerprint = 0;
-  std::string entityPath;
   std::uint64_t entityId = 0;
+  std::string entityPath;
   std::shared_ptr<const PrimText> text;
+  std::string_view detail;
+  std::string_view nodeHead;
+  std::uint64_t detailHash = 0;
+  std::uint64_t headHash = 0;
+  bool hasAssets = false;
 };
+
+void keep(KeptPrim& kept, std::uint64_t pathHash, std::uint64_t fingerprint,
+          inspection::PrimParts& parts) {
+  kept.pathHash = pathHash;
+  kept.fingerprint = fingerprint;
+  kept.entityId = parts.entityId;
+  kept.entityPath = std::move(parts.entityPath);
+  kept.text = keepText(parts);
+  kept.detail = kept.text->detail;
+  kept.nodeHead = kept.text->nodeHead;
+  kept.detailHash = kept.text->detailHash;
+  kept.headHash = kept.text->headHash;
+  kept.hasAssets = !kept.text->assets.empty();
+}
 
 }  // namespace
 
@@ -262,16 +307,17 @@ void InspectionDocument::appendTo(std::string& out) const {
 
 namespace {
 
+constexpr std::uint64_t kClosersTag = 0x636c6f7365727321ull;
+
 class DocumentBuilder {
  public:
   DocumentBuilder(std::vector<std::string_view>& pieces, std::uint64_t& size)
       : pieces_(pieces), size_(size) {}
 
   // A list element's text, which starts with ',' unless it is the first of its list.
-  void element(const std::string& text, std::uint64_t hash, bool first) {
+  void element(std::string_view text, std::uint64_t hash, bool first) {
     flushClosers();
-    add(first ? std::string_view(text).substr(1) : std::string_view(text),
-        first ? hashWords(hash, 1) : hash);
+    add(first ? text.substr(1) : text, first ? hashWords(hash, 1) : hash);
   }
   void text(std::string_view text) {
     flushClosers();
@@ -281,8 +327,7 @@ class DocumentBuilder {
   void flushClosers() {
     while (closers_ != 0) {
       const std::size_t count = std::min<std::size_t>(closers_, closers().size() / 2);
-      const std::string_view run(closers().data(), 2 * count);
-      add(run, hashText(run));
+      add(std::string_view(closers().data(), 2 * count), hashWords(kClosersTag, count));
       closers_ -= count;
     }
   }
@@ -340,31 +385,32 @@ IncrementalInspector::Result IncrementalInspector::inspect(const Stage& stage,
   }
   const std::uint64_t loadedLayers = loadedHasher.finish();
 
+  std::vector<std::uint64_t> pathHashes(count);
   std::vector<std::uint64_t> own(count);
-  for (std::size_t i = 0; i < count; ++i)
-    own[i] = ownHash(stage, stage.prims[i], layers);
+  for (std::size_t i = 0; i < count; ++i) {
+    pathHashes[i] = hashText(stage.prims[i].path);
+    own[i] = ownHash(stage, stage.prims[i], pathHashes[i], layers);
+  }
 
-  // The parts of the last call, found by index while the prims stay where they were, else by
-  // path.
-  std::vector<KeptPrim> previous = std::move(cache_->prims);
+  // While the stage has the prims of the last call in the same places, the kept parts are
+  // updated where they are; otherwise they move to their prims' new places, found by path. A
+  // prim's path is part of its fingerprint, so comparing the paths' hashes finds the candidate and
+  // the fingerprint decides.
+  std::vector<KeptPrim>& previous = cache_->prims;
+  const bool samePlaces =
+      previous.size() == count &&
+      std::equal(pathHashes.begin(), pathHashes.end(), previous.begin(),
+                 [](std::uint64_t hash, const KeptPrim& kept) { return hash == kept.pathHash; });
+  std::vector<KeptPrim> moved;
   std::unordered_map<std::uint64_t, std::uint32_t> previousByPath;
-  bool indexed = false;
-  const auto findPrevious = [&](std::uint32_t index, const std::string& path) -> KeptPrim* {
-    if (index < previous.size() && previous[index].path == path)
-      return &previous[index];
-    if (!indexed) {
-      previousByPath.reserve(previous.size());
-      for (std::uint32_t i = 0; i < previous.size(); ++i)
-        previousByPath.emplace(hashText(previous[i].path), i);
-      indexed = true;
-    }
-    const auto found = previousByPath.find(hashText(path));
-    if (found == previousByPath.end() || previous[found->second].path != path)
-      return nullptr;
-    return &previous[found->second];
-  };
+  if (!samePlaces) {
+    moved.resize(count);
+    previousByPath.reserve(previous.size());
+    for (std::uint32_t i = 0; i < previous.size(); ++i)
+      previousByPath.emplace(previous[i].pathHash, i);
+  }
+  std::vector<KeptPrim>& entries = samePlaces ? previous : moved;
 
-  std::vector<KeptPrim> entries(count);
   for (std::uint32_t index = 0; index < count; ++index) {
     const ComposedPrim& prim = stage.prims[index];
     // Parents come before their children, so the parent's entity is known here.
@@ -384,24 +430,26 @@ IncrementalInspector::Result IncrementalInspector::inspect(const Stage& stage,
       hasher.add(loadedLayers);
     const std::uint64_t fingerprint = hasher.finish();
 
-    KeptPrim* kept = findPrevious(index, prim.path);
-    if (kept && kept->fingerprint == fingerprint && kept->text) {
-      entries[index] = std::move(*kept);
+    KeptPrim* kept = &entries[index];
+    if (!samePlaces) {
+      const auto found = previousByPath.find(pathHashes[index]);
+      kept = found == previousByPath.end() ? nullptr : &previous[found->second];
+    }
+    if (kept && kept->text && kept->fingerprint == fingerprint) {
+      if (!samePlaces)
+        entries[index] = std::move(*kept);
       ++stats_.reused;
       continue;
     }
     inspection::PrimParts parts = parent
                                       ? encoder.encode(index, parent->entityPath, parent->entityId)
                                       : encoder.encode(index, {}, 0);
-    KeptPrim& entry = entries[index];
-    entry.path = prim.path;
-    entry.fingerprint = fingerprint;
-    entry.entityPath = std::move(parts.entityPath);
-    entry.entityId = parts.entityId;
-    entry.text = keepText(parts);
+    keep(entries[index], pathHashes[index], fingerprint, parts);
     ++stats_.encoded;
   }
-  previous.clear();
+  if (!samePlaces)
+    previous = std::move(moved);
+  const std::vector<KeptPrim>& prims = cache_->prims;
 
   // The document: the frame around the flat list, the tree and the assets.
   InspectionDocument& document = result.document;
@@ -413,9 +461,9 @@ IncrementalInspector::Result IncrementalInspector::inspect(const Stage& stage,
 
   builder.text((*frame)[0]);
   for (std::size_t index = 0; index < count; ++index) {
-    const PrimText& text = *entries[index].text;
-    builder.element(text.detail, text.detailHash, index == 0);
-    document.parts_.push_back(entries[index].text);
+    const KeptPrim& kept = prims[index];
+    builder.element(kept.detail, kept.detailHash, index == 0);
+    document.parts_.push_back(kept.text);
   }
   builder.text((*frame)[1]);
   struct Level {
@@ -432,16 +480,18 @@ IncrementalInspector::Result IncrementalInspector::inspect(const Stage& stage,
       continue;
     }
     const std::uint32_t index = (*level.nodes)[level.next];
-    const PrimText& text = *entries[index].text;
-    builder.element(text.nodeHead, text.headHash, level.next == 0);
+    const KeptPrim& kept = prims[index];
+    builder.element(kept.nodeHead, kept.headHash, level.next == 0);
     ++level.next;
     levels.push_back({&stage.prims[index].children, 0});
   }
   builder.text((*frame)[2]);
   // An asset is listed where the first prim that brings it is.
   std::unordered_set<std::string_view> listed;
-  for (const KeptPrim& entry : entries) {
-    for (const AssetText& asset : entry.text->assets) {
+  for (const KeptPrim& kept : prims) {
+    if (!kept.hasAssets)
+      continue;
+    for (const AssetText& asset : kept.text->assets) {
       if (listed.insert(asset.key).second)
         builder.element(asset.text, asset.hash, listed.size() == 1);
     }
@@ -449,7 +499,6 @@ IncrementalInspector::Result IncrementalInspector::inspect(const Stage& stage,
   builder.text((*frame)[3]);
   document.digest_ = builder.digest();
 
-  cache_->prims = std::move(entries);
   if (document.size_ > options.maxOutputBytes) {
     result.error = "the stage's inspection is larger than the limit of " +
                    std::to_string(options.maxOutputBytes) + " bytes";

@@ -772,6 +772,7 @@ struct PrimPartsEncoder::Impl {
   InspectOptions options;  // before the inspector, which holds on to it
   Inspector inspector;
   InspectResult stageFields;
+  std::string scratch;  // texts are made here, then kept at their size
 };
 
 namespace {
@@ -848,13 +849,15 @@ PrimParts PrimPartsEncoder::encode(std::uint32_t index, std::string_view parentE
   inspector.seenAssets_.clear();
   inspector.assetKeys_.clear();
 
+  std::string& scratch = impl_->scratch;
   PrimParts parts;
-  parts.detail = ",";
-  editor::appendJson(parts.detail, inspector.detail(index));
-  parts.nodeHead = ",";
-  editor::appendJson(parts.nodeHead, inspector.shallowNode(index));
+  scratch = ",";
+  editor::appendJson(scratch, inspector.detail(index));
+  parts.detail = scratch;
+  scratch = ",";
+  editor::appendJson(scratch, inspector.shallowNode(index));
   // The node's children list comes last and is empty here: "]}" closes it and the node.
-  parts.nodeHead.resize(parts.nodeHead.size() - 2);
+  parts.nodeHead.assign(scratch, 0, scratch.size() - 2);
   const PrimFacts& facts = inspector.facts_[index];
   parts.entityPath = facts.entityPath;
   parts.entityId = facts.entityId;
