@@ -226,15 +226,11 @@ struct AssetText {
 struct PrimText {
   std::string detail;    // starts with ','
   std::string nodeHead;  // starts with ','
-  std::uint64_t detailHash = 0;
-  std::uint64_t headHash = 0;
   std::vector<AssetText> assets;
 };
 
 std::shared_ptr<const PrimText> keepText(inspection::PrimParts& parts) {
   auto text = std::make_shared<PrimText>();
-  text->detailHash = hashText(parts.detail);
-  text->headHash = hashText(parts.nodeHead);
   text->detail = std::move(parts.detail);
   text->nodeHead = std::move(parts.nodeHead);
   text->assets.reserve(parts.assets.size());
@@ -266,8 +262,6 @@ struct KeptPrim {
   std::shared_ptr<const PrimText> text;
   std::string_view detail;
   std::string_view nodeHead;
-  std::uint64_t detailHash = 0;
-  std::uint64_t headHash = 0;
   bool hasAssets = false;
 };
 
@@ -280,8 +274,6 @@ void keep(KeptPrim& kept, std::uint64_t pathHash, std::uint64_t fingerprint,
   kept.text = keepText(parts);
   kept.detail = kept.text->detail;
   kept.nodeHead = kept.text->nodeHead;
-  kept.detailHash = kept.text->detailHash;
-  kept.headHash = kept.text->headHash;
   kept.hasAssets = !kept.text->assets.empty();
 }
 
@@ -307,7 +299,12 @@ void InspectionDocument::appendTo(std::string& out) const {
 
 namespace {
 
-constexpr std::uint64_t kClosersTag = 0x636c6f7365727321ull;
+// A prim's texts are made from what its fingerprint covers, so the digest takes the fingerprint
+// for them rather than reading them: equal fingerprints, equal texts.
+constexpr std::uint64_t kDetailTag = 1;
+constexpr std::uint64_t kNodeTag = 2;
+constexpr std::uint64_t kClosersTag = 3;
+constexpr std::uint64_t kFirstTag = 4;
 
 class DocumentBuilder {
  public:
@@ -317,7 +314,7 @@ class DocumentBuilder {
   // A list element's text, which starts with ',' unless it is the first of its list.
   void element(std::string_view text, std::uint64_t hash, bool first) {
     flushClosers();
-    add(first ? text.substr(1) : text, first ? hashWords(hash, 1) : hash);
+    add(first ? text.substr(1) : text, first ? hashWords(hash, kFirstTag) : hash);
   }
   void text(std::string_view text) {
     flushClosers();
@@ -462,7 +459,7 @@ IncrementalInspector::Result IncrementalInspector::inspect(const Stage& stage,
   builder.text((*frame)[0]);
   for (std::size_t index = 0; index < count; ++index) {
     const KeptPrim& kept = prims[index];
-    builder.element(kept.detail, kept.detailHash, index == 0);
+    builder.element(kept.detail, hashWords(kept.fingerprint, kDetailTag), index == 0);
     document.parts_.push_back(kept.text);
   }
   builder.text((*frame)[1]);
@@ -481,7 +478,7 @@ IncrementalInspector::Result IncrementalInspector::inspect(const Stage& stage,
     }
     const std::uint32_t index = (*level.nodes)[level.next];
     const KeptPrim& kept = prims[index];
-    builder.element(kept.nodeHead, kept.headHash, level.next == 0);
+    builder.element(kept.nodeHead, hashWords(kept.fingerprint, kNodeTag), level.next == 0);
     ++level.next;
     levels.push_back({&stage.prims[index].children, 0});
   }

@@ -20,9 +20,9 @@ class InspectionDocument {
  public:
   const std::vector<std::string_view>& pieces() const { return pieces_; }
   std::uint64_t size() const { return size_; }
-  // A 64-bit digest of the pieces' texts in order: documents that differ have different digests.
-  // Two documents with the same text have the same digest when their stages have the same prims
-  // (true of documents made from one scene state), so it serves as an entity tag.
+  // A 64-bit digest of the document, made from the prims' fingerprints and the text around them
+  // without reading the prims' texts: documents that differ have different digests, and documents
+  // made from one scene state have the same one, so it serves as an entity tag.
   std::uint64_t digest() const { return digest_; }
 
   std::string text() const;
