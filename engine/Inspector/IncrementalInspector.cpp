@@ -252,8 +252,8 @@ const std::string& closers() {
   return text;
 }
 
-// One prim's parts as the last call left them, with the views and digests the document is put
-// together from, so that doing so reads this list in order.
+// One prim's parts as the last call left them, with the views the document is put together from,
+// so that doing so reads this list in order.
 struct KeptPrim {
   std::uint64_t pathHash = 0;
   std::uint64_t fingerprint = 0;

@@ -16,17 +16,18 @@
 // brings. Built by the same code as writeInspectionJson, so the parts joined are its document.
 namespace orvan::engine::inspection {
 
+// Every text of a list element below starts with ',', so that it follows the element before it
+// as it is; the first element of a list goes without it.
+
 // An asset a prim brings, before the stage's list drops those an earlier prim brought already.
-// Every text of a list element starts with ',', so that it follows the element before it as it
-// is; the first element of a list goes without it.
 struct AssetPart {
   std::string key;   // what tells two assets apart: the resolved file or the prim path
-  std::string text;  // its JSON object
+  std::string text;  // ',' and its JSON object
 };
 
 struct PrimParts {
-  std::string detail;    // the prim's object in `prims`
-  std::string nodeHead;  // its object in the tree, up to and including the `[` of its children
+  std::string detail;    // ',' and the prim's object in `prims`
+  std::string nodeHead;  // ',' and its tree node up to and including the `[` of its children
   std::string entityPath;
   std::uint64_t entityId = 0;
   std::vector<AssetPart> assets;
@@ -47,7 +48,7 @@ class PrimPartsEncoder {
   std::optional<std::string> prepare();
   // Valid after a successful prepare().
   DocumentFrame frame() const;
-  std::uint32_t activeLayer() const;  // kNoLayer-like 0xFFFFFFFF when none
+  std::uint32_t activeLayer() const;  // a stage layer index, 0xFFFFFFFF when there is none
   // The prim that shows the layer stack's own problems, kNoPrim when there is none.
   std::uint32_t stageProblemPrim() const;
   const std::vector<std::string>& stageProblems() const;
