@@ -285,6 +285,16 @@ struct IncrementalInspector::Cache {
 
 // ---- the document ----
 
+std::string_view InspectionDocument::textAt(std::uint64_t offset) const {
+  if (offset >= size_)
+    return {};
+  // The last piece that starts at or before the offset; empty pieces are skipped by starting
+  // where the next one does.
+  const auto after = std::upper_bound(starts_.begin(), starts_.end(), offset);
+  const auto piece = static_cast<std::size_t>(after - starts_.begin()) - 1;
+  return pieces_[piece].substr(offset - starts_[piece]);
+}
+
 std::string InspectionDocument::text() const {
   std::string out;
   appendTo(out);
@@ -308,8 +318,9 @@ constexpr std::uint64_t kFirstTag = 4;
 
 class DocumentBuilder {
  public:
-  DocumentBuilder(std::vector<std::string_view>& pieces, std::uint64_t& size)
-      : pieces_(pieces), size_(size) {}
+  DocumentBuilder(std::vector<std::string_view>& pieces, std::vector<std::uint64_t>& starts,
+                  std::uint64_t& size)
+      : pieces_(pieces), starts_(starts), size_(size) {}
 
   // A list element's text, which starts with ',' unless it is the first of its list.
   void element(std::string_view text, std::uint64_t hash, bool first) {
@@ -333,11 +344,13 @@ class DocumentBuilder {
  private:
   void add(std::string_view piece, std::uint64_t hash) {
     pieces_.push_back(piece);
+    starts_.push_back(size_);
     size_ += piece.size();
     digest_.add(hash);
   }
 
   std::vector<std::string_view>& pieces_;
+  std::vector<std::uint64_t>& starts_;
   std::uint64_t& size_;
   Hasher digest_;
   std::size_t closers_ = 0;
@@ -454,7 +467,8 @@ IncrementalInspector::Result IncrementalInspector::inspect(const Stage& stage,
   document.parts_.reserve(count + 1);
   document.parts_.push_back(frame);
   document.pieces_.reserve(3 * count + 8);
-  DocumentBuilder builder(document.pieces_, document.size_);
+  document.starts_.reserve(3 * count + 8);
+  DocumentBuilder builder(document.pieces_, document.starts_, document.size_);
 
   builder.text((*frame)[0]);
   for (std::size_t index = 0; index < count; ++index) {

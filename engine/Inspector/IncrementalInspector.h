@@ -25,6 +25,9 @@ class InspectionDocument {
   // made from one scene state have the same one, so it serves as an entity tag.
   std::uint64_t digest() const { return digest_; }
 
+  // The text from `offset` to the end of the piece that holds it; empty at or beyond the end.
+  // For writers that are asked for the document at an offset, such as an HTTP body provider.
+  std::string_view textAt(std::uint64_t offset) const;
   std::string text() const;
   void appendTo(std::string& out) const;
 
@@ -32,6 +35,7 @@ class InspectionDocument {
   friend class IncrementalInspector;
 
   std::vector<std::string_view> pieces_;
+  std::vector<std::uint64_t> starts_;               // where each piece starts in the text
   std::vector<std::shared_ptr<const void>> parts_;  // what the pieces are views of
   std::uint64_t size_ = 0;
   std::uint64_t digest_ = 0;

@@ -299,6 +299,21 @@ TEST(IncrementalInspector, TheFirstDocumentIsTheFullOneAndAnUnchangedStageReuses
     EXPECT_EQ(inspector.lastStats().reused, stage.prims.size());
     EXPECT_EQ(expectFullDocument(inspector, stage), 0u);
 
+    // Read from any offset, as a body provider does, the pieces give the same text.
+    const IncrementalInspector::Result document = inspector.inspect(stage);
+    const std::string text = document.document.text();
+    std::string read;
+    for (std::uint64_t offset = 0; offset < document.document.size();) {
+      std::string_view piece = document.document.textAt(offset);
+      ASSERT_FALSE(piece.empty()) << offset;
+      piece = piece.substr(0, 1 + offset % 5000);  // the reader takes less than it is offered
+      read += piece;
+      offset += piece.size();
+    }
+    EXPECT_TRUE(read == text);
+    EXPECT_TRUE(document.document.textAt(text.size()).empty());
+    EXPECT_EQ(document.document.textAt(text.size() - 1), "}");
+
     // A stage composed anew from the same files gives the same document and the same digest.
     const StageOpenResult again = openStage(scene);
     const IncrementalInspector::Result reused = inspector.inspect(*again.stage);
