@@ -364,14 +364,15 @@ IncrementalInspector::IncrementalInspector(IncrementalInspector&&) noexcept = de
 IncrementalInspector& IncrementalInspector::operator=(IncrementalInspector&&) noexcept = default;
 
 void IncrementalInspector::clear() {
-  cache_->prims.clear();
-  cache_->prims.shrink_to_fit();
+  cache_ = std::make_unique<Cache>();
 }
 
 IncrementalInspector::Result IncrementalInspector::inspect(const Stage& stage,
                                                            const InspectOptions& options) {
   Result result;
   stats_ = {};
+  if (!cache_)  // moved from
+    cache_ = std::make_unique<Cache>();
   inspection::PrimPartsEncoder encoder(stage, options);
   if (auto error = encoder.prepare()) {
     result.error = std::move(error);
