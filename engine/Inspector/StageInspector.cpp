@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include "Inspector/ComponentModel.h"
+#include "Inspector/InspectionParts.h"
 #include "UsdText/LayerReader.h"
 #include "UsdText/LayerWriter.h"
 #include "orvan/wire/JsonEncoder.h"
@@ -665,6 +666,7 @@ class Inspector {
                const PrimProperties& properties) {
     if (!seenAssets_.insert(key).second)
       return;
+    assetKeys_.push_back(key);
     UsdAsset asset;
     asset.id = stableId(key);
     asset.path = path;
@@ -692,6 +694,7 @@ class Inspector {
   void addMaterial(const ComposedPrim& prim) {
     if (!seenAssets_.insert(prim.path).second)
       return;
+    assetKeys_.push_back(prim.path);
     UsdAsset asset;
     asset.id = stableId(prim.path);
     asset.path = prim.path;
@@ -729,6 +732,7 @@ class Inspector {
   std::vector<UsdAsset> assets_;
   std::vector<bool> boundsKnown_;
   std::unordered_set<std::string> seenAssets_;
+  std::vector<std::string> assetKeys_;  // what told each asset apart from the others
   std::vector<std::string> stageProblems_;
   std::uint32_t stageProblemPrim_ = kNoPrim;
 };
@@ -758,5 +762,114 @@ std::optional<std::string> writeInspectionJson(const Stage& stage, const Inspect
     return true;
   });
 }
+
+namespace inspection {
+
+struct PrimPartsEncoder::Impl {
+  Impl(const Stage& stage, const InspectOptions& wanted)
+      : options(wanted), inspector(stage, options) {}
+
+  InspectOptions options;  // before the inspector, which holds on to it
+  Inspector inspector;
+  InspectResult stageFields;
+  std::string scratch;  // texts are made here, then kept at their size
+};
+
+namespace {
+
+// Writes the stage's three lists as empty ones and notes where their elements would go.
+struct FrameHook {
+  std::vector<std::size_t> cuts;
+
+  template <typename Member>
+  editor::json::FieldChoice choose(std::string_view, const Member&) const {
+    constexpr bool listed = std::is_same_v<Member, std::vector<UsdPrimDetail>> ||
+                            std::is_same_v<Member, std::vector<UsdPrimNode>> ||
+                            std::is_same_v<Member, std::vector<UsdAsset>>;
+    return listed ? editor::json::FieldChoice::kCustom : editor::json::FieldChoice::kEncode;
+  }
+  template <typename Member>
+  void write(std::string& out, const Member&) {
+    out += '[';
+    cuts.push_back(out.size());
+    out += ']';
+  }
+};
+
+}  // namespace
+
+PrimPartsEncoder::PrimPartsEncoder(const Stage& stage, const InspectOptions& options)
+    : impl_(std::make_unique<Impl>(stage, options)) {}
+
+PrimPartsEncoder::~PrimPartsEncoder() = default;
+
+std::optional<std::string> PrimPartsEncoder::prepare() {
+  if (!impl_->inspector.prepare(impl_->stageFields))
+    return impl_->stageFields.error;
+  return std::nullopt;
+}
+
+DocumentFrame PrimPartsEncoder::frame() const {
+  std::string text;
+  FrameHook hook;
+  editor::appendJsonWith(text, impl_->stageFields.inspection, hook);
+  DocumentFrame frame;
+  std::size_t begin = 0;
+  for (std::size_t i = 0; i < hook.cuts.size() && i + 1 < frame.size(); ++i) {
+    frame[i] = text.substr(begin, hook.cuts[i] - begin);
+    begin = hook.cuts[i];
+  }
+  frame.back() = text.substr(begin);
+  return frame;
+}
+
+std::uint32_t PrimPartsEncoder::activeLayer() const {
+  return impl_->inspector.active_;
+}
+
+std::uint32_t PrimPartsEncoder::stageProblemPrim() const {
+  return impl_->inspector.stageProblemPrim_;
+}
+
+const std::vector<std::string>& PrimPartsEncoder::stageProblems() const {
+  return impl_->inspector.stageProblems_;
+}
+
+PrimParts PrimPartsEncoder::encode(std::uint32_t index, std::string_view parentEntityPath,
+                                   std::uint64_t parentEntityId) {
+  Inspector& inspector = impl_->inspector;
+  const std::uint32_t parent = inspector.stage_.prims[index].parent;
+  if (parent != kNoPrim) {
+    inspector.facts_[parent].entityPath = std::string(parentEntityPath);
+    inspector.facts_[parent].entityId = parentEntityId;
+  }
+  // Each prim's assets are kept apart; the stage's list drops repeats when it is put together.
+  inspector.assets_.clear();
+  inspector.boundsKnown_.clear();
+  inspector.seenAssets_.clear();
+  inspector.assetKeys_.clear();
+
+  std::string& scratch = impl_->scratch;
+  PrimParts parts;
+  scratch = ",";
+  editor::appendJson(scratch, inspector.detail(index));
+  parts.detail = scratch;
+  scratch = ",";
+  editor::appendJson(scratch, inspector.shallowNode(index));
+  // The node's children list comes last and is empty here: "]}" closes it and the node.
+  parts.nodeHead.assign(scratch, 0, scratch.size() - 2);
+  const PrimFacts& facts = inspector.facts_[index];
+  parts.entityPath = facts.entityPath;
+  parts.entityId = facts.entityId;
+  for (std::size_t i = 0; i < inspector.assets_.size(); ++i) {
+    AssetPart asset{inspector.assetKeys_[i], ","};
+    AssetBoundsHook hook{inspector.boundsKnown_[i]};
+    editor::appendJsonWith(asset.text, inspector.assets_[i], hook);
+    parts.assets.push_back(std::move(asset));
+  }
+  return parts;
+}
+
+}  // namespace inspection
 
 }  // namespace orvan::engine
