@@ -7,7 +7,6 @@
 #include <set>
 
 #include "Inspector/StageInspector.h"
-#include "ProjectServer/Digest.h"
 #include "Store/AtomicFile.h"
 #include "Store/ContentHash.h"
 #include "Store/StoreRecovery.h"
@@ -122,7 +121,7 @@ StoreStatus LiveWorkspace::recover() {
   if (!head.ok())
     return head.error();
   head_ = *head;
-  StoreResult<std::vector<LayerRecovery>> plan = planRecovery(*store_, workspace);
+  StoreResult<std::vector<LayerRecovery>> plan = planRecovery(*store_, workspace, {}, project_.rootPath());
   if (!plan.ok())
     return plan.error();
   for (const LayerRecovery& layer : *plan) {
@@ -251,15 +250,17 @@ LiveWorkspace::SceneState& LiveWorkspace::sceneLocked(const std::string& scene) 
   }
   if (!unseen.empty()) {
     StoreStatus kept = store_->snapshotContents(options_.workspace, head_, unseen);
-    std::map<std::string, std::string> hashes;
     for (const auto& [path, text] : unseen) {
       // The file as it is on disk is what the workspace starts from; its record says so.
       auto disk = contentHashOfFile(absolute(path));
-      if (disk.ok())
-        hashes[path] = *disk;
+      if (!kept.ok() || !disk.ok())
+        continue;
+      kept = store_->recordWriteBack(options_.workspace,
+                                     WrittenFile{.path = path,
+                                                 .revision = head_,
+                                                 .contentHash = *disk,
+                                                 .stamp = stampOf(absolute(path))});
     }
-    if (kept.ok() && !hashes.empty())
-      kept = store_->recordWriteBack(options_.workspace, head_, hashes);
     if (!kept.ok())
       logProblem("keeping the first snapshot of " + scene + " failed: " + kept.error());
   }
@@ -287,14 +288,11 @@ editor::EditClientResponse LiveWorkspace::edit(const EditRequest& request,
     return historyLocked(state, scene, request,
                          operation.kindAs<HistoryOperationKind>() == HistoryOperationKind::Undo);
   }
-  EditResult planned = planEdit(*state.scene, request);
+  EditResult planned = planEdit(*state.scene, request, ids_);
   if (!planned.accepted)
     return refusal(planned.message);
-  std::vector<editor::EditClientCreatedPrim> created;
-  for (const CreatedPrim& prim : planned.createdPrims)
-    created.push_back({.path = prim.path, .entityId = prim.entityId});
   std::vector<editor::ToolClientPrimOperation> operations;
-  for (const PrimOperationSummary& operation : planned.primOperations) {
+  for (const PrimOperationRecord& operation : planned.primOperations) {
     operations.push_back({.kind = operation.kind,
                           .parentPath = operation.parentPath,
                           .primName = operation.primName,
@@ -304,41 +302,33 @@ editor::EditClientResponse LiveWorkspace::edit(const EditRequest& request,
   const std::string label = request.label.empty() ? planned.message : request.label;
   editor::EditClientResponse answer =
       commitLocked(state, scene, request, planned.changes, label, planned.message,
-                   std::move(created), std::move(operations));
-  if (answer.accepted) {
-    ClientHistory& client = history_[request.clientId];
-    client.done.push_back({.scene = scene, .changes = std::move(planned.changes), .label = label});
-    client.undone.clear();
-    // A client's history is its recent work, not the whole session's.
-    constexpr std::size_t kMaxHistory = 200;
-    if (client.done.size() > kMaxHistory)
-      client.done.erase(client.done.begin());
-  }
+                   std::move(planned.createdPrims), std::move(operations));
+  if (answer.accepted)
+    state.history.recordEdit(request.clientId, std::move(planned.changes), label);
   return answer;
 }
 
 editor::EditClientResponse LiveWorkspace::historyLocked(SceneState& state, const std::string& scene,
                                                         const EditRequest& request, bool undo) {
-  ClientHistory& client = history_[request.clientId];
-  std::vector<ClientEdit>& from = undo ? client.done : client.undone;
-  if (from.empty())
+  const ClientHistory::Entry* entry = undo ? state.history.lastEdit(request.clientId)
+                                           : state.history.lastUndone(request.clientId);
+  if (!entry)
     return refusal(undo ? "Nothing to undo" : "Nothing to redo");
-  ClientEdit entry = from.back();
-  if (entry.scene != scene)
-    return refusal("The last edit to " + std::string(undo ? "undo" : "redo") +
-                   " was made in another scene");
-  const ChangeSet changes = undo ? invertChangeSet(entry.changes) : entry.changes;
+  const ChangeSet changes = undo ? invertChangeSet(entry->changes) : entry->changes;
   const std::string verb = undo ? "Undo " : "Redo ";
-  editor::EditClientResponse answer = commitLocked(state, scene, request, changes,
-                                                   verb + entry.label, verb + entry.label, {}, {});
+  const std::string label = verb + entry->label;
+  editor::EditClientResponse answer =
+      commitLocked(state, scene, request, changes, label, label, {}, {});
   if (!answer.accepted) {
     // Someone else changed the same thing since: their edit stands.
-    answer.message = "Can't " + std::string(undo ? "undo" : "redo") + " " + entry.label +
+    answer.message = "Can't " + std::string(undo ? "undo " : "redo ") + entry->label +
                      ": it was changed since by another edit";
     return answer;
   }
-  from.pop_back();
-  (undo ? client.undone : client.done).push_back(std::move(entry));
+  if (undo)
+    state.history.markUndone(request.clientId);
+  else
+    state.history.markRedone(request.clientId);
   return answer;
 }
 
@@ -375,12 +365,23 @@ editor::EditClientResponse LiveWorkspace::commitLocked(
       std::any_of(changes.changes.begin(), changes.changes.end(), [](const LayerChange& change) {
         return change.kind == ChangeKind::LayerFile && (!change.before || !change.after);
       });
+  publishRevisionLocked(scene, request.clientId, std::move(operations), filesChanged);
+  editor::EditClientResponse answer{.accepted = true, .revision = head_, .message = message};
+  if (!created.empty())
+    answer.createdPrims = std::move(created);
+  return answer;
+}
+
+void LiveWorkspace::publishRevisionLocked(const std::string& scene, const std::string& clientId,
+                                          std::vector<editor::ToolClientPrimOperation> operations,
+                                          bool filesChanged) {
   editor::ToolClientLine line{.type = "stageChanged",
                               .revision = head_,
-                              .sourceClientId = request.clientId,
+                              .sourceClientId = clientId,
                               .scene = scene,
-                              .workspace = options_.workspace,
-                              .primOperations = std::move(operations)};
+                              .workspace = options_.workspace};
+  if (!operations.empty())
+    line.primOperations = std::move(operations);
   feed_.publish(FeedScope{.project = project_.id, .scene = scene, .workspace = options_.workspace},
                 editor::encodeJson(line));
   if (filesChanged) {
@@ -388,11 +389,6 @@ editor::EditClientResponse LiveWorkspace::commitLocked(
         .type = "projectChanged", .revision = head_, .domains = std::vector<std::string>{"files"}};
     feed_.publishToProject(project_.id, editor::encodeJson(project));
   }
-  (void)state;
-  editor::EditClientResponse answer{.accepted = true, .revision = head_, .message = message};
-  if (!created.empty())
-    answer.createdPrims = std::move(created);
-  return answer;
 }
 
 void LiveWorkspace::scheduleWriteBack(const std::vector<std::string>& layers,
@@ -415,37 +411,34 @@ LiveStage LiveWorkspace::stage(const std::string& scene, const std::string& acti
   SceneState& state = sceneLocked(scene);
   if (!state.scene)
     return LiveStage{.failure = state.failure, .revision = head_};
-  if (const auto kept = state.inspections.find(activeLayer);
-      kept != state.inspections.end() && kept->second.first == head_) {
-    return LiveStage{.stage = kept->second.second, .revision = head_};
+  auto kept = state.inspections.find(activeLayer);
+  if (kept != state.inspections.end() && kept->second.document && kept->second.revision == head_)
+    return LiveStage{.document = kept->second.document, .revision = head_};
+  if (kept == state.inspections.end()) {
+    // A handful of active layers per scene in practice; the oldest goes first.
+    constexpr std::size_t kMaxInspections = 4;
+    if (state.inspections.size() >= kMaxInspections)
+      state.inspections.erase(state.inspections.begin());
+    kept = state.inspections.try_emplace(activeLayer).first;
   }
-  StageOpenResult composed = state.scene->compose();
-  if (!composed.ok())
-    return LiveStage{.failure = composed.error ? composed.error->describe()
-                                               : "The scene could not be composed",
-                     .revision = head_};
-  auto inspected = std::make_shared<InspectedStage>();
+  // The kept stage: composed again only after structural edits; property edits change its layers
+  // in place, and the inspector re-encodes just the prims they touched.
+  const Stage& composed = state.scene->currentStage();
   InspectOptions options{.activeLayer = activeLayer,
                          .sceneUri = project_.absoluteScene(scene).string(),
                          .maxOutputBytes = options_.limits.maxOutputBytes};
-  if (std::optional<std::string> failed =
-          writeInspectionJson(*composed.stage, options, inspected->json)) {
+  IncrementalInspector::Result inspected = kept->second.inspector.inspect(composed, options);
+  if (!inspected.ok() && !activeLayer.empty()) {
     // An active layer the stack does not hold is the editor's to fix: marks go against the
     // layer it would pick by itself.
     options.activeLayer.clear();
-    inspected->json.clear();
-    if (std::optional<std::string> again =
-            writeInspectionJson(*composed.stage, options, inspected->json)) {
-      return LiveStage{.failure = *again, .revision = head_};
-    }
+    inspected = kept->second.inspector.inspect(composed, options);
   }
-  inspected->digest = fnv1a64(inspected->json);
-  // A handful of active layers per scene in practice; the oldest goes first.
-  constexpr std::size_t kMaxInspections = 4;
-  if (state.inspections.size() >= kMaxInspections && !state.inspections.contains(activeLayer))
-    state.inspections.erase(state.inspections.begin());
-  state.inspections[activeLayer] = {head_, inspected};
-  return LiveStage{.stage = std::move(inspected), .revision = head_};
+  if (!inspected.ok())
+    return LiveStage{.failure = *inspected.error, .revision = head_};
+  kept->second.revision = head_;
+  kept->second.document = std::make_shared<const InspectionDocument>(std::move(inspected.document));
+  return LiveStage{.document = kept->second.document, .revision = head_};
 }
 
 void LiveWorkspace::lookForExternalChanges() {
@@ -461,7 +454,7 @@ void LiveWorkspace::lookForExternalChangesLocked() {
       if (!state.scene->findLayer(identifier))
         continue;
       const std::string path = relative(identifier);
-      StoreResult<LiveFileCheck> check = detectExternalChange(*store_, options_.workspace, identifier);
+      StoreResult<LiveFileCheck> check = detectExternalChange(*store_, options_.workspace, path, project_.rootPath());
       if (!check.ok() || check->state != LiveFileState::kChanged)
         continue;
       const std::string current = state.scene->layerText(identifier);

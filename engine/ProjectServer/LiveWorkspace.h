@@ -13,6 +13,7 @@
 #include "Authoring/EditPlanner.h"
 #include "Authoring/EditOperation.h"
 #include "Authoring/EditableScene.h"
+#include "Inspector/IncrementalInspector.h"
 #include "Inspector/StageLimits.h"
 #include "ProjectServer/ChangeFeed.h"
 #include "ProjectServer/ProjectFolder.h"
@@ -35,7 +36,7 @@ struct LiveWorkspaceOptions {
 
 // What a stage request gets: the inspection at a revision, or why there is none.
 struct LiveStage {
-  std::shared_ptr<const InspectedStage> stage = {};
+  std::shared_ptr<const InspectionDocument> document = {};
   std::string failure = {};
   std::uint64_t revision = 0;
 };
@@ -76,10 +77,16 @@ class LiveWorkspace {
  private:
   struct SceneState {
     std::unique_ptr<EditableScene> scene = {};
+    ClientHistory history = {};  // per client, its own edits of this scene
     std::string failure = {};
-    // The kept inspections by active layer, each with the revision it shows.
-    std::map<std::string, std::pair<std::uint64_t, std::shared_ptr<const InspectedStage>>>
-        inspections = {};
+    // Per active layer, an inspector that re-encodes only what changed, and its last document
+    // with the revision it shows.
+    struct Inspection {
+      IncrementalInspector inspector = {};
+      std::uint64_t revision = 0;
+      std::shared_ptr<const InspectionDocument> document = {};
+    };
+    std::map<std::string, Inspection> inspections = {};
   };
 
   LiveWorkspace(const ProjectFolder& project, ChangeFeed& feed, LiveWorkspaceOptions options,
@@ -91,6 +98,9 @@ class LiveWorkspace {
   editor::EditClientResponse refusal(std::string message);
   editor::EditClientResponse historyLocked(SceneState& state, const std::string& scene,
                                            const EditRequest& request, bool undo);
+  void publishRevisionLocked(const std::string& scene, const std::string& clientId,
+                             std::vector<editor::ToolClientPrimOperation> operations,
+                             bool filesChanged);
   // Applies `changes`, records them as the next revision and tells the watchers; on any failure
   // the scene is as before and the answer says why.
   editor::EditClientResponse commitLocked(SceneState& state, const std::string& scene,
@@ -108,17 +118,7 @@ class LiveWorkspace {
   std::unique_ptr<ProjectStore> store_;
   std::mutex mutex_;  // the scenes, the history and the head; held for a whole edit
   std::map<std::string, SceneState> scenes_;
-  // Per client, the edits it may undo and those it undid and may redo, newest last.
-  struct ClientEdit {
-    std::string scene;
-    ChangeSet changes;
-    std::string label;
-  };
-  struct ClientHistory {
-    std::vector<ClientEdit> done;
-    std::vector<ClientEdit> undone;
-  };
-  std::map<std::string, ClientHistory> history_;
+  EntityIdSource ids_;
   std::uint64_t head_ = 0;
   std::unique_ptr<LiveFileWriter> writer_;
 };

@@ -450,17 +450,23 @@ ApiAnswer ProjectServerApi::stageEndpoint(const ApiRequest& request) {
     return errorAnswer(scope.error());
   // An editable project answers from the scenes it holds in memory, which are ahead of the files
   // by up to a write-back; a project that is only read answers from the files.
-  StageCache::Lookup found;
   if (LiveWorkspace* workspace = liveWorkspace(*scope->project)) {
     LiveStage live = workspace->stage(scope->scene, scope->activeLayer);
-    if (!live.stage) {
+    if (!live.document)
       return errorAnswer({.status = 422, .code = "scene_invalid", .message = live.failure});
+    const std::string revision = std::to_string(live.revision);
+    ApiAnswer answer = taggedAnswer(request, "{\"revision\":" + revision + ",\"stage\":",
+                                    quotedTag(fnv1a64(revision, live.document->digest())));
+    if (answer.status == 200) {
+      answer.document = std::move(live.document);
+      answer.tail = "}";
     }
-    found = StageCache::Lookup{.stage = std::move(live.stage), .revision = live.revision};
-  } else {
-    // A layer of the scene is read only from inside its project's folder.
-    found = stages_.stage(scope->absoluteScene(), scope->activeLayer, scope->project->rootPath());
+    return answer;
   }
+  // A project that is only read answers from the files; a layer of the scene is read only from
+  // inside its project's folder.
+  const StageCache::Lookup found =
+      stages_.stage(scope->absoluteScene(), scope->activeLayer, scope->project->rootPath());
   if (!found.stage) {
     return errorAnswer(
         {.status = 422,

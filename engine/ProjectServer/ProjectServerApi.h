@@ -11,6 +11,7 @@
 #include <utility>
 #include <vector>
 
+#include "Inspector/IncrementalInspector.h"
 #include "ProjectServer/ChangeFeed.h"
 #include "ProjectServer/LiveWorkspace.h"
 #include "ProjectServer/PresenceBoard.h"
@@ -55,6 +56,8 @@ struct ApiAnswer {
   // A large body is sent as `body`, then `sharedPart`, then `tail`, without copying the shared
   // part (a kept stage's text) for each request.
   std::shared_ptr<const std::string> sharedPart = {};
+  // Or an inspection held as shared pieces, sent the same way in place of `sharedPart`.
+  std::shared_ptr<const InspectionDocument> document = {};
   std::string tail = {};
   bool page = false;  // a page for the browser: never cached, never framed
   // When set, the body is this stream, sent in chunks after `body` (which may be empty).

@@ -15,6 +15,10 @@ bool holdsRecordedContent(const WriteBackRecord& record, const std::string& hash
 
 }  // namespace
 
+std::string fileOf(const std::string& folder, const std::string& path) {
+  return folder.empty() || path.starts_with('/') ? path : folder + '/' + path;
+}
+
 StoreResult<LiveFileCheck> checkLiveFile(const WriteBackRecord& record, const std::string& path) {
   const FileStamp stamp = stampOf(path);
   if (!stamp.exists)
@@ -35,11 +39,13 @@ StoreResult<LiveFileCheck> checkLiveFile(const WriteBackRecord& record, const st
 }
 
 StoreResult<LiveFileCheck> detectExternalChange(ProjectStore& store, const std::string& workspace,
-                                                const std::string& path) {
+                                                const std::string& path,
+                                                const std::string& folder) {
   const auto before = store.writeBack(workspace, path);
   if (!before)
     return before.error();
-  auto check = checkLiveFile(before->value_or(WriteBackRecord{.path = path}), path);
+  auto check =
+      checkLiveFile(before->value_or(WriteBackRecord{.path = path}), fileOf(folder, path));
   if (!check || check->state == LiveFileState::kMissing || check->contentHash.empty())
     return check;
   // The file was read. The writer records a replacement before it renames it into place, so a
@@ -103,7 +109,8 @@ LayerRecovery planLayerRecovery(const std::string& path,
 
 StoreResult<std::vector<LayerRecovery>> planRecovery(ProjectStore& store,
                                                      const std::string& workspace,
-                                                     const std::vector<std::string>& alsoPaths) {
+                                                     const std::vector<std::string>& alsoPaths,
+                                                     const std::string& folder) {
   const auto records = store.writeBacks(workspace);
   if (!records)
     return records.error();
@@ -128,12 +135,12 @@ StoreResult<std::vector<LayerRecovery>> planRecovery(ProjectStore& store,
         layer == snapshots->end() ? std::nullopt : std::optional<LayerSnapshot>(*layer);
     // A file whose stamp is the recorded one is the recorded file (a replacement brings a new
     // inode): a large project starts without reading every layer.
-    const FileStamp stamp = stampOf(path);
+    const FileStamp stamp = stampOf(fileOf(folder, path));
     std::optional<std::string> diskHash;
     if (record && record->stamp.exists && stamp == record->stamp && !record->contentHash.empty()) {
       diskHash = record->contentHash;
     } else if (stamp.exists) {
-      auto hash = contentHashOfFile(path);
+      auto hash = contentHashOfFile(fileOf(folder, path));
       if (!hash)
         return hash.error();
       diskHash = std::move(*hash);

@@ -33,8 +33,11 @@ StoreResult<LiveFileCheck> checkLiveFile(const WriteBackRecord& record, const st
 // that lands during the check is not taken for a change by someone else. A file found unchanged
 // under a new stamp gets that stamp recorded, so the next check needs no read. A file the store
 // has no record of counts as changed.
+// Paths in the store may be relative to a folder (the project's, so the history holds when the
+// folder moves): `folder` is where they are found on the disk, empty when they are absolute.
 StoreResult<LiveFileCheck> detectExternalChange(ProjectStore& store, const std::string& workspace,
-                                                const std::string& path);
+                                                const std::string& path,
+                                                const std::string& folder = {});
 
 // What to do with one live file when the server starts.
 enum class RecoveryAction {
@@ -73,7 +76,9 @@ LayerRecovery planLayerRecovery(const std::string& path,
 // `alsoPaths` (the layers of the scenes the server opens), sorted by path.
 StoreResult<std::vector<LayerRecovery>> planRecovery(
     ProjectStore& store, const std::string& workspace,
-    const std::vector<std::string>& alsoPaths = {});
+    const std::vector<std::string>& alsoPaths = {}, const std::string& folder = {});
+// Where a path of the store is on the disk.
+std::string fileOf(const std::string& folder, const std::string& path);
 
 // When a layer deserves a new snapshot: replaying stays cheap next to reading the file, and a
 // large file is not stored again on every edit.
