@@ -113,16 +113,15 @@ void LiveFileWriter::enqueue(std::string workspace, std::string path, std::uint6
 
 StoreStatus LiveFileWriter::flush() {
   std::unique_lock lock(mutex_);
-  ++flushes_;
   const Clock::time_point started = Clock::now();
   const std::uint64_t target = enqueued_;
   flushStarted_ = started;
+  flushTarget_ = std::max(flushTarget_, target);
   changed_.notify_all();
   changed_.wait(lock, [&] {
     return std::all_of(files_.begin(), files_.end(),
                        [&](const auto& file) { return flushedFile(file.second, target, started); });
   });
-  --flushes_;
   std::string failures;
   for (const auto& [path, state] : files_) {
     if (state.writtenSequence >= std::min(state.latestSequence, target))
@@ -156,8 +155,11 @@ bool LiveFileWriter::flushedFile(const FileState& state, std::uint64_t target,
 std::optional<Clock::time_point> LiveFileWriter::dueTime(const FileState& state) const {
   if (!state.pending || state.inFlight)
     return std::nullopt;
+  // Only what a flush waits for is written at once, so a flush does not speed up the edits that
+  // come after it; a file that failed since the last flush began waits as usual.
   const bool failedThisFlush = state.timing.lastFailed && *state.timing.lastFailed >= flushStarted_;
-  if (flushes_ > 0 && !failedThisFlush)
+  const bool flushing = state.writtenSequence < std::min(state.latestSequence, flushTarget_);
+  if (flushing && !failedThisFlush)
     return Clock::time_point::min();
   return nextWriteTime(state.timing, options_.delay, options_.longestRetryDelay);
 }

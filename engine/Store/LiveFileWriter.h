@@ -135,8 +135,9 @@ class LiveFileWriter {
   std::mutex mutex_;
   std::condition_variable changed_;
   std::map<std::string, FileState> files_;
-  unsigned flushes_ = 0;
   std::uint64_t enqueued_ = 0;
+  // The newest enqueue a flush waits for: files behind it are written without waiting.
+  std::uint64_t flushTarget_ = 0;
   WriteTiming::Clock::time_point flushStarted_ = {};
   std::atomic<std::uint64_t> writes_ = 0;
   bool stopping_ = false;
