@@ -41,9 +41,10 @@ EDITOR_CHAIN = [
 ENGINE_DEPENDS_ON = {
     "UsdText": ["wire"],
     "Inspector": ["UsdText"],
+    "Authoring": ["Inspector"],
     "ProjectServer": ["Inspector"],
     "ProjectTool": ["UsdText"],
-    "engine benchmarks": ["ProjectServer", "ProjectTool"],
+    "engine benchmarks": ["ProjectServer", "ProjectTool", "Authoring"],
 }
 
 CORE = "apps/usd_editor/Sources/OrvanUsdEditorCore"
@@ -67,7 +68,7 @@ TEST_FOLDERS = [
     ("apps/usd_editor/Tests/OrvanUsdEditorUI", "UI"),
     ("apps/usd_editor/Tests/Support", "Application"),
     ("apps/usd_editor/Benchmarks", "UI"),
-    ("engine/Tests/Fuzz", "Inspector"),  # the reader and composer under libFuzzer
+    ("engine/Tests/Fuzz", "Authoring"),  # the reader, composer and edit decoding under libFuzzer
     ("engine/Tests/<sub>", "<sub>"),
     ("engine/Benchmarks", "engine benchmarks"),
 ]
