@@ -237,7 +237,7 @@ void EditableScene::markStructural(std::string_view path) {
       return;
     }
   }
-  if (touched_.size() >= 64) {
+  if (touched_.size() >= 1024) {
     markAllStale();
     return;
   }

@@ -67,8 +67,11 @@ class EditableScene {
   // The composed prim at `path`, from the kept stage, composed again first when a change since
   // touched that path. Null when there is none. Valid until the next change.
   const ComposedPrim* composedPrim(std::string_view path) const;
-  // The kept stage itself, brought up to date.
+  // The kept stage itself, brought up to date as a whole.
   const Stage& currentStage() const;
+  // The kept stage as it is: up to date for the paths just asked about with composedPrim (what
+  // that prim's opinions and properties say), not necessarily elsewhere.
+  const Stage& keptStage() const { return *stage_; }
 
   // The largest orvan:entityId held by any layer of the stack (never lowered by undo).
   std::uint64_t maxEntityId() const { return maxEntityId_; }

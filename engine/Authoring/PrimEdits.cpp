@@ -172,7 +172,7 @@ std::vector<double> toParentSpace(const EditableScene& scene, std::string_view p
     const ComposedPrim* prim = scene.composedPrim(*it);
     if (!prim)
       return world;
-    transform = multiply(transform, localTransform(scene.currentStage(), *prim));
+    transform = multiply(transform, localTransform(scene.keptStage(), *prim));
   }
   const auto inverted = inverse(transform);
   if (!inverted)
@@ -337,8 +337,8 @@ Refusal planAdd(PlanContext& context, const EditOperation& operation, std::strin
 // Whether anything but the active layer's own spec makes the prim: other layers of the stack or
 // arcs.
 bool madeElsewhere(const PlanContext& context, std::string_view path) {
-  const Stage& stage = context.scene.currentStage();
-  const ComposedPrim* prim = stage.findPrim(path);
+  const ComposedPrim* prim = context.scene.composedPrim(path);
+  const Stage& stage = context.scene.keptStage();
   if (!prim)
     return false;
   for (std::uint32_t i = 0; i < prim->opinionCount; ++i) {
@@ -357,7 +357,6 @@ Refusal planDelete(PlanContext& context, const EditOperation& operation, std::st
     return refused;
   if (Refusal refused = context.instanceProxyRefusal(path))
     return refused;
-  context.scene.composedPrim(path);  // brings the stage up to date for the next question
   const bool elsewhere = madeElsewhere(context, path);
   if (Refusal refused = context.removePrim(context.layerId, path))
     return refused;
@@ -377,7 +376,6 @@ Refusal planReset(PlanContext& context, const EditOperation& operation, std::str
     return refused;
   const Layer& layer = context.layerOf(context.layerId);
   const std::uint32_t spec = layer.findPrim(path);
-  context.scene.composedPrim(path);
   if (spec == kNoPrim || !madeElsewhere(context, path)) {
     message = "Nothing to reset on " + path;
     return std::nullopt;

@@ -19,7 +19,7 @@ std::optional<Declaration> composedDeclaration(const EditableScene& scene, std::
   const ComposedPrim* prim = scene.composedPrim(path);
   if (!prim)
     return std::nullopt;
-  const auto property = scene.currentStage().findProperty(*prim, name);
+  const auto property = scene.keptStage().findProperty(*prim, name);
   if (!property)
     return std::nullopt;
   return Declaration{property->kind, property->custom, property->variability,
