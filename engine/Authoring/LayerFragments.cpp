@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <unordered_set>
 
 #include "UsdText/LayerReader.h"
 #include "UsdText/LayerWriter.h"
@@ -294,6 +295,92 @@ std::string childPath(std::string_view parent, std::string_view name) {
   path += '/';
   path += name;
   return path;
+}
+
+namespace {
+
+std::uint32_t findChild(const Layer& layer, std::uint32_t prim, std::string_view name) {
+  for (const std::uint32_t child : layer.prims[prim].children) {
+    if (layer.prims[child].name == name)
+      return child;
+  }
+  return kNoPrim;
+}
+
+}  // namespace
+
+// One spec made of the specs of several layers, strongest first: per metadata entry, property
+// field and child, the strongest says.
+std::uint32_t mergeSpecs(Layer& scratch, const std::vector<Spec>& specs, std::uint32_t parent) {
+  LayerPrim out;
+  const LayerPrim& strongest = specs.front().layer->prims[specs.front().prim];
+  out.name = strongest.name;
+  out.parent = parent;
+  out.specifier = Specifier::Over;
+  out.comments = strongest.comments;
+  out.trailingComments = strongest.trailingComments;
+  std::unordered_set<std::string> metadataSeen;
+  for (const Spec& spec : specs) {
+    const LayerPrim& prim = spec.layer->prims[spec.prim];
+    if (out.specifier == Specifier::Over && prim.specifier != Specifier::Over)
+      out.specifier = prim.specifier;
+    if (out.typeName.empty())
+      out.typeName = prim.typeName;
+    for (const MetadataEntry& entry : prim.metadata) {
+      if (metadataSeen.insert(metadataName(entry)).second)
+        out.metadata.push_back(entry);
+    }
+    if (out.reorders.empty())
+      out.reorders = prim.reorders;
+    for (const LayerProperty& property : prim.properties) {
+      auto known = std::find_if(out.properties.begin(), out.properties.end(),
+                                [&](const LayerProperty& p) { return p.name == property.name; });
+      if (known == out.properties.end()) {
+        out.properties.push_back(property);
+        continue;
+      }
+      for (const PropertyField& field : property.fields) {
+        if (!known->findField(field.suffix))
+          known->fields.push_back(field);
+      }
+    }
+  }
+  const auto index = static_cast<std::uint32_t>(scratch.prims.size());
+  scratch.prims.push_back(std::move(out));
+  for (const Spec& spec : specs) {
+    const LayerPrim& prim = spec.layer->prims[spec.prim];
+    if (prim.variantSets.empty())
+      continue;
+    std::vector<LayerVariantSet> sets = prim.variantSets;
+    for (LayerVariantSet& set : sets) {
+      for (LayerVariant& variant : set.variants) {
+        if (variant.body != kNoPrim)
+          variant.body = copySubtreeShallow(*spec.layer, variant.body, scratch, index);
+      }
+    }
+    scratch.prims[index].variantSets = std::move(sets);
+    break;
+  }
+  // Children: the weakest names its children first, stronger ones add theirs after.
+  std::vector<std::string_view> names;
+  for (auto it = specs.rbegin(); it != specs.rend(); ++it) {
+    for (const std::uint32_t child : it->layer->prims[it->prim].children) {
+      const std::string_view name = it->layer->prims[child].name;
+      if (std::find(names.begin(), names.end(), name) == names.end())
+        names.push_back(name);
+    }
+  }
+  for (const std::string_view name : names) {
+    std::vector<Spec> children;
+    for (const Spec& spec : specs) {
+      const std::uint32_t child = findChild(*spec.layer, spec.prim, name);
+      if (child != kNoPrim)
+        children.push_back({spec.layer, child});
+    }
+    const std::uint32_t merged = mergeSpecs(scratch, children, index);
+    scratch.prims[index].children.push_back(merged);
+  }
+  return index;
 }
 
 }  // namespace orvan::engine
