@@ -84,6 +84,22 @@ TEST_F(AuthoringTest, ComponentsAreAddedWithCatalogueDefaultsSwitchedAndRemoved)
     EXPECT_FALSE(light->enabled);
     EXPECT_EQ(componentValue(*group, "Light", "radius"), "0.5");
   }
+  // The author's order of the components is kept and shown.
+  ASSERT_TRUE(apply({componentOp(ComponentOperationKind::Reorder, "/World/Group", "", "",
+                                 "AudioSource,Light")})
+                  .accepted);
+  {
+    const InspectResult inspected = inspectScene(*scene);
+    std::vector<std::string> order;
+    for (const editor::UsdComponent& component :
+         findPrimDetail(inspected, "/World/Group")->components)
+      order.push_back(component.type);
+    EXPECT_THAT(order, ::testing::ElementsAre("Name", "Transform", "AudioSource", "Light"));
+  }
+  EXPECT_EQ(
+      apply({componentOp(ComponentOperationKind::Reorder, "/World/Group", "", "", "Light,Gravity")})
+          .message,
+      "Unknown component 'Gravity'");
   const EditResult removed =
       apply({componentOp(ComponentOperationKind::Remove, "/World/Group", "AudioSource"),
              componentOp(ComponentOperationKind::Remove, "/World/Group", "Light")});
