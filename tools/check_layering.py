@@ -41,15 +41,15 @@ EDITOR_CHAIN = [
 ENGINE_DEPENDS_ON = {
     "UsdText": ["wire"],
     "Inspector": ["UsdText"],
-    "ProjectServer": ["Authoring", "Store"],
     "Authoring": ["Inspector"],
+    "ProjectServer": ["Authoring", "Store"],
     "ProjectTool": ["UsdText"],
     "ClientLink": ["wire"],
     "EditClient": ["ClientLink"],
     "ToolClient": ["ClientLink"],
-    "engine fuzzers": ["Inspector", "EditClient"],
+    "engine fuzzers": ["Authoring", "EditClient"],
     "Store": ["wire"],
-    "engine benchmarks": ["ProjectServer", "ProjectTool", "Store"],
+    "engine benchmarks": ["ProjectServer", "ProjectTool", "Store", "Authoring"],
 }
 
 CORE = "apps/usd_editor/Sources/OrvanUsdEditorCore"

@@ -12,7 +12,7 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 usage() {
-  echo "usage: tools/fuzz.sh deep_link|target_address|scene_reference|usda_reader|stage_composer|stdio_line" \
+  echo "usage: tools/fuzz.sh deep_link|target_address|scene_reference|usda_reader|stage_composer|stdio_line|edit_request" \
     "<seconds>" >&2
 }
 target=${1:-}
@@ -20,7 +20,7 @@ seconds=${2:-}
 case "$target" in
   deep_link | target_address | scene_reference)
     folder="apps/usd_editor/Tests/VelkClientStateBridge/Fuzz" ;;
-  usda_reader | stage_composer | stdio_line) folder="engine/Tests/Fuzz" ;;
+  usda_reader | stage_composer | stdio_line | edit_request) folder="engine/Tests/Fuzz" ;;
   *) usage; exit 2 ;;
 esac
 if ! [[ "$seconds" =~ ^[0-9]+$ ]] || [ "$seconds" -eq 0 ]; then usage; exit 2; fi

@@ -427,6 +427,29 @@ struct Builder {
   }
 };
 
+// An author's order of the components (`custom token[] orvan:componentOrder`): the listed ones
+// first, in that order; World Settings, Name and Transform always lead.
+void applyComponentOrder(const PrimProperties& properties, std::vector<UsdComponent>& components) {
+  const ComposedProperty* order = properties.find("orvan:componentOrder");
+  if (!order || !order->value || order->value->kind != ValueKind::List)
+    return;
+  std::vector<std::string> types;
+  for (const Value& item : order->value->items())
+    types.push_back(item.decoded());
+  const auto fixed = [](const UsdComponent& component) {
+    return component.type == "WorldSettings" || component.type == "Name" ||
+           component.type == "Transform";
+  };
+  const auto rank = [&](const UsdComponent& component) -> std::size_t {
+    if (fixed(component))
+      return 0;
+    const auto at = std::find(types.begin(), types.end(), component.type);
+    return 1 + static_cast<std::size_t>(at - types.begin());
+  };
+  std::stable_sort(components.begin(), components.end(),
+                   [&](const UsdComponent& a, const UsdComponent& b) { return rank(a) < rank(b); });
+}
+
 }  // namespace
 
 const ComposedProperty* PrimProperties::find(std::string_view name) const {
@@ -531,6 +554,7 @@ std::vector<UsdComponent> decodeComponents(const ComponentSource& source) {
       builder.addScriptProperties(component);
     components.push_back(std::move(component));
   }
+  applyComponentOrder(properties, components);
   return components;
 }
 

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "Authoring/ChangeSet.h"
+#include "Authoring/ClientHistory.h"
 #include "Authoring/EditPlanner.h"
 #include "Authoring/EditOperation.h"
 #include "Authoring/EditableScene.h"

@@ -192,6 +192,10 @@ class Composer {
       error = known.error.empty() ? "the layer is muted" : known.error;
       return std::nullopt;
     }
+    if (options_.layerProvider) {
+      if (std::shared_ptr<const Layer> provided = options_.layerProvider(path))
+        return addLayer(path, std::move(provided), "", depth, inRoot);
+    }
     std::shared_ptr<const Layer> layer;
     if (const char* format = foreignFormat(path)) {
       error = std::string("'") + fileNameOf(path) + "' is " + format +

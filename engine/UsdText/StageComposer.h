@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,6 +42,10 @@ struct ComposeOptions {
   // (symbolic links followed); any other is a problem that names the asset as written and says
   // nothing about the file. The root layer must lie inside it too.
   std::string confinementRoot = {};
+  // Consulted before the disk for every layer file, by its absolute, normalised path: a layer it
+  // gives is used as it is, so a stage can be composed from layers held in memory. Null: read
+  // the file.
+  std::function<std::shared_ptr<const Layer>(const std::string& identifier)> layerProvider = {};
 };
 
 struct StageOpenResult {
