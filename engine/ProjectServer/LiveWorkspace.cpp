@@ -41,6 +41,16 @@ ChangeSet changesOfLayer(const ChangeSet& changes, const std::string& layer) {
   return kept;
 }
 
+// A layer replaced as a whole: what another program's change of the file is to the log.
+LayerChange wholeLayerChange(const std::string& layer, std::string before, std::string after) {
+  LayerChange change;
+  change.kind = ChangeKind::LayerFile;
+  change.layer = layer;
+  change.before = std::move(before);
+  change.after = std::move(after);
+  return change;
+}
+
 void logProblem(const std::string& text) {
   std::fprintf(stderr, "orvan_project_server: %s\n", text.c_str());
 }
@@ -52,11 +62,11 @@ editor::Result<std::unique_ptr<LiveWorkspace>, std::string> LiveWorkspace::open(
   const std::string storePath = (project.root / options.storePath).string();
   StoreResult<std::unique_ptr<ProjectStore>> store = ProjectStore::open(storePath);
   if (!store.ok())
-    return "The project's history store could not be opened: " + store.error();
+    return "The project's history store could not be opened: " + store.error().message;
   std::unique_ptr<LiveWorkspace> workspace(
       new LiveWorkspace(project, feed, std::move(options), std::move(*store)));
-  if (StoreStatus recovered = workspace->recover(); !recovered.ok())
-    return "The project's files could not be brought up to date: " + recovered.error();
+  if (std::optional<std::string> failed = workspace->recover())
+    return "The project's files could not be brought up to date: " + *failed;
   return workspace;
 }
 
@@ -79,7 +89,7 @@ LiveWorkspace::LiveWorkspace(const ProjectFolder& project, ChangeFeed& feed,
             if (StoreStatus recorded = store_->recordWriteBack(write.workspace, written);
                 !recorded.ok()) {
               logProblem("recording the write of " + written.path + " failed: " +
-                         recorded.error());
+                         recorded.error().message);
             }
           },
       .failed =
@@ -92,7 +102,7 @@ LiveWorkspace::LiveWorkspace(const ProjectFolder& project, ChangeFeed& feed,
 
 LiveWorkspace::~LiveWorkspace() {
   if (StoreStatus flushed = flush(); !flushed.ok())
-    logProblem("writing the last edits back failed: " + flushed.error());
+    logProblem("writing the last edits back failed: " + flushed.error().message);
   writer_.reset();
 }
 
@@ -115,15 +125,15 @@ StoreStatus LiveWorkspace::flush() {
 
 // Brings every file the store knows up to the newest accepted revision that changed it, before
 // anything is served: after a crash the log may hold edits that never reached their files.
-StoreStatus LiveWorkspace::recover() {
+std::optional<std::string> LiveWorkspace::recover() {
   const std::string& workspace = options_.workspace;
   StoreResult<std::uint64_t> head = store_->headRevision(workspace);
   if (!head.ok())
-    return head.error();
+    return head.error().message;
   head_ = *head;
   StoreResult<std::vector<LayerRecovery>> plan = planRecovery(*store_, workspace, {}, project_.rootPath());
   if (!plan.ok())
-    return plan.error();
+    return plan.error().message;
   for (const LayerRecovery& layer : *plan) {
     switch (layer.action) {
       case RecoveryAction::kUpToDate:
@@ -147,7 +157,7 @@ StoreStatus LiveWorkspace::recover() {
       StoreResult<std::vector<LayerSnapshot>> snapshots =
           store_->snapshotAtOrBefore(workspace, layer.lastRevision);
       if (!snapshots.ok())
-        return snapshots.error();
+        return snapshots.error().message;
       const auto snapshot = std::find_if(snapshots->begin(), snapshots->end(),
                                          [&](const auto& kept) { return kept.path == layer.path; });
       if (snapshot == snapshots->end()) {
@@ -156,17 +166,17 @@ StoreStatus LiveWorkspace::recover() {
       }
       StoreResult<std::optional<std::string>> content = store_->blob(snapshot->blobHash);
       if (!content.ok())
-        return content.error();
+        return content.error().message;
       if (!*content)
         return "the snapshot of " + layer.path + " is missing from the store";
       if (auto written = replaceFileAtomically(path, **content); !written.ok())
-        return written.error();
+        return written.error().message;
       base = snapshot->revision;
     }
     StoreResult<std::vector<StoredRevision>> after =
         store_->revisionsAfter(workspace, base, layer.lastRevision);
     if (!after.ok())
-      return after.error();
+      return after.error().message;
     auto loaded = EditableScene::load(path, project_.rootPath(), options_.limits.compose);
     if (auto* failure = std::get_if<std::string>(&loaded))
       return "the layer " + layer.path + " does not read: " + *failure;
@@ -183,21 +193,18 @@ StoreStatus LiveWorkspace::recover() {
     const std::string text = scene.layerText(path);
     auto written = replaceFileAtomically(path, text);
     if (!written.ok())
-      return written.error();
+      return written.error().message;
     if (StoreStatus recorded = store_->recordWriteBack(
             workspace, WrittenFile{.path = layer.path,
                                    .revision = layer.lastRevision,
                                    .contentHash = contentHash(text),
                                    .stamp = *written});
         !recorded.ok()) {
-      return recorded.error();
+      return recorded.error().message;
     }
     if (disk) {
       // The other program's content is kept: it becomes the newest revision of the file.
-      const ChangeSet external{.changes = {LayerChange{.kind = ChangeKind::LayerFile,
-                                                       .layer = layer.path,
-                                                       .before = text,
-                                                       .after = *disk}}};
+      const ChangeSet external{.changes = {wholeLayerChange(layer.path, text, *disk)}};
       StoreResult<std::uint64_t> appended =
           store_->appendRevision(NewRevision{.workspace = workspace,
                                              .author = "external",
@@ -206,22 +213,22 @@ StoreStatus LiveWorkspace::recover() {
                                              .changeSetText = encodeChangeSet(external),
                                              .layerPaths = {layer.path}});
       if (!appended.ok())
-        return appended.error();
+        return appended.error().message;
       auto rewritten = replaceFileAtomically(path, *disk);
       if (!rewritten.ok())
-        return rewritten.error();
+        return rewritten.error().message;
       if (StoreStatus recorded = store_->recordWriteBack(
               workspace, WrittenFile{.path = layer.path,
                                      .revision = *appended,
                                      .contentHash = contentHash(*disk),
                                      .stamp = *rewritten});
           !recorded.ok()) {
-        return recorded.error();
+        return recorded.error().message;
       }
       head_ = *appended;
     }
   }
-  return editor::Unit{};
+  return std::nullopt;
 }
 
 LiveWorkspace::SceneState& LiveWorkspace::sceneLocked(const std::string& scene) {
@@ -262,14 +269,16 @@ LiveWorkspace::SceneState& LiveWorkspace::sceneLocked(const std::string& scene) 
                                                  .stamp = stampOf(absolute(path))});
     }
     if (!kept.ok())
-      logProblem("keeping the first snapshot of " + scene + " failed: " + kept.error());
+      logProblem("keeping the first snapshot of " + scene + " failed: " + kept.error().message);
   }
   return state;
 }
 
 editor::EditClientResponse LiveWorkspace::refusal(std::string message) {
-  return editor::EditClientResponse{
-      .accepted = false, .revision = head_, .message = std::move(message)};
+  editor::EditClientResponse answer;
+  answer.revision = head_;
+  answer.message = std::move(message);
+  return answer;
 }
 
 editor::EditClientResponse LiveWorkspace::edit(const EditRequest& request,
@@ -354,7 +363,7 @@ editor::EditClientResponse LiveWorkspace::commitLocked(
     // Not recorded, so not accepted: the scene goes back to what the log says.
     if (auto undone = applyChangeSet(*state.scene, invertChangeSet(changes)))
       logProblem("taking back an unrecorded edit failed: " + *undone);
-    return refusal("The edit could not be saved: " + appended.error());
+    return refusal("The edit could not be saved: " + appended.error().message);
   }
   head_ = *appended;
   std::vector<std::string> absolutes;
@@ -366,7 +375,10 @@ editor::EditClientResponse LiveWorkspace::commitLocked(
         return change.kind == ChangeKind::LayerFile && (!change.before || !change.after);
       });
   publishRevisionLocked(scene, request.clientId, std::move(operations), filesChanged);
-  editor::EditClientResponse answer{.accepted = true, .revision = head_, .message = message};
+  editor::EditClientResponse answer;
+  answer.accepted = true;
+  answer.revision = head_;
+  answer.message = message;
   if (!created.empty())
     answer.createdPrims = std::move(created);
   return answer;
@@ -460,11 +472,9 @@ void LiveWorkspace::lookForExternalChangesLocked() {
       const std::string current = state.scene->layerText(identifier);
       if (current == check->content)
         continue;
-      const ChangeSet external{.changes = {LayerChange{.kind = ChangeKind::LayerFile,
-                                                       .layer = path,
-                                                       .before = current,
-                                                       .after = check->content}}};
-      const EditRequest request{.author = "external", .clientId = ""};
+      const ChangeSet external{.changes = {wholeLayerChange(path, current, check->content)}};
+      EditRequest request;
+      request.author = "external";
       editor::EditClientResponse answer = commitLocked(state, name, request, external,
                                                        "change " + path, "Changed " + path, {}, {});
       if (!answer.accepted)

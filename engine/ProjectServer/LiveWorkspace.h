@@ -78,7 +78,7 @@ class LiveWorkspace {
  private:
   struct SceneState {
     std::unique_ptr<EditableScene> scene = {};
-    ClientHistory history = {};  // per client, its own edits of this scene
+    ClientHistory history;  // per client, its own edits of this scene
     std::string failure = {};
     // Per active layer, an inspector that re-encodes only what changed, and its last document
     // with the revision it shows.
@@ -93,7 +93,8 @@ class LiveWorkspace {
   LiveWorkspace(const ProjectFolder& project, ChangeFeed& feed, LiveWorkspaceOptions options,
                 std::unique_ptr<ProjectStore> store);
 
-  StoreStatus recover();
+  // Nothing when all went well, else why not.
+  std::optional<std::string> recover();
   SceneState& sceneLocked(const std::string& scene);
   void lookForExternalChangesLocked();
   editor::EditClientResponse refusal(std::string message);

@@ -203,7 +203,7 @@ TEST_F(EditEndpointTest, RefusalsChangeNothingAndCarryTheCurrentRevision) {
 
 TEST_F(EditEndpointTest, MalformedBodiesAndScopesAreRefusedBeforeAnythingIsPlanned) {
   start();
-  for (const std::string body :
+  for (const std::string& body :
        {std::string("not json"), std::string("{}"),
         std::string(R"({"author":"A","clientId":"c","operations":[{"type":"prim","kind":"fly"}]})"),
         std::string(R"({"author":"A","clientId":"c","operations":"all"})")}) {
@@ -212,7 +212,8 @@ TEST_F(EditEndpointTest, MalformedBodiesAndScopesAreRefusedBeforeAnythingIsPlann
     EXPECT_EQ(answer->status, 400) << body;
   }
   const auto elsewhere = project_.client().Post(
-      "/api/edit", R"({"author":"A","clientId":"c","workspace":"feature","operations":[]})",
+      "/api/edit",
+      R"({"author":"A","clientId":"c","workspace":"feature","operations":[{"type":"history","kind":"undo"}]})",
       "application/json");
   ASSERT_TRUE(elsewhere);
   EXPECT_EQ(elsewhere->status, 404);

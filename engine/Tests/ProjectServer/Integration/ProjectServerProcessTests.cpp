@@ -297,8 +297,10 @@ TEST(ProjectServerProcessTest, AKilledServerLosesNoAcknowledgedEditAndItsRevisio
   std::ofstream(base / "Game/main.usda") << "#usda 1.0\n\ndef Xform \"World\" (\n    kind = \"assembly\"\n)\n{\n}\n";
 
   std::vector<std::pair<std::string, std::uint64_t>> acknowledged;
+  std::set<std::uint64_t> numbers;
   std::uint64_t highest = 0;
   for (int round = 0; round < 3; ++round) {
+    const std::uint64_t before = highest;
     ServerProcess server({"--project", (base / "Game").string(), "--port", "0", "--state-dir",
                           (base / "state").string()});
     const int port = server.port();
@@ -340,7 +342,8 @@ TEST(ProjectServerProcessTest, AKilledServerLosesNoAcknowledgedEditAndItsRevisio
             continue;
           const std::lock_guard lock(mutex);
           // A number handed out once is never handed out again, across kills too.
-          EXPECT_GT(reply->revision, highest) << name;
+          EXPECT_GT(reply->revision, before) << name;
+          EXPECT_TRUE(numbers.insert(reply->revision).second) << reply->revision;
           highest = std::max(highest, reply->revision);
           acknowledged.emplace_back(name, reply->revision);
         }
