@@ -88,16 +88,16 @@ LiveWorkspace::LiveWorkspace(const ProjectFolder& project, ChangeFeed& feed,
                                 .stamp = write.stamp};
             if (StoreStatus recorded = store_->recordWriteBack(write.workspace, written);
                 !recorded.ok()) {
-              logProblem("recording the write of " + written.path + " failed: " +
-                         recorded.error().message);
+              logProblem("recording the write of " + written.path +
+                         " failed: " + recorded.error().message);
             }
           },
       .failed =
           [](const std::string& path, const std::string& reason) {
             logProblem("writing " + path + " failed, trying again: " + reason);
           }};
-  writer_ = std::make_unique<LiveFileWriter>(
-      std::move(hooks), LiveFileWriter::Options{.delay = options_.writeDelay});
+  writer_ = std::make_unique<LiveFileWriter>(std::move(hooks),
+                                             LiveFileWriter::Options{.delay = options_.writeDelay});
 }
 
 LiveWorkspace::~LiveWorkspace() {
@@ -131,7 +131,8 @@ std::optional<std::string> LiveWorkspace::recover() {
   if (!head.ok())
     return head.error().message;
   head_ = *head;
-  StoreResult<std::vector<LayerRecovery>> plan = planRecovery(*store_, workspace, {}, project_.rootPath());
+  StoreResult<std::vector<LayerRecovery>> plan =
+      planRecovery(*store_, workspace, {}, project_.rootPath());
   if (!plan.ok())
     return plan.error().message;
   for (const LayerRecovery& layer : *plan) {
@@ -194,11 +195,11 @@ std::optional<std::string> LiveWorkspace::recover() {
     auto written = replaceFileAtomically(path, text);
     if (!written.ok())
       return written.error().message;
-    if (StoreStatus recorded = store_->recordWriteBack(
-            workspace, WrittenFile{.path = layer.path,
-                                   .revision = layer.lastRevision,
-                                   .contentHash = contentHash(text),
-                                   .stamp = *written});
+    if (StoreStatus recorded =
+            store_->recordWriteBack(workspace, WrittenFile{.path = layer.path,
+                                                           .revision = layer.lastRevision,
+                                                           .contentHash = contentHash(text),
+                                                           .stamp = *written});
         !recorded.ok()) {
       return recorded.error().message;
     }
@@ -217,11 +218,11 @@ std::optional<std::string> LiveWorkspace::recover() {
       auto rewritten = replaceFileAtomically(path, *disk);
       if (!rewritten.ok())
         return rewritten.error().message;
-      if (StoreStatus recorded = store_->recordWriteBack(
-              workspace, WrittenFile{.path = layer.path,
-                                     .revision = *appended,
-                                     .contentHash = contentHash(*disk),
-                                     .stamp = *rewritten});
+      if (StoreStatus recorded =
+              store_->recordWriteBack(workspace, WrittenFile{.path = layer.path,
+                                                             .revision = *appended,
+                                                             .contentHash = contentHash(*disk),
+                                                             .stamp = *rewritten});
           !recorded.ok()) {
         return recorded.error().message;
       }
@@ -319,8 +320,8 @@ editor::EditClientResponse LiveWorkspace::edit(const EditRequest& request,
 
 editor::EditClientResponse LiveWorkspace::historyLocked(SceneState& state, const std::string& scene,
                                                         const EditRequest& request, bool undo) {
-  const ClientHistory::Entry* entry = undo ? state.history.lastEdit(request.clientId)
-                                           : state.history.lastUndone(request.clientId);
+  const ClientHistory::Entry* entry =
+      undo ? state.history.lastEdit(request.clientId) : state.history.lastUndone(request.clientId);
   if (!entry)
     return refusal(undo ? "Nothing to undo" : "Nothing to redo");
   const ChangeSet changes = undo ? invertChangeSet(entry->changes) : entry->changes;
@@ -466,7 +467,8 @@ void LiveWorkspace::lookForExternalChangesLocked() {
       if (!state.scene->findLayer(identifier))
         continue;
       const std::string path = relative(identifier);
-      StoreResult<LiveFileCheck> check = detectExternalChange(*store_, options_.workspace, path, project_.rootPath());
+      StoreResult<LiveFileCheck> check =
+          detectExternalChange(*store_, options_.workspace, path, project_.rootPath());
       if (!check.ok() || check->state != LiveFileState::kChanged)
         continue;
       const std::string current = state.scene->layerText(identifier);
@@ -475,8 +477,8 @@ void LiveWorkspace::lookForExternalChangesLocked() {
       const ChangeSet external{.changes = {wholeLayerChange(path, current, check->content)}};
       EditRequest request;
       request.author = "external";
-      editor::EditClientResponse answer = commitLocked(state, name, request, external,
-                                                       "change " + path, "Changed " + path, {}, {});
+      editor::EditClientResponse answer =
+          commitLocked(state, name, request, external, "change " + path, "Changed " + path, {}, {});
       if (!answer.accepted)
         logProblem("the change of " + path + " by another program is left out: " + answer.message);
     }

@@ -11,8 +11,8 @@
 
 #include "Authoring/ChangeSet.h"
 #include "Authoring/ClientHistory.h"
-#include "Authoring/EditPlanner.h"
 #include "Authoring/EditOperation.h"
+#include "Authoring/EditPlanner.h"
 #include "Authoring/EditableScene.h"
 #include "Inspector/IncrementalInspector.h"
 #include "Inspector/StageLimits.h"

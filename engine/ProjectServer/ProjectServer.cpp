@@ -132,25 +132,24 @@ void send(ApiAnswer answer, httplib::Response& out) {
     auto owned = std::make_shared<std::pair<std::string, std::string>>(std::move(answer.body),
                                                                        std::move(answer.tail));
     const std::size_t length = owned->first.size() + answer.document->size() + owned->second.size();
-    out.set_content_provider(
-        length, answer.contentType,
-        [owned, document = answer.document](std::size_t offset, std::size_t,
-                                            httplib::DataSink& sink) {
-          constexpr std::size_t kPiece = 1 << 20;
-          const std::string& head = owned->first;
-          if (offset < head.size())
-            return sink.write(head.data() + offset, head.size() - offset);
-          offset -= head.size();
-          if (offset < document->size()) {
-            const std::string_view text = document->textAt(offset);
-            return sink.write(text.data(), std::min(kPiece, text.size()));
-          }
-          offset -= document->size();
-          const std::string& tail = owned->second;
-          if (offset < tail.size())
-            return sink.write(tail.data() + offset, tail.size() - offset);
-          return false;
-        });
+    out.set_content_provider(length, answer.contentType,
+                             [owned, document = answer.document](std::size_t offset, std::size_t,
+                                                                 httplib::DataSink& sink) {
+                               constexpr std::size_t kPiece = 1 << 20;
+                               const std::string& head = owned->first;
+                               if (offset < head.size())
+                                 return sink.write(head.data() + offset, head.size() - offset);
+                               offset -= head.size();
+                               if (offset < document->size()) {
+                                 const std::string_view text = document->textAt(offset);
+                                 return sink.write(text.data(), std::min(kPiece, text.size()));
+                               }
+                               offset -= document->size();
+                               const std::string& tail = owned->second;
+                               if (offset < tail.size())
+                                 return sink.write(tail.data() + offset, tail.size() - offset);
+                               return false;
+                             });
     return;
   }
   if (!answer.sharedPart) {

@@ -44,8 +44,7 @@ StoreResult<LiveFileCheck> detectExternalChange(ProjectStore& store, const std::
   const auto before = store.writeBack(workspace, path);
   if (!before)
     return before.error();
-  auto check =
-      checkLiveFile(before->value_or(WriteBackRecord{.path = path}), fileOf(folder, path));
+  auto check = checkLiveFile(before->value_or(WriteBackRecord{.path = path}), fileOf(folder, path));
   if (!check || check->state == LiveFileState::kMissing || check->contentHash.empty())
     return check;
   // The file was read. The writer records a replacement before it renames it into place, so a

@@ -74,9 +74,10 @@ LayerRecovery planLayerRecovery(const std::string& path,
 
 // planLayerRecovery for every file the workspace has a write-back record or a snapshot of, and for
 // `alsoPaths` (the layers of the scenes the server opens), sorted by path.
-StoreResult<std::vector<LayerRecovery>> planRecovery(
-    ProjectStore& store, const std::string& workspace,
-    const std::vector<std::string>& alsoPaths = {}, const std::string& folder = {});
+StoreResult<std::vector<LayerRecovery>> planRecovery(ProjectStore& store,
+                                                     const std::string& workspace,
+                                                     const std::vector<std::string>& alsoPaths = {},
+                                                     const std::string& folder = {});
 // Where a path of the store is on the disk.
 std::string fileOf(const std::string& folder, const std::string& path);
 

@@ -50,8 +50,7 @@ def Xform "World" (
 }
 )";
 
-std::string setRadius(const std::string& client, const std::string& value,
-                      std::uint64_t base = 0) {
+std::string setRadius(const std::string& client, const std::string& value, std::uint64_t base = 0) {
   return R"({"author":"Ada","clientId":")" + client + R"(","baseRevision":)" +
          std::to_string(base) +
          R"(,"operations":[{"type":"usdProperty","kind":"set","primPath":"/World/Ball",)"
@@ -75,7 +74,8 @@ std::string readFile(const fs::path& path) {
 class EditEndpointTest : public testing::Test {
  protected:
   void SetUp() override {
-    project_.write("Game/project.json", R"({"id": "game", "name": "Game", "mainScene": "main.usda"})");
+    project_.write("Game/project.json",
+                   R"({"id": "game", "name": "Game", "mainScene": "main.usda"})");
     project_.write("Game/main.usda", kScene);
   }
 
@@ -196,7 +196,7 @@ TEST_F(EditEndpointTest, RefusalsChangeNothingAndCarryTheCurrentRevision) {
   EXPECT_EQ(rawValue(second.stage, "/World/Ball", "radius"), "2");
   EXPECT_FALSE(hasPrim(second.stage, "/World/Box"));
 
-  EXPECT_FALSE(edit(addPrim("c", "Crate")).accepted);  // the name is taken
+  EXPECT_FALSE(edit(addPrim("c", "Crate")).accepted);   // the name is taken
   EXPECT_FALSE(edit(setRadius("c", "soft")).accepted);  // not a number
   EXPECT_EQ(stage().revision, first.revision);
 }
@@ -235,7 +235,8 @@ TEST_F(EditEndpointTest, UndoRevertsTheClientsOwnLastEditAndKeepsWhatOthersDidSi
   start();
   ASSERT_TRUE(edit(setRadius("mine", "5")).accepted);
   ASSERT_TRUE(edit(addPrim("theirs", "Other")).accepted);
-  const auto undo = edit(R"({"author":"Ada","clientId":"mine","operations":[{"type":"history","kind":"undo"}]})");
+  const auto undo =
+      edit(R"({"author":"Ada","clientId":"mine","operations":[{"type":"history","kind":"undo"}]})");
   EXPECT_TRUE(undo.accepted) << undo.message;
   auto now = stage();
   EXPECT_EQ(rawValue(now.stage, "/World/Ball", "radius"), "2");
@@ -244,7 +245,8 @@ TEST_F(EditEndpointTest, UndoRevertsTheClientsOwnLastEditAndKeepsWhatOthersDidSi
   EXPECT_FALSE(
       edit(R"({"author":"Ada","clientId":"mine","operations":[{"type":"history","kind":"undo"}]})")
           .accepted);
-  const auto redo = edit(R"({"author":"Ada","clientId":"mine","operations":[{"type":"history","kind":"redo"}]})");
+  const auto redo =
+      edit(R"({"author":"Ada","clientId":"mine","operations":[{"type":"history","kind":"redo"}]})");
   EXPECT_TRUE(redo.accepted) << redo.message;
   now = stage();
   EXPECT_EQ(rawValue(now.stage, "/World/Ball", "radius"), "5");
@@ -268,9 +270,11 @@ TEST_F(EditEndpointTest, ManyClientsAtOnceGetDistinctConsecutiveRevisionsAndNoth
     clients.emplace_back([&, client] {
       httplib::Client http("127.0.0.1", project_.port());
       for (int i = 0; i < kEdits; ++i) {
-        const auto answer = http.Post(
-            "/api/edit", addPrim("client" + std::to_string(client), "P" + std::to_string(client) + "_" + std::to_string(i)),
-            "application/json");
+        const auto answer =
+            http.Post("/api/edit",
+                      addPrim("client" + std::to_string(client),
+                              "P" + std::to_string(client) + "_" + std::to_string(i)),
+                      "application/json");
         if (!answer)
           continue;
         auto decoded = editor::decodeJson<editor::EditClientResponse>(answer->body);

@@ -293,8 +293,10 @@ TEST(ProjectServerProcessTest, AKilledServerLosesNoAcknowledgedEditAndItsRevisio
   const fs::path base = fs::temp_directory_path() / ("orvan_crash_" + std::to_string(::getpid()));
   fs::remove_all(base);
   fs::create_directories(base / "Game");
-  std::ofstream(base / "Game/project.json") << R"({"id": "game", "name": "Game", "mainScene": "main.usda"})";
-  std::ofstream(base / "Game/main.usda") << "#usda 1.0\n\ndef Xform \"World\" (\n    kind = \"assembly\"\n)\n{\n}\n";
+  std::ofstream(base / "Game/project.json")
+      << R"({"id": "game", "name": "Game", "mainScene": "main.usda"})";
+  std::ofstream(base / "Game/main.usda")
+      << "#usda 1.0\n\ndef Xform \"World\" (\n    kind = \"assembly\"\n)\n{\n}\n";
 
   std::vector<std::pair<std::string, std::uint64_t>> acknowledged;
   std::set<std::uint64_t> numbers;
