@@ -198,7 +198,11 @@ StageOpenResult EditableScene::compose() const {
 
 void EditableScene::recompose() const {
   StageOpenResult composed = compose();
-  // A stage beyond its limits keeps the last one; questions then see the scene as it was.
+  // A stage beyond its limits keeps the last one; questions then see the scene as it was, and
+  // whoever shows the stage learns why it is not the current one.
+  composeFailure_ = composed.ok()    ? std::string()
+                    : composed.error ? composed.error->describe()
+                                     : std::string("the scene could not be composed");
   if (composed.ok())
     stage_ = std::move(composed.stage);
   if (!stage_)

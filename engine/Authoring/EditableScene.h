@@ -69,6 +69,9 @@ class EditableScene {
   const ComposedPrim* composedPrim(std::string_view path) const;
   // The kept stage itself, brought up to date as a whole.
   const Stage& currentStage() const;
+  // Why the last composition failed (the scene is beyond a limit), empty when it did not: the
+  // kept stage is then the last one that composed.
+  const std::string& composeFailure() const { return composeFailure_; }
   // The kept stage as it is: up to date for the paths just asked about with composedPrim (what
   // that prim's opinions and properties say), not necessarily elsewhere.
   const Stage& keptStage() const { return *stage_; }
@@ -123,6 +126,7 @@ class EditableScene {
 
   mutable std::shared_ptr<Stage> stage_;
   mutable bool stageStale_ = true;
+  mutable std::string composeFailure_;
   mutable std::vector<std::string> touched_;  // subtrees changed since stage_ was composed
 };
 

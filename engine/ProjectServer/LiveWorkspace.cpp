@@ -131,6 +131,20 @@ std::optional<std::string> LiveWorkspace::recover() {
   if (!head.ok())
     return head.error().message;
   head_ = *head;
+  if (head_ == 0) {
+    // The project as the server first found it is the workspace's first revision: clients start
+    // at 1 and take a lower number for an older stage.
+    StoreResult<std::uint64_t> first =
+        store_->appendRevision(NewRevision{.workspace = workspace,
+                                           .author = "server",
+                                           .label = "Project opened for editing",
+                                           .timeMilliseconds = nowMilliseconds(),
+                                           .changeSetText = encodeChangeSet(ChangeSet{}),
+                                           .layerPaths = {}});
+    if (!first.ok())
+      return first.error().message;
+    head_ = *first;
+  }
   StoreResult<std::vector<LayerRecovery>> plan =
       planRecovery(*store_, workspace, {}, project_.rootPath());
   if (!plan.ok())
@@ -437,6 +451,8 @@ LiveStage LiveWorkspace::stage(const std::string& scene, const std::string& acti
   // The kept stage: composed again only after structural edits; property edits change its layers
   // in place, and the inspector re-encodes just the prims they touched.
   const Stage& composed = state.scene->currentStage();
+  if (!state.scene->composeFailure().empty())
+    return LiveStage{.failure = state.scene->composeFailure(), .revision = head_};
   InspectOptions options{.activeLayer = activeLayer,
                          .sceneUri = project_.absoluteScene(scene).string(),
                          .maxOutputBytes = options_.limits.maxOutputBytes};

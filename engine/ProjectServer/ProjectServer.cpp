@@ -266,7 +266,8 @@ class ElasticTaskQueue final : public httplib::TaskQueue {
 // body any endpoint takes, within a minute. The library reads a header line to its end before it
 // looks at its length, so without a bound a client could fill the memory with one endless line,
 // or hold a thread forever by sending a byte now and then.
-constexpr std::size_t kRequestBytes = 64 * 1024 + 32 * 1024 * 1024 + 8 * 1024;
+constexpr std::size_t kHeadBytes = 64 * 1024;
+constexpr std::size_t kBodyBytes = 32 * 1024 * 1024 + 8 * 1024;
 constexpr std::chrono::seconds kRequestDeadline{60};
 
 // A connection's socket as the library reads and writes it, with a buffer that outlives each
@@ -277,7 +278,11 @@ class ConnectionStream final : public httplib::Stream {
       : socket_(socket), readTimeout_(limits.readTimeout), writeTimeout_(limits.writeTimeout) {}
 
   void startRequest() {
-    budget_ = kRequestBytes;
+    // The head gets its own small budget; the body's comes once the blank line that ends the head
+    // went by, so a header line without end is cut off early whatever the bodies may weigh.
+    budget_ = kHeadBytes;
+    inHead_ = true;
+    lastBytes_ = 0;
     deadline_ = std::chrono::steady_clock::now() + kRequestDeadline;
   }
   bool buffered() const { return begin_ < end_; }
@@ -310,10 +315,24 @@ class ConnectionStream final : public httplib::Stream {
       begin_ = 0;
       end_ = static_cast<std::size_t>(received);
     }
-    const std::size_t count = std::min({size, end_ - begin_, budget_});
+    std::size_t count = std::min({size, end_ - begin_, budget_});
+    bool headEnded = false;
+    if (inHead_) {
+      // Hand out the head up to its end at the most, so the body's budget starts there.
+      for (std::size_t i = 0; i < count && !headEnded; ++i) {
+        lastBytes_ = (lastBytes_ << 8) | static_cast<unsigned char>(buffer_[begin_ + i]);
+        headEnded = (lastBytes_ & 0xFFFFFFFFu) == 0x0D0A0D0Au;
+        if (headEnded)
+          count = i + 1;
+      }
+    }
     std::memcpy(out, buffer_.data() + begin_, count);
     begin_ += count;
     budget_ -= count;
+    if (headEnded) {
+      inHead_ = false;
+      budget_ = kBodyBytes;
+    }
     return static_cast<ssize_t>(count);
   }
 
@@ -354,6 +373,8 @@ class ConnectionStream final : public httplib::Stream {
   std::size_t begin_ = 0;
   std::size_t end_ = 0;
   std::size_t budget_ = 0;
+  bool inHead_ = true;
+  std::uint64_t lastBytes_ = 0;  // the last bytes of the head read, to find its end
   std::chrono::steady_clock::time_point deadline_ = {};
 };
 

@@ -587,7 +587,8 @@ TEST_F(ProjectServerTest, StageRequestsShareOneCompositionAndLeaveCheapCallsAnsw
   std::atomic<int> inspections = 0;
   std::promise<void> release;
   std::shared_future<void> released = release.get_future().share();
-  ApiOptions options{.userName = "tester"};
+  // A server that only reads serves its stages from the stage cache.
+  ApiOptions options{.userName = "tester", .editing = false};
   options.stages.onBuild = [&, released](StageCacheOptions::Build build) {
     switch (build) {
       case StageCacheOptions::Build::compose:
