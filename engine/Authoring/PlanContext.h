@@ -21,7 +21,9 @@ class PlanContext {
 
   EditableScene& scene;
   EntityIdSource& ids;
-  std::string layerId;  // the active layer, absolute
+  std::string
+      layerId;  // the active layer, absolute; empty when the request names none of the stack
+  std::string requestedLayer;  // the active layer as the request named it
   ChangeSet applied;
   std::vector<editor::EditClientCreatedPrim> createdPrims;
   std::vector<PrimOperationRecord> primOperations;
