@@ -2,8 +2,8 @@
 # Runs one fuzzer of the client core or the engine for a number of seconds under AddressSanitizer
 # and UndefinedBehaviorSanitizer, in a clang build of its own (build/fuzz).
 #   tools/fuzz.sh <target> <seconds>
-# targets: deep_link, target_address, scene_reference (client core); usda_reader, stage_composer
-# (engine).
+# targets: deep_link, target_address, scene_reference (client core); usda_reader, stage_composer,
+# edit_request (engine).
 # New inputs collect in build/fuzz/corpus/<target>; a crashing input is written to
 # build/fuzz/artifacts/<target>/. Add an input worth keeping to the seed corpus of the target
 # (apps/usd_editor/Tests/VelkClientStateBridge/Fuzz/corpus/<target> or
@@ -12,7 +12,8 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 usage() {
-  echo "usage: tools/fuzz.sh deep_link|target_address|scene_reference|usda_reader|stage_composer" \
+  echo "usage: tools/fuzz.sh" \
+    "deep_link|target_address|scene_reference|usda_reader|stage_composer|edit_request" \
     "<seconds>" >&2
 }
 target=${1:-}
@@ -20,7 +21,7 @@ seconds=${2:-}
 case "$target" in
   deep_link | target_address | scene_reference)
     folder="apps/usd_editor/Tests/VelkClientStateBridge/Fuzz" ;;
-  usda_reader | stage_composer) folder="engine/Tests/Fuzz" ;;
+  usda_reader | stage_composer | edit_request) folder="engine/Tests/Fuzz" ;;
   *) usage; exit 2 ;;
 esac
 if ! [[ "$seconds" =~ ^[0-9]+$ ]] || [ "$seconds" -eq 0 ]; then usage; exit 2; fi
