@@ -18,7 +18,7 @@ Refusal planOperation(PlanContext& context, const EditOperation& operation, std:
     case OperationType::Layer:
       return planLayerOperation(context, operation, message);
     case OperationType::Asset:
-      return std::string("Asset edits are not supported by this server yet");
+      return planAssetOperation(context, operation, message);
     case OperationType::History:
       return std::string("Undo and redo go alone, not inside a batch");
   }

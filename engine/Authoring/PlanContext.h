@@ -84,5 +84,7 @@ Refusal planComponentOperation(PlanContext& context, const EditOperation& operat
                                std::string& message);
 Refusal planLayerOperation(PlanContext& context, const EditOperation& operation,
                            std::string& message);
+Refusal planAssetOperation(PlanContext& context, const EditOperation& operation,
+                           std::string& message);
 
 }  // namespace orvan::engine
