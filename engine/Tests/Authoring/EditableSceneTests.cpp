@@ -112,3 +112,54 @@ TEST(EditableSceneLoad, ASceneThatDoesNotReadOrLiesOutsideTheProjectIsAnError) {
 
 }  // namespace
 }  // namespace orvan::engine::testing
+
+namespace orvan::engine::testing {
+namespace {
+
+// The demo project edited in memory (nothing is written to its files): a component edit, a rename
+// whose material binding target elsewhere stays, a new light in the lighting sublayer, and all of
+// it undone to the exact texts.
+TEST(EditableSceneDemo, EditsOfTheDemoComposeAndUndoToTheExactTexts) {
+  auto loaded = EditableScene::load(ORVAN_DEMO_DIR "/hello_world.usda", ORVAN_DEMO_DIR);
+  ASSERT_TRUE(std::holds_alternative<std::unique_ptr<EditableScene>>(loaded))
+      << std::get<std::string>(loaded);
+  EditableScene& scene = *std::get<std::unique_ptr<EditableScene>>(loaded);
+  const auto texts = allTexts(scene);
+  EntityIdSource ids;
+  ClientHistory history;
+  EditOperation move;
+  move.type = OperationType::Component;
+  move.kind = ComponentOperationKind::Set;
+  move.entityPath = "/World/RedCube";
+  move.componentType = "Transform";
+  move.propertyName = "translation";
+  move.value = "0,0.5,0";
+  const std::vector<EditRequest> edits{
+      requestOf({move}),
+      requestOf({sourceOp(PrimOperationKind::Rename, "/World/RedCube", "/World", "Crimson")}),
+      requestOf({addOp("/World", "Fill", "sphereLight")}, "hello_world_lighting.usda")};
+  for (const EditRequest& edit : edits) {
+    const EditResult result = applyEdit(scene, edit, ids, history);
+    ASSERT_TRUE(result.accepted) << result.message;
+  }
+  const InspectResult inspected = inspectScene(scene);
+  const auto* cube = findPrimDetail(inspected, "/World/Crimson");
+  ASSERT_NE(cube, nullptr);
+  EXPECT_EQ(cube->entityId, 1002u);
+  EXPECT_EQ(componentValue(*cube, "Transform", "translation"), "0,0.5,0");
+  EXPECT_EQ(componentValue(*cube, "MaterialBinding", "material"),
+            "/World/OrvanAssets/Materials/GlossyRed");
+  const auto* fill = findPrimDetail(inspected, "/World/Fill");
+  ASSERT_NE(fill, nullptr);
+  EXPECT_EQ(fill->typeName, "SphereLight");
+  EXPECT_GT(fill->entityId, 1007u);
+  EXPECT_TRUE(scene.dirtyLayers().size() == 2u);
+  for (std::size_t i = 0; i < edits.size(); ++i) {
+    ASSERT_TRUE(applyEdit(scene, requestOf({historyOp(HistoryOperationKind::Undo)}), ids, history)
+                    .accepted);
+  }
+  EXPECT_EQ(allTexts(scene), texts);
+}
+
+}  // namespace
+}  // namespace orvan::engine::testing
