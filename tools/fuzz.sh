@@ -3,7 +3,7 @@
 # and UndefinedBehaviorSanitizer, in a clang build of its own (build/fuzz).
 #   tools/fuzz.sh <target> <seconds>
 # targets: deep_link, target_address, scene_reference (client core); usda_reader, stage_composer,
-# stdio_line (engine).
+# stdio_line, edit_request (engine).
 # New inputs collect in build/fuzz/corpus/<target>; a crashing input is written to
 # build/fuzz/artifacts/<target>/. Add an input worth keeping to the seed corpus of the target
 # (apps/usd_editor/Tests/VelkClientStateBridge/Fuzz/corpus/<target> or
@@ -12,7 +12,8 @@ set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 usage() {
-  echo "usage: tools/fuzz.sh deep_link|target_address|scene_reference|usda_reader|stage_composer|stdio_line|edit_request" \
+  echo "usage: tools/fuzz.sh" \
+    "deep_link|target_address|scene_reference|usda_reader|stage_composer|stdio_line|edit_request" \
     "<seconds>" >&2
 }
 target=${1:-}

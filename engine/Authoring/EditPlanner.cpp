@@ -18,7 +18,7 @@ Refusal planOperation(PlanContext& context, const EditOperation& operation, std:
     case OperationType::Layer:
       return planLayerOperation(context, operation, message);
     case OperationType::Asset:
-      return std::string("Asset edits are not supported by this server yet");
+      return planAssetOperation(context, operation, message);
     case OperationType::History:
       return std::string("Undo and redo go alone, not inside a batch");
   }
@@ -37,10 +37,9 @@ EditResult planAndKeep(EditableScene& scene, const EditRequest& request, EntityI
   if (request.operations.empty())
     return refusal("The edit holds no operations");
   PlanContext context(scene, ids);
-  const auto layer = scene.resolveLayerName(request.activeLayer);
-  if (!layer)
-    return refusal("No layer " + request.activeLayer + " in the scene's layer stack");
-  context.layerId = *layer;
+  // A layer operation does not need the active layer: it may name one that is gone already.
+  context.requestedLayer = request.activeLayer;
+  context.layerId = scene.resolveLayerName(request.activeLayer).value_or("");
   std::string message;
   for (const EditOperation& operation : request.operations) {
     Refusal refused = planOperation(context, operation, message);

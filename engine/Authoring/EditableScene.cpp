@@ -197,6 +197,7 @@ StageOpenResult EditableScene::compose() const {
 }
 
 void EditableScene::recompose() const {
+  ++compositions_;
   StageOpenResult composed = compose();
   // A stage beyond its limits keeps the last one; questions then see the scene as it was, and
   // whoever shows the stage learns why it is not the current one.

@@ -93,6 +93,8 @@ class EditableScene {
   std::optional<std::string> applyChange(const LayerChange& change);
 
   const ComposeLimits& limits() const { return limits_; }
+  // How many times the kept stage was composed: property edits never add to it.
+  std::size_t compositionCount() const { return compositions_; }
 
  private:
   struct LayerEntry {
@@ -128,6 +130,7 @@ class EditableScene {
   mutable bool stageStale_ = true;
   mutable std::string composeFailure_;
   mutable std::vector<std::string> touched_;  // subtrees changed since stage_ was composed
+  mutable std::size_t compositions_ = 0;
 };
 
 }  // namespace orvan::engine

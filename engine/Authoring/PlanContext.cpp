@@ -41,6 +41,8 @@ std::string PlanContext::layerName(std::string_view identifier) const {
 }
 
 Refusal PlanContext::activeLayerWritable() const {
+  if (layerId.empty())
+    return "No layer " + requestedLayer + " in the scene's layer stack";
   if (!scene.findLayer(layerId))
     return "The layer " + layerName(layerId) + " is not in the scene";
   if (!scene.isWritable(layerId))

@@ -21,7 +21,9 @@ class PlanContext {
 
   EditableScene& scene;
   EntityIdSource& ids;
-  std::string layerId;  // the active layer, absolute
+  std::string
+      layerId;  // the active layer, absolute; empty when the request names none of the stack
+  std::string requestedLayer;  // the active layer as the request named it
   ChangeSet applied;
   std::vector<editor::EditClientCreatedPrim> createdPrims;
   std::vector<PrimOperationRecord> primOperations;
@@ -81,6 +83,8 @@ Refusal planPropertyOperation(PlanContext& context, const EditOperation& operati
 Refusal planComponentOperation(PlanContext& context, const EditOperation& operation,
                                std::string& message);
 Refusal planLayerOperation(PlanContext& context, const EditOperation& operation,
+                           std::string& message);
+Refusal planAssetOperation(PlanContext& context, const EditOperation& operation,
                            std::string& message);
 
 }  // namespace orvan::engine

@@ -92,7 +92,8 @@ TEST_F(AuthoringTest, LayersAreAddedRemovedMovedAndReAdded) {
   toTop.direction = "index:0";  // the place right below the root
   ASSERT_TRUE(apply({toTop}).accepted);
   EXPECT_THAT(stackNames(*scene), ElementsAre("root.usda", "extra.usda", "sub.usda"));
-  const EditResult removed = apply({layerOp(LayerOperationKind::Remove, "sub.usda")});
+  // A layer operation goes ahead even when the active layer the request names is gone.
+  const EditResult removed = apply({layerOp(LayerOperationKind::Remove, "sub.usda")}, "gone.usda");
   ASSERT_TRUE(removed.accepted) << removed.message;
   EXPECT_THAT(stackNames(*scene), ElementsAre("root.usda", "extra.usda"));
   // The removed file stays a layer of the project and can be added again.
