@@ -11,4 +11,7 @@ for bench in "$root"/build/release/benchmarks/*; do
   echo "== $(basename "$bench")"
   "$bench" --benchmark_filter="$filter" --benchmark_counters_tabular=true || status=1
 done
+# Edits end to end: a real server, a warm edit helper, the files on disk.
+echo "== edit_bench.py"
+python3 "$root/tools/edit_bench.py" --bin "$root/build/release/full-demo" || status=1
 exit $status
