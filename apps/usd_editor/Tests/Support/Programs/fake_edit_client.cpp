@@ -19,6 +19,14 @@
 //     env              a command is answered with ORVAN_AUTH_TOKEN (or "<unset>") as message
 //     not-json         a command is answered with "hello"
 //     hang             ping answered; commands never answered
+//     anything else    scripted: command number i (counted over every launch of the journal)
+//                      is answered by line i of "<journal>.script"; a missing line answers
+//                      {"accepted":true,"revision":0,"message":"ok"}; "DIE" writes "boom" to
+//                      standard error and exits 9
+//
+// Started with "--json" it is the one-shot form: it notes "oneshot" and its arguments, answers
+// with the next scripted line and exits 1 when that line does not accept, as the real helper
+// reports a refused operation.
 #include <unistd.h>
 
 #include <chrono>
@@ -48,6 +56,31 @@ std::string reply(bool accepted, int revision, std::string_view message) {
          "\"}\n";
 }
 
+std::vector<std::string> linesOf(const std::string& path) {
+  std::vector<std::string> lines;
+  std::ifstream in(path);
+  for (std::string line; std::getline(in, line);)
+    lines.push_back(line);
+  return lines;
+}
+
+// Commands the journal has seen, over every launch.
+std::size_t commandsSoFar(const std::string& journal) {
+  std::size_t count = 0;
+  for (const std::string& line : linesOf(journal)) {
+    if (line.rfind("launch", 0) != 0 && line != "ping" && line != "quit")
+      ++count;
+  }
+  return count;
+}
+
+std::string scriptedAnswer(const std::string& journal, std::size_t index) {
+  const std::vector<std::string> script = linesOf(journal + ".script");
+  if (index < script.size())
+    return script[index];
+  return R"({"accepted":true,"revision":0,"message":"ok"})";
+}
+
 int launchesSoFar(const std::string& journal) {
   std::ifstream in(journal);
   int count = 0;
@@ -64,6 +97,7 @@ int main(int argc, char** argv) {
   std::string journal;
   std::string scene;
   std::string joined;
+  bool oneShot = false;
   for (int i = 1; i < argc; ++i) {
     const std::string_view arg = argv[i];
     joined += " ";
@@ -72,10 +106,14 @@ int main(int argc, char** argv) {
       journal = argv[i + 1];
     if (arg == "--scene" && i + 1 < argc)
       scene = argv[i + 1];
+    if (arg == "--json")
+      oneShot = true;
   }
+  const bool scripted = scene.find('/') != std::string::npos;
   const std::size_t colon = scene.find(':');
-  const std::string mode = scene.substr(0, colon);
-  const long number = colon == std::string::npos ? 0 : std::stol(scene.substr(colon + 1));
+  const std::string mode = scripted ? "script" : scene.substr(0, colon);
+  const long number =
+      scripted || colon == std::string::npos ? 0 : std::stol(scene.substr(colon + 1));
   const int launchNumber = journal.empty() ? 1 : launchesSoFar(journal) + 1;
   auto note = [&](std::string_view text) {
     if (journal.empty())
@@ -83,6 +121,13 @@ int main(int argc, char** argv) {
     std::ofstream out(journal, std::ios::app);
     out << text << '\n';
   };
+  if (oneShot) {
+    const std::size_t index = commandsSoFar(journal);
+    note("oneshot" + joined);
+    const std::string answer = scriptedAnswer(journal, index);
+    writeAll(STDOUT_FILENO, answer + "\n");
+    return answer.find("\"accepted\":true") != std::string::npos ? 0 : 1;
+  }
   note("launch" + joined);
 
   if (mode == "exit-at-start") {
@@ -91,6 +136,7 @@ int main(int argc, char** argv) {
   }
   int commands = 0;
   for (std::string line; std::getline(std::cin, line);) {
+    const std::size_t index = commandsSoFar(journal);
     note(line);
     if (line == "quit")
       return 0;
@@ -138,6 +184,15 @@ int main(int argc, char** argv) {
     }
     if (mode == "hang")
       continue;
+    if (mode == "script") {
+      const std::string answer = scriptedAnswer(journal, index);
+      if (answer == "DIE") {
+        writeAll(STDERR_FILENO, "boom\n");
+        return 9;
+      }
+      writeAll(STDOUT_FILENO, answer + "\n");
+      continue;
+    }
     writeAll(STDOUT_FILENO, reply(true, commands, "ok " + line.substr(0, line.find('\t'))));
   }
   return 0;
