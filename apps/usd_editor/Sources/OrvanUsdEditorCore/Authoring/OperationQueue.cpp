@@ -333,7 +333,7 @@ void OperationQueue::handleSubmitResponse(const EditClientResponse& response,
   if (state.deferredEditorSimulationPlaying == true)
     state.deferredEditorSimulationPlaying.reset();
   if (prim) {
-    context_.overlay.state.discardOptimisticStructuralOperations(std::span(prim, 1));
+    context_.overlay.discardOptimisticStructuralOperations(std::span(prim, 1));
     context_.stageRefresher.refresh({.preserveQueue = true, .preserveDrafts = false});
   } else if (const ComponentAtomicOperation* component = operation.component();
              component && component->kind == ComponentOperationKind::enable) {
@@ -360,8 +360,7 @@ void OperationQueue::handleSubmitFailure(const Error& error) {
       hooks.rollBackOperation(*operation);
     if (prim) {
       state.primSubmitStartedAt.reset();
-      context_.overlay.state.clearPendingDuplicatePrimPaths(std::span(prim, 1));
-      context_.overlay.state.discardOptimisticStructuralOperations(std::span(prim, 1));
+      context_.overlay.discardOptimisticStructuralOperations(std::span(prim, 1));
       context_.stageRefresher.refresh({.preserveQueue = true, .preserveDrafts = false});
     }
     state.operationRetryAttempts.erase(operation->replacementKey());

@@ -174,16 +174,21 @@ std::shared_ptr<const PreparedStage> OptimisticOverlay::baseStage() const {
 void OptimisticOverlay::applyOptimisticOperations(std::span<const PrimAtomicOperation> operations,
                                                   std::vector<std::string> selectAfter) {
   ORVAN_ASSERT_MAIN_THREAD(context_.main);
-  // While nothing is laid over it, the stage shown is the server's own.
-  if (!state.holdsEdits())
+  // Until an edit is laid over it, the stage shown is the server's own.
+  if (!serverStage_)
     serverStage_ = context_.stage.get();
   for (const PrimAtomicOperation& operation : operations)
     state.recordOptimisticStructuralOperation(operation);
   rebuildLocalStage(std::move(selectAfter));
 }
 
-void OptimisticOverlay::republishLocalStage() {
-  rebuildLocalStage({});
+void OptimisticOverlay::discardOptimisticStructuralOperations(
+    std::span<const PrimAtomicOperation> operations) {
+  state.clearPendingDuplicatePrimPaths(operations);
+  state.discardOptimisticStructuralOperations(operations);
+  // The server's last stage without them shows at once; the refresh that follows confirms it.
+  if (serverStage_)
+    rebuildLocalStage({});
 }
 
 void OptimisticOverlay::applyCreatedPrimIdentities(
@@ -192,7 +197,7 @@ void OptimisticOverlay::applyCreatedPrimIdentities(
   for (const EditClientCreatedPrim& created : createdPrims) {
     if (created.path.empty() || created.entityId == 0)
       continue;
-    if (!state.holdsEdits())
+    if (!serverStage_)
       serverStage_ = context_.stage.get();
     state.createdPrimIdentities.push_back(created);
     learned = true;

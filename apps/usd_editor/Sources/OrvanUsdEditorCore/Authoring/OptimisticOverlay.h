@@ -98,9 +98,8 @@ class OptimisticOverlay {
   // Records the edit and shows the stage with it. `selectAfter` is selected once it shows.
   void applyOptimisticOperations(std::span<const PrimAtomicOperation> operations,
                                  std::vector<std::string> selectAfter);
-  // Shows the stage again with the overlay as it stands now (after an entry was dropped or an
-  // identity learned).
-  void republishLocalStage();
+  // A refused or failed edit: its entries go and the stage shows without it.
+  void discardOptimisticStructuralOperations(std::span<const PrimAtomicOperation> operations);
   void applyCreatedPrimIdentities(const std::vector<EditClientCreatedPrim>& createdPrims);
   // A stage from the server is about to be shown: the overlay is pruned by its revision and what
   // remains is laid over it before it shows.

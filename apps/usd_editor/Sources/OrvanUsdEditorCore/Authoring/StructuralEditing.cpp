@@ -417,8 +417,7 @@ void StructuralEditing::handlePrimBatchResponse(
     submitPrimBatch(operations, label.empty() ? "edit" : label, selectedPathsAfterAccept);
     return;
   }
-  overlay.state.clearPendingDuplicatePrimPaths(operations);
-  overlay.state.discardOptimisticStructuralOperations(operations);
+  overlay.discardOptimisticStructuralOperations(operations);
   queue.state.operationRetryAttempts.erase(key);
   context_.status.set(std::string(status::kRejected) + response.message);
   queue.cancelDeferredWorkspaceSwitchForSaveFailure(response.message);
@@ -434,8 +433,7 @@ void StructuralEditing::handlePrimBatchFailure(const Error& error,
   queue.state.submitInFlight = false;
   queue.state.primSubmitStartedAt.reset();
   primBatchOperationsInFlight.clear();
-  context_.overlay.state.clearPendingDuplicatePrimPaths(operations);
-  context_.overlay.state.discardOptimisticStructuralOperations(operations);
+  context_.overlay.discardOptimisticStructuralOperations(operations);
   context_.status.set(std::string(status::kFailed) + error.description);
   queue.cancelDeferredWorkspaceSwitchForSaveFailure(error.description);
   context_.stageRefresher.refresh({.preserveQueue = true, .preserveDrafts = false});
