@@ -112,8 +112,17 @@ std::size_t layerAwareInsertionIndex(const std::vector<UsdPrimNode>& siblings,
   return siblings.size();
 }
 
-LocalStage::LocalStage(StageInspection& stage, std::string authoringLayerIdentifier, TimingLog log)
-    : stage_(stage), authoringLayer_(std::move(authoringLayerIdentifier)), log_(std::move(log)) {}
+LocalStage::LocalStage(StageInspection& stage, std::string authoringLayerIdentifier, TimingLog log,
+                       std::shared_ptr<const PreparedStage> origin)
+    : stage_(stage),
+      authoringLayer_(std::move(authoringLayerIdentifier)),
+      log_(std::move(log)),
+      origin_(std::move(origin)),
+      removed_(stage.prims.size(), 0) {
+  // An origin of another length is not what the stage was copied from.
+  if (origin_ && origin_->stage().prims.size() != stage_.prims.size())
+    origin_.reset();
+}
 
 LocalStage::~LocalStage() {
   finish();
@@ -125,24 +134,46 @@ void LocalStage::log(const std::string& text) const {
 }
 
 void LocalStage::buildIndex() {
-  if (indexed_)
+  if (indexed_ || origin_)
     return;
   indexed_ = true;
   index_.reserve(stage_.prims.size() + 64);
-  removed_.assign(stage_.prims.size(), 0);
-  for (std::size_t i = 0; i < stage_.prims.size(); ++i)
-    index_.emplace(stage_.prims[i].path, i);
+  for (std::size_t i = 0; i < stage_.prims.size(); ++i) {
+    if (!removed_[i])
+      index_.emplace(stage_.prims[i].path, i);
+  }
 }
 
 void LocalStage::indexPrim(std::size_t position) {
-  index_.insert_or_assign(stage_.prims[position].path, position);
   removed_.resize(stage_.prims.size(), 0);
+  index_.insert_or_assign(stage_.prims[position].path, position);
+}
+
+void LocalStage::markRemoved(std::size_t position) {
+  removed_[position] = 1;
+  ++removedCount_;
+  index_.erase(stage_.prims[position].path);
+}
+
+std::optional<std::size_t> LocalStage::positionOf(std::string_view path) {
+  buildIndex();
+  if (const auto found = index_.find(std::string(path)); found != index_.end())
+    return found->second;
+  if (!origin_)
+    return std::nullopt;
+  const UsdPrimDetail* known = origin_->prim(path);
+  if (!known)
+    return std::nullopt;
+  const auto position = static_cast<std::size_t>(known - origin_->stage().prims.data());
+  // A prim that was removed or moved here no longer answers to its old path.
+  if (removed_[position] || stage_.prims[position].path != path)
+    return std::nullopt;
+  return position;
 }
 
 UsdPrimDetail* LocalStage::findPrim(std::string_view path) {
-  buildIndex();
-  const auto found = index_.find(std::string(path));
-  return found == index_.end() ? nullptr : &stage_.prims[found->second];
+  const std::optional<std::size_t> position = positionOf(path);
+  return position ? &stage_.prims[*position] : nullptr;
 }
 
 bool LocalStage::hasPrim(std::string_view path) {
@@ -272,7 +303,6 @@ bool LocalStage::insertPrimInLocalStage(const PrimAtomicOperation& operation) {
 bool LocalStage::removePrimFromLocalStage(std::string_view path) {
   if (path.empty() || path == "/World")
     return false;
-  buildIndex();
   log("local remove path=" + std::string(path) + " prims=" + std::to_string(primCount()));
   const NodeLocation location = findNode(path);
   std::vector<std::string> paths;
@@ -282,12 +312,8 @@ bool LocalStage::removePrimFromLocalStage(std::string_view path) {
     paths.emplace_back(path);
   const std::size_t before = primCount();
   for (const std::string& each : paths) {
-    const auto found = index_.find(each);
-    if (found == index_.end())
-      continue;
-    removed_[found->second] = 1;
-    ++removedCount_;
-    index_.erase(found);
+    if (const std::optional<std::size_t> position = positionOf(each))
+      markRemoved(*position);
   }
   if (location.siblings)
     location.siblings->erase(location.siblings->begin() +
@@ -328,11 +354,11 @@ bool LocalStage::movePrimInLocalStage(std::string_view sourcePath, std::string_v
     node.typeName = findPrim(source)->typeName;
   }
   for (const std::string& path : paths) {
-    const auto found = index_.find(path);
-    if (found == index_.end())
+    const std::optional<std::size_t> found = positionOf(path);
+    if (!found)
       continue;
-    const std::size_t position = found->second;
-    index_.erase(found);
+    const std::size_t position = *found;
+    index_.erase(path);
     UsdPrimDetail& prim = stage_.prims[position];
     rewritePrim(prim, source, target);
     if (prim.path == target) {
@@ -405,8 +431,9 @@ void LocalStage::finish() {
   stage_.prims.resize(write);
   removedCount_ = 0;
   indexed_ = false;
+  origin_.reset();  // the positions no longer match it
   index_.clear();
-  removed_.clear();
+  removed_.assign(stage_.prims.size(), 0);
 }
 
 }  // namespace orvan::editor

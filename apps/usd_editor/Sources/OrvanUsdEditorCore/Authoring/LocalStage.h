@@ -2,12 +2,15 @@
 
 #include <cstddef>
 #include <functional>
+#include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <unordered_map>
 #include <vector>
 
 #include "Authoring/AtomicOperation.h"
+#include "Presentation/PreparedStage.h"
 #include "orvan/wire/records/StageInspection.h"
 
 namespace orvan::editor {
@@ -23,14 +26,17 @@ std::size_t layerAwareInsertionIndex(const std::vector<UsdPrimNode>& siblings,
 // change a stage the caller owns (a copy, off the main thread) and are idempotent, so the same
 // edits can be laid again over every stage that arrives until the server has caught up.
 //
-// Prims are found through an index built on first use; removals only mark prims and are
-// compacted once by `finish`, so that a run of edits over a large stage costs a pass, not a pass
-// per edit.
+// A stage copied from a prepared one finds its prims through the prepared stage's index (the copy
+// keeps the order of the prims), so no pass over a large stage is needed; prims that moved or were
+// added are kept in a small index of their own. Removals only mark prims and are compacted once by
+// `finish`.
 class LocalStage {
  public:
   using TimingLog = std::function<void(const std::string&)>;
 
-  LocalStage(StageInspection& stage, std::string authoringLayerIdentifier, TimingLog log = {});
+  // `origin`, when given, is the prepared stage that `stage` is an unchanged copy of.
+  LocalStage(StageInspection& stage, std::string authoringLayerIdentifier, TimingLog log = {},
+             std::shared_ptr<const PreparedStage> origin = nullptr);
   ~LocalStage();
   LocalStage(const LocalStage&) = delete;
   LocalStage& operator=(const LocalStage&) = delete;
@@ -56,8 +62,11 @@ class LocalStage {
 
  private:
   UsdPrimDetail* findPrim(std::string_view path);
+  std::optional<std::size_t> positionOf(std::string_view path);
+  // Without an origin, every prim is indexed on first use.
   void buildIndex();
   void indexPrim(std::size_t position);
+  void markRemoved(std::size_t position);
   // The node and the list that holds it; null when absent.
   struct NodeLocation {
     std::vector<UsdPrimNode>* siblings = nullptr;
@@ -74,7 +83,9 @@ class LocalStage {
   StageInspection& stage_;
   std::string authoringLayer_;
   TimingLog log_;
+  std::shared_ptr<const PreparedStage> origin_;
   bool indexed_ = false;
+  // Prims added or moved here, by their path now; with no origin, all prims.
   std::unordered_map<std::string, std::size_t> index_;
   std::vector<char> removed_;
   std::size_t removedCount_ = 0;

@@ -167,6 +167,21 @@ void replayOptimisticOverlay(const OptimisticOverlayState& state, LocalStage& st
 
 // ---- The part
 
+namespace {
+
+// Room for the prims that edits add, so that the list of a large stage is not moved while they
+// land.
+constexpr std::size_t kLocalStageSpareRows = 1024;
+
+}  // namespace
+
+StageInspection copyWithRoomToGrow(const StageInspection& stage) {
+  StageInspection copy;
+  copy.prims.reserve(stage.prims.size() + kLocalStageSpareRows);
+  copy = stage;  // a vector's copy assignment keeps capacity that suffices
+  return copy;
+}
+
 std::shared_ptr<const PreparedStage> OptimisticOverlay::baseStage() const {
   return serverStage_ ? serverStage_ : context_.stage.get();
 }
@@ -240,12 +255,12 @@ void OptimisticOverlay::rebuildLocalStage(std::vector<std::string> selectAfter) 
        logs](std::stop_token) {
         // The copy and the indexes of a large stage are the heavy part; none of it on the main
         // thread.
-        StageInspection copy = base->stage();
+        StageInspection copy = copyWithRoomToGrow(base->stage());
         {
-          LocalStage local(copy, layer,
-                           logs ? LocalStage::TimingLog(
-                                      [](const std::string& line) { spdlog::info("{}", line); })
-                                : LocalStage::TimingLog());
+          LocalStage::TimingLog log;
+          if (logs)
+            log = [](const std::string& line) { spdlog::info("{}", line); };
+          LocalStage local(copy, layer, std::move(log), base);
           replayOptimisticOverlay(overlay, local);
         }
         return PreparedStage::prepare(std::move(copy));

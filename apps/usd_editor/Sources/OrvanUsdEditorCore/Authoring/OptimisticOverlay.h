@@ -73,6 +73,9 @@ struct OptimisticOverlayState {
 // deletes, then the instance flags, then the known identities.
 void replayOptimisticOverlay(const OptimisticOverlayState& state, LocalStage& stage);
 
+// A copy of a stage whose prim list has room for what edits add.
+StageInspection copyWithRoomToGrow(const StageInspection& stage);
+
 // Keeps the overlay and shows it: every stage the editor shows while edits are unconfirmed is the
 // last server stage with the overlay laid over it, built off the main thread.
 class OptimisticOverlay {

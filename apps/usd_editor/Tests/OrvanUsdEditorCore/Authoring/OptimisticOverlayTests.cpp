@@ -189,6 +189,21 @@ TEST(LocalStageTest, InstanceFlagMarksWhatIsBelowAndIdentitiesArrive) {
   EXPECT_FALSE(stage.prims[2].instanceProxy.value_or(false));
 }
 
+TEST(LocalStageTest, ThroughItsOriginAMovedOrRemovedPrimFreesItsPath) {
+  const auto prepared = PreparedStage::prepare(worldStage());
+  StageInspection stage = copyWithRoomToGrow(prepared->stage());
+  {
+    LocalStage local(stage, "", {}, prepared);
+    EXPECT_TRUE(local.movePrimInLocalStage("/World/B", "/World", "C"));
+    EXPECT_TRUE(local.insertPrimInLocalStage(op(K::add, "/World", "B")))
+        << "the moved prim's old path is free";
+    EXPECT_TRUE(local.removePrimFromLocalStage("/World/A"));
+    EXPECT_TRUE(local.insertPrimInLocalStage(op(K::duplicate, "/World", "D", "/World/A")));
+    EXPECT_FALSE(local.hasPrim("/World/D/Leaf")) << "the removed source is not copied";
+  }
+  EXPECT_THAT(primPaths(stage), ElementsAre("/World", "/World/C", "/World/B", "/World/D"));
+}
+
 TEST(OptimisticOverlayStateTest, RecordingRules) {
   OptimisticOverlayState state;
   state.recordOptimisticStructuralOperation(op(K::add, "/World", "Box"));
@@ -268,11 +283,16 @@ TEST(OptimisticOverlayStateTest, ReplayInOrderOverAnIncomingStage) {
   state.recordOptimisticStructuralOperation(flip);
   state.createdPrimIdentities = {{"/World/A_1", 42}};
 
-  for (int pass = 0; pass < 2; ++pass) {
-    StageInspection stage = worldStage();
+  // Once with an index of its own, once finding prims through the prepared stage it copies.
+  const auto prepared = PreparedStage::prepare(worldStage());
+  for (const bool throughOrigin : {false, true}) {
+    StageInspection stage = copyWithRoomToGrow(prepared->stage());
     {
-      LocalStage local(stage, "");
+      LocalStage local(stage, "", {}, throughOrigin ? prepared : nullptr);
       replayOptimisticOverlay(state, local);
+      EXPECT_FALSE(local.hasPrim("/World/B")) << "a moved prim no longer answers to its old path";
+      EXPECT_FALSE(local.hasPrim("/World/A/Leaf")) << "nor a removed one";
+      EXPECT_TRUE(local.hasPrim("/World/Box/Inner"));
     }
     EXPECT_THAT(treePaths(stage),
                 ElementsAre("/World</", "/World/Box</World", "/World/Box/Inner</World/Box",
