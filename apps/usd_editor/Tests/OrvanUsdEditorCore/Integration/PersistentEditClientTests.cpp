@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <sstream>
+#include <thread>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -136,6 +137,28 @@ TEST_F(PersistentEditClientTest, AFailureShowsTheExitStatusAndTheLast600Characte
                                "status 5): "));
   EXPECT_THAT(text, EndsWith(": " + std::string(599, 'e') + "E"));
   EXPECT_EQ(text.size(), text.find("): ") + 3 + 600);
+
+  // A flood of standard error before dying costs bounded memory and still ends the same way.
+  const Result<std::string> flooded =
+      client("die-on-command:8000000")->submit("history\t1\tundo", false);
+  ASSERT_FALSE(flooded.ok());
+  EXPECT_THAT(flooded.error().description,
+              EndsWith("(helper exit status 5): " + std::string(599, 'e') + "E"));
+}
+
+TEST_F(PersistentEditClientTest, AHungHelperHoldsOnlyItsCallerAndShutdownEndsIt) {
+  auto edit = client("hang");
+  std::optional<Result<std::string>> answer;
+  std::thread caller([&] { answer = edit->submit("history\t1\tundo", false); });
+  ASSERT_TRUE(eventually([&] { return journalLines().size() == 3; }));
+  EXPECT_FALSE(answer.has_value()) << "no read time-out: the caller waits";
+  edit->terminateForShutdown();
+  caller.join();
+  ASSERT_TRUE(answer.has_value());
+  ASSERT_FALSE(answer->ok());
+  EXPECT_THAT(answer->error().description,
+              StartsWith("The edit helper stopped before confirming the change (helper exit "
+                         "status 15)"));
 }
 
 TEST_F(PersistentEditClientTest, ARepliesBeyondOneMebibyteWithoutLineFeedFails) {
