@@ -215,6 +215,7 @@ TEST_F(AuthoringPipelineTest, ARetryWithANewerEditWaitingSendsOnlyTheNewer) {
   scheduler_.runUntilQuiet();
   EXPECT_THAT(commands(), ElementsAre("usd-property\t0\tset\t/World/A\tsize\told",
                                       "usd-property\t0\tset\t/World/A\tsize\tnew"));
+  EXPECT_TRUE(said("Publishing latest edit"));
   EXPECT_TRUE(model_->operations.state.operationRetryAttempts.empty());
 }
 
@@ -315,6 +316,20 @@ TEST_F(AuthoringPipelineTest, AQueuedPrimShowsAtOnceAndARefusalTakesItBack) {
   EXPECT_TRUE(said("Live edit rejected: no room"));
   EXPECT_FALSE(model_->overlay.state.holdsEdits());
   EXPECT_FALSE(has("/World/Box")) << "the refresh after a refusal restores the truth";
+}
+
+TEST_F(AuthoringPipelineTest, AFullRefreshThrowsQueuedEditsAndTheOverlayAway) {
+  queue(AtomicOperation{property("1")});
+  model_->structure.deletePrim("/World/B");  // busy: queued, and shown at once
+  scheduler_.runBackground(testing::ManualScheduler::ThenRunMain::kNo);
+  ASSERT_EQ(model_->operations.state.pendingOperations.size(), 1u);
+  ASSERT_TRUE(model_->overlay.state.holdsEdits());
+  model_->stageRefresher.refresh();
+  EXPECT_TRUE(model_->operations.state.pendingOperations.empty());
+  EXPECT_FALSE(model_->overlay.state.holdsEdits());
+  scheduler_.runUntilQuiet();
+  EXPECT_TRUE(has("/World/B"));
+  EXPECT_EQ(commands().size(), 1u) << "only the edit already with the helper went";
 }
 
 TEST_F(AuthoringPipelineTest, ARefusedPrimOnAStaleBaseIsRetriedTwiceThenRolledBack) {
