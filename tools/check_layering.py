@@ -31,7 +31,8 @@ EDITOR_CHAIN = [
     "Presentation",  # what the panes read: the client document, selection, stores
     "ServerClient",  # requests, stage refresh, the project stream; they feed Presentation
     "ProjectsAndWorkspaces",  # sign-in, hosted projects, workspaces
-    # Authoring, Viewport, Collaboration go here when they come.
+    "Authoring",  # operations, the edit helper, the queue, the optimistic overlay
+    # Viewport, Collaboration go here when they come.
     "Application",  # the model that wires the parts, identity, view preferences
     "UI",  # Sources/OrvanUsdEditorUI
     "app",  # Sources/OrvanUsdEditor: main() and the wiring of the real platform

@@ -85,6 +85,8 @@ AgentPromptController::Ports agentPromptPorts(const EditorModelPorts& ports) {
 EditorModel::EditorModel(EditorConfiguration launchConfiguration, EditorModelPorts ports)
     : ports_(std::move(ports)),
       launchClientId_(launchConfiguration.clientId),
+      ownHelperExchanges_(ports_.helperExchanges ? nullptr : std::make_unique<ThreadPool>(1)),
+      helperExchanges_(ports_.helperExchanges ? *ports_.helperExchanges : *ownHelperExchanges_),
       configuration(withUniqueClientId(std::move(launchConfiguration), ports_.randomBytes)),
       scope(launchScope(configuration,
                         storedLaunchScope(ports_.preferences, configuration.projectServerURL))),
@@ -103,12 +105,20 @@ EditorModel::EditorModel(EditorConfiguration launchConfiguration, EditorModelPor
       account({ports_.main, ports_.secrets, ports_.openURL, configuration, scope, startup, server,
                stageRefresher, projectData, documents, status}),
       projects({ports_.main, ports_.preferences, scope, startup, server, stageRefresher, account},
-               WorkspacePresentationSnapshot{scope.transportWorkspace(), {}}) {
+               WorkspacePresentationSnapshot{scope.transportWorkspace(), {}}),
+      editClients({ports_.main, helperExchanges_, ports_.processes, configuration, scope, server,
+                   identity.userName}),
+      overlay({ports_.main, ports_.background, stage, scope, documents, stageRefresher, timing}),
+      operations({ports_.main, helperExchanges_, ports_.processes, configuration, scope, server,
+                  identity.userName, stage, stageRefresher, documents, overlay, editClients,
+                  revision, status, timing}),
+      structure({ports_.main, helperExchanges_, stage, session, documents, overlay, operations,
+                 editClients, stageRefresher, revision, status, timing}) {
   connectParts();
   account.loadSessionToken();
   revision.set(configuration.revision);
   documents.publishInitialDocument();
-  prewarmPersistentEditClientIfPossible();
+  editClients.prewarmPersistentEditClient();
 }
 
 EditorModel::~EditorModel() = default;
@@ -117,7 +127,7 @@ EditorModel::~EditorModel() = default;
 // through the stores and parts below them.
 void EditorModel::connectParts() {
   identity.hooks.identityChanged = [this] {
-    retirePersistentEditClient();
+    editClients.retirePersistentEditClient();
     stopToolWatcher();
     startToolWatcher();
   };
@@ -151,7 +161,13 @@ void EditorModel::connectParts() {
                                         std::optional<std::string> color, bool syncRemote) {
     identity.setUserIdentity(std::move(name), std::move(id), std::move(color), syncRemote);
   };
-  projects.hooks.projectChosen = [this] { retirePersistentEditClient(); };
+  projects.hooks.projectChosen = [this] { editClients.retirePersistentEditClient(); };
+  stageRefresher.hooks.presentStage = [this](std::shared_ptr<const PreparedStage> prepared,
+                                             std::optional<std::uint64_t> incomingRevision) {
+    overlay.applyOptimisticStructuralOverlay(std::move(prepared), incomingRevision);
+  };
+  stageRefresher.hooks.queuedWorkDiscarded = [this] { operations.discardQueuedWork(); };
+  stageRefresher.hooks.refreshApplied = [this] { operations.submitNextOperation(); };
 }
 
 // ---- Start-up
@@ -306,27 +322,7 @@ void EditorModel::openProjectLink(const std::string& url) {
   spdlog::info("project links are not opened by this build yet");
 }
 
-// ---- Authoring seams
-
-void EditorModel::prewarmPersistentEditClientIfPossible() {
-  if (!isBlank(scope.projectId()) && isBlank(scope.projectPath()) &&
-      !hasPrefix(scope.scenePath(), "/")) {
-    return;  // no scene to connect to yet
-  }
-  persistentEditClient =
-      PersistentEditClientSettings{configuration.resolvedPath(configuration.editClientPath),
-                                   server.addresses.authoringAddress,
-                                   identity.userId.get(),
-                                   configuration.clientId,
-                                   scope.scenePath(),
-                                   scope.currentWorkspace(),
-                                   scope.activeLayerIdentifier(),
-                                   server.velkSessionToken};
-}
-
-void EditorModel::retirePersistentEditClient() {
-  persistentEditClient.reset();
-}
+// ---- Collaboration seams
 
 void EditorModel::startToolWatcher() {
   toolWatcherEnabled = true;

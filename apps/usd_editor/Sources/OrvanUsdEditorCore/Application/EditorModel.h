@@ -8,8 +8,13 @@
 
 #include "Application/UserIdentityController.h"
 #include "Application/ViewPreferences.h"
+#include "Authoring/EditClientSlot.h"
+#include "Authoring/OperationQueue.h"
+#include "Authoring/OptimisticOverlay.h"
+#include "Authoring/StructuralEditing.h"
 #include "Foundation/Executors.h"
 #include "Foundation/Observable.h"
+#include "Foundation/ThreadPool.h"
 #include "Launch/EditorConfiguration.h"
 #include "Launch/EditorScope.h"
 #include "Launch/EditorTiming.h"
@@ -51,21 +56,9 @@ struct EditorModelPorts {
   std::string executableSearchPath = editor::executableSearchPath();
   // Opens an address in the user's browser; false when no browser could be asked.
   std::function<bool(const std::string&)> openURL = {};
-};
-
-// What a new edit helper would be started with. The long-lived helper itself joins with the
-// authoring pipeline; until then the model keeps the settings it would prewarm with.
-struct PersistentEditClientSettings {
-  std::string executablePath;
-  std::string address;
-  std::string author;
-  std::string clientId;
-  std::string scene;
-  std::string workspace;
-  std::string activeLayer;
-  std::string authorizationToken;
-
-  bool operator==(const PersistentEditClientSettings&) const = default;
+  // Where exchanges with the edit helper block; by default one thread of the model's own. Tests
+  // pass their scheduler's background.
+  BackgroundExecutor* helperExchanges = nullptr;
 };
 
 // The editor's central object: one per process, on the main thread, owner of the stage, the place
@@ -79,12 +72,20 @@ struct PersistentEditClientSettings {
 //   stageRefresher   stage refresh, generations, stale retries, failures      (ServerClient)
 //   account          sign-in, callback links, sign-out, the account (ProjectsAndWorkspaces)
 //   projects         hosted projects, start-up resolution, workspaces (ProjectsAndWorkspaces)
+//   editClients      the long-lived edit helper                              (Authoring)
+//   overlay          structural edits shown before the server confirms them  (Authoring)
+//   operations       the serial queue of edits to the helper                 (Authoring)
+//   structure        create, delete, duplicate, rename, reparent, instance   (Authoring)
 // This class wires them together and runs start-up (EditorModel.cpp).
 class EditorModel {
   // First, so that every part below may hold on to the ports.
   EditorModelPorts ports_;
   // The client id as launched: a user id that sanitises to nothing falls back to it.
   const std::string launchClientId_;
+  // Where helper exchanges block when the ports name no executor: one thread, so a hung helper
+  // holds nothing else. Before the parts, which it must outlive.
+  std::unique_ptr<ThreadPool> ownHelperExchanges_;
+  BackgroundExecutor& helperExchanges_;
 
  public:
   EditorModel(EditorConfiguration configuration, EditorModelPorts ports);
@@ -119,6 +120,10 @@ class EditorModel {
   StageRefresher stageRefresher;
   AccountSession account;
   ProjectNavigator projects;
+  EditClientSlot editClients;
+  OptimisticOverlay overlay;
+  OperationQueue operations;
+  StructuralEditing structure;
 
   // ---- Start-up
   // Begins or begins again: resolves the project of a hosted launch, then loads the stage.
@@ -135,11 +140,6 @@ class EditorModel {
 
   // ---- Links: sign-in callbacks, agent set-up, project links
   void handleIncomingURL(const std::string& url);
-
-  // ---- Authoring (the helper and the queue join with the authoring pipeline)
-  std::optional<PersistentEditClientSettings> persistentEditClient;
-  void prewarmPersistentEditClientIfPossible();
-  void retirePersistentEditClient();
 
   // ---- Collaboration (the watcher joins with the collaboration subsystem)
   bool toolWatcherEnabled = false;

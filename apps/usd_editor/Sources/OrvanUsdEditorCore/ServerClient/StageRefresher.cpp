@@ -65,6 +65,8 @@ void StageRefresher::refresh(StageRefreshOptions options) {
   // A full refresh in local mode also lists the project again; nothing else is held to drop yet.
   if (!options.preserveQueue && !remote)
     context_.projectData.refreshProjectData(false);
+  if (!options.preserveQueue)
+    hooks.queuedWorkDiscarded();
   const std::uint64_t generation = ++refreshGeneration;
   if (context_.stage.get()->stage().prims.empty())
     context_.startup.initialStageLoadInFlight = true;
@@ -186,8 +188,11 @@ void StageRefresher::applyRefreshResultNow(std::shared_ptr<const PreparedStage> 
   staleStageRefreshRetries = 0;
   spdlog::info("stage refresh apply generation={}", generation);
 
-  storeStage(std::move(prepared));
-  context_.projectData.publishProjectAssetsFromStage(context_.stage.get()->stage().assets);
+  context_.projectData.publishProjectAssetsFromStage(prepared->stage().assets);
+  if (hooks.presentStage)
+    hooks.presentStage(std::move(prepared), incomingRevision);
+  else
+    storeStage(std::move(prepared));
   if (incomingRevision)
     revision.set(*incomingRevision);
 
@@ -210,6 +215,7 @@ void StageRefresher::applyRefreshResultNow(std::shared_ptr<const PreparedStage> 
         " ms)";
   }
   context_.status.set(loaded);
+  hooks.refreshApplied();
 }
 
 void StageRefresher::storeStage(std::shared_ptr<const PreparedStage> prepared) {

@@ -53,6 +53,14 @@ class StageRefresher {
   struct Hooks {
     // The server refused the session: the account asks for sign-in.
     std::function<void()> signInRequired = [] {};
+    // A stage of the server is to be shown; by default it shows as it came. The authoring
+    // pipeline lays its unconfirmed edits over it first.
+    std::function<void(std::shared_ptr<const PreparedStage>, std::optional<std::uint64_t>)>
+        presentStage;
+    // A full refresh drops the queued edits and everything shown ahead of the server.
+    std::function<void()> queuedWorkDiscarded = [] {};
+    // A refresh's stage was applied: queued edits waiting for it may go.
+    std::function<void()> refreshApplied = [] {};
   };
 
   explicit StageRefresher(Context context) : context_(context) {}

@@ -1,8 +1,10 @@
 #include "Hierarchy/HierarchyPane.h"
 
+#include <QAction>
 #include <QHeaderView>
 #include <QItemSelectionModel>
 #include <QLabel>
+#include <QMenu>
 #include <QScopedValueRollback>
 #include <QStackedLayout>
 #include <QTreeView>
@@ -33,7 +35,14 @@ HierarchyPane::HierarchyPane(editor::EditorModel& model, QWidget* parent)
   view_->setUniformRowHeights(true);  // keeps 100,000 rows cheap to lay out
   view_->setSelectionMode(QAbstractItemView::ExtendedSelection);
   view_->setSelectionBehavior(QAbstractItemView::SelectRows);
+  // Renaming starts only through the rename command (F2), which checks the prim first.
   view_->setEditTriggers(QAbstractItemView::NoEditTriggers);
+  view_->setDragEnabled(true);
+  view_->setAcceptDrops(true);
+  view_->setDropIndicatorShown(true);
+  view_->setDragDropMode(QAbstractItemView::DragDrop);
+  view_->setDefaultDropAction(Qt::MoveAction);
+  view_->setContextMenuPolicy(Qt::CustomContextMenu);
   view_->setFrameShape(QFrame::NoFrame);
   view_->setIndentation(14);
   view_->setAllColumnsShowFocus(true);
@@ -49,6 +58,7 @@ HierarchyPane::HierarchyPane(editor::EditorModel& model, QWidget* parent)
 
   stack_->addWidget(emptyState_);
   stack_->addWidget(view_);
+  createCommands();
 
   // The tree redraws for a new stage of the document only, never for a new project asset list.
   stageSubscription_ = model_.clientDocument.hierarchyProjection.revision.subscribe(
@@ -59,6 +69,91 @@ HierarchyPane::HierarchyPane(editor::EditorModel& model, QWidget* parent)
 }
 
 HierarchyPane::~HierarchyPane() = default;
+
+void HierarchyPane::createCommands() {
+  editor::StructuralEditing& structure = model_.structure;
+  deleteAction_ = new QAction(tr("Delete"), this);
+  deleteAction_->setShortcut(QKeySequence::Delete);
+  deleteAction_->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+  connect(deleteAction_, &QAction::triggered, this,
+          [this] { model_.structure.deleteSelectedPrims(); });
+  duplicateAction_ = new QAction(tr("Duplicate"), this);
+  duplicateAction_->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_D));
+  duplicateAction_->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+  connect(duplicateAction_, &QAction::triggered, this, [this] {
+    if (const std::string path = commandPath(); !path.empty())
+      model_.structure.duplicatePrim(path);
+  });
+  renameAction_ = new QAction(tr("Rename"), this);
+  renameAction_->setShortcut(QKeySequence(Qt::Key_F2));
+  renameAction_->setShortcutContext(Qt::WidgetWithChildrenShortcut);
+  connect(renameAction_, &QAction::triggered, this, [this] { startRename(commandPath()); });
+  addActions({deleteAction_, duplicateAction_, renameAction_});
+
+  connect(treeModel_, &HierarchyTreeModel::renameRequested, this,
+          [&structure](const QString& path, const QString& name) {
+            structure.renamePrim(path.toStdString(), name.toStdString());
+          });
+  connect(treeModel_, &HierarchyTreeModel::reparentRequested, this,
+          [&structure](const QStringList& sources, const QString& target) {
+            std::vector<std::string> paths;
+            for (const QString& source : sources)
+              paths.push_back(source.toStdString());
+            structure.reparentPrims(paths, target.toStdString());
+          });
+  connect(view_, &QWidget::customContextMenuRequested, this, [this](const QPoint& at) {
+    const QModelIndex index = view_->indexAt(at);
+    const std::string path =
+        treeModel_->pathForIndex(index.siblingAtColumn(HierarchyTreeModel::kNameColumn));
+    std::unique_ptr<QMenu> menu = contextMenuFor(path);
+    menu->exec(view_->viewport()->mapToGlobal(at));
+  });
+}
+
+std::string HierarchyPane::commandPath() const {
+  const QModelIndex current = view_->selectionModel()->currentIndex();
+  if (current.isValid())
+    return treeModel_->pathForIndex(current.siblingAtColumn(HierarchyTreeModel::kNameColumn));
+  return model_.session.sceneSelection.get().primaryPath;
+}
+
+void HierarchyPane::startRename(const std::string& path) {
+  if (path.empty() || !model_.structure.beginRenamePrim(path))
+    return;
+  const QModelIndex index = treeModel_->indexForPath(path);
+  if (!index.isValid())
+    return;
+  view_->scrollTo(index);
+  view_->edit(index);
+}
+
+std::unique_ptr<QMenu> HierarchyPane::contextMenuFor(const std::string& path) {
+  auto menu = std::make_unique<QMenu>(this);
+  QMenu* add = menu->addMenu(tr("Add"));
+  for (const editor::PrimitiveKindChoice& choice : editor::primitiveKindChoices()) {
+    const std::string kind = choice.kind;
+    add->addAction(QString::fromStdString(choice.title), this,
+                   [this, kind] { model_.structure.addPrim(kind); });
+  }
+  if (path.empty())
+    return menu;
+  menu->addSeparator();
+  // The menu's entries name the row they were opened on; the shortcuts act on the current row.
+  menu->addAction(deleteAction_->text(), deleteAction_->shortcut(), this,
+                  [this, path] { model_.structure.deletePrim(path); });
+  menu->addAction(duplicateAction_->text(), duplicateAction_->shortcut(), this,
+                  [this, path] { model_.structure.duplicatePrim(path); });
+  menu->addAction(renameAction_->text(), renameAction_->shortcut(), this,
+                  [this, path] { startRename(path); });
+  const editor::UsdPrimDetail* prim = model_.stage.get()->prim(path);
+  const bool instanceable = prim && prim->instanceable.value_or(false);
+  menu->addAction(instanceable ? tr("Remove Instance") : tr("Make Instance"), this,
+                  [this, path, instanceable] {
+                    for (const std::string& each : model_.structure.hierarchyActionPaths(path))
+                      model_.structure.setPrimInstanceable(each, !instanceable);
+                  });
+  return menu;
+}
 
 QString HierarchyPane::emptyStateText() const {
   return stack_->currentWidget() == emptyState_ ? emptyState_->text() : QString();

@@ -2,12 +2,15 @@
 
 #include <QWidget>
 
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "Foundation/Observable.h"
 
+class QAction;
 class QLabel;
+class QMenu;
 class QStackedLayout;
 class QTreeView;
 
@@ -36,6 +39,15 @@ class HierarchyPane final : public QWidget {
   // Expands every row down to `depth` levels below the roots (0: the roots' children show).
   void expandToDepth(int depth);
 
+  // The commands of the pane, also in its context menu. Delete acts on the selected rows;
+  // duplicate, rename and the instance flag on the current row, and on every selected row when it
+  // is one of them.
+  QAction& deleteAction() const { return *deleteAction_; }
+  QAction& duplicateAction() const { return *duplicateAction_; }
+  QAction& renameAction() const { return *renameAction_; }
+  // The context menu for the row under `path` ("" for none), as it would open there.
+  std::unique_ptr<QMenu> contextMenuFor(const std::string& path);
+
  private:
   void applyDocument(const editor::EditorClientDocumentSnapshot& document);
   // Opens the root rows the document does not mark as starting collapsed.
@@ -47,6 +59,10 @@ class HierarchyPane final : public QWidget {
   bool showsWholeSelection();
   void scheduleSelectionSync();
   void selectionChangedInView();
+  void createCommands();
+  // The row the keyboard commands act on: the current row, else the primary selection.
+  std::string commandPath() const;
+  void startRename(const std::string& path);
 
   editor::EditorModel& model_;
   HierarchyTreeModel* treeModel_ = nullptr;
@@ -57,6 +73,9 @@ class HierarchyPane final : public QWidget {
   bool showingModelSelection_ = false;
   bool selectionSyncPending_ = false;
   bool hadStage_ = false;
+  QAction* deleteAction_ = nullptr;
+  QAction* duplicateAction_ = nullptr;
+  QAction* renameAction_ = nullptr;
   editor::Subscription stageSubscription_;
   editor::Subscription selectionSubscription_;
 };

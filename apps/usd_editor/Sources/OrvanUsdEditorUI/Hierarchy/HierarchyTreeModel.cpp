@@ -2,6 +2,7 @@
 
 #include <QBrush>
 #include <QColor>
+#include <QMimeData>
 #include <QScopedValueRollback>
 #include <QStringList>
 
@@ -321,6 +322,8 @@ QVariant HierarchyTreeModel::data(const QModelIndex& index, int role) const {
   switch (role) {
     case Qt::DisplayRole:
       return QString::fromStdString(index.column() == kNameColumn ? node.name : node.typeName);
+    case Qt::EditRole:
+      return QString::fromStdString(node.name);
     case Qt::ToolTipRole:
     case kPathRole:
       return QString::fromStdString(pathOf(node));
@@ -352,7 +355,71 @@ QVariant HierarchyTreeModel::headerData(int section, Qt::Orientation orientation
 Qt::ItemFlags HierarchyTreeModel::flags(const QModelIndex& index) const {
   if (!index.isValid())
     return Qt::NoItemFlags;
-  return Qt::ItemIsEnabled | Qt::ItemIsSelectable;
+  Qt::ItemFlags flags =
+      Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemIsDragEnabled | Qt::ItemIsDropEnabled;
+  if (index.column() == kNameColumn)
+    flags |= Qt::ItemIsEditable;
+  return flags;
+}
+
+bool HierarchyTreeModel::setData(const QModelIndex& index, const QVariant& value, int role) {
+  if (!index.isValid() || role != Qt::EditRole || index.column() != kNameColumn)
+    return false;
+  const QString name = value.toString();
+  if (name == QString::fromStdString(nodeOf(index)->name))
+    return false;
+  emit renameRequested(QString::fromStdString(pathOf(*nodeOf(index))), name);
+  return false;  // the row shows the new name once the stage has it
+}
+
+QStringList HierarchyTreeModel::mimeTypes() const {
+  return {QString::fromLatin1(kPrimPathsMimeType)};
+}
+
+QMimeData* HierarchyTreeModel::mimeData(const QModelIndexList& indexes) const {
+  QStringList paths;
+  for (const QModelIndex& index : indexes) {
+    if (index.isValid() && index.column() == kNameColumn)
+      paths.push_back(QString::fromStdString(pathOf(*nodeOf(index))));
+  }
+  auto* data = new QMimeData();
+  data->setData(QString::fromLatin1(kPrimPathsMimeType), paths.join('\n').toUtf8());
+  return data;
+}
+
+std::vector<std::string> HierarchyTreeModel::draggedPaths(const QMimeData* data) {
+  std::vector<std::string> paths;
+  if (!data || !data->hasFormat(QString::fromLatin1(kPrimPathsMimeType)))
+    return paths;
+  const QString text = QString::fromUtf8(data->data(QString::fromLatin1(kPrimPathsMimeType)));
+  for (const QString& path : text.split('\n', Qt::SkipEmptyParts))
+    paths.push_back(path.toStdString());
+  return paths;
+}
+
+bool HierarchyTreeModel::canDropMimeData(const QMimeData* data, Qt::DropAction action, int, int,
+                                         const QModelIndex& parent) const {
+  return action == Qt::MoveAction && parent.isValid() && !draggedPaths(data).empty();
+}
+
+bool HierarchyTreeModel::dropMimeData(const QMimeData* data, Qt::DropAction action, int row,
+                                      int column, const QModelIndex& parent) {
+  if (!canDropMimeData(data, action, row, column, parent))
+    return false;
+  QStringList sources;
+  for (const std::string& path : draggedPaths(data))
+    sources.push_back(QString::fromStdString(path));
+  emit reparentRequested(sources, QString::fromStdString(pathOf(*nodeOf(parent))));
+  // Nothing moved here: the view must not remove the dragged rows; the stage moves them.
+  return false;
+}
+
+Qt::DropActions HierarchyTreeModel::supportedDropActions() const {
+  return Qt::MoveAction;
+}
+
+Qt::DropActions HierarchyTreeModel::supportedDragActions() const {
+  return Qt::MoveAction;
 }
 
 QModelIndex HierarchyTreeModel::indexForPath(std::string_view path) {

@@ -48,6 +48,26 @@ class HierarchyTreeModel final : public QAbstractItemModel {
   bool canFetchMore(const QModelIndex& parent) const override;
   void fetchMore(const QModelIndex& parent) override;
 
+  // Editing asks, it does not change rows: a new name and a drop become requests to the editor,
+  // and the rows follow the stage it then publishes.
+  bool setData(const QModelIndex& index, const QVariant& value, int role = Qt::EditRole) override;
+  QStringList mimeTypes() const override;
+  QMimeData* mimeData(const QModelIndexList& indexes) const override;
+  bool canDropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,
+                       const QModelIndex& parent) const override;
+  bool dropMimeData(const QMimeData* data, Qt::DropAction action, int row, int column,
+                    const QModelIndex& parent) override;
+  Qt::DropActions supportedDropActions() const override;
+  Qt::DropActions supportedDragActions() const override;
+
+  // The paths a drag of prim rows carries.
+  static std::vector<std::string> draggedPaths(const QMimeData* data);
+  static constexpr const char* kPrimPathsMimeType = "application/x-orvan-prim-paths";
+
+ signals:
+  void renameRequested(const QString& path, const QString& name);
+  void reparentRequested(const QStringList& sourcePaths, const QString& targetPath);
+
  private:
   struct Node;
 

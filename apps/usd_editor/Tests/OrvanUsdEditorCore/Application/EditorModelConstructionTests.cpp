@@ -24,6 +24,7 @@ class EditorModelConstructionTest : public ::testing::Test {
     EditorModelPorts ports{scheduler_, scheduler_.background(), preferences_, secrets_, launcher_,
                            http_};
     ports.accountFullName = [this] { return accountName_; };
+    ports.helperExchanges = &scheduler_.background();
     return std::make_unique<EditorModel>(std::move(configuration), std::move(ports));
   }
 
@@ -98,15 +99,16 @@ TEST_F(EditorModelConstructionTest, ChangingIdentityRetiresTheEditHelperAndUpdat
   configuration.projectServerURL = "";
   configuration.scenePath = "/scenes/a.usda";
   const auto model = makeModel(configuration);
-  ASSERT_TRUE(model->persistentEditClient.has_value()) << "a scene is known: the helper prewarms";
-  EXPECT_EQ(model->persistentEditClient->author, model->identity.userId.get());
+  ASSERT_TRUE(model->editClients.held()) << "a scene is known: the helper prewarms";
+  EXPECT_EQ(model->editClients.held()->settings.author, model->identity.userName.get())
+      << "edits carry the user's display name";
+  EXPECT_EQ(model->editClients.held()->settings.workspace, "main");
 
   model->identity.setUserIdentity(std::string("  "), std::string("Grace Hopper!"),
                                   std::string("blue"), false);
   EXPECT_EQ(model->identity.userName.get(), "Native User");
   EXPECT_EQ(model->identity.userId.get(), "Grace-Hopper");
-  EXPECT_FALSE(model->persistentEditClient.has_value())
-      << "the next edit starts a helper with the new author";
+  EXPECT_FALSE(model->editClients.held()) << "the next edit starts a helper with the new author";
   EXPECT_EQ(preferences_.string(defaults::kUserId), "Grace-Hopper");
   const auto& profiles = model->identity.userProfiles.get();
   const auto mine = std::find_if(profiles.begin(), profiles.end(),
@@ -201,12 +203,12 @@ TEST_F(EditorModelConstructionTest, CompleteHostedScopeNeedsARenderScopeAndAPlac
   configuration.scenePath = "scenes/main.usda";  // relative, no project path: incomplete
   auto incomplete = makeModel(configuration);
   EXPECT_FALSE(incomplete->hasCompleteHostedLaunchScope());
-  EXPECT_FALSE(incomplete->persistentEditClient.has_value()) << "no scene to connect to yet";
+  EXPECT_FALSE(incomplete->editClients.held()) << "no scene to connect to yet";
 
   configuration.projectPath = "/projects/one";
   auto complete = makeModel(configuration);
   EXPECT_TRUE(complete->hasCompleteHostedLaunchScope());
-  EXPECT_TRUE(complete->persistentEditClient.has_value());
+  EXPECT_TRUE(complete->editClients.held());
 }
 
 }  // namespace
