@@ -4,9 +4,11 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
 #include <future>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include <httplib.h>
 #include <stdlib.h>
@@ -31,10 +33,11 @@ using namespace std::chrono_literals;
 class RunningProjectServer {
  public:
   explicit RunningProjectServer(std::vector<std::string> extraArguments = {},
-                                std::vector<std::pair<std::string, std::string>> environment = {}) {
+                                std::vector<std::pair<std::string, std::string>> environment = {},
+                                std::string project = std::string(ORVAN_SOURCE_DIR) + "/demo") {
     ProcessLaunchOptions options;
     options.executablePath = std::string(ORVAN_ENGINE_BIN_DIR) + "/orvan_project_server";
-    options.arguments = {"--project", std::string(ORVAN_SOURCE_DIR) + "/demo", "--port", "0"};
+    options.arguments = {"--project", project, "--port", "0"};
     options.arguments.insert(options.arguments.end(), extraArguments.begin(), extraArguments.end());
     options.environment = std::move(environment);
     auto address = std::make_shared<std::promise<std::string>>();
@@ -232,6 +235,61 @@ TEST_F(EditorModelHostedServerTest, AServerThatIsGoneEndsAsAClassifiedIssueNotAH
       << "status: " << model.status.get();
   EXPECT_TRUE(model.isStartupBlocking());
   EXPECT_TRUE(model.currentStage().rootPrims.empty());
+}
+
+// The whole road of an edit: the model adds a prim through the real edit helper and the real
+// server, shows it at once, and the next stage from the server holds it, as does the scene's file.
+TEST_F(EditorModelHostedServerTest, APrimAddedThroughTheRealHelperIsInTheNextStageAndTheFile) {
+  std::string folder =
+      (std::filesystem::temp_directory_path() / "orvan_editor_edit_XXXXXX").string();
+  ASSERT_NE(::mkdtemp(folder.data()), nullptr);
+  const std::shared_ptr<void> removeFolder(nullptr,
+                                           [&](void*) { std::filesystem::remove_all(folder); });
+  // A copy of the demo: the test edits it.
+  std::filesystem::copy(std::string(ORVAN_SOURCE_DIR) + "/demo", folder,
+                        std::filesystem::copy_options::recursive);
+  std::filesystem::remove_all(folder + "/.orvan");
+  RunningProjectServer server({"--state-dir", folder + "/.state"}, {}, folder);
+  ASSERT_TRUE(server.error().empty()) << server.error();
+  configuration_.editClientPath = std::string(ORVAN_ENGINE_BIN_DIR) + "/orvan_edit_client";
+  EditorModel& model = startModel(server.url());
+  ASSERT_TRUE(runUntil([&] { return !model.currentStage().prims.empty(); })) << model.status.get();
+  const auto startRevision = model.revision.get();
+  const auto holds = [&](std::string_view path) {
+    for (const auto& prim : model.currentStage().prims)
+      if (prim.path == path)
+        return true;
+    return false;
+  };
+
+  model.structure.addPrim("cube");
+  // The optimistic overlay shows the new prim before any answer.
+  std::string added;
+  for (const auto& prim : model.currentStage().prims)
+    if (prim.path.starts_with("/World/") && prim.path.find("Cube") != std::string::npos &&
+        prim.path.find('/', 7) == std::string::npos)
+      added = prim.path;
+  ASSERT_FALSE(added.empty()) << "no optimistic prim; status: " << model.status.get();
+
+  // The server accepts it: the revision moves on and the status says what the server said.
+  ASSERT_TRUE(runUntil([&] { return model.revision.get() > startRevision; })) << model.status.get();
+  // A refresh from the server holds the prim by itself, once the overlay has given way.
+  model.stageRefresher.refresh();
+  ASSERT_TRUE(runUntil([&] { return !model.stageRefresher.stageRefreshInFlight && holds(added); }))
+      << model.status.get();
+  EXPECT_EQ(model.revision.get(), startRevision + 1);
+
+  // The scene's file holds it within a second or so of the edit.
+  const std::string name = added.substr(added.rfind('/') + 1);
+  bool written = false;
+  for (int i = 0; i < 100 && !written; ++i) {
+    std::ifstream in(folder + "/hello_world.usda");
+    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    written = text.find("\"" + name + "\"") != std::string::npos;
+    if (!written)
+      std::this_thread::sleep_for(50ms);
+  }
+  EXPECT_TRUE(written) << name;
 }
 
 }  // namespace
