@@ -8,6 +8,11 @@
 #include <sstream>
 #include <thread>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
 #include "ServedProject.h"
 #include "UsdText/LayerReader.h"
 #include "orvan/wire/JsonDecoder.h"
@@ -263,7 +268,7 @@ TEST_F(EditEndpointTest, ManyClientsAtOnceGetDistinctConsecutiveRevisionsAndNoth
   start();
   const std::uint64_t start = stage().revision;
   constexpr int kClients = 8;
-  constexpr int kEdits = 40;
+  constexpr int kEdits = 125;  // a thousand edits in all
   std::vector<std::vector<std::uint64_t>> revisions(kClients);
   std::vector<std::thread> clients;
   for (int client = 0; client < kClients; ++client) {
@@ -335,6 +340,33 @@ TEST_F(EditEndpointTest, WithSignInOnAnEditNeedsTheBearer) {
   ASSERT_TRUE(refused);
   EXPECT_EQ(refused->status, 401);
   EXPECT_TRUE(edit(setRadius("c", "3"), {{"Authorization", "Bearer sekrit"}}).accepted);
+}
+
+TEST_F(EditEndpointTest, AClientThatGoesAwayInTheMiddleOfAnEditChangesNothing) {
+  start();
+  const std::uint64_t before = stage().revision;
+  const std::string body = setRadius("gone", "9");
+  for (const std::size_t sent : {std::size_t{0}, body.size() / 2, body.size() - 1}) {
+    const int socket = ::socket(AF_INET, SOCK_STREAM, 0);
+    ASSERT_GE(socket, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(static_cast<std::uint16_t>(project_.port()));
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    ASSERT_EQ(::connect(socket, reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    const std::string request =
+        "POST /api/edit HTTP/1.1\r\nHost: 127.0.0.1\r\n"
+        "Content-Type: application/json\r\nContent-Length: " +
+        std::to_string(body.size()) + "\r\n\r\n" + body.substr(0, sent);
+    ASSERT_EQ(::send(socket, request.data(), request.size(), MSG_NOSIGNAL),
+              static_cast<ssize_t>(request.size()));
+    ::close(socket);
+  }
+  // The server goes on serving, and no half-sent edit became a revision.
+  const auto after = stage();
+  EXPECT_EQ(after.revision, before);
+  EXPECT_EQ(rawValue(after.stage, "/World/Ball", "radius"), "2");
+  EXPECT_TRUE(edit(setRadius("c", "3")).accepted);
 }
 
 }  // namespace
