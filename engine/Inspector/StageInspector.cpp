@@ -494,13 +494,15 @@ class Inspector {
     std::vector<std::string>& badges = facts.badges;
     if (entity)
       badges.emplace_back("entity");
-    const bool engineComponents =
-        std::any_of(detail.components.begin(), detail.components.end(), [](const UsdComponent& c) {
-          return c.type != "Name" && c.type != "Transform" && c.type != "Problems";
-        });
-    if (engineComponents)
+    // A part of an entity: inside one without being one (a referenced asset's pieces, a shape
+    // under an entity). Its structure is the entity's, so the hierarchy edits the entity, not it.
+    const bool part =
+        !entity && !internal && !facts.entityPath.empty() && facts.entityPath != "/World";
+    if (part)
       badges.emplace_back("component");
-    if (!files.empty() || (internal && isAssetLibraryItem(prim.path)))
+    // What brings in another file without being an entity, and the asset library's items; an
+    // entity that places an asset is edited as the entity.
+    if ((!files.empty() && !entity) || (internal && isAssetLibraryItem(prim.path)))
       badges.emplace_back("asset");
     if (prim.hasPayload)
       badges.emplace_back("payload");

@@ -220,7 +220,11 @@ TEST(StageInspectorDemo, EntitiesCarryTheirIdsComponentsAndOwningEntity) {
   const UsdPrimDetail& cube = prim(stage, "/World/RedCube");
   EXPECT_EQ(cube.entityId, 1002u);
   EXPECT_EQ(cube.entityPath, "/World/RedCube");
-  EXPECT_THAT(cube.badges, ElementsAre("entity", "component"));
+  // An entity is edited as a whole: it is no part of another, and the asset it may place is its.
+  EXPECT_THAT(cube.badges, ElementsAre("entity"));
+  EXPECT_THAT(prim(stage, "/World/LampPost").badges, ElementsAre("entity"));
+  // The pieces the lamp post's asset brings in are parts of that entity.
+  EXPECT_THAT(prim(stage, "/World/LampPost/Pole").badges, ElementsAre("component"));
   EXPECT_THAT(componentTypes(cube),
               ElementsAre("Name", "Transform", "RenderShape", "MaterialBinding"));
   EXPECT_EQ(property(cube, "Name", "name").value, "Red cube");
@@ -325,11 +329,11 @@ TEST(StageInspectorArcs, PayloadsInstancesAndBrokenReferencesShowInBadgesAndComp
   // Prims in the root layer and no sublayer: the first added layer needs the content moved.
   EXPECT_TRUE(stage.requiresLayerStackInitialization);
 
-  EXPECT_THAT(prim(stage, "/World/Deferred").badges, ElementsAre("entity", "asset", "payload"));
+  EXPECT_THAT(prim(stage, "/World/Deferred").badges, ElementsAre("entity", "payload"));
   EXPECT_THAT(prim(stage, "/World/Deferred/Trunk").badges, Not(Contains("payload")));
 
   const UsdPrimDetail& forest = prim(stage, "/World/Forest");
-  EXPECT_THAT(forest.badges, ElementsAre("entity", "component", "asset", "instance"));
+  EXPECT_THAT(forest.badges, ElementsAre("entity", "instance"));
   EXPECT_EQ(forest.instanceable, true);
   EXPECT_FALSE(forest.instanceProxy.has_value());
   EXPECT_EQ(prim(stage, "/World/Forest/Trunk").instanceProxy, true);
@@ -368,8 +372,7 @@ TEST(StageInspectorArcs, AnUnloadedPayloadIsMarkedAsLoading) {
   ComposeOptions compose;
   compose.loadPayloads = false;
   const StageInspection stage = inspect(kFixtures + "arcs_root.usda", {}, compose).inspection;
-  EXPECT_THAT(prim(stage, "/World/Deferred").badges,
-              ElementsAre("entity", "asset", "payload", "loading"));
+  EXPECT_THAT(prim(stage, "/World/Deferred").badges, ElementsAre("entity", "payload", "loading"));
   EXPECT_TRUE(node(stage, "/World/Deferred").children.empty());
   EXPECT_THAT(prim(stage, "/World/Broken").badges, Not(Contains("loading")));
 }

@@ -7,6 +7,7 @@
 #include <fstream>
 #include <future>
 #include <memory>
+#include <set>
 #include <string>
 #include <thread>
 
@@ -290,6 +291,65 @@ TEST_F(EditorModelHostedServerTest, APrimAddedThroughTheRealHelperIsInTheNextSta
       std::this_thread::sleep_for(50ms);
   }
   EXPECT_TRUE(written) << name;
+}
+
+// Rename, duplicate, reparent and delete through the real helper: each reaches the server in its
+// wire form, and the file ends up holding exactly the result.
+TEST_F(EditorModelHostedServerTest, StructuralEditsThroughTheRealHelperEndUpInTheFile) {
+  std::string folder =
+      (std::filesystem::temp_directory_path() / "orvan_editor_structure_XXXXXX").string();
+  ASSERT_NE(::mkdtemp(folder.data()), nullptr);
+  const std::shared_ptr<void> removeFolder(nullptr,
+                                           [&](void*) { std::filesystem::remove_all(folder); });
+  std::filesystem::copy(std::string(ORVAN_SOURCE_DIR) + "/demo", folder,
+                        std::filesystem::copy_options::recursive);
+  std::filesystem::remove_all(folder + "/.orvan");
+  RunningProjectServer server({"--state-dir", folder + "/.state"}, {}, folder);
+  ASSERT_TRUE(server.error().empty()) << server.error();
+  configuration_.editClientPath = std::string(ORVAN_ENGINE_BIN_DIR) + "/orvan_edit_client";
+  EditorModel& model = startModel(server.url());
+  ASSERT_TRUE(runUntil([&] { return !model.currentStage().prims.empty(); })) << model.status.get();
+  std::uint64_t expected = model.revision.get();
+  const auto settle = [&] {
+    ++expected;
+    return runUntil([&] { return model.revision.get() >= expected; });
+  };
+
+  model.structure.renamePrim("/World/RedCube", "Crate");
+  ASSERT_TRUE(settle()) << model.status.get();
+  model.structure.duplicatePrim("/World/Crate");
+  ASSERT_TRUE(settle()) << model.status.get();
+  model.structure.reparentPrims({"/World/Crate_1"}, "/World/LampPost");
+  ASSERT_TRUE(settle()) << model.status.get();
+  model.structure.deletePrim("/World/YellowCone");
+  ASSERT_TRUE(settle()) << model.status.get();
+
+  model.stageRefresher.refresh();
+  std::set<std::string> paths;
+  ASSERT_TRUE(runUntil([&] {
+    if (model.stageRefresher.stageRefreshInFlight)
+      return false;
+    paths.clear();
+    for (const auto& prim : model.currentStage().prims)
+      paths.insert(prim.path);
+    return paths.contains("/World/LampPost/Crate_1");
+  })) << model.status.get();
+  EXPECT_TRUE(paths.contains("/World/Crate"));
+  EXPECT_FALSE(paths.contains("/World/RedCube"));
+  EXPECT_FALSE(paths.contains("/World/Crate_1"));
+  EXPECT_FALSE(paths.contains("/World/YellowCone"));
+
+  bool written = false;
+  for (int i = 0; i < 100 && !written; ++i) {
+    std::ifstream in(folder + "/hello_world.usda");
+    const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    written = text.find("\"Crate_1\"") != std::string::npos &&
+              text.find("\"YellowCone\"") == std::string::npos &&
+              text.find("\"RedCube\"") == std::string::npos;
+    if (!written)
+      std::this_thread::sleep_for(50ms);
+  }
+  EXPECT_TRUE(written);
 }
 
 }  // namespace
