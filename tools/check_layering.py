@@ -38,19 +38,22 @@ EDITOR_CHAIN = [
     "app",  # Sources/OrvanUsdEditor: main() and the wiring of the real platform
 ]
 
-# The engine's folders (engine/<Name>/) and what each may include besides itself.
+# The engine's folders (engine/<Name>/, layer "engine:<Name>") and what each may include besides
+# itself. The prefix keeps them apart from the editor's layers of the same name (both have an
+# Authoring).
 ENGINE_DEPENDS_ON = {
-    "UsdText": ["wire"],
-    "Inspector": ["UsdText"],
-    "Authoring": ["Inspector"],
-    "ProjectServer": ["Authoring", "Store"],
-    "ProjectTool": ["UsdText"],
-    "ClientLink": ["wire"],
-    "EditClient": ["ClientLink"],
-    "ToolClient": ["ClientLink"],
-    "engine fuzzers": ["Authoring", "EditClient"],
-    "Store": ["wire"],
-    "engine benchmarks": ["ProjectServer", "ProjectTool", "Store", "Authoring"],
+    "engine:UsdText": ["wire"],
+    "engine:Inspector": ["engine:UsdText"],
+    "engine:Authoring": ["engine:Inspector"],
+    "engine:Store": ["wire"],
+    "engine:ProjectServer": ["engine:Authoring", "engine:Store"],
+    "engine:ProjectTool": ["engine:UsdText"],
+    "engine:ClientLink": ["wire"],
+    "engine:EditClient": ["engine:ClientLink"],
+    "engine:ToolClient": ["engine:ClientLink"],
+    "engine fuzzers": ["engine:Authoring", "engine:EditClient"],
+    "engine benchmarks": ["engine:ProjectServer", "engine:ProjectTool", "engine:Store",
+                          "engine:Authoring"],
 }
 
 CORE = "apps/usd_editor/Sources/OrvanUsdEditorCore"
@@ -62,7 +65,7 @@ LIBRARY_FOLDERS = [
     (CORE + "/<sub>", "<sub>"),
     ("apps/usd_editor/Sources/OrvanUsdEditorUI", "UI"),
     ("apps/usd_editor/Sources/OrvanUsdEditor", "app"),
-    ("engine/<sub>", "<sub>"),
+    ("engine/<sub>", "engine:<sub>"),
 ]
 
 # Test and benchmark folders: (folder, the layer whose includes they may use). Besides those,
@@ -75,8 +78,8 @@ TEST_FOLDERS = [
     ("apps/usd_editor/Tests/Support", "Application"),
     ("apps/usd_editor/Benchmarks", "UI"),
     ("engine/Tests/Fuzz", "engine fuzzers"),  # reader, composer, stdio lines under libFuzzer
-    ("engine/Tests/Support", "ClientLink"),  # the fake service the helpers' tests talk to
-    ("engine/Tests/<sub>", "<sub>"),
+    ("engine/Tests/Support", "engine:ClientLink"),  # the fake service the helpers' tests use
+    ("engine/Tests/<sub>", "engine:<sub>"),
     ("engine/Benchmarks", "engine benchmarks"),
 ]
 TEST_SUPPORT = {
@@ -139,9 +142,10 @@ def folder_match(pattern, path, known_layers):
         if "/" not in rest:
             return None, None
         sub = rest.split("/", 1)[0]
-        if sub not in known_layers:
+        name = layer.replace("<sub>", sub)
+        if name not in known_layers:
             return None, base + sub
-        return (layer.replace("<sub>", sub), base + sub)
+        return (name, base + sub)
     if path == folder or path.startswith(folder + "/"):
         return layer, folder
     return None, None

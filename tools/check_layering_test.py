@@ -67,7 +67,7 @@ class CheckLayeringTest(unittest.TestCase):
         tree["engine/UsdText/Layer.h"] = '#include "Inspector/Inspect.h"\n'
         code, output = run_on(tree)
         self.assertEqual(code, 1)
-        self.assertIn("UsdText may not include Inspector", output)
+        self.assertIn("engine:UsdText may not include engine:Inspector", output)
 
     def test_the_wire_does_not_see_the_core(self):
         tree = dict(CLEAN)

@@ -593,6 +593,21 @@ std::uint64_t ProjectServerApi::revisionOf(const ProjectFolder& project) {
 }
 
 void ProjectServerApi::lookForExternalChanges() {
+  // Watchers hear when the files of their project change (an asset added, a layer removed):
+  // the folder is walked only while someone listens.
+  if (feed_.watcherCount() > 0) {
+    for (const ProjectFolder& project : projects_) {
+      const std::uint64_t signature = scanProjectFiles(project.root).signature;
+      const auto [seen, first] = folderSignatures_.try_emplace(project.id, signature);
+      if (first || seen->second == signature)
+        continue;
+      seen->second = signature;
+      const editor::ToolClientLine line{.type = "projectChanged",
+                                        .revision = revisionOf(project),
+                                        .domains = std::vector<std::string>{"assets"}};
+      feed_.publishToProject(project.id, encodeJson(line));
+    }
+  }
   std::vector<LiveWorkspace*> open;
   {
     const std::lock_guard lock(workspacesMutex_);

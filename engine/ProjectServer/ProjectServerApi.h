@@ -119,8 +119,9 @@ class ProjectServerApi {
   // Ends every open change stream (the server is stopping).
   void closeStreams() { feed_.closeAll(); }
   ChangeFeed& feed() { return feed_; }
-  // Looks at the live files of every open workspace for changes by other programs; the server
-  // calls it about once a second.
+  // Looks at the live files of every open workspace for changes by other programs, and at the
+  // project folders for added and removed files while anyone watches; the server calls it about
+  // once a second, from one thread.
   void lookForExternalChanges();
   // Opens the workspaces of every project that has a history store already, which brings their
   // files up to the last accepted edit when the server stopped without writing them (a crash).
@@ -178,6 +179,8 @@ class ProjectServerApi {
     std::string failure = {};
   };
   std::map<std::string, OpenedWorkspace> workspaces_;  // by project id
+  // The last walk of each project's folder, for "projectChanged"; only the poller touches it.
+  std::map<std::string, std::uint64_t> folderSignatures_;
 };
 
 }  // namespace orvan::engine

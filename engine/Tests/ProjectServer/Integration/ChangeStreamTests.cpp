@@ -116,5 +116,18 @@ TEST_F(ChangeStreamTest, WithSignInOnTheStreamAndPresenceNeedTheBearer) {
   EXPECT_NE(watcher.waitFor("\"hello\""), "");
 }
 
+TEST_F(ChangeStreamTest, AFileAddedToTheProjectIsAProjectChangeForItsWatchers) {
+  project_.start({"Game"}, ApiOptions{.heartbeatInterval = 10s});
+  StreamWatcher watcher(project_.port(), "clientId=me");
+  ASSERT_NE(watcher.waitFor("\"hello\""), "");
+  project_.api().lookForExternalChanges();  // the first look only learns the folder
+  project_.write("Game/textures/wood.png", "png");
+  project_.api().lookForExternalChanges();
+  const auto changed = decodedLine(watcher.waitFor("projectChanged"));
+  EXPECT_EQ(changed.type, "projectChanged");
+  EXPECT_EQ(changed.domains, std::vector<std::string>{"assets"});
+  EXPECT_TRUE(changed.revision.has_value());
+}
+
 }  // namespace
 }  // namespace orvan::engine

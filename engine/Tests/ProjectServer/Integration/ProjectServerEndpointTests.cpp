@@ -105,6 +105,8 @@ class ProjectServerTest : public testing::Test {
       projects.push_back(std::move(*project));
     }
     const bool publicURLGiven = !options.publicURL.empty();
+    // A server serves its API: the old one goes first.
+    server_.reset();
     api_ = std::make_unique<ProjectServerApi>(std::move(projects), std::move(options));
     server_ = std::make_unique<ProjectServer>(*api_);
     const auto port = server_->bind("127.0.0.1", 0);

@@ -56,6 +56,8 @@ class ServedProject {
       ASSERT_TRUE(project.ok()) << project.error();
       projects.push_back(std::move(*project));
     }
+    // A server serves its API: the old one goes first.
+    server_.reset();
     api_ = std::make_unique<ProjectServerApi>(std::move(projects), std::move(options));
     server_ = std::make_unique<ProjectServer>(*api_);
     const auto port = server_->bind("127.0.0.1", 0);
