@@ -42,13 +42,34 @@ ChangeSet changesOfLayer(const ChangeSet& changes, const std::string& layer) {
 }
 
 // A layer replaced as a whole: what another program's change of the file is to the log.
-LayerChange wholeLayerChange(const std::string& layer, std::string before, std::string after) {
+LayerChange wholeLayerChange(const std::string& layer, std::optional<std::string> before,
+                             std::string after) {
   LayerChange change;
   change.kind = ChangeKind::LayerFile;
   change.layer = layer;
   change.before = std::move(before);
   change.after = std::move(after);
   return change;
+}
+
+// The layers of a scene's stack, and the sublayers it names that are missing (inside the project
+// folder), which may appear.
+std::vector<std::string> layersToWatch(const EditableScene& scene, const fs::path& projectRoot) {
+  std::vector<std::string> layers = scene.layerStack();
+  const std::size_t held = layers.size();
+  for (std::size_t i = 0; i < held; ++i) {
+    const fs::path folder = fs::path(layers[i]).parent_path();
+    for (const std::string& sub : scene.findLayer(layers[i])->subLayerPaths()) {
+      const std::string wanted = (folder / sub).lexically_normal().string();
+      const fs::path within = fs::path(wanted).lexically_relative(projectRoot);
+      const bool inside = !within.empty() && *within.begin() != "..";
+      if (inside && !scene.findLayer(wanted) &&
+          std::find(layers.begin(), layers.end(), wanted) == layers.end()) {
+        layers.push_back(wanted);
+      }
+    }
+  }
+  return layers;
 }
 
 void logProblem(const std::string& text) {
@@ -360,7 +381,7 @@ editor::EditClientResponse LiveWorkspace::commitLocked(
     SceneState& state, const std::string& scene, const EditRequest& request,
     const ChangeSet& changes, const std::string& label, const std::string& message,
     std::vector<editor::EditClientCreatedPrim> created,
-    std::vector<editor::ToolClientPrimOperation> operations) {
+    std::vector<editor::ToolClientPrimOperation> operations, bool writeBack) {
   if (changes.empty())
     return refusal("The edit did not change the scene");
   if (std::optional<std::string> failed = applyChangeSet(*state.scene, changes))
@@ -384,7 +405,8 @@ editor::EditClientResponse LiveWorkspace::commitLocked(
   std::vector<std::string> absolutes;
   for (const std::string& layer : layers)
     absolutes.push_back(absolute(layer));
-  scheduleWriteBack(absolutes, head_);
+  if (writeBack)
+    scheduleWriteBack(absolutes, head_);
   const bool filesChanged =
       std::any_of(changes.changes.begin(), changes.changes.end(), [](const LayerChange& change) {
         return change.kind == ChangeKind::LayerFile && (!change.before || !change.after);
@@ -479,24 +501,48 @@ void LiveWorkspace::lookForExternalChangesLocked() {
   for (auto& [name, state] : scenes_) {
     if (!state.scene)
       continue;
-    for (const std::string& identifier : state.scene->layerStack()) {
-      if (!state.scene->findLayer(identifier))
-        continue;
+    for (const std::string& identifier : layersToWatch(*state.scene, project_.root)) {
       const std::string path = relative(identifier);
-      StoreResult<LiveFileCheck> check =
-          detectExternalChange(*store_, options_.workspace, path, project_.rootPath());
-      if (!check.ok() || check->state != LiveFileState::kChanged)
-        continue;
-      const std::string current = state.scene->layerText(identifier);
-      if (current == check->content)
-        continue;
-      const ChangeSet external{.changes = {wholeLayerChange(path, current, check->content)}};
+      std::optional<LayerChange> change;
+      std::string hash;
+      FileStamp stamp;
+      if (!state.scene->findLayer(identifier)) {
+        // A layer of the stack that was missing may have come: it joins the scene.
+        auto text = readFileText(identifier);
+        if (!text.ok())
+          continue;
+        hash = contentHash(*text);
+        stamp = stampOf(identifier);
+        change = wholeLayerChange(path, std::nullopt, std::move(*text));
+      } else {
+        StoreResult<LiveFileCheck> check =
+            detectExternalChange(*store_, options_.workspace, path, project_.rootPath());
+        if (!check.ok() || check->state != LiveFileState::kChanged)
+          continue;
+        std::string current = state.scene->layerText(identifier);
+        if (current == check->content)
+          continue;
+        hash = check->contentHash;
+        stamp = check->stamp;
+        change = wholeLayerChange(path, std::move(current), std::move(check->content));
+      }
       EditRequest request;
       request.author = "external";
+      // The file already holds this revision as the other program wrote it: it is not written
+      // back in the server's own form.
       editor::EditClientResponse answer =
-          commitLocked(state, name, request, external, "change " + path, "Changed " + path, {}, {});
-      if (!answer.accepted)
+          commitLocked(state, name, request, ChangeSet{.changes = {std::move(*change)}},
+                       "change " + path, "Changed " + path, {}, {}, /*writeBack=*/false);
+      if (!answer.accepted) {
         logProblem("the change of " + path + " by another program is left out: " + answer.message);
+        continue;
+      }
+      const WrittenFile written{
+          .path = path, .revision = answer.revision, .contentHash = hash, .stamp = stamp};
+      if (StoreStatus recorded = store_->recordWriteBack(options_.workspace, written);
+          !recorded.ok()) {
+        logProblem("recording the change of " + path + " failed: " + recorded.error().message);
+      }
     }
   }
 }

@@ -109,7 +109,8 @@ class LiveWorkspace {
                                           const EditRequest& request, const ChangeSet& changes,
                                           const std::string& label, const std::string& message,
                                           std::vector<editor::EditClientCreatedPrim> created,
-                                          std::vector<editor::ToolClientPrimOperation> operations);
+                                          std::vector<editor::ToolClientPrimOperation> operations,
+                                          bool writeBack = true);
   void scheduleWriteBack(const std::vector<std::string>& layers, std::uint64_t revision);
   std::string relative(const std::string& absolute) const;
   std::string absolute(const std::string& relative) const;

@@ -47,8 +47,9 @@ class HostileSceneServerTest : public testing::Test {
   }
 
   void TearDown() override {
-    if (server_)
-      server_->stop();
+    // The API goes before its folder: it writes back what its workspaces hold.
+    server_.reset();
+    api_.reset();
     fs::remove_all(base_);
   }
 

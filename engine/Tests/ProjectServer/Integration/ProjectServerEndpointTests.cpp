@@ -80,8 +80,9 @@ class ProjectServerTest : public testing::Test {
   }
 
   void TearDown() override {
-    if (server_)
-      server_->stop();
+    // The API goes before its folder: it writes back what its workspaces hold.
+    server_.reset();
+    api_.reset();
     fs::remove_all(base_);
   }
 

@@ -33,8 +33,9 @@ class ServedProject {
     base_ = fs::canonical(base_);
   }
   ~ServedProject() {
-    if (server_)
-      server_->stop();
+    // The API goes before its folder: it writes back what its workspaces hold.
+    server_.reset();
+    api_.reset();
     fs::remove_all(base_);
   }
 
