@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "UsdText/ListEdits.h"
 #include "UsdText/Tokenizer.h"
 
 namespace orvan::engine {
@@ -38,7 +39,7 @@ std::string describeToken(const Token& token) {
   std::string shown;
   for (const char c : text)
     shown += (c == '\n' || c == '\r') ? ' ' : c;
-  return "'" + shown + (token.text.size() > 24 ? "...'" : "'");
+  return "'" + escapeForMessage(shown) + (token.text.size() > 24 ? "...'" : "'");
 }
 
 bool isListOpWord(std::string_view word, ListOp& op) {
@@ -63,25 +64,98 @@ bool isArcKey(std::string_view key) {
          key == "subLayers";
 }
 
-bool isValidPrimName(std::string_view name) {
-  if (name.empty())
-    return false;
-  const char first = name.front();
-  if (!((first >= 'a' && first <= 'z') || (first >= 'A' && first <= 'Z') || first == '_'))
-    return false;
-  for (const char c : name) {
-    const bool ok =
-        (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
-    if (!ok)
-      return false;
+// Metadata whose value the format fixes, and whether it takes list edits.
+enum class MetadataShape : std::uint8_t {
+  Bool,
+  Text,
+  Number,
+  Dictionary,
+  LayerList,  // subLayers: a list of asset paths
+  ArcList,    // references, payload: assets, asset + path, or internal paths
+  PathList,   // inherits, specializes: prim paths
+  TextList,   // apiSchemas, variantSets: strings
+  PathMap,    // relocates
+};
+
+std::optional<MetadataShape> metadataShape(std::string_view key) {
+  static constexpr std::array<std::pair<std::string_view, MetadataShape>, 33> kKnown{{
+      {"active", MetadataShape::Bool},
+      {"instanceable", MetadataShape::Bool},
+      {"hidden", MetadataShape::Bool},
+      {"kind", MetadataShape::Text},
+      {"doc", MetadataShape::Text},
+      {"documentation", MetadataShape::Text},
+      {"comment", MetadataShape::Text},
+      {"defaultPrim", MetadataShape::Text},
+      {"upAxis", MetadataShape::Text},
+      {"displayName", MetadataShape::Text},
+      {"displayGroup", MetadataShape::Text},
+      {"metersPerUnit", MetadataShape::Number},
+      {"kilogramsPerUnit", MetadataShape::Number},
+      {"startTimeCode", MetadataShape::Number},
+      {"endTimeCode", MetadataShape::Number},
+      {"timeCodesPerSecond", MetadataShape::Number},
+      {"framesPerSecond", MetadataShape::Number},
+      {"startFrame", MetadataShape::Number},
+      {"endFrame", MetadataShape::Number},
+      {"customData", MetadataShape::Dictionary},
+      {"customLayerData", MetadataShape::Dictionary},
+      {"assetInfo", MetadataShape::Dictionary},
+      {"variants", MetadataShape::Dictionary},
+      {"expressionVariables", MetadataShape::Dictionary},
+      {"sdrMetadata", MetadataShape::Dictionary},
+      {"subLayers", MetadataShape::LayerList},
+      {"references", MetadataShape::ArcList},
+      {"payload", MetadataShape::ArcList},
+      {"inherits", MetadataShape::PathList},
+      {"specializes", MetadataShape::PathList},
+      {"apiSchemas", MetadataShape::TextList},
+      {"variantSets", MetadataShape::TextList},
+      {"relocates", MetadataShape::PathMap},
+  }};
+  for (const auto& [name, shape] : kKnown) {
+    if (key == name)
+      return shape;
   }
-  return true;
+  return std::nullopt;
+}
+
+bool takesListEdits(MetadataShape shape) {
+  return shape == MetadataShape::ArcList || shape == MetadataShape::PathList ||
+         shape == MetadataShape::TextList;
+}
+
+// A prim path as arcs name it: absolute or relative, made of prim names ("..", "." allowed as
+// leading components of relative paths), without properties or variant selections.
+bool isPrimPath(std::string_view path) {
+  if (path.empty())
+    return false;
+  if (path == "/")
+    return false;
+  const bool absolute = path.front() == '/';
+  if (absolute)
+    path.remove_prefix(1);
+  bool leading = !absolute;
+  while (true) {
+    const std::size_t slash = path.find('/');
+    const std::string_view part = path.substr(0, slash);
+    if (leading && (part == ".." || part == ".")) {
+      // relative steps come first
+    } else {
+      leading = false;
+      if (!isIdentifier(part))
+        return false;
+    }
+    if (slash == std::string_view::npos)
+      return true;
+    path.remove_prefix(slash + 1);
+  }
 }
 
 // What shape a value of a declared type must have. Unknown types accept any value, so that
 // layers with types this engine does not know still read and write back unchanged.
 struct TypeShape {
-  enum Kind { Any, Scalar, Text, Asset, Tuple, Matrix, Dictionary } kind = Any;
+  enum Kind { Any, Scalar, Text, Token, Asset, Tuple, Matrix, Dictionary } kind = Any;
   int arity = 0;
 };
 
@@ -92,8 +166,10 @@ TypeShape shapeOf(std::string_view type) {
     if (type == scalar)
       return {TypeShape::Scalar, 1};
   }
-  if (type == "string" || type == "token")
+  if (type == "string")
     return {TypeShape::Text, 1};
+  if (type == "token")
+    return {TypeShape::Token, 1};
   if (type == "asset")
     return {TypeShape::Asset, 1};
   if (type == "dictionary")
@@ -145,8 +221,12 @@ bool fitsShape(const Value& value, const TypeShape& shape) {
       return isNumeric(value);
     case TypeShape::Text:
       return value.kind == ValueKind::String;
+    case TypeShape::Token:
+      // Other readers write a path where a token names a prim; it reads as that token.
+      return value.kind == ValueKind::String || value.kind == ValueKind::Path;
     case TypeShape::Asset:
-      return value.kind == ValueKind::Asset;
+      // A quoted string is an asset path too.
+      return value.kind == ValueKind::Asset || value.kind == ValueKind::String;
     case TypeShape::Dictionary:
       return value.kind == ValueKind::Dictionary;
     case TypeShape::Tuple:
@@ -168,6 +248,7 @@ std::string describeShape(std::string_view type, const TypeShape& shape) {
     case TypeShape::Scalar:
       return "a number for " + std::string(type);
     case TypeShape::Text:
+    case TypeShape::Token:
       return "a quoted string for " + std::string(type);
     case TypeShape::Asset:
       return "an asset path @...@ for " + std::string(type);
@@ -199,7 +280,13 @@ class Parser {
     if (current_.is('('))
       layer_.metadata = parseMetadataBlock();
     while (current_.kind != TokenKind::End) {
+      if (!separated("{}();"))
+        fail(current_, "a new line or ';' before the next statement");
       Comments comments = takeComments(current_);
+      if (current_.isWord("reorder") && peek().isWord("rootPrims")) {
+        layer_.reorders.push_back(parseReorder(std::move(comments)));
+        continue;
+      }
       layer_.rootPrims.push_back(parsePrim(kNoPrim, std::move(comments)));
     }
     checkSiblingNames(layer_.rootPrims);
@@ -243,6 +330,25 @@ class Parser {
     throw ParseFailure{at.line, at.column, "expected " + expected + ", found " + describeToken(at)};
   }
 
+  // Fails at an item of a value already read when its text lies in the source (strings, assets,
+  // paths, words, numbers), else at `fallback`, the token that started the value.
+  [[noreturn]] void failAtItem(const Value& item, const Token& fallback,
+                               const std::string& expected) {
+    const std::string_view source = layer_.source();
+    const char* at = item.text.data();
+    if (item.text.empty() || at < source.data() || at >= source.data() + source.size())
+      fail(fallback, expected);
+    Token token;
+    token.kind = TokenKind::String;
+    token.text = item.text;
+    const std::string_view before(source.data(), static_cast<std::size_t>(at - source.data()));
+    token.line = static_cast<std::uint32_t>(std::count(before.begin(), before.end(), '\n')) + 1;
+    const std::size_t lineStart = before.rfind('\n');
+    token.column = static_cast<std::uint32_t>(
+        lineStart == std::string_view::npos ? before.size() + 1 : before.size() - lineStart);
+    fail(token, expected);
+  }
+
   void readHeader() {
     const std::string_view source = layer_.source();
     const std::string_view magic = "#usda ";
@@ -261,6 +367,8 @@ class Parser {
   }
 
   void advance() {
+    previousEnd_ = current_.text.data() + current_.text.size();
+    previousPunct_ = current_.kind == TokenKind::Punct ? current_.text.front() : '\0';
     if (peeked_) {
       current_ = *peeked_;
       peeked_.reset();
@@ -269,6 +377,18 @@ class Parser {
     }
     if (current_.kind == TokenKind::Invalid)
       fail(current_, current_.problem);
+  }
+
+  // Whether the current token starts on a line of its own, or follows one of `separators`: two
+  // statements, metadata entries or dictionary entries on one line need a ';' between them.
+  bool separated(std::string_view separators) const {
+    if (previousEnd_ == nullptr || separators.find(previousPunct_) != std::string_view::npos)
+      return true;
+    const char* begin = previousEnd_;
+    const char* end = current_.text.data();
+    return begin >= end ||
+           std::string_view(begin, static_cast<std::size_t>(end - begin)).find('\n') !=
+               std::string_view::npos;
   }
 
   const Token& peek() {
@@ -318,6 +438,8 @@ class Parser {
     while (!current_.is(')')) {
       if (current_.kind == TokenKind::End)
         fail(current_, "')' to close the metadata");
+      if (!entries.empty() && !separated("(;"))
+        fail(current_, "a new line or ';' between metadata entries");
       MetadataEntry entry;
       entry.comments = takeComments(current_);
       entry.line = current_.line;
@@ -327,6 +449,7 @@ class Parser {
         entry.value = Value::ofKind(ValueKind::String, current_.text);
         advance();
       } else {
+        const Token opAt = current_;
         if (current_.kind == TokenKind::Identifier && isListOpWord(current_.text, entry.op) &&
             peek().kind == TokenKind::Identifier) {
           advance();
@@ -335,7 +458,9 @@ class Parser {
         }
         entry.key = expectWord("a metadata name or ')'");
         expect('=', "'=' after the metadata name");
+        const Token valueAt = current_;
         entry.value = parseValue(isArcKey(entry.key));
+        checkMetadata(entry, opAt, valueAt);
       }
       entries.push_back(std::move(entry));
       if (current_.is(';'))
@@ -343,6 +468,88 @@ class Parser {
     }
     advance();
     return entries;
+  }
+
+  // Metadata the format knows must have its type, and only lists take list edits.
+  void checkMetadata(const MetadataEntry& entry, const Token& opAt, const Token& valueAt) {
+    const auto shape = metadataShape(entry.key);
+    if (!shape)
+      return;
+    const std::string key = "'" + std::string(entry.key) + "'";
+    if (entry.op != ListOp::Explicit && !takesListEdits(*shape))
+      fail(opAt, "no list edit on " + key);
+    const Value& value = entry.value;
+    if (value.isNone() && *shape != MetadataShape::LayerList)
+      return;
+    switch (*shape) {
+      case MetadataShape::Bool:
+        if (!value.toBool())
+          fail(valueAt, "true or false for " + key);
+        return;
+      case MetadataShape::Text:
+        if (value.kind != ValueKind::String)
+          fail(valueAt, "a quoted string for " + key);
+        return;
+      case MetadataShape::Number:
+        if (!isNumeric(value))
+          fail(valueAt, "a number for " + key);
+        return;
+      case MetadataShape::Dictionary:
+        if (value.kind != ValueKind::Dictionary)
+          fail(valueAt, "a dictionary { ... } for " + key);
+        return;
+      case MetadataShape::PathMap:
+        if (value.kind != ValueKind::PathMap &&
+            !(value.kind == ValueKind::Dictionary && value.itemCount == 0)) {
+          fail(valueAt, "a path mapping { <from>: <to> } for " + key);
+        }
+        return;
+      case MetadataShape::LayerList:
+        if (value.kind != ValueKind::List)
+          fail(valueAt, "a list of asset paths for " + key);
+        for (const Value& item : value.items()) {
+          const bool asset = item.kind == ValueKind::Asset ||
+                             (item.kind == ValueKind::Reference && !item.targetPath());
+          if (!asset)
+            failAtItem(item, valueAt, "an asset path @...@ in every element of " + key);
+        }
+        return;
+      case MetadataShape::ArcList:
+      case MetadataShape::PathList:
+      case MetadataShape::TextList:
+        for (const Value* item : listItems(value))
+          checkListItem(*shape, *item, key, valueAt);
+        return;
+    }
+  }
+
+  void checkListItem(MetadataShape shape, const Value& item, const std::string& key,
+                     const Token& at) {
+    if (shape == MetadataShape::TextList) {
+      if (item.kind != ValueKind::String)
+        failAtItem(item, at, "a quoted string or a list of them for " + key);
+      return;
+    }
+    if (shape == MetadataShape::PathList) {
+      if (item.kind != ValueKind::Path || !isPrimPath(item.decoded()))
+        failAtItem(item, at, "prim paths </...> for " + key);
+      return;
+    }
+    if (item.kind == ValueKind::Asset)
+      return;
+    const auto target = item.targetPath();
+    const bool external = item.kind == ValueKind::Reference && !item.text.empty();
+    const bool named = target && (isPrimPath(*target) || (external && target->empty()));
+    if ((item.kind != ValueKind::Path && item.kind != ValueKind::Reference) || (target && !named) ||
+        (!external && !target)) {
+      const Value* shown = &item;
+      if (item.kind == ValueKind::Reference && target && !named) {
+        for (const Value& part : item.items())
+          shown = part.kind == ValueKind::Path ? &part : shown;
+      }
+      failAtItem(*shown, at,
+                 "an asset @...@ followed by an optional prim path, or a prim path, for " + key);
+    }
   }
 
   Value parseValue(bool allowArcs = false) {
@@ -440,6 +647,8 @@ class Parser {
     if (current_.kind == TokenKind::Path)
       return parsePathMapping(start);
     while (!current_.is('}')) {
+      if (!separated("{;,"))
+        fail(current_, "a new line or ';' between dictionary entries");
       const std::string_view typeName = parseTypeName("a type name or '}' in the dictionary");
       if (current_.kind != TokenKind::Identifier && current_.kind != TokenKind::String) {
         fail(current_, "a key after the type in the dictionary");
@@ -604,14 +813,25 @@ class Parser {
     return index;
   }
 
-  std::string_view unquotedName(const Token& token) {
+  static std::string_view unquoted(const Token& token) {
     const std::size_t quote =
         token.text.size() >= 6 && token.text[1] == token.text[0] && token.text[2] == token.text[0]
             ? 3
             : 1;
-    const std::string_view name = token.text.substr(quote, token.text.size() - 2 * quote);
-    if (!isValidPrimName(name))
+    return token.text.substr(quote, token.text.size() - 2 * quote);
+  }
+
+  std::string_view unquotedName(const Token& token) {
+    const std::string_view name = unquoted(token);
+    if (!isIdentifier(name))
       fail(token, "a prim name made of letters, digits and '_'");
+    return name;
+  }
+
+  std::string_view unquotedVariantName(const Token& token) {
+    const std::string_view name = unquoted(token);
+    if (!isVariantName(name))
+      fail(token, "a name made of letters, digits, '_', '|', '-' and '.'");
     return name;
   }
 
@@ -626,6 +846,8 @@ class Parser {
       if (current_.kind == TokenKind::End) {
         fail(current_, "'}' to close the block opened at line " + std::to_string(open.line));
       }
+      if (!separated("{};"))
+        fail(current_, "a new line or ';' before the next statement");
       Comments comments = takeComments(current_);
       if (current_.isWord("def") || current_.isWord("over") || current_.isWord("class")) {
         const std::uint32_t child = parsePrim(index, std::move(comments));
@@ -634,17 +856,7 @@ class Parser {
         parseVariantSet(index, std::move(comments));
       } else if (current_.isWord("reorder") &&
                  (peek().isWord("nameChildren") || peek().isWord("properties"))) {
-        advance();
-        MetadataEntry entry;
-        entry.op = ListOp::Reorder;
-        entry.comments = std::move(comments);
-        entry.key = current_.text;
-        advance();
-        expect('=', "'=' after the reorder statement");
-        const Token at = current_;
-        entry.value = parseValue();
-        if (entry.value.kind != ValueKind::List)
-          fail(at, "a list of names");
+        MetadataEntry entry = parseReorder(std::move(comments));
         layer_.prims[index].reorders.push_back(std::move(entry));
       } else {
         parseProperty(std::move(comments));
@@ -660,13 +872,35 @@ class Parser {
     advance();
   }
 
+  // reorder nameChildren|properties|rootPrims = ["a", "b"]
+  MetadataEntry parseReorder(Comments comments) {
+    advance();
+    MetadataEntry entry;
+    entry.op = ListOp::Reorder;
+    entry.comments = std::move(comments);
+    entry.line = current_.line;
+    entry.column = current_.column;
+    entry.key = current_.text;
+    advance();
+    expect('=', "'=' after the reorder statement");
+    const Token at = current_;
+    entry.value = parseValue();
+    if (entry.value.kind != ValueKind::List)
+      fail(at, "a list of names");
+    for (const Value& item : entry.value.items()) {
+      if (item.kind != ValueKind::String)
+        failAtItem(item, at, "a list of names in quotes");
+    }
+    return entry;
+  }
+
   void parseVariantSet(std::uint32_t owner, Comments comments) {
     NestingGuard guard(*this, current_);
     advance();
     if (current_.kind != TokenKind::String)
       fail(current_, "the variant set name in quotes");
     LayerVariantSet set;
-    set.name = unquotedName(current_);
+    set.name = unquotedVariantName(current_);
     set.comments = std::move(comments);
     advance();
     expect('=', "'=' after the variant set name");
@@ -676,7 +910,7 @@ class Parser {
       variant.comments = takeComments(current_);
       if (current_.kind != TokenKind::String)
         fail(current_, "a variant name in quotes or '}'");
-      variant.name = unquotedName(current_);
+      variant.name = unquotedVariantName(current_);
       advance();
       variant.body = newPrim(owner);
       {
@@ -699,6 +933,7 @@ class Parser {
   }
 
   void parseProperty(Comments comments) {
+    const Token opAt = current_;
     ListOp op = ListOp::Explicit;
     if (current_.kind == TokenKind::Identifier && isListOpWord(current_.text, op) &&
         peek().kind == TokenKind::Identifier) {
@@ -728,6 +963,7 @@ class Parser {
     } else {
       typeName = parseTypeName("a prim, a property, a variantSet or '}'");
     }
+    const Token nameAt = current_;
     const std::string_view name =
         expectWord(kind == PropertyKind::Relationship ? "the relationship name"
                                                       : "the attribute name after its type");
@@ -737,6 +973,9 @@ class Parser {
       advance();
       field.suffix = expectWord("'connect', 'timeSamples' or 'spline' after '.'");
     }
+    // Only target lists are edited: a relationship's targets and an attribute's connections.
+    if (op != ListOp::Explicit && kind == PropertyKind::Attribute && field.suffix != "connect")
+      fail(opAt, "no list edit on the value of the attribute '" + std::string(name) + "'");
     if (current_.is('=')) {
       advance();
       field.hasValue = true;
@@ -747,7 +986,7 @@ class Parser {
       metadata = parseMetadataBlock();
     if (current_.is(';'))
       advance();
-    mergeProperty(kind, custom, variability, typeName, typeAt, name, std::move(field),
+    mergeProperty(kind, custom, variability, typeName, typeAt, nameAt, std::move(field),
                   std::move(metadata), std::move(comments));
   }
 
@@ -810,17 +1049,26 @@ class Parser {
   }
 
   void mergeProperty(PropertyKind kind, bool custom, Variability variability,
-                     std::string_view typeName, const Token& typeAt, std::string_view name,
+                     std::string_view typeName, const Token& typeAt, const Token& nameAt,
                      PropertyField field, std::vector<MetadataEntry> metadata, Comments comments) {
+    const std::string_view name = nameAt.text;
     auto& properties = propertyBuffers_[bodyLevel_ - 1];
     for (LayerProperty& existing : properties) {
-      if (existing.name != name || existing.kind != kind)
+      if (existing.name != name)
         continue;
+      const std::string quoted = "'" + std::string(name) + "'";
+      if (existing.kind != kind) {
+        fail(typeAt, existing.kind == PropertyKind::Relationship
+                         ? "'rel', as " + quoted + " was declared a relationship"
+                         : "an attribute type, as " + quoted + " was declared an attribute");
+      }
       // One property has one type: its statements are written under the first one's.
       if (!existing.typeName.empty() && !typeName.empty() && existing.typeName != typeName) {
-        fail(typeAt, "the type " + std::string(existing.typeName) + " that '" + std::string(name) +
-                         "' was declared with");
+        fail(typeAt, "the type " + std::string(existing.typeName) + " that " + quoted +
+                         " was declared with");
       }
+      if (existing.variability != variability)
+        fail(typeAt, "the variability that " + quoted + " was declared with");
       existing.custom = existing.custom || custom;
       if (existing.typeName.empty())
         existing.typeName = typeName;
@@ -852,6 +1100,8 @@ class Parser {
   std::vector<std::vector<LayerProperty>> propertyBuffers_;
   std::size_t bodyLevel_ = 0;
   std::unordered_map<std::string_view, TypeShape> shapes_;
+  const char* previousEnd_ = nullptr;  // where the token before the current one ends
+  char previousPunct_ = '\0';          // that token, when it was punctuation
   std::uint32_t commentsTaken_ = 0;
   int depth_ = 0;
 };

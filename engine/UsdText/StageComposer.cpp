@@ -275,7 +275,7 @@ class Composer {
   }
 
   std::uint32_t addProblem(std::string primPath, std::string message) {
-    stage_->problems.push_back({std::move(primPath), std::move(message)});
+    stage_->problems.push_back({std::move(primPath), escapeForMessage(message)});
     return static_cast<std::uint32_t>(stage_->problems.size() - 1);
   }
 
@@ -732,11 +732,11 @@ class Composer {
 
   void applyReorder(const std::vector<OpinionRef>& opinions, std::vector<ChildName>& names) const {
     for (const OpinionRef& opinion : opinions) {
-      if (opinion.layerPrim == kPseudoRoot)
-        continue;
+      const Layer& layer = layerAt(opinion.layer);
+      const bool root = opinion.layerPrim == kPseudoRoot;
       for (const MetadataEntry& reorder :
-           layerAt(opinion.layer).prims[opinion.layerPrim].reorders) {
-        if (reorder.key != "nameChildren")
+           root ? layer.reorders : layer.prims[opinion.layerPrim].reorders) {
+        if (reorder.key != (root ? "rootPrims" : "nameChildren"))
           continue;
         std::vector<std::string> order;
         for (const Value& item : reorder.value.items())

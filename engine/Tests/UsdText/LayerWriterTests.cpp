@@ -33,8 +33,8 @@ TEST(LayerWriterValues, EachKindHasOneCanonicalSpelling) {
 TEST(LayerWriterStatements, QualifiersListOpsAndMetadataLandOnTheRightLines) {
   const LayerReadResult result = readLayerText(
       "statements.usda",
-      "#usda 1.0\n(subLayers=[@a.usda@ (offset=1),@b.usda@] doc=\"d\")\n"
-      "over \"A\" (prepend references = [@x.usda@</X> (scale = 2), </Local>] hidden = true){\n"
+      "#usda 1.0\n(subLayers=[@a.usda@ (offset=1),@b.usda@]; doc=\"d\")\n"
+      "over \"A\" (prepend references = [@x.usda@</X> (scale = 2), </Local>]; hidden = true){\n"
       "custom uniform token t = \"x\" (allowedTokens = [\"x\", \"y\"])\n"
       "custom uniform token t.timeSamples = {0: \"y\"}\n"
       "prepend rel r = </A>\n"
