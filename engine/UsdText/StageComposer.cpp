@@ -238,20 +238,22 @@ class Composer {
   // evaluated first. Empty, with the reason in `error`, when the expression cannot be.
   std::string resolveAsset(std::uint32_t anchorLayer, const std::string& written,
                            std::string& error) const {
-    std::string asset = written;
-    if (isExpression(asset)) {
-      // The root layer's variables win over those of the layer that uses them.
-      ExpressionVariables variables = rootVariables_;
-      if (stage_->layers[anchorLayer].layer)
-        addExpressionVariables(layerAt(anchorLayer), variables);
-      auto value = evaluateExpression(asset, variables, error);
-      if (!value || value->empty()) {
-        if (error.empty())
-          error = "the expression " + asset + " gives an empty path";
-        return {};
-      }
-      asset = std::move(*value);
+    if (!isExpression(written))
+      return resolvePath(anchorLayer, written);
+    // The root layer's variables win over those of the layer that uses them.
+    ExpressionVariables variables = rootVariables_;
+    if (stage_->layers[anchorLayer].layer)
+      addExpressionVariables(layerAt(anchorLayer), variables);
+    const auto value = evaluateExpression(written, variables, error);
+    if (!value || value->empty()) {
+      if (error.empty())
+        error = "the expression " + written + " gives an empty path";
+      return {};
     }
+    return resolvePath(anchorLayer, *value);
+  }
+
+  std::string resolvePath(std::uint32_t anchorLayer, const std::string& asset) const {
     const fs::path path(asset);
     if (path.is_absolute())
       return path.lexically_normal().string();
@@ -432,7 +434,12 @@ class Composer {
           continue;
         if (const Value* selection = entry.value.findEntry(setName);
             selection && selection->itemCount > 0) {
-          return selection->items()[0].decoded();
+          std::string chosen = selection->items()[0].decoded();
+          if (isExpression(chosen)) {
+            std::string error;
+            chosen = evaluateExpression(chosen, rootVariables_, error).value_or("");
+          }
+          return chosen;
         }
       }
     }
