@@ -10,7 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "UsdText/ListEdits.h"
+#include "UsdText/MetadataRules.h"
 #include "UsdText/Tokenizer.h"
 
 namespace orvan::engine {
@@ -62,94 +62,6 @@ bool isListOpWord(std::string_view word, ListOp& op) {
 bool isArcKey(std::string_view key) {
   return key == "references" || key == "payload" || key == "inherits" || key == "specializes" ||
          key == "subLayers";
-}
-
-// Metadata whose value the format fixes, and whether it takes list edits.
-enum class MetadataShape : std::uint8_t {
-  Bool,
-  Text,
-  Number,
-  Dictionary,
-  LayerList,  // subLayers: a list of asset paths
-  ArcList,    // references, payload: assets, asset + path, or internal paths
-  PathList,   // inherits, specializes: prim paths
-  TextList,   // apiSchemas, variantSets: strings
-  PathMap,    // relocates
-};
-
-std::optional<MetadataShape> metadataShape(std::string_view key) {
-  static constexpr std::array<std::pair<std::string_view, MetadataShape>, 33> kKnown{{
-      {"active", MetadataShape::Bool},
-      {"instanceable", MetadataShape::Bool},
-      {"hidden", MetadataShape::Bool},
-      {"kind", MetadataShape::Text},
-      {"doc", MetadataShape::Text},
-      {"documentation", MetadataShape::Text},
-      {"comment", MetadataShape::Text},
-      {"defaultPrim", MetadataShape::Text},
-      {"upAxis", MetadataShape::Text},
-      {"displayName", MetadataShape::Text},
-      {"displayGroup", MetadataShape::Text},
-      {"metersPerUnit", MetadataShape::Number},
-      {"kilogramsPerUnit", MetadataShape::Number},
-      {"startTimeCode", MetadataShape::Number},
-      {"endTimeCode", MetadataShape::Number},
-      {"timeCodesPerSecond", MetadataShape::Number},
-      {"framesPerSecond", MetadataShape::Number},
-      {"startFrame", MetadataShape::Number},
-      {"endFrame", MetadataShape::Number},
-      {"customData", MetadataShape::Dictionary},
-      {"customLayerData", MetadataShape::Dictionary},
-      {"assetInfo", MetadataShape::Dictionary},
-      {"variants", MetadataShape::Dictionary},
-      {"expressionVariables", MetadataShape::Dictionary},
-      {"sdrMetadata", MetadataShape::Dictionary},
-      {"subLayers", MetadataShape::LayerList},
-      {"references", MetadataShape::ArcList},
-      {"payload", MetadataShape::ArcList},
-      {"inherits", MetadataShape::PathList},
-      {"specializes", MetadataShape::PathList},
-      {"apiSchemas", MetadataShape::TextList},
-      {"variantSets", MetadataShape::TextList},
-      {"relocates", MetadataShape::PathMap},
-  }};
-  for (const auto& [name, shape] : kKnown) {
-    if (key == name)
-      return shape;
-  }
-  return std::nullopt;
-}
-
-bool takesListEdits(MetadataShape shape) {
-  return shape == MetadataShape::ArcList || shape == MetadataShape::PathList ||
-         shape == MetadataShape::TextList;
-}
-
-// A prim path as arcs name it: absolute or relative, made of prim names ("..", "." allowed as
-// leading components of relative paths), without properties or variant selections.
-bool isPrimPath(std::string_view path) {
-  if (path.empty())
-    return false;
-  if (path == "/")
-    return false;
-  const bool absolute = path.front() == '/';
-  if (absolute)
-    path.remove_prefix(1);
-  bool leading = !absolute;
-  while (true) {
-    const std::size_t slash = path.find('/');
-    const std::string_view part = path.substr(0, slash);
-    if (leading && (part == ".." || part == ".")) {
-      // relative steps come first
-    } else {
-      leading = false;
-      if (!isIdentifier(part))
-        return false;
-    }
-    if (slash == std::string_view::npos)
-      return true;
-    path.remove_prefix(slash + 1);
-  }
 }
 
 // What shape a value of a declared type must have. Unknown types accept any value, so that
@@ -367,8 +279,13 @@ class Parser {
   }
 
   void advance() {
-    previousEnd_ = current_.text.data() + current_.text.size();
-    previousPunct_ = current_.kind == TokenKind::Punct ? current_.text.front() : '\0';
+    // The line the current token ends on: only a string in triple quotes spans lines.
+    previousLine_ = current_.line;
+    if (current_.kind == TokenKind::String && current_.text.size() >= 6 &&
+        current_.text[1] == current_.text[0]) [[unlikely]] {
+      previousLine_ +=
+          static_cast<std::uint32_t>(std::count(current_.text.begin(), current_.text.end(), '\n'));
+    }
     if (peeked_) {
       current_ = *peeked_;
       peeked_.reset();
@@ -382,13 +299,14 @@ class Parser {
   // Whether the current token starts on a line of its own, or follows one of `separators`: two
   // statements, metadata entries or dictionary entries on one line need a ';' between them.
   bool separated(std::string_view separators) const {
-    if (previousEnd_ == nullptr || separators.find(previousPunct_) != std::string_view::npos)
+    if (current_.line != previousLine_)
       return true;
-    const char* begin = previousEnd_;
-    const char* end = current_.text.data();
-    return begin >= end ||
-           std::string_view(begin, static_cast<std::size_t>(end - begin)).find('\n') !=
-               std::string_view::npos;
+    // On one line only blanks lie between two tokens (a comment would run to the end of it).
+    const char* begin = layer_.source().data();
+    const char* at = current_.text.data();
+    while (at > begin && (at[-1] == ' ' || at[-1] == '\t'))
+      --at;
+    return at == begin || separators.find(at[-1]) != std::string_view::npos;
   }
 
   const Token& peek() {
@@ -472,83 +390,16 @@ class Parser {
 
   // Metadata the format knows must have its type, and only lists take list edits.
   void checkMetadata(const MetadataEntry& entry, const Token& opAt, const Token& valueAt) {
-    const auto shape = metadataShape(entry.key);
-    if (!shape)
+    const auto breach = checkMetadataEntry(entry);
+    if (!breach)
       return;
-    const std::string key = "'" + std::string(entry.key) + "'";
-    if (entry.op != ListOp::Explicit && !takesListEdits(*shape))
-      fail(opAt, "no list edit on " + key);
-    const Value& value = entry.value;
-    if (value.isNone() && *shape != MetadataShape::LayerList)
-      return;
-    switch (*shape) {
-      case MetadataShape::Bool:
-        if (!value.toBool())
-          fail(valueAt, "true or false for " + key);
-        return;
-      case MetadataShape::Text:
-        if (value.kind != ValueKind::String)
-          fail(valueAt, "a quoted string for " + key);
-        return;
-      case MetadataShape::Number:
-        if (!isNumeric(value))
-          fail(valueAt, "a number for " + key);
-        return;
-      case MetadataShape::Dictionary:
-        if (value.kind != ValueKind::Dictionary)
-          fail(valueAt, "a dictionary { ... } for " + key);
-        return;
-      case MetadataShape::PathMap:
-        if (value.kind != ValueKind::PathMap &&
-            !(value.kind == ValueKind::Dictionary && value.itemCount == 0)) {
-          fail(valueAt, "a path mapping { <from>: <to> } for " + key);
-        }
-        return;
-      case MetadataShape::LayerList:
-        if (value.kind != ValueKind::List)
-          fail(valueAt, "a list of asset paths for " + key);
-        for (const Value& item : value.items()) {
-          const bool asset = item.kind == ValueKind::Asset ||
-                             (item.kind == ValueKind::Reference && !item.targetPath());
-          if (!asset)
-            failAtItem(item, valueAt, "an asset path @...@ in every element of " + key);
-        }
-        return;
-      case MetadataShape::ArcList:
-      case MetadataShape::PathList:
-      case MetadataShape::TextList:
-        for (const Value* item : listItems(value))
-          checkListItem(*shape, *item, key, valueAt);
-        return;
-    }
-  }
-
-  void checkListItem(MetadataShape shape, const Value& item, const std::string& key,
-                     const Token& at) {
-    if (shape == MetadataShape::TextList) {
-      if (item.kind != ValueKind::String)
-        failAtItem(item, at, "a quoted string or a list of them for " + key);
-      return;
-    }
-    if (shape == MetadataShape::PathList) {
-      if (item.kind != ValueKind::Path || !isPrimPath(item.decoded()))
-        failAtItem(item, at, "prim paths </...> for " + key);
-      return;
-    }
-    if (item.kind == ValueKind::Asset)
-      return;
-    const auto target = item.targetPath();
-    const bool external = item.kind == ValueKind::Reference && !item.text.empty();
-    const bool named = target && (isPrimPath(*target) || (external && target->empty()));
-    if ((item.kind != ValueKind::Path && item.kind != ValueKind::Reference) || (target && !named) ||
-        (!external && !target)) {
-      const Value* shown = &item;
-      if (item.kind == ValueKind::Reference && target && !named) {
-        for (const Value& part : item.items())
-          shown = part.kind == ValueKind::Path ? &part : shown;
-      }
-      failAtItem(*shown, at,
-                 "an asset @...@ followed by an optional prim path, or a prim path, for " + key);
+    switch (breach->at) {
+      case MetadataBreach::At::ListOp:
+        fail(opAt, breach->expected);
+      case MetadataBreach::At::Value:
+        fail(valueAt, breach->expected);
+      case MetadataBreach::At::Item:
+        failAtItem(*breach->item, valueAt, breach->expected);
     }
   }
 
@@ -1100,9 +951,8 @@ class Parser {
   std::vector<std::vector<LayerProperty>> propertyBuffers_;
   std::size_t bodyLevel_ = 0;
   std::unordered_map<std::string_view, TypeShape> shapes_;
-  const char* previousEnd_ = nullptr;  // where the token before the current one ends
-  char previousPunct_ = '\0';          // that token, when it was punctuation
   std::uint32_t commentsTaken_ = 0;
+  std::uint32_t previousLine_ = 1;  // where the token before the current one ends
   int depth_ = 0;
 };
 

@@ -479,9 +479,6 @@ class Composer {
     std::size_t sites = 0;  // nodes in the prim's tree
     bool reportedDepth = false;
     bool reportedSites = false;
-    // Class arcs that a class arc inside an asset implies at the site that brought the asset in,
-    // waiting until that site's arcs have been expanded.
-    std::vector<std::pair<const Node*, Node>> implied = {};
   };
 
   static std::size_t countNodes(const Node& node) {
@@ -541,7 +538,7 @@ class Composer {
     context.ancestors.push_back(&node);
     for (std::size_t i = 0; i < node.children.size(); ++i)
       expand(node.children[i], context);
-    if (!context.implied.empty())
+    if (!implied_.empty())
       addImpliedArcs(node, context);
     context.ancestors.pop_back();
   }
@@ -551,7 +548,7 @@ class Composer {
     bool added = false;
     for (;;) {
       const std::size_t first = node.children.size();
-      for (auto it = context.implied.begin(); it != context.implied.end();) {
+      for (auto it = implied_.begin(); it != implied_.end();) {
         if (it->first != &node) {
           ++it;
           continue;
@@ -563,7 +560,7 @@ class Composer {
             });
         if (!known)
           node.children.push_back(std::move(it->second));
-        it = context.implied.erase(it);
+        it = implied_.erase(it);
       }
       if (node.children.size() == first)
         break;
@@ -610,8 +607,8 @@ class Composer {
         auto layerPrims = primsAt(site->stack, classPath, any);
         if (any) {
           ++context.sites;
-          context.implied.emplace_back(site, makeArcNode(*site, arc, site->stack, classPath,
-                                                         std::move(layerPrims), context.depth));
+          implied_.emplace_back(site, makeArcNode(*site, arc, site->stack, classPath,
+                                                  std::move(layerPrims), context.depth));
         }
       }
       at = site;
@@ -804,9 +801,32 @@ class Composer {
                        std::uint32_t parentIndex, const std::string& parentPath, int depth,
                        bool proxy) {
     const OpinionRef* only = nullptr;
-    std::vector<ChildName> names = childNames(opinions, only);
-    if (!relocations_.empty())
-      relocateNames(parentPath, names);
+    if (!relocations_.empty()) {
+      composeRelocatedChildren(tree, childNames(opinions, only), only, parentIndex, parentPath,
+                               depth, proxy);
+      return;
+    }
+    for (const ChildName& child : childNames(opinions, only)) {
+      if (!failure_.empty())
+        return;
+      if (only)
+        hint_ = {only->layer, only->layerPrim, child.layerPrim};
+      Node node;
+      const bool mapped = mapNode(tree, child.name, node);
+      hint_ = {};
+      if (!mapped)
+        continue;
+      composePrim(std::move(node), child.name, parentIndex, parentPath, depth + 1, proxy);
+    }
+  }
+
+  // ---- relocations ----
+
+  // composeChildren on a stage with relocations: moved prims leave and arrive.
+  void composeRelocatedChildren(const Node& tree, std::vector<ChildName> names,
+                                const OpinionRef* only, std::uint32_t parentIndex,
+                                const std::string& parentPath, int depth, bool proxy) {
+    relocateNames(parentPath, names);
     for (const ChildName& child : names) {
       if (!failure_.empty())
         return;
@@ -825,8 +845,6 @@ class Composer {
       composePrim(std::move(node), child.name, parentIndex, parentPath, depth + 1, proxy);
     }
   }
-
-  // ---- relocations ----
 
   // Relocations of a `relocates` value, its paths relative to `anchor`. The moved prim's name is
   // kept as a view of the layer's text, which the stage holds.
@@ -901,8 +919,9 @@ class Composer {
         return true;
       }
       PrimArcs arcs;
-      ExpandContext context{&next, soFar, depth, &arcs, {}, countNodes(next), false, false, {}};
+      ExpandContext context{&next, soFar, depth, &arcs, {}, countNodes(next), false, false};
       expand(next, context);
+      implied_.clear();
       tree = std::move(next);
       position = slash + 1;
     }
@@ -994,7 +1013,8 @@ class Composer {
       const bool root = opinion.layerPrim == kPseudoRoot;
       for (const MetadataEntry& reorder :
            root ? layer.reorders : layer.prims[opinion.layerPrim].reorders) {
-        if (reorder.key != (root ? "rootPrims" : "nameChildren"))
+        if (reorder.key !=
+            (root ? std::string_view("rootPrims") : std::string_view("nameChildren")))
           continue;
         std::vector<std::string> order;
         for (const Value& item : reorder.value.items())
@@ -1023,8 +1043,9 @@ class Composer {
       return;
     }
     PrimArcs arcs;
-    ExpandContext context{&tree, path, depth, &arcs, {}, countNodes(tree), false, false, {}};
+    ExpandContext context{&tree, path, depth, &arcs, {}, countNodes(tree), false, false};
     expand(tree, context);
+    implied_.clear();
     sites_ += context.sites;
     if (sites_ > options_.limits.maxSites) {
       failure_ = "composing the stage takes more than " + std::to_string(options_.limits.maxSites) +
@@ -1114,7 +1135,10 @@ class Composer {
   const ComposeOptions& options_;
   ExpressionVariables rootVariables_;
   std::deque<Relocation> relocations_;  // of the root layer stack, in stage namespace
-  const Node* pseudoRoot_ = nullptr;    // while composing
+  // Class arcs that a class arc inside an asset implies at the site that brought the asset in,
+  // waiting until that site's arcs have been expanded (one prim's expansion at a time).
+  std::vector<std::pair<const Node*, Node>> implied_;
+  const Node* pseudoRoot_ = nullptr;  // while composing
   fs::path confinementRoot_;
   std::unordered_map<std::string, bool> outside_;
   std::string failure_;

@@ -1,5 +1,7 @@
 #include "UsdText/Tokenizer.h"
 
+#include <algorithm>
+
 namespace orvan::engine {
 namespace {
 
@@ -113,6 +115,8 @@ std::size_t wordCharLength(std::string_view text, std::size_t at) {
 bool isIdentifier(std::string_view text) {
   if (text.empty() || wordStartLength(text, 0) == 0)
     return false;
+  if (std::all_of(text.begin(), text.end(), isWordChar))
+    return true;
   for (std::size_t at = 0; at < text.size();) {
     const std::size_t length = wordCharLength(text, at);
     if (length == 0)
@@ -250,8 +254,10 @@ Token Tokenizer::next() {
   }
   if (isDigit(c) || c == '-' || c == '+')
     return lexNumber(start, line, column);
-  if (wordStartLength(source_, position_) != 0)
+  if (isWordStart(c) ||
+      (static_cast<unsigned char>(c) >= 0x80 && utf8LetterLength(source_, position_) != 0)) {
     return lexWord(start, line, column);
+  }
   return invalid("a word, a number, a string, an asset, a path or punctuation", line, column,
                  start);
 }
@@ -364,7 +370,20 @@ Token Tokenizer::lexNumber(std::size_t start, std::uint32_t line, std::uint32_t 
 
 Token Tokenizer::lexWord(std::size_t start, std::uint32_t line, std::uint32_t column) {
   while (position_ < source_.size()) {
-    if (const std::size_t length = wordCharLength(source_, position_); length != 0) {
+    if (isWordChar(source_[position_])) {
+      ++position_;
+      continue;
+    }
+    // The usual namespace, "primvars:displayColor", first.
+    if (source_[position_] == ':' && position_ + 1 < source_.size() &&
+        isWordStart(source_[position_ + 1])) {
+      position_ += 2;
+      continue;
+    }
+    if (static_cast<unsigned char>(source_[position_]) >= 0x80) {
+      const std::size_t length = utf8LetterLength(source_, position_);
+      if (length == 0)
+        break;
       position_ += length;
       continue;
     }
