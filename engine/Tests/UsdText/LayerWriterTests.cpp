@@ -136,5 +136,34 @@ TEST(LayerWriterBuilt, EquivalenceNoticesEveryKindOfDifference) {
   }
 }
 
+TEST(LayerWriterStatements, TheLayersReorderStatementFollowsItsMetadataWithItsComments) {
+  const LayerReadResult result = readLayerText(
+      "order.usda",
+      "#usda 1.0\n# header\n\ndef \"A\" {}\n# the order\nreorder rootPrims = [\"B\", \"A\"]\n"
+      "def \"B\" {}\n");
+  ASSERT_TRUE(result.ok()) << result.error->describe();
+  const std::string written = writeLayer(*result.layer);
+  EXPECT_EQ(written,
+            "#usda 1.0\n"
+            "# header\n"
+            "(\n"
+            ")\n"
+            "\n"
+            "# the order\n"
+            "reorder rootPrims = [\"B\", \"A\"]\n"
+            "\n"
+            "def \"A\"\n"
+            "{\n"
+            "}\n"
+            "\n"
+            "def \"B\"\n"
+            "{\n"
+            "}\n");
+  const LayerReadResult again = readLayerText("order.usda", written);
+  ASSERT_TRUE(again.ok()) << again.error->describe();
+  EXPECT_TRUE(again.layer->equivalentTo(*result.layer));
+  EXPECT_EQ(writeLayer(*again.layer), written);
+}
+
 }  // namespace
 }  // namespace orvan::engine
