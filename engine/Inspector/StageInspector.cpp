@@ -93,6 +93,34 @@ std::string rawValueText(const ComposedProperty& property) {
   return {};
 }
 
+// An instance proxy repeats its prototype's values, once per instance: a mesh instanced thousands
+// of times would write its points thousands of times. On a proxy an array of more than
+// kProxyArrayItems items, or time samples that hold one, is left out and its value says so:
+// "[N items, left out on instance proxies]" or "{N samples, left out on instance proxies}".
+// The text cannot be read as a value, so nothing mistakes it for one.
+std::optional<std::string> proxyValueLeftOut(const ComposedProperty& property) {
+  const auto large = [](const Value& value) {
+    return value.kind == ValueKind::List && value.itemCount > kProxyArrayItems;
+  };
+  if (property.kind == PropertyKind::Relationship)
+    return std::nullopt;
+  if (property.value) {
+    if (!large(*property.value))
+      return std::nullopt;
+    return "[" + std::to_string(property.value->itemCount) +
+           " items, left out on instance proxies]";
+  }
+  if (!property.timeSamples)
+    return std::nullopt;
+  const auto samples = property.timeSamples->items();
+  const bool any = std::any_of(samples.begin(), samples.end(), [&](const Value& sample) {
+    return sample.itemCount > 0 && large(sample.items()[0]);
+  });
+  if (!any)
+    return std::nullopt;
+  return "{" + std::to_string(samples.size()) + " samples, left out on instance proxies}";
+}
+
 // Whether an authored prim says anything of its own beyond holding children.
 bool saysSomething(const LayerPrim& prim) {
   return prim.specifier != Specifier::Over || !prim.typeName.empty() || !prim.metadata.empty() ||
@@ -479,7 +507,8 @@ class Inspector {
       attribute.name = std::string(authored.name);
       attribute.type = authored.kind == PropertyKind::Relationship ? std::string("rel")
                                                                    : std::string(authored.typeName);
-      attribute.value = rawValueText(authored);
+      auto leftOut = prim.instanceProxy ? proxyValueLeftOut(authored) : std::nullopt;
+      attribute.value = leftOut ? std::move(*leftOut) : rawValueText(authored);
       writeMarks(propertyMarks(authored), attribute);
       detail.attributes.push_back(std::move(attribute));
     }

@@ -15,6 +15,10 @@ namespace orvan::engine {
 // prims takes about 3.2 GB).
 inline constexpr std::uint64_t kDefaultMaxInspectionBytes = 4ull << 30;
 
+// Raw attribute values of instance proxies that are arrays of more items than this are left out
+// (see proxyValueLeftOut in StageInspector.cpp and engine/README.md).
+inline constexpr std::uint32_t kProxyArrayItems = 16;
+
 struct InspectOptions {
   // The layer that override marks are measured against, by identifier (absolute path), by path
   // relative to the scene's folder, or by file name. Empty: the layer the editor would pick by

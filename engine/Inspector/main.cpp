@@ -21,7 +21,10 @@ constexpr const char* kUsage =
 // Every failure is one line "file:line:column: reason"; 0:0 stands for the file as a whole.
 int fail(const std::string& file, std::uint32_t line, std::uint32_t column,
          const std::string& reason) {
-  std::fprintf(stderr, "%s:%u:%u: %s\n", file.c_str(), line, column, reason.c_str());
+  // The line is valid UTF-8 whatever bytes the scene's name or its text held.
+  const std::string where = orvan::engine::escapeForMessage(file);
+  const std::string why = orvan::engine::escapeForMessage(reason);
+  std::fprintf(stderr, "%s:%u:%u: %s\n", where.c_str(), line, column, why.c_str());
   return 1;
 }
 

@@ -188,7 +188,7 @@ std::string Layer::primPath(std::uint32_t index) const {
 bool Layer::equivalentTo(const Layer& other) const {
   if (version != other.version || metadata != other.metadata ||
       headerComments != other.headerComments || trailingComments != other.trailingComments ||
-      rootPrims.size() != other.rootPrims.size()) {
+      reorders != other.reorders || rootPrims.size() != other.rootPrims.size()) {
     return false;
   }
   for (std::size_t i = 0; i < rootPrims.size(); ++i) {

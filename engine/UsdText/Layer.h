@@ -133,6 +133,7 @@ class Layer {
   std::vector<MetadataEntry> metadata;
   Comments headerComments;
   Comments trailingComments;
+  std::vector<MetadataEntry> reorders;  // "reorder rootPrims = [...]" statements
   std::vector<std::uint32_t> rootPrims;
   std::vector<LayerPrim> prims;
 

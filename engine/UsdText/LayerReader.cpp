@@ -10,6 +10,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "UsdText/MetadataRules.h"
 #include "UsdText/Tokenizer.h"
 
 namespace orvan::engine {
@@ -38,7 +39,7 @@ std::string describeToken(const Token& token) {
   std::string shown;
   for (const char c : text)
     shown += (c == '\n' || c == '\r') ? ' ' : c;
-  return "'" + shown + (token.text.size() > 24 ? "...'" : "'");
+  return "'" + escapeForMessage(shown) + (token.text.size() > 24 ? "...'" : "'");
 }
 
 bool isListOpWord(std::string_view word, ListOp& op) {
@@ -63,25 +64,10 @@ bool isArcKey(std::string_view key) {
          key == "subLayers";
 }
 
-bool isValidPrimName(std::string_view name) {
-  if (name.empty())
-    return false;
-  const char first = name.front();
-  if (!((first >= 'a' && first <= 'z') || (first >= 'A' && first <= 'Z') || first == '_'))
-    return false;
-  for (const char c : name) {
-    const bool ok =
-        (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '_';
-    if (!ok)
-      return false;
-  }
-  return true;
-}
-
 // What shape a value of a declared type must have. Unknown types accept any value, so that
 // layers with types this engine does not know still read and write back unchanged.
 struct TypeShape {
-  enum Kind { Any, Scalar, Text, Asset, Tuple, Matrix, Dictionary } kind = Any;
+  enum Kind { Any, Scalar, Text, Token, Asset, Tuple, Matrix, Dictionary } kind = Any;
   int arity = 0;
 };
 
@@ -92,8 +78,10 @@ TypeShape shapeOf(std::string_view type) {
     if (type == scalar)
       return {TypeShape::Scalar, 1};
   }
-  if (type == "string" || type == "token")
+  if (type == "string")
     return {TypeShape::Text, 1};
+  if (type == "token")
+    return {TypeShape::Token, 1};
   if (type == "asset")
     return {TypeShape::Asset, 1};
   if (type == "dictionary")
@@ -145,8 +133,12 @@ bool fitsShape(const Value& value, const TypeShape& shape) {
       return isNumeric(value);
     case TypeShape::Text:
       return value.kind == ValueKind::String;
+    case TypeShape::Token:
+      // Other readers write a path where a token names a prim; it reads as that token.
+      return value.kind == ValueKind::String || value.kind == ValueKind::Path;
     case TypeShape::Asset:
-      return value.kind == ValueKind::Asset;
+      // A quoted string is an asset path too.
+      return value.kind == ValueKind::Asset || value.kind == ValueKind::String;
     case TypeShape::Dictionary:
       return value.kind == ValueKind::Dictionary;
     case TypeShape::Tuple:
@@ -168,6 +160,7 @@ std::string describeShape(std::string_view type, const TypeShape& shape) {
     case TypeShape::Scalar:
       return "a number for " + std::string(type);
     case TypeShape::Text:
+    case TypeShape::Token:
       return "a quoted string for " + std::string(type);
     case TypeShape::Asset:
       return "an asset path @...@ for " + std::string(type);
@@ -199,7 +192,13 @@ class Parser {
     if (current_.is('('))
       layer_.metadata = parseMetadataBlock();
     while (current_.kind != TokenKind::End) {
+      if (!separated("{}();"))
+        fail(current_, "a new line or ';' before the next statement");
       Comments comments = takeComments(current_);
+      if (current_.isWord("reorder") && peek().isWord("rootPrims")) {
+        layer_.reorders.push_back(parseReorder(std::move(comments)));
+        continue;
+      }
       layer_.rootPrims.push_back(parsePrim(kNoPrim, std::move(comments)));
     }
     checkSiblingNames(layer_.rootPrims);
@@ -243,6 +242,25 @@ class Parser {
     throw ParseFailure{at.line, at.column, "expected " + expected + ", found " + describeToken(at)};
   }
 
+  // Fails at an item of a value already read when its text lies in the source (strings, assets,
+  // paths, words, numbers), else at `fallback`, the token that started the value.
+  [[noreturn]] void failAtItem(const Value& item, const Token& fallback,
+                               const std::string& expected) {
+    const std::string_view source = layer_.source();
+    const char* at = item.text.data();
+    if (item.text.empty() || at < source.data() || at >= source.data() + source.size())
+      fail(fallback, expected);
+    Token token;
+    token.kind = TokenKind::String;
+    token.text = item.text;
+    const std::string_view before(source.data(), static_cast<std::size_t>(at - source.data()));
+    token.line = static_cast<std::uint32_t>(std::count(before.begin(), before.end(), '\n')) + 1;
+    const std::size_t lineStart = before.rfind('\n');
+    token.column = static_cast<std::uint32_t>(
+        lineStart == std::string_view::npos ? before.size() + 1 : before.size() - lineStart);
+    fail(token, expected);
+  }
+
   void readHeader() {
     const std::string_view source = layer_.source();
     const std::string_view magic = "#usda ";
@@ -261,6 +279,13 @@ class Parser {
   }
 
   void advance() {
+    // The line the current token ends on: only a string in triple quotes spans lines.
+    previousLine_ = current_.line;
+    if (current_.kind == TokenKind::String && current_.text.size() >= 6 &&
+        current_.text[1] == current_.text[0]) [[unlikely]] {
+      previousLine_ +=
+          static_cast<std::uint32_t>(std::count(current_.text.begin(), current_.text.end(), '\n'));
+    }
     if (peeked_) {
       current_ = *peeked_;
       peeked_.reset();
@@ -269,6 +294,19 @@ class Parser {
     }
     if (current_.kind == TokenKind::Invalid)
       fail(current_, current_.problem);
+  }
+
+  // Whether the current token starts on a line of its own, or follows one of `separators`: two
+  // statements, metadata entries or dictionary entries on one line need a ';' between them.
+  bool separated(std::string_view separators) const {
+    if (current_.line != previousLine_)
+      return true;
+    // On one line only blanks lie between two tokens (a comment would run to the end of it).
+    const char* begin = layer_.source().data();
+    const char* at = current_.text.data();
+    while (at > begin && (at[-1] == ' ' || at[-1] == '\t'))
+      --at;
+    return at == begin || separators.find(at[-1]) != std::string_view::npos;
   }
 
   const Token& peek() {
@@ -318,6 +356,8 @@ class Parser {
     while (!current_.is(')')) {
       if (current_.kind == TokenKind::End)
         fail(current_, "')' to close the metadata");
+      if (!entries.empty() && !separated("(;"))
+        fail(current_, "a new line or ';' between metadata entries");
       MetadataEntry entry;
       entry.comments = takeComments(current_);
       entry.line = current_.line;
@@ -327,6 +367,7 @@ class Parser {
         entry.value = Value::ofKind(ValueKind::String, current_.text);
         advance();
       } else {
+        const Token opAt = current_;
         if (current_.kind == TokenKind::Identifier && isListOpWord(current_.text, entry.op) &&
             peek().kind == TokenKind::Identifier) {
           advance();
@@ -335,7 +376,9 @@ class Parser {
         }
         entry.key = expectWord("a metadata name or ')'");
         expect('=', "'=' after the metadata name");
+        const Token valueAt = current_;
         entry.value = parseValue(isArcKey(entry.key));
+        checkMetadata(entry, opAt, valueAt);
       }
       entries.push_back(std::move(entry));
       if (current_.is(';'))
@@ -343,6 +386,21 @@ class Parser {
     }
     advance();
     return entries;
+  }
+
+  // Metadata the format knows must have its type, and only lists take list edits.
+  void checkMetadata(const MetadataEntry& entry, const Token& opAt, const Token& valueAt) {
+    const auto breach = checkMetadataEntry(entry);
+    if (!breach)
+      return;
+    switch (breach->at) {
+      case MetadataBreach::At::ListOp:
+        fail(opAt, breach->expected);
+      case MetadataBreach::At::Value:
+        fail(valueAt, breach->expected);
+      case MetadataBreach::At::Item:
+        failAtItem(*breach->item, valueAt, breach->expected);
+    }
   }
 
   Value parseValue(bool allowArcs = false) {
@@ -440,6 +498,8 @@ class Parser {
     if (current_.kind == TokenKind::Path)
       return parsePathMapping(start);
     while (!current_.is('}')) {
+      if (!separated("{;,"))
+        fail(current_, "a new line or ';' between dictionary entries");
       const std::string_view typeName = parseTypeName("a type name or '}' in the dictionary");
       if (current_.kind != TokenKind::Identifier && current_.kind != TokenKind::String) {
         fail(current_, "a key after the type in the dictionary");
@@ -604,14 +664,25 @@ class Parser {
     return index;
   }
 
-  std::string_view unquotedName(const Token& token) {
+  static std::string_view unquoted(const Token& token) {
     const std::size_t quote =
         token.text.size() >= 6 && token.text[1] == token.text[0] && token.text[2] == token.text[0]
             ? 3
             : 1;
-    const std::string_view name = token.text.substr(quote, token.text.size() - 2 * quote);
-    if (!isValidPrimName(name))
+    return token.text.substr(quote, token.text.size() - 2 * quote);
+  }
+
+  std::string_view unquotedName(const Token& token) {
+    const std::string_view name = unquoted(token);
+    if (!isIdentifier(name))
       fail(token, "a prim name made of letters, digits and '_'");
+    return name;
+  }
+
+  std::string_view unquotedVariantName(const Token& token) {
+    const std::string_view name = unquoted(token);
+    if (!isVariantName(name))
+      fail(token, "a name made of letters, digits, '_', '|', '-' and '.'");
     return name;
   }
 
@@ -626,6 +697,8 @@ class Parser {
       if (current_.kind == TokenKind::End) {
         fail(current_, "'}' to close the block opened at line " + std::to_string(open.line));
       }
+      if (!separated("{};"))
+        fail(current_, "a new line or ';' before the next statement");
       Comments comments = takeComments(current_);
       if (current_.isWord("def") || current_.isWord("over") || current_.isWord("class")) {
         const std::uint32_t child = parsePrim(index, std::move(comments));
@@ -634,17 +707,7 @@ class Parser {
         parseVariantSet(index, std::move(comments));
       } else if (current_.isWord("reorder") &&
                  (peek().isWord("nameChildren") || peek().isWord("properties"))) {
-        advance();
-        MetadataEntry entry;
-        entry.op = ListOp::Reorder;
-        entry.comments = std::move(comments);
-        entry.key = current_.text;
-        advance();
-        expect('=', "'=' after the reorder statement");
-        const Token at = current_;
-        entry.value = parseValue();
-        if (entry.value.kind != ValueKind::List)
-          fail(at, "a list of names");
+        MetadataEntry entry = parseReorder(std::move(comments));
         layer_.prims[index].reorders.push_back(std::move(entry));
       } else {
         parseProperty(std::move(comments));
@@ -660,13 +723,35 @@ class Parser {
     advance();
   }
 
+  // reorder nameChildren|properties|rootPrims = ["a", "b"]
+  MetadataEntry parseReorder(Comments comments) {
+    advance();
+    MetadataEntry entry;
+    entry.op = ListOp::Reorder;
+    entry.comments = std::move(comments);
+    entry.line = current_.line;
+    entry.column = current_.column;
+    entry.key = current_.text;
+    advance();
+    expect('=', "'=' after the reorder statement");
+    const Token at = current_;
+    entry.value = parseValue();
+    if (entry.value.kind != ValueKind::List)
+      fail(at, "a list of names");
+    for (const Value& item : entry.value.items()) {
+      if (item.kind != ValueKind::String)
+        failAtItem(item, at, "a list of names in quotes");
+    }
+    return entry;
+  }
+
   void parseVariantSet(std::uint32_t owner, Comments comments) {
     NestingGuard guard(*this, current_);
     advance();
     if (current_.kind != TokenKind::String)
       fail(current_, "the variant set name in quotes");
     LayerVariantSet set;
-    set.name = unquotedName(current_);
+    set.name = unquotedVariantName(current_);
     set.comments = std::move(comments);
     advance();
     expect('=', "'=' after the variant set name");
@@ -676,7 +761,7 @@ class Parser {
       variant.comments = takeComments(current_);
       if (current_.kind != TokenKind::String)
         fail(current_, "a variant name in quotes or '}'");
-      variant.name = unquotedName(current_);
+      variant.name = unquotedVariantName(current_);
       advance();
       variant.body = newPrim(owner);
       {
@@ -699,6 +784,7 @@ class Parser {
   }
 
   void parseProperty(Comments comments) {
+    const Token opAt = current_;
     ListOp op = ListOp::Explicit;
     if (current_.kind == TokenKind::Identifier && isListOpWord(current_.text, op) &&
         peek().kind == TokenKind::Identifier) {
@@ -728,6 +814,7 @@ class Parser {
     } else {
       typeName = parseTypeName("a prim, a property, a variantSet or '}'");
     }
+    const Token nameAt = current_;
     const std::string_view name =
         expectWord(kind == PropertyKind::Relationship ? "the relationship name"
                                                       : "the attribute name after its type");
@@ -737,6 +824,9 @@ class Parser {
       advance();
       field.suffix = expectWord("'connect', 'timeSamples' or 'spline' after '.'");
     }
+    // Only target lists are edited: a relationship's targets and an attribute's connections.
+    if (op != ListOp::Explicit && kind == PropertyKind::Attribute && field.suffix != "connect")
+      fail(opAt, "no list edit on the value of the attribute '" + std::string(name) + "'");
     if (current_.is('=')) {
       advance();
       field.hasValue = true;
@@ -747,7 +837,7 @@ class Parser {
       metadata = parseMetadataBlock();
     if (current_.is(';'))
       advance();
-    mergeProperty(kind, custom, variability, typeName, typeAt, name, std::move(field),
+    mergeProperty(kind, custom, variability, typeName, typeAt, nameAt, std::move(field),
                   std::move(metadata), std::move(comments));
   }
 
@@ -810,17 +900,26 @@ class Parser {
   }
 
   void mergeProperty(PropertyKind kind, bool custom, Variability variability,
-                     std::string_view typeName, const Token& typeAt, std::string_view name,
+                     std::string_view typeName, const Token& typeAt, const Token& nameAt,
                      PropertyField field, std::vector<MetadataEntry> metadata, Comments comments) {
+    const std::string_view name = nameAt.text;
     auto& properties = propertyBuffers_[bodyLevel_ - 1];
     for (LayerProperty& existing : properties) {
-      if (existing.name != name || existing.kind != kind)
+      if (existing.name != name)
         continue;
+      const std::string quoted = "'" + std::string(name) + "'";
+      if (existing.kind != kind) {
+        fail(typeAt, existing.kind == PropertyKind::Relationship
+                         ? "'rel', as " + quoted + " was declared a relationship"
+                         : "an attribute type, as " + quoted + " was declared an attribute");
+      }
       // One property has one type: its statements are written under the first one's.
       if (!existing.typeName.empty() && !typeName.empty() && existing.typeName != typeName) {
-        fail(typeAt, "the type " + std::string(existing.typeName) + " that '" + std::string(name) +
-                         "' was declared with");
+        fail(typeAt, "the type " + std::string(existing.typeName) + " that " + quoted +
+                         " was declared with");
       }
+      if (existing.variability != variability)
+        fail(typeAt, "the variability that " + quoted + " was declared with");
       existing.custom = existing.custom || custom;
       if (existing.typeName.empty())
         existing.typeName = typeName;
@@ -853,6 +952,7 @@ class Parser {
   std::size_t bodyLevel_ = 0;
   std::unordered_map<std::string_view, TypeShape> shapes_;
   std::uint32_t commentsTaken_ = 0;
+  std::uint32_t previousLine_ = 1;  // where the token before the current one ends
   int depth_ = 0;
 };
 

@@ -15,13 +15,18 @@ class Writer {
     writeComments(layer_.headerComments);
     // The reader gives every comment before the first statement to the header, so an empty
     // metadata block marks where the header's comments end and the first prim's begin.
-    const bool firstHasComments = layer_.rootPrims.empty()
-                                      ? !layer_.trailingComments.empty()
-                                      : !layer_.prims[layer_.rootPrims.front()].comments.empty();
+    const bool firstHasComments =
+        !layer_.reorders.empty()   ? !layer_.reorders.front().comments.empty()
+        : layer_.rootPrims.empty() ? !layer_.trailingComments.empty()
+                                   : !layer_.prims[layer_.rootPrims.front()].comments.empty();
     if (!layer_.metadata.empty() || firstHasComments) {
       out_ += "(\n";
       writeMetadataEntries(layer_.metadata, 1);
       out_ += ")\n";
+    }
+    for (const MetadataEntry& reorder : layer_.reorders) {
+      out_ += '\n';
+      writeReorder(reorder);
     }
     for (const std::uint32_t root : layer_.rootPrims) {
       out_ += '\n';
@@ -240,13 +245,7 @@ class Writer {
     };
     for (const MetadataEntry& reorder : prim.reorders) {
       first = false;
-      writeComments(reorder.comments);
-      indent();
-      out_ += "reorder ";
-      out_ += reorder.key;
-      out_ += " = ";
-      writeValue(reorder.value);
-      out_ += '\n';
+      writeReorder(reorder);
     }
     for (const LayerProperty& property : prim.properties) {
       first = false;
@@ -262,6 +261,16 @@ class Writer {
     }
     writeComments(prim.trailingComments);
     --level_;
+  }
+
+  void writeReorder(const MetadataEntry& reorder) {
+    writeComments(reorder.comments);
+    indent();
+    out_ += "reorder ";
+    out_ += reorder.key;
+    out_ += " = ";
+    writeValue(reorder.value);
+    out_ += '\n';
   }
 
   void writeVariantSet(const LayerVariantSet& set) {

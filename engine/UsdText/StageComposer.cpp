@@ -1,11 +1,13 @@
 #include "UsdText/StageComposer.h"
 
 #include <algorithm>
+#include <deque>
 #include <filesystem>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
 
+#include "UsdText/Expressions.h"
 #include "UsdText/LayerReader.h"
 #include "UsdText/ListEdits.h"
 #include "UsdText/PathMapping.h"
@@ -66,6 +68,13 @@ struct PrimArcs {
   bool hasArcs = false;
   bool hasPayload = false;
   bool payloadLoaded = false;
+};
+
+// A prim moved to another path by `relocates`.
+struct Relocation {
+  std::string from;
+  std::string to;
+  std::string_view name;  // the last name of `to`, in the layer's text
 };
 
 struct ArcItem {
@@ -133,7 +142,12 @@ class Composer {
     stage_ = std::make_shared<Stage>();
     const std::uint32_t rootIndex = addLayer(rootPath, std::move(root), "", 0, true);
     stage_->layers[rootIndex].root = true;
+    addExpressionVariables(layerAt(rootIndex), rootVariables_);
     const std::uint32_t rootStack = layerStackFor(rootIndex, true);
+    for (const std::uint32_t layer : stacks_[rootStack].layers) {
+      if (const MetadataEntry* relocates = layerAt(layer).findMetadata("relocates"))
+        addRelocations(relocates->value, "/");
+    }
 
     std::size_t layerPrims = 0;
     for (const std::uint32_t layer : stacks_[rootStack].layers)
@@ -148,7 +162,9 @@ class Composer {
     std::vector<OpinionRef> opinions;
     for (const std::uint32_t layer : stacks_[rootStack].layers)
       opinions.push_back({layer, kPseudoRoot, &pseudoRoot});
+    pseudoRoot_ = &pseudoRoot;
     composeChildren(pseudoRoot, opinions, kNoPrim, "", 0, false);
+    pseudoRoot_ = nullptr;
     if (!failure_.empty())
       return nullptr;
     stage_->buildPathIndex();
@@ -222,7 +238,26 @@ class Composer {
     return text.substr(0, 512).find('\0') != std::string_view::npos;
   }
 
-  std::string resolveAsset(std::uint32_t anchorLayer, const std::string& asset) const {
+  // The file an asset path names, relative to the layer that authored it; an expression is
+  // evaluated first. Empty, with the reason in `error`, when the expression cannot be.
+  std::string resolveAsset(std::uint32_t anchorLayer, const std::string& written,
+                           std::string& error) const {
+    if (!isExpression(written))
+      return resolvePath(anchorLayer, written);
+    // The root layer's variables win over those of the layer that uses them.
+    ExpressionVariables variables = rootVariables_;
+    if (stage_->layers[anchorLayer].layer)
+      addExpressionVariables(layerAt(anchorLayer), variables);
+    const auto value = evaluateExpression(written, variables, error);
+    if (!value || value->empty()) {
+      if (error.empty())
+        error = "the expression " + written + " gives an empty path";
+      return {};
+    }
+    return resolvePath(anchorLayer, *value);
+  }
+
+  std::string resolvePath(std::uint32_t anchorLayer, const std::string& asset) const {
     const fs::path path(asset);
     if (path.is_absolute())
       return path.lexically_normal().string();
@@ -253,7 +288,13 @@ class Composer {
                                               std::to_string(statement->column) + ": "
                                         : std::string();
     for (const std::string& subLayer : subLayers) {
-      const std::string path = resolveAsset(layerIndex, subLayer);
+      std::string error;
+      const std::string path = resolveAsset(layerIndex, subLayer, error);
+      if (path.empty()) {
+        addProblem("", where + "The sublayer '" + subLayer + "' of " +
+                           stage_->layers[layerIndex].name + " is left out: " + error);
+        continue;
+      }
       if (muted_.count(path) != 0) {
         if (layerByPath_.count(path) == 0) {
           const std::uint32_t mutedIndex = addLayer(path, nullptr, "", depth + 1, inRoot);
@@ -261,7 +302,6 @@ class Composer {
         }
         continue;
       }
-      std::string error;
       const auto index = loadLayer(path, depth + 1, inRoot, error);
       if (!index) {
         addProblem("", where + "The sublayer '" + subLayer + "' of " +
@@ -279,7 +319,7 @@ class Composer {
   }
 
   std::uint32_t addProblem(std::string primPath, std::string message) {
-    stage_->problems.push_back({std::move(primPath), std::move(message)});
+    stage_->problems.push_back({std::move(primPath), escapeForMessage(message)});
     return static_cast<std::uint32_t>(stage_->problems.size() - 1);
   }
 
@@ -398,7 +438,12 @@ class Composer {
           continue;
         if (const Value* selection = entry.value.findEntry(setName);
             selection && selection->itemCount > 0) {
-          return selection->items()[0].decoded();
+          std::string chosen = selection->items()[0].decoded();
+          if (isExpression(chosen)) {
+            std::string error;
+            chosen = evaluateExpression(chosen, rootVariables_, error).value_or("");
+          }
+          return chosen;
         }
       }
     }
@@ -497,7 +542,81 @@ class Composer {
     context.ancestors.push_back(&node);
     for (std::size_t i = 0; i < node.children.size(); ++i)
       expand(node.children[i], context);
+    if (!implied_.empty())
+      addImpliedArcs(node, context);
     context.ancestors.pop_back();
+  }
+
+  // Adds and expands the class arcs implied at `node`, then puts its arcs back in strength order.
+  void addImpliedArcs(Node& node, ExpandContext& context) {
+    bool added = false;
+    for (;;) {
+      const std::size_t first = node.children.size();
+      for (auto it = implied_.begin(); it != implied_.end();) {
+        if (it->first != &node) {
+          ++it;
+          continue;
+        }
+        const Node& arc = it->second;
+        const bool known =
+            std::any_of(node.children.begin(), node.children.end(), [&](const Node& c) {
+              return c.arc == arc.arc && c.stack == arc.stack && c.path == arc.path;
+            });
+        if (!known)
+          node.children.push_back(std::move(it->second));
+        it = implied_.erase(it);
+      }
+      if (node.children.size() == first)
+        break;
+      added = true;
+      for (std::size_t i = first; i < node.children.size(); ++i)
+        expand(node.children[i], context);
+    }
+    if (!added)
+      return;
+    context.arcs->hasArcs = true;
+    std::stable_sort(node.children.begin(), node.children.end(), [](const Node& a, const Node& b) {
+      if (a.arc != b.arc)
+        return a.arc < b.arc;
+      return a.introDepth > b.introDepth;
+    });
+  }
+
+  // A class arc inside a referenced asset reaches out of it: the class's path, carried across the
+  // reference (a root prim keeps its path), names the class at the site that referenced the
+  // asset, and the opinions found there on it are stronger than the asset's own. So a stage's
+  // `over` on a class changes every asset that inherits that class.
+  void implyClassArc(const Node& node, ExpandContext& context, ArcType arc, std::string classPath) {
+    const Node* at = &node;
+    // The tree's parent of each node is the site whose arc brought it in.
+    for (std::size_t level = context.ancestors.size(); level > 0; --level) {
+      const Node* site = context.ancestors[level - 1];
+      if (at->mapping && at->mapping != site->mapping) {
+        const PathMapping& mapping = *at->mapping;
+        if (hasPrefixPath(classPath, mapping.from)) {
+          classPath = mapping.to + classPath.substr(mapping.from.size());
+        } else if (mapping.from.find('/', 1) != std::string::npos) {
+          return;  // an arc to a prim below the root carries only its own namespace
+        }
+      }
+      const auto related = [&](const Node* other) {
+        return other->stack == site->stack && namespaceRelated(other->path, classPath);
+      };
+      if (std::any_of(context.ancestors.begin(),
+                      context.ancestors.begin() + static_cast<std::ptrdiff_t>(level), related)) {
+        return;  // the class is what brought the asset in: implying it again would be a cycle
+      }
+      if (site->stack != at->stack && context.sites < kMaxPrimSites && level < kMaxArcDepth) {
+        bool any = false;
+        auto layerPrims = primsAt(site->stack, classPath, any);
+        if (any) {
+          ++context.sites;
+          implied_.emplace_back(site, makeArcNode(*site, arc, site->stack, classPath,
+                                                  std::move(layerPrims), context.depth));
+        }
+      }
+      at = site;
+    }
   }
 
   // An arc closes a cycle when its site is, or lies above or below, a site already on the way
@@ -554,6 +673,9 @@ class Composer {
       std::string path = absolutePath(*target, node.path);
       bool any = false;
       auto layerPrims = primsAt(node.stack, path, any);
+      // Inside an asset the class may be written only where the asset is used.
+      if (node.arc != ArcType::Root)
+        implyClassArc(node, context, arc, path);
       if (!any)
         continue;  // a class nobody wrote yet is no error
       const std::string what = std::string(arc == ArcType::Inherit ? "inherit" : "specialize") +
@@ -632,8 +754,8 @@ class Composer {
       std::uint32_t stack = node.stack;
       if (!asset.empty()) {
         std::string error;
-        const std::string path = resolveAsset(item.layer, asset);
-        const auto layer = loadLayer(path, 0, false, error);
+        const std::string path = resolveAsset(item.layer, asset, error);
+        const auto layer = path.empty() ? std::nullopt : loadLayer(path, 0, false, error);
         if (!layer) {
           problem(std::string("The ") + what + " to '" + asset + "' is left out: " + error);
           continue;
@@ -683,6 +805,11 @@ class Composer {
                        std::uint32_t parentIndex, const std::string& parentPath, int depth,
                        bool proxy) {
     const OpinionRef* only = nullptr;
+    if (!relocations_.empty()) {
+      composeRelocatedChildren(tree, childNames(opinions, only), only, parentIndex, parentPath,
+                               depth, proxy);
+      return;
+    }
     for (const ChildName& child : childNames(opinions, only)) {
       if (!failure_.empty())
         return;
@@ -695,6 +822,156 @@ class Composer {
         continue;
       composePrim(std::move(node), child.name, parentIndex, parentPath, depth + 1, proxy);
     }
+  }
+
+  // ---- relocations ----
+
+  // composeChildren on a stage with relocations: moved prims leave and arrive.
+  void composeRelocatedChildren(const Node& tree, std::vector<ChildName> names,
+                                const OpinionRef* only, std::uint32_t parentIndex,
+                                const std::string& parentPath, int depth, bool proxy) {
+    relocateNames(parentPath, names);
+    for (const ChildName& child : names) {
+      if (!failure_.empty())
+        return;
+      Node node;
+      bool mapped = false;
+      if (const Relocation* moved = relocationTo(parentPath, child.name)) {
+        mapped = relocatedTree(*moved, node);
+      } else {
+        if (only)
+          hint_ = {only->layer, only->layerPrim, child.layerPrim};
+        mapped = mapNode(tree, child.name, node);
+        hint_ = {};
+      }
+      if (!mapped)
+        continue;
+      composePrim(std::move(node), child.name, parentIndex, parentPath, depth + 1, proxy);
+    }
+  }
+
+  // Relocations of a `relocates` value, its paths relative to `anchor`. The moved prim's name is
+  // kept as a view of the layer's text, which the stage holds.
+  void addRelocations(const Value& value, std::string_view anchor) {
+    if (value.kind != ValueKind::PathMap)
+      return;
+    for (const Value& entry : value.items()) {
+      if (entry.itemCount == 0)
+        continue;
+      const std::string_view written = entry.items()[0].text;
+      std::string from = absolutePath(Value::ofKind(ValueKind::Path, entry.text).decoded(), anchor);
+      std::string to = absolutePath(entry.items()[0].decoded(), anchor);
+      const std::size_t slash = to.rfind('/');
+      const std::string_view name =
+          written.substr(0, written.size() - 1).substr(written.find_last_of("/<") + 1);
+      if (from.size() < 2 || to.size() < 2 || slash == std::string::npos || name.empty() ||
+          hasPrefixPath(to, from) || hasPrefixPath(from, to) ||
+          std::string_view(to).substr(slash + 1) != name) {
+        continue;
+      }
+      relocations_.push_back({std::move(from), std::move(to), name});
+    }
+  }
+
+  // A relocated prim leaves its old place and appears, last among its new siblings, at the new.
+  void relocateNames(const std::string& parentPath, std::vector<ChildName>& names) const {
+    std::erase_if(names, [&](const ChildName& child) {
+      const std::string path = parentPath + "/" + std::string(child.name);
+      return std::any_of(relocations_.begin(), relocations_.end(),
+                         [&](const Relocation& moved) { return moved.from == path; });
+    });
+    for (const Relocation& moved : relocations_) {
+      const std::string_view parent(moved.to.data(), moved.to.size() - moved.name.size() - 1);
+      if (parent != parentPath)
+        continue;
+      if (std::none_of(names.begin(), names.end(),
+                       [&](const ChildName& child) { return child.name == moved.name; })) {
+        names.push_back({moved.name, kNoPrim});
+      }
+    }
+  }
+
+  const Relocation* relocationTo(const std::string& parentPath, std::string_view name) const {
+    if (relocations_.empty())
+      return nullptr;
+    for (const Relocation& moved : relocations_) {
+      if (moved.name == name && moved.to.size() == parentPath.size() + name.size() + 1 &&
+          std::string_view(moved.to).starts_with(parentPath)) {
+        return &moved;
+      }
+    }
+    return nullptr;
+  }
+
+  // The sites of a prim at `path` as its ancestors' arcs make them, before its own arcs.
+  bool treeAt(std::string_view path, Node& out) {
+    Node tree = *pseudoRoot_;
+    std::string soFar;
+    int depth = 0;
+    for (std::size_t position = 1; position < path.size();) {
+      const std::size_t slash = path.find('/', position);
+      const std::string_view name =
+          path.substr(position, slash == std::string_view::npos ? slash : slash - position);
+      Node next;
+      if (!mapNode(tree, name, next))
+        return false;
+      soFar += '/';
+      soFar += name;
+      ++depth;
+      if (slash == std::string_view::npos) {
+        out = std::move(next);
+        return true;
+      }
+      PrimArcs arcs;
+      ExpandContext context{&next, soFar, depth, &arcs, {}, countNodes(next), false, false};
+      expand(next, context);
+      implied_.clear();
+      tree = std::move(next);
+      position = slash + 1;
+    }
+    return false;
+  }
+
+  // The sites of a relocated prim: what its ancestors' arcs bring in at the old path, and the
+  // root layer stack's own opinions at the new one (those at the old path no longer count).
+  // Paths of what was brought in map to the new path.
+  bool relocatedTree(const Relocation& moved, Node& out) {
+    Node source;
+    if (!treeAt(moved.from, source))
+      return false;
+    auto relocation = std::make_shared<const PathMapping>(PathMapping{moved.from, moved.to, {}});
+    std::unordered_map<const PathMapping*, std::shared_ptr<const PathMapping>> remapped;
+    remapped.emplace(nullptr, relocation);
+    for (Node& child : source.children)
+      remapOutermost(child, remapped);
+    bool any = false;
+    out.arc = ArcType::Root;
+    out.stack = pseudoRoot_->stack;
+    out.path = moved.to;
+    out.layerPrims = primsAt(out.stack, moved.to, any);
+    out.mapping = std::move(relocation);
+    out.children = std::move(source.children);
+    return any || !out.children.empty();
+  }
+
+  // Gives every mapping chain of a tree one more outermost step, keeping shared steps shared.
+  static void remapOutermost(
+      Node& node,
+      std::unordered_map<const PathMapping*, std::shared_ptr<const PathMapping>>& remapped) {
+    node.mapping = remapChain(node.mapping.get(), remapped);
+    for (Node& child : node.children)
+      remapOutermost(child, remapped);
+  }
+
+  static std::shared_ptr<const PathMapping> remapChain(
+      const PathMapping* mapping,
+      std::unordered_map<const PathMapping*, std::shared_ptr<const PathMapping>>& remapped) {
+    if (const auto found = remapped.find(mapping); found != remapped.end())
+      return found->second;
+    auto copy = std::make_shared<const PathMapping>(
+        PathMapping{mapping->from, mapping->to, remapChain(mapping->outer.get(), remapped)});
+    remapped.emplace(mapping, copy);
+    return copy;
   }
 
   // The children's names in composed order. When a single opinion names them all, `only` points
@@ -736,11 +1013,12 @@ class Composer {
 
   void applyReorder(const std::vector<OpinionRef>& opinions, std::vector<ChildName>& names) const {
     for (const OpinionRef& opinion : opinions) {
-      if (opinion.layerPrim == kPseudoRoot)
-        continue;
+      const Layer& layer = layerAt(opinion.layer);
+      const bool root = opinion.layerPrim == kPseudoRoot;
       for (const MetadataEntry& reorder :
-           layerAt(opinion.layer).prims[opinion.layerPrim].reorders) {
-        if (reorder.key != "nameChildren")
+           root ? layer.reorders : layer.prims[opinion.layerPrim].reorders) {
+        if (reorder.key !=
+            (root ? std::string_view("rootPrims") : std::string_view("nameChildren")))
           continue;
         std::vector<std::string> order;
         for (const Value& item : reorder.value.items())
@@ -771,6 +1049,7 @@ class Composer {
     PrimArcs arcs;
     ExpandContext context{&tree, path, depth, &arcs, {}, countNodes(tree), false, false};
     expand(tree, context);
+    implied_.clear();
     sites_ += context.sites;
     if (sites_ > options_.limits.maxSites) {
       failure_ = "composing the stage takes more than " + std::to_string(options_.limits.maxSites) +
@@ -848,6 +1127,9 @@ class Composer {
         } else if (!haveKind && entry.key == "kind") {
           prim.kind = entry.value.decoded();
           haveKind = true;
+        } else if (entry.key == "relocates" && opinion.node->path == prim.path &&
+                   stage_->layers[opinion.layer].inRootLayerStack) {
+          addRelocations(entry.value, prim.path);
         }
       }
     }
@@ -855,6 +1137,12 @@ class Composer {
   }
 
   const ComposeOptions& options_;
+  ExpressionVariables rootVariables_;
+  std::deque<Relocation> relocations_;  // of the root layer stack, in stage namespace
+  // Class arcs that a class arc inside an asset implies at the site that brought the asset in,
+  // waiting until that site's arcs have been expanded (one prim's expansion at a time).
+  std::vector<std::pair<const Node*, Node>> implied_;
+  const Node* pseudoRoot_ = nullptr;  // while composing
   fs::path confinementRoot_;
   std::unordered_map<std::string, bool> outside_;
   std::string failure_;

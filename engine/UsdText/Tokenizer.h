@@ -1,8 +1,12 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
+
+#include "UsdText/ReadError.h"
 
 namespace orvan::engine {
 
@@ -32,6 +36,15 @@ struct Token {
   }
   bool isWord(std::string_view word) const { return kind == TokenKind::Identifier && text == word; }
 };
+
+// The length of the UTF-8 sequence at `at` when it is a well-formed letter outside ASCII (a code
+// point that is neither a space nor punctuation), else 0. Identifiers may hold such letters.
+std::size_t utf8LetterLength(std::string_view text, std::size_t at);
+// A name made of letters (ASCII or UTF-8), digits and '_' that does not start with a digit.
+bool isIdentifier(std::string_view text);
+// A variant or variant set name: letters, digits, '_', '|', '-' and '.', in any order ("4wd",
+// "lod-1.5").
+bool isVariantName(std::string_view text);
 
 // Splits layer text into tokens without copying: every token is a view of the source.
 class Tokenizer {

@@ -10,6 +10,7 @@
 #include <sstream>
 
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include "Inspector/ComponentModel.h"
 #include "Inspector/StageInspector.h"
@@ -537,6 +538,61 @@ TEST(InspectorExecutable, FailuresAreOneLineWithFileLineAndColumnAndANonZeroStat
   const ProcessResult usage = runInspector("");
   EXPECT_EQ(usage.status, 2);
   EXPECT_THAT(usage.out, HasSubstr("usage:"));
+}
+
+TEST(StageInspectorArcs, InstanceProxiesLeaveLargeArraysOutAndSaySo) {
+  // One tree asset, instanced 400 times and referenced once without instancing.
+  const auto directory =
+      std::filesystem::temp_directory_path() / ("orvan_proxies_" + std::to_string(::getpid()));
+  std::filesystem::create_directories(directory);
+  std::string points = "[";
+  std::string normals = "[";
+  for (int i = 0; i < 1000; ++i) {
+    points += (i ? ", (" : "(") + std::to_string(i) + ", 1, 2)";
+    if (i < 100)
+      normals += (i ? ", (" : "(") + std::string("0, 1, 0)");
+  }
+  points += "]";
+  normals += "]";
+  std::ofstream(directory / "tree.usda")
+      << "#usda 1.0\n(\n    defaultPrim = \"Tree\"\n)\ndef Xform \"Tree\"\n{\n"
+      << "    def Mesh \"Leaves\"\n    {\n        point3f[] points = " << points << "\n"
+      << "        int[] faceVertexCounts = [3, 3, 3]\n"
+      << "        normal3f[] normals.timeSamples = {\n            0: " << normals
+      << ",\n            1: [(0, 0, 1)],\n        }\n"
+      << "        rel material = </Tree/Looks>\n    }\n}\n";
+  std::ofstream scene(directory / "forest.usda");
+  scene
+      << "#usda 1.0\ndef Xform \"World\"\n{\n"
+      << "    def \"Single\" (\n        prepend references = @./tree.usda@\n    )\n    {\n    }\n";
+  for (int i = 0; i < 400; ++i) {
+    scene << "    def \"Tree_" << i << "\" (\n        instanceable = true\n"
+          << "        prepend references = @./tree.usda@\n    )\n    {\n    }\n";
+  }
+  scene << "}\n";
+  scene.close();
+
+  const InspectResult result = inspect((directory / "forest.usda").string());
+  const auto attribute = [&](std::string_view path, std::string_view name) {
+    for (const editor::UsdAttribute& candidate : prim(result.inspection, path).attributes) {
+      if (candidate.name == name)
+        return candidate.value;
+    }
+    return std::string("<missing>");
+  };
+  // The prim that is not instanced keeps every value.
+  EXPECT_EQ(attribute("/World/Single/Leaves", "points"), points);
+  // A proxy keeps small arrays and targets, and names what it left out.
+  EXPECT_EQ(attribute("/World/Tree_7/Leaves", "faceVertexCounts"), "[3, 3, 3]");
+  EXPECT_EQ(attribute("/World/Tree_7/Leaves", "points"),
+            "[1000 items, left out on instance proxies]");
+  EXPECT_EQ(attribute("/World/Tree_7/Leaves", "normals"),
+            "{2 samples, left out on instance proxies}");
+  EXPECT_EQ(attribute("/World/Tree_7/Leaves", "material"), "</World/Tree_7/Looks>");
+  // So the document grows with the instances' count, not with the prototype's size: 400
+  // instances take less room than 100 copies of the points (each copy is 13 KB).
+  EXPECT_LT(encodeInspection(result).size(), 100 * points.size());
+  std::filesystem::remove_all(directory);
 }
 
 }  // namespace

@@ -20,7 +20,8 @@ namespace fs = std::filesystem;
 // Every layer of our own making: the fixtures and the demo scenes.
 std::vector<std::string> fixtures(bool bad) {
   std::vector<std::string> found;
-  for (const char* root : {ORVAN_ENGINE_FIXTURES_DIR "/UsdText", ORVAN_DEMO_DIR}) {
+  for (const char* root : {ORVAN_ENGINE_FIXTURES_DIR "/UsdText",
+                           ORVAN_ENGINE_FIXTURES_DIR "/Compose", ORVAN_DEMO_DIR}) {
     for (const auto& entry : fs::recursive_directory_iterator(root)) {
       if (!entry.is_regular_file() || entry.path().extension() != ".usda")
         continue;
@@ -41,7 +42,8 @@ std::string readFile(const std::string& path) {
 }
 
 std::string testName(const testing::TestParamInfo<std::string>& info) {
-  std::string name = fs::path(info.param).stem().string();
+  const fs::path path(info.param);
+  std::string name = path.parent_path().filename().string() + "_" + path.stem().string();
   std::replace_if(
       name.begin(), name.end(), [](char c) { return !std::isalnum(static_cast<unsigned char>(c)); },
       '_');

@@ -227,5 +227,58 @@ TEST(LayerReaderText, StringLiteralHelpersRoundTrip) {
   }
 }
 
+TEST(LayerReaderValues, WhatOtherWritersPutInLayersReadsAsTheyMeantIt) {
+  const auto layer = readFixture("format_allowances.usda");
+  ASSERT_TRUE(layer);
+  const auto value = [&](std::string_view prim, std::string_view name) {
+    return property(*layer, prim, name).findField("")->value;
+  };
+  // Assets: a quoted string is an asset path, and @@@ paths hold '@', even at their end.
+  EXPECT_EQ(value("/Garage", "label").decoded(), "labels/garage.png");
+  EXPECT_EQ(value("/Garage", "strange").assetPath(), "odd@name");
+  EXPECT_EQ(value("/Garage", "trailing").assetPath(), "ends.in@");
+  EXPECT_EQ(value("/Garage", "target").kind, ValueKind::Path);
+  // Type names with namespaces, variant names that are not identifiers, names in UTF-8.
+  const LayerPrim& garage = layer->prims[layer->findPrim("/Garage")];
+  EXPECT_EQ(garage.typeName, "Vehicles::Car");
+  ASSERT_EQ(garage.variantSets.size(), 2u);
+  EXPECT_EQ(garage.variantSets[0].name, "4wd");
+  EXPECT_EQ(garage.variantSets[0].variants[0].name, "1.5-turbo");
+  EXPECT_EQ(garage.variantSets[1].variants[0].name, "base|sport");
+  EXPECT_NE(layer->findPrim("/Zone/\u00dcberhang"), kNoPrim);
+  EXPECT_EQ(value("/Zone", "gr\u00f6\u00dfe").decoded(), "gro\u00df");
+  // Dictionary keys in quotes decode; empty values stay empty.
+  const MetadataEntry* data = layer->findMetadata("customLayerData");
+  ASSERT_NE(data, nullptr);
+  const Value* nested = data->value.findEntry("nested one");
+  ASSERT_NE(nested, nullptr);
+  EXPECT_NE(nested->items()[0].findEntry("a b"), nullptr);
+  EXPECT_EQ(layer->findMetadata("doc")->value.decoded(), "");
+  // The layer's own reorder statement.
+  ASSERT_EQ(layer->reorders.size(), 1u);
+  EXPECT_EQ(layer->reorders[0].key, "rootPrims");
+}
+
+TEST(LayerReaderFailures, MessagesAreValidUtf8WhateverTheFileHolds) {
+  // Bytes that are not UTF-8 in a token, in a prim name and in the file name are escaped.
+  const std::string cases[] = {
+      std::string("#usda 1.0\ndef \"A\" { \xC3\x28 }\n"),
+      std::string("#usda 1.0\ndef \"Caf\xE9\" {}\n"),
+      std::string("#usda 1.0\ndef \"A\" { double \xF0\x9F\x98 = 1 }\n"),
+      std::string("#usda 1.0\ndef \"A\" { asset a = @\xFF\xFE\n }\n"),
+  };
+  for (const std::string& text : cases) {
+    const LayerReadResult result = readLayerText("sc\xE8ne.usda", text);
+    ASSERT_FALSE(result.ok()) << text;
+    const std::string described = result.error->describe();
+    EXPECT_EQ(escapeForMessage(described), described) << described;
+    EXPECT_NE(described.find("sc\\xE8ne.usda"), std::string::npos) << described;
+    EXPECT_EQ(described.find('\xFF'), std::string::npos) << described;
+  }
+  // Letters outside ASCII that are well-formed stay as they are.
+  EXPECT_EQ(escapeForMessage("gr\u00f6\u00dfe \xE2\x82"), "gr\u00f6\u00dfe \\xE2\\x82");
+  EXPECT_EQ(escapeForMessage("\xED\xA0\x80"), "\\xED\\xA0\\x80");  // a surrogate half
+}
+
 }  // namespace
 }  // namespace orvan::engine

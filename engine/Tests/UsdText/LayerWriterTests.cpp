@@ -33,8 +33,8 @@ TEST(LayerWriterValues, EachKindHasOneCanonicalSpelling) {
 TEST(LayerWriterStatements, QualifiersListOpsAndMetadataLandOnTheRightLines) {
   const LayerReadResult result = readLayerText(
       "statements.usda",
-      "#usda 1.0\n(subLayers=[@a.usda@ (offset=1),@b.usda@] doc=\"d\")\n"
-      "over \"A\" (prepend references = [@x.usda@</X> (scale = 2), </Local>] hidden = true){\n"
+      "#usda 1.0\n(subLayers=[@a.usda@ (offset=1),@b.usda@]; doc=\"d\")\n"
+      "over \"A\" (prepend references = [@x.usda@</X> (scale = 2), </Local>]; hidden = true){\n"
       "custom uniform token t = \"x\" (allowedTokens = [\"x\", \"y\"])\n"
       "custom uniform token t.timeSamples = {0: \"y\"}\n"
       "prepend rel r = </A>\n"
@@ -134,6 +134,35 @@ TEST(LayerWriterBuilt, EquivalenceNoticesEveryKindOfDifference) {
     ASSERT_TRUE(b) << changed;
     EXPECT_FALSE(a->equivalentTo(*b)) << changed;
   }
+}
+
+TEST(LayerWriterStatements, TheLayersReorderStatementFollowsItsMetadataWithItsComments) {
+  const LayerReadResult result = readLayerText(
+      "order.usda",
+      "#usda 1.0\n# header\n\ndef \"A\" {}\n# the order\nreorder rootPrims = [\"B\", \"A\"]\n"
+      "def \"B\" {}\n");
+  ASSERT_TRUE(result.ok()) << result.error->describe();
+  const std::string written = writeLayer(*result.layer);
+  EXPECT_EQ(written,
+            "#usda 1.0\n"
+            "# header\n"
+            "(\n"
+            ")\n"
+            "\n"
+            "# the order\n"
+            "reorder rootPrims = [\"B\", \"A\"]\n"
+            "\n"
+            "def \"A\"\n"
+            "{\n"
+            "}\n"
+            "\n"
+            "def \"B\"\n"
+            "{\n"
+            "}\n");
+  const LayerReadResult again = readLayerText("order.usda", written);
+  ASSERT_TRUE(again.ok()) << again.error->describe();
+  EXPECT_TRUE(again.layer->equivalentTo(*result.layer));
+  EXPECT_EQ(writeLayer(*again.layer), written);
 }
 
 }  // namespace

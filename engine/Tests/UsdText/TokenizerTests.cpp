@@ -98,6 +98,41 @@ TEST(Tokenizer, BalancedBlocksSkipBracesInStringsAndComments) {
   EXPECT_FALSE(unbalanced.takeBalancedBlock(start, block));
 }
 
+TEST(Tokenizer, WordsInUtf8NamespacedTypesAndAssetsEndingInAt) {
+  // Letters outside ASCII join words; a namespace of a type has two colons; the last three '@' of
+  // a run close a @@@ path, so the path itself may end in '@'.
+  const auto seen =
+      tokenize("gr\u00f6\u00dfe \u65e5\u672c:\u540d Vehicles::Car a::1 @@@x@@@@ @@@y@@@@@");
+  const std::vector<Seen> expected{
+      {TokenKind::Identifier, "gr\u00f6\u00dfe", 1, 1},
+      {TokenKind::Identifier, "\u65e5\u672c:\u540d", 1, 9},
+      {TokenKind::Identifier, "Vehicles::Car", 1, 20},
+      {TokenKind::Identifier, "a", 1, 34},
+      {TokenKind::Punct, ":", 1, 35},
+      {TokenKind::Punct, ":", 1, 36},
+      {TokenKind::Number, "1", 1, 37},
+      {TokenKind::Asset, "@@@x@@@@", 1, 39},
+      {TokenKind::Asset, "@@@y@@@@@", 1, 48},
+  };
+  EXPECT_EQ(seen, expected);
+
+  // Bytes that are not UTF-8, a stray continuation byte, a non-breaking space and a sign of
+  // Latin-1 never start a word.
+  for (const std::string_view text :
+       {"\xFFz", "\x80z", "\xC2\xA0z", "\xC2\xA7z", "\xE2\x80\x9Cz"}) {
+    const auto bad = tokenize(text);
+    ASSERT_FALSE(bad.empty()) << text;
+    EXPECT_EQ(bad.front().kind, TokenKind::Invalid) << text;
+  }
+  EXPECT_TRUE(isIdentifier("_\u00e9t\u00e92"));
+  EXPECT_FALSE(isIdentifier("2fast"));
+  EXPECT_FALSE(isIdentifier("a-b"));
+  EXPECT_TRUE(isVariantName("4wd"));
+  EXPECT_TRUE(isVariantName("1.5-turbo|b"));
+  EXPECT_FALSE(isVariantName("two litre"));
+  EXPECT_FALSE(isVariantName(""));
+}
+
 TEST(LayerReaderPositions, WindowsLineEndingsAndTabsKeepLinesAndByteColumns) {
   const std::string text = "#usda 1.0\r\n\r\ndef \"A\"\r\n{\r\n\tfloat3 v = (1, 2)\r\n}\r\n";
   const LayerReadResult result = readLayerText("crlf.usda", text);

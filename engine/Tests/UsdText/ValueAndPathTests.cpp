@@ -1,6 +1,7 @@
 // Small helpers the reader and composer lean on: literal decoding, numbers, list edits, paths.
 #include <gtest/gtest.h>
 
+#include "UsdText/Expressions.h"
 #include "UsdText/LayerReader.h"
 #include "UsdText/ListEdits.h"
 #include "UsdText/PathMapping.h"
@@ -104,6 +105,33 @@ TEST(SceneGenerator, IsDeterministicPerSeedAndFollowsTheShape) {
   EXPECT_NE(layer.findPrim("/World/Zone_1/Cluster_1/Plane_2"), kNoPrim);
   EXPECT_EQ(layer.findPrim("/World/Zone_2"), kNoPrim);
   EXPECT_EQ(layer.prims[layer.findPrim("/World/Zone_0/Cluster_0")].children.size(), 3u);
+}
+
+TEST(Expressions, StringsAndVariablesEvaluateAndEverythingElseSaysWhy) {
+  const ExpressionVariables variables{{"SHOT", "s010"}, {"EMPTY", ""}};
+  std::string error;
+  EXPECT_EQ(evaluateExpression("`\"./${SHOT}/set_${SHOT}.usda\"`", variables, error),
+            "./s010/set_s010.usda");
+  EXPECT_EQ(evaluateExpression("` ${SHOT} `", variables, error), "s010");
+  EXPECT_EQ(evaluateExpression("`'a \\' ${EMPTY}b'`", variables, error), "a ' b");
+  EXPECT_EQ(evaluateExpression("`\"no variables\"`", variables, error), "no variables");
+  EXPECT_TRUE(error.empty()) << error;
+
+  EXPECT_EQ(evaluateExpression("`\"${NOPE}.usda\"`", variables, error), std::nullopt);
+  EXPECT_NE(error.find("'NOPE' is not set"), std::string::npos) << error;
+  error.clear();
+  EXPECT_EQ(evaluateExpression("`if(${SHOT}, \"a\", \"b\")`", variables, error), std::nullopt);
+  EXPECT_FALSE(error.empty());
+  error.clear();
+  EXPECT_EQ(evaluateExpression("`\"a\" \"b\"`", variables, error), std::nullopt);
+  EXPECT_FALSE(error.empty());
+  // An unclosed variable is text, not a variable.
+  error.clear();
+  EXPECT_EQ(evaluateExpression("`\"${SHOT\"`", variables, error), "${SHOT");
+
+  EXPECT_TRUE(isExpression("`x`"));
+  EXPECT_FALSE(isExpression("`"));
+  EXPECT_FALSE(isExpression("./x.usda"));
 }
 
 }  // namespace
