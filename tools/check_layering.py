@@ -44,6 +44,7 @@ ENGINE_DEPENDS_ON = {
     "Authoring": ["Inspector"],
     "ProjectServer": ["Authoring", "Store"],
     "ProjectTool": ["UsdText"],
+    "Viewport": ["UsdText"],
     "ClientLink": ["wire"],
     "EditClient": ["ClientLink"],
     "ToolClient": ["ClientLink"],
