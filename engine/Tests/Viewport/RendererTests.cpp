@@ -100,8 +100,9 @@ TEST_F(ViewportRendering, MovingTheCubeMovesItsPixels) {
 TEST_F(ViewportRendering, TheNearerPrimHidesTheFartherAndLightsShadeTheFaces) {
   // A green cube in front of a red one: depth testing shows green. A light from +X lights the
   // cube's +X face and leaves the -X face at the ambient level.
-  const std::string scene = worldText(cubeText("Far", "(0, 0, -2)") +
-                                      cubeText("Near", "(0, 0, 0)", "(0.1, 0.9, 0.1)") + R"(
+  // The near one is drawn first, so only the depth test keeps it in front.
+  const std::string scene = worldText(cubeText("Near", "(0, 0, 0)", "(0.1, 0.9, 0.1)") +
+                                      cubeText("Far", "(0, 0, -2)") + R"(
   def DistantLight "Key" {
     float inputs:intensity = 1
     float3 xformOp:rotateXYZ = (0, 90, 0)
