@@ -50,7 +50,7 @@ ENGINE_DEPENDS_ON = {
     "ToolClient": ["ClientLink"],
     "engine fuzzers": ["Authoring", "EditClient"],
     "Store": ["wire"],
-    "engine benchmarks": ["ProjectServer", "ProjectTool", "Store", "Authoring"],
+    "engine benchmarks": ["ProjectServer", "ProjectTool", "Store", "Authoring", "Viewport"],
 }
 
 CORE = "apps/usd_editor/Sources/OrvanUsdEditorCore"

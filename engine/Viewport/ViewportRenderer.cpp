@@ -16,16 +16,16 @@ constexpr int kMaxLights = 8;
 constexpr const char* kVertexShader = R"(#version 330 core
 layout(location = 0) in vec3 position;
 layout(location = 1) in vec3 normal;
-uniform mat4 model;
-uniform mat3 normalMatrix;
+layout(location = 2) in vec3 color;
 uniform mat4 viewProjection;
 out vec3 worldPosition;
 out vec3 worldNormal;
+out vec3 baseColor;
 void main() {
-  vec4 world = model * vec4(position, 1.0);
-  worldPosition = world.xyz;
-  worldNormal = normalMatrix * normal;
-  gl_Position = viewProjection * world;
+  worldPosition = position;
+  worldNormal = normal;
+  baseColor = color;
+  gl_Position = viewProjection * vec4(position, 1.0);
 }
 )";
 
@@ -34,7 +34,7 @@ void main() {
 constexpr const char* kFragmentShader = R"(#version 330 core
 in vec3 worldPosition;
 in vec3 worldNormal;
-uniform vec3 baseColor;
+in vec3 baseColor;
 uniform vec3 ambient;
 uniform vec3 eye;
 uniform int lightCount;
@@ -58,14 +58,40 @@ std::string eglErrorText(const char* what) {
   return std::string(what) + " failed (EGL error " + code + ")";
 }
 
-struct GpuMesh {
+// The scene's triangles in world space with their colours, cut into buffers of at most this many
+// vertices: a few draw calls however many prims there are.
+constexpr std::size_t kBatchVertices = 1u << 20;
+constexpr std::size_t kVertexFloats = 9;  // position, normal, colour
+
+struct GpuBatch {
   GLuint vertexArray = 0;
   GLuint vertexBuffer = 0;
   GLuint indexBuffer = 0;
   GLsizei indexCount = 0;
-  glm::mat4 world{1.0f};
-  glm::vec3 color{0.5f};
 };
+
+struct BatchData {
+  std::vector<float> vertices;
+  std::vector<std::uint32_t> indices;
+
+  std::size_t vertexCount() const { return vertices.size() / kVertexFloats; }
+};
+
+void appendObject(BatchData& batch, const SceneObject& object) {
+  const TriangleMesh& mesh = object.mesh;
+  const auto first = static_cast<std::uint32_t>(batch.vertexCount());
+  const glm::mat3 normalMatrix = glm::transpose(glm::inverse(glm::mat3(object.world)));
+  for (std::size_t i = 0; i < mesh.positions.size(); ++i) {
+    const glm::vec3 p = glm::vec3(object.world * glm::vec4(mesh.positions[i], 1.0f));
+    const glm::vec3 n =
+        normalMatrix * (i < mesh.normals.size() ? mesh.normals[i] : glm::vec3(0, 1, 0));
+    const glm::vec3& c = object.color;
+    batch.vertices.insert(batch.vertices.end(), {p.x, p.y, p.z, n.x, n.y, n.z, c.r, c.g, c.b});
+  }
+  for (const std::uint32_t index : mesh.indices) {
+    batch.indices.push_back(first + index);
+  }
+}
 
 GLuint compileShader(GLenum stage, const char* source, std::string& error) {
   const GLuint shader = glCreateShader(stage);
@@ -121,7 +147,7 @@ struct ViewportRenderer::Impl {
   GLuint depthBuffer = 0;
   int framebufferWidth = 0;
   int framebufferHeight = 0;
-  std::vector<GpuMesh> meshes;
+  std::vector<GpuBatch> batches;
   std::vector<SceneLight> lights;
   glm::vec3 background{0.0f};
   glm::vec3 ambient{0.0f};
@@ -129,7 +155,7 @@ struct ViewportRenderer::Impl {
   ~Impl() {
     if (context != EGL_NO_CONTEXT) {
       eglMakeCurrent(display, surface, surface, context);
-      releaseMeshes();
+      releaseBatches();
       glDeleteRenderbuffers(1, &colorBuffer);
       glDeleteRenderbuffers(1, &depthBuffer);
       glDeleteFramebuffers(1, &framebuffer);
@@ -145,13 +171,13 @@ struct ViewportRenderer::Impl {
     }
   }
 
-  void releaseMeshes() {
-    for (GpuMesh& mesh : meshes) {
-      glDeleteBuffers(1, &mesh.vertexBuffer);
-      glDeleteBuffers(1, &mesh.indexBuffer);
-      glDeleteVertexArrays(1, &mesh.vertexArray);
+  void releaseBatches() {
+    for (GpuBatch& batch : batches) {
+      glDeleteBuffers(1, &batch.vertexBuffer);
+      glDeleteBuffers(1, &batch.indexBuffer);
+      glDeleteVertexArrays(1, &batch.vertexArray);
     }
-    meshes.clear();
+    batches.clear();
   }
 
   std::string open() {
@@ -243,37 +269,31 @@ struct ViewportRenderer::Impl {
     return {};
   }
 
-  void upload(const SceneObject& object) {
-    const TriangleMesh& source = object.mesh;
-    std::vector<float> interleaved;
-    interleaved.reserve(source.positions.size() * 6);
-    for (std::size_t i = 0; i < source.positions.size(); ++i) {
-      const glm::vec3 n = i < source.normals.size() ? source.normals[i] : glm::vec3(0, 1, 0);
-      const glm::vec3& p = source.positions[i];
-      interleaved.insert(interleaved.end(), {p.x, p.y, p.z, n.x, n.y, n.z});
+  void upload(const BatchData& data) {
+    if (data.indices.empty()) {
+      return;
     }
-    GpuMesh mesh;
-    mesh.world = object.world;
-    mesh.color = object.color;
-    mesh.indexCount = static_cast<GLsizei>(source.indices.size());
-    glGenVertexArrays(1, &mesh.vertexArray);
-    glBindVertexArray(mesh.vertexArray);
-    glGenBuffers(1, &mesh.vertexBuffer);
-    glBindBuffer(GL_ARRAY_BUFFER, mesh.vertexBuffer);
-    glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(interleaved.size() * sizeof(float)),
-                 interleaved.data(), GL_STATIC_DRAW);
-    glGenBuffers(1, &mesh.indexBuffer);
-    glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, mesh.indexBuffer);
+    GpuBatch batch;
+    batch.indexCount = static_cast<GLsizei>(data.indices.size());
+    glGenVertexArrays(1, &batch.vertexArray);
+    glBindVertexArray(batch.vertexArray);
+    glGenBuffers(1, &batch.vertexBuffer);
+    glBindBuffer(GL_ARRAY_BUFFER, batch.vertexBuffer);
+    glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(data.vertices.size() * sizeof(float)),
+                 data.vertices.data(), GL_STATIC_DRAW);
+    glGenBuffers(1, &batch.indexBuffer);
+    glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, batch.indexBuffer);
     glBufferData(GL_ELEMENT_ARRAY_BUFFER,
-                 static_cast<GLsizeiptr>(source.indices.size() * sizeof(std::uint32_t)),
-                 source.indices.data(), GL_STATIC_DRAW);
-    glEnableVertexAttribArray(0);
-    glVertexAttribPointer(0, 3, GL_FLOAT, GL_FALSE, 6 * sizeof(float), nullptr);
-    glEnableVertexAttribArray(1);
-    glVertexAttribPointer(1, 3, GL_FLOAT, GL_FALSE, 6 * sizeof(float),
-                          reinterpret_cast<const void*>(3 * sizeof(float)));
+                 static_cast<GLsizeiptr>(data.indices.size() * sizeof(std::uint32_t)),
+                 data.indices.data(), GL_STATIC_DRAW);
+    constexpr GLsizei stride = kVertexFloats * sizeof(float);
+    for (GLuint attribute = 0; attribute < 3; ++attribute) {
+      glEnableVertexAttribArray(attribute);
+      glVertexAttribPointer(attribute, 3, GL_FLOAT, GL_FALSE, stride,
+                            reinterpret_cast<const void*>(attribute * 3 * sizeof(float)));
+    }
     glBindVertexArray(0);
-    meshes.push_back(mesh);
+    batches.push_back(batch);
   }
 
   void setLights(const OrbitCamera& camera) {
@@ -310,11 +330,16 @@ ViewportRenderer::~ViewportRenderer() = default;
 
 void ViewportRenderer::setScene(const Scene& scene) {
   eglMakeCurrent(impl_->display, impl_->surface, impl_->surface, impl_->context);
-  impl_->releaseMeshes();
-  impl_->meshes.reserve(scene.objects.size());
+  impl_->releaseBatches();
+  BatchData data;
   for (const SceneObject& object : scene.objects) {
-    impl_->upload(object);
+    if (data.vertexCount() + object.mesh.positions.size() > kBatchVertices) {
+      impl_->upload(data);
+      data = {};
+    }
+    appendObject(data, object);
   }
+  impl_->upload(data);
   impl_->lights = scene.lights;
   impl_->background = scene.background;
   impl_->ambient = scene.ambient;
@@ -345,16 +370,9 @@ RenderResult ViewportRenderer::render(const OrbitCamera& camera, int width, int 
   const glm::vec3 eye = eyePosition(camera);
   glUniform3fv(glGetUniformLocation(gl.program, "eye"), 1, glm::value_ptr(eye));
   gl.setLights(camera);
-  const GLint model = glGetUniformLocation(gl.program, "model");
-  const GLint normalMatrix = glGetUniformLocation(gl.program, "normalMatrix");
-  const GLint baseColor = glGetUniformLocation(gl.program, "baseColor");
-  for (const GpuMesh& mesh : gl.meshes) {
-    const glm::mat3 normals = glm::transpose(glm::inverse(glm::mat3(mesh.world)));
-    glUniformMatrix4fv(model, 1, GL_FALSE, glm::value_ptr(mesh.world));
-    glUniformMatrix3fv(normalMatrix, 1, GL_FALSE, glm::value_ptr(normals));
-    glUniform3fv(baseColor, 1, glm::value_ptr(mesh.color));
-    glBindVertexArray(mesh.vertexArray);
-    glDrawElements(GL_TRIANGLES, mesh.indexCount, GL_UNSIGNED_INT, nullptr);
+  for (const GpuBatch& batch : gl.batches) {
+    glBindVertexArray(batch.vertexArray);
+    glDrawElements(GL_TRIANGLES, batch.indexCount, GL_UNSIGNED_INT, nullptr);
   }
   glBindVertexArray(0);
 

@@ -45,7 +45,8 @@ class ViewportRenderer {
   ViewportRenderer(const ViewportRenderer&) = delete;
   ViewportRenderer& operator=(const ViewportRenderer&) = delete;
 
-  // Replaces what is drawn; the scene's meshes go to the GPU now.
+  // Replaces what is drawn: the scene's triangles go to the GPU now, in world space and merged
+  // into a few buffers, so a frame costs a few draw calls however many prims there are.
   void setScene(const Scene& scene);
   RenderResult render(const OrbitCamera& camera, int width, int height);
   // The GL_RENDERER and GL_VERSION strings of the context.
