@@ -1,5 +1,7 @@
 #include "Viewport/SceneModel.h"
 
+#include <algorithm>
+#include <cmath>
 #include <optional>
 
 #include "Viewport/Transform.h"
@@ -129,6 +131,22 @@ glm::mat4 primLocalTransform(const Stage& stage, const ComposedPrim& prim) {
   return localTransform(ops, order);
 }
 
+bool finite(const glm::vec3& v) {
+  return std::isfinite(v.x) && std::isfinite(v.y) && std::isfinite(v.z);
+}
+
+// NaN slips through min and max, so the bounds alone cannot tell: every number is looked at.
+bool finiteObject(const SceneObject& object) {
+  for (int column = 0; column < 4; ++column) {
+    if (!finite(glm::vec3(object.world[column])) || !std::isfinite(object.world[column].w)) {
+      return false;
+    }
+  }
+  return std::all_of(object.mesh.positions.begin(), object.mesh.positions.end(),
+                     [](const glm::vec3& p) { return finite(p); }) &&
+         finite(object.bounds.min) && finite(object.bounds.max);
+}
+
 bool isEngineOnly(std::string_view path) {
   return path.starts_with("/World/OrvanAssets") || path.starts_with("/_OrvanAssets") ||
          path.find("/OrvanComponents") != std::string_view::npos;
@@ -243,7 +261,7 @@ void addLight(Scene& scene, const Stage& stage, const ComposedPrim& prim, const 
   const glm::vec3 color = glm::vec3(vector3(stage, prim, "inputs:color").value_or(glm::dvec3(1)));
   const float intensity = numberOr(stage, prim, "inputs:intensity", 1.0);
   const glm::vec3 direction = glm::vec3(world * glm::vec4(0, 0, -1, 0));
-  if (glm::length(direction) <= 0.0f) {
+  if (!finite(direction) || !finite(color * intensity) || glm::length(direction) <= 0.0f) {
     return;
   }
   scene.lights.push_back({glm::normalize(direction), color * intensity});
@@ -301,6 +319,14 @@ Scene buildScene(const Stage& stage, const Tessellation& detail) {
     }
     SceneObject object{prim.path, std::move(*shape.mesh), world[i], surfaceColor(stage, prim), {}};
     object.bounds = meshBounds(object.mesh, object.world);
+    if (!finiteObject(object)) {
+      scene.problems.push_back(
+          {prim.path, "its transform or dimensions are not finite numbers; it is not drawn"});
+      continue;
+    }
+    if (!finite(object.color)) {
+      object.color = glm::vec3(0.5f);
+    }
     scene.bounds.add(object.bounds);
     scene.objects.push_back(std::move(object));
   }

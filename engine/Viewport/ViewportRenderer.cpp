@@ -248,7 +248,10 @@ struct ViewportRenderer::Impl {
     }
     GLint largest = 0;
     glGetIntegerv(GL_MAX_RENDERBUFFER_SIZE, &largest);
-    if (width < 1 || height < 1 || width > largest || height > largest) {
+    // 8K is the largest frame: beyond it a frame's memory, not the GPU, would be the limit.
+    constexpr long long kMaxPixels = 7680LL * 4320LL;
+    if (width < 1 || height < 1 || width > largest || height > largest ||
+        static_cast<long long>(width) * height > kMaxPixels) {
       return "a frame of " + std::to_string(width) + "×" + std::to_string(height) +
              " pixels cannot be rendered; each side must be 1 to " + std::to_string(largest);
     }

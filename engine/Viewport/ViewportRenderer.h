@@ -48,6 +48,7 @@ class ViewportRenderer {
   // Replaces what is drawn: the scene's triangles go to the GPU now, in world space and merged
   // into a few buffers, so a frame costs a few draw calls however many prims there are.
   void setScene(const Scene& scene);
+  // A frame of up to 7680 × 4320 pixels (and within the GL's renderbuffer limit).
   RenderResult render(const OrbitCamera& camera, int width, int height);
   // The GL_RENDERER and GL_VERSION strings of the context.
   std::string describe() const;

@@ -128,6 +128,8 @@ TEST_F(ViewportRendering, AnImpossibleSizeIsRefusedAndTheNextFrameStillRenders) 
   EXPECT_TRUE(empty.frame.rgba.empty());
   const RenderResult huge = renderer_->render(kFront, 1 << 20, 10);
   EXPECT_FALSE(huge.error.empty());
+  const RenderResult tooMany = renderer_->render(kFront, 8192, 8192);
+  EXPECT_NE(tooMany.error.find("8192×8192"), std::string::npos) << tooMany.error;
   const RenderResult fine = renderer_->render(kFront, 32, 24);
   ASSERT_TRUE(fine.error.empty()) << fine.error;
   EXPECT_TRUE(isRed(fine.frame.pixel(16, 12))) << describe(fine.frame.pixel(16, 12));

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 
 #include "StageText.h"
 #include "UsdText/StageComposer.h"
@@ -141,6 +142,25 @@ TEST(ViewportScene, AMeshThatCannotBeBuiltIsAProblemAndTheRestIsDrawn) {
   EXPECT_EQ(scene.problems[0].primPath, "/World/Broken");
   EXPECT_NE(scene.problems[0].message.find("the vertex index 7"), std::string::npos);
   EXPECT_EQ(scene.problems[1].primPath, "/World/NoPoints");
+}
+
+TEST(ViewportScene, NumbersThatAreNotFiniteLeaveThePrimOutWithAProblem) {
+  const auto stage =
+      stageOf(worldText(cubeText("Fine", "(0, 0, 0)") + cubeText("Nowhere", "(nan, 0, 0)") + R"(
+  def Sphere "Endless" { double radius = inf }
+  def Cube "Flat" { float3 xformOp:scale = (1, 0, 1)
+                    uniform token[] xformOpOrder = ["xformOp:scale"] }
+  def DistantLight "Broken" { float inputs:intensity = nan }
+)"));
+  const Scene scene = buildScene(*stage);
+  ASSERT_EQ(scene.problems.size(), 2u);
+  EXPECT_EQ(scene.problems[0].primPath, "/World/Nowhere");
+  EXPECT_EQ(scene.problems[1].primPath, "/World/Endless");
+  EXPECT_NE(scene.problems[0].message.find("not finite"), std::string::npos);
+  // A prim squashed flat is still drawn; the scene's bounds stay usable for framing.
+  EXPECT_NE(objectAt(scene, "/World/Flat"), nullptr);
+  EXPECT_TRUE(std::isfinite(scene.bounds.max.x) && std::isfinite(scene.bounds.min.x));
+  EXPECT_TRUE(scene.lights.empty());
 }
 
 TEST(ViewportScene, DistantLightsShineAlongTheirTurnedMinusZ) {
