@@ -47,7 +47,7 @@ ViewportRenderer& renderer() {
 void renderFrame(benchmark::State& state) {
   const auto count = static_cast<std::size_t>(state.range(0));
   const auto stage = count == 0 ? demoStage() : generatedStage(count);
-  const Scene scene = buildScene(*stage);
+  const Scene scene = buildScene(*stage, tessellationForPrimCount(stage->prims.size()));
   ViewportRenderer& gl = renderer();
   gl.setScene(scene);
   const OrbitCamera camera = frameBounds(orbit(OrbitCamera{}, 30, 20), scene.bounds);
@@ -69,6 +69,7 @@ BENCHMARK(renderFrame)
     ->Args({0, 1280, 720})
     ->Args({0, 1920, 1080})
     ->Args({10'000, 1280, 720})
+    ->Args({100'000, 1280, 720})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 

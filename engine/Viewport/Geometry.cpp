@@ -97,6 +97,16 @@ std::optional<ShapeAxis> parseShapeAxis(std::string_view token) {
   return std::nullopt;
 }
 
+Tessellation tessellationForPrimCount(std::size_t primCount) {
+  if (primCount <= 1'000) {
+    return {32, 16};
+  }
+  if (primCount <= 10'000) {
+    return {16, 8};
+  }
+  return {8, 4};
+}
+
 TriangleMesh tessellateCube(float size) {
   TriangleMesh mesh;
   const float h = size * 0.5f;

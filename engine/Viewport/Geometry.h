@@ -48,6 +48,10 @@ struct Tessellation {
   int rings = 16;
 };
 
+// Finer for a few prims, coarser for many, so that a large scene stays drawable in software:
+// 32 × 16 up to 1,000 prims, 16 × 8 up to 10,000, 8 × 4 beyond.
+Tessellation tessellationForPrimCount(std::size_t primCount);
+
 TriangleMesh tessellateCube(float size);
 TriangleMesh tessellateSphere(float radius, const Tessellation& detail = {});
 TriangleMesh tessellateCylinder(float height, float radius, ShapeAxis axis,

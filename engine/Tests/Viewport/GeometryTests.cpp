@@ -53,6 +53,20 @@ TEST(ViewportTessellation, ClosedShapesFaceOutwardWithMatchingNormals) {
   }
 }
 
+TEST(ViewportTessellation, LargerScenesGetCoarserRoundShapes) {
+  const std::size_t counts[] = {1, 1'000, 1'001, 10'000, 10'001, 5'000'000};
+  std::size_t previous = tessellateSphere(1, tessellationForPrimCount(0)).triangleCount();
+  for (const std::size_t count : counts) {
+    const Tessellation detail = tessellationForPrimCount(count);
+    const std::size_t triangles = tessellateSphere(1, detail).triangleCount();
+    EXPECT_LE(triangles, previous) << count;
+    EXPECT_GE(detail.segments, 8) << count;  // still round enough to read as a sphere
+    EXPECT_GE(detail.rings, 4) << count;
+    previous = triangles;
+  }
+  EXPECT_LT(previous, tessellateSphere(1, tessellationForPrimCount(1)).triangleCount());
+}
+
 TEST(ViewportTessellation, ShapesHaveTheirAuthoredExtentsAlongTheirAxis) {
   const Bounds cube = meshBounds(tessellateCube(3), glm::mat4(1.0f));
   expectNear(cube.min, glm::vec3(-1.5f));

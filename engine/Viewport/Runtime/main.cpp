@@ -47,7 +47,8 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "orvan_runtime_viewport: %s\n", opened.error->describe().c_str());
     return 1;
   }
-  const Scene scene = buildScene(*opened.stage);
+  const Stage& stage = *opened.stage;
+  const Scene scene = buildScene(stage, tessellationForPrimCount(stage.prims.size()));
   for (const SceneProblem& problem : scene.problems) {
     std::fprintf(stderr, "not drawn: %s: %s\n", problem.primPath.c_str(), problem.message.c_str());
   }
