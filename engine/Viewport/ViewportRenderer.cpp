@@ -166,9 +166,9 @@ struct ViewportRenderer::Impl {
     if (surface != EGL_NO_SURFACE) {
       eglDestroySurface(display, surface);
     }
-    if (display != EGL_NO_DISPLAY) {
-      eglTerminate(display);
-    }
+    // The display stays initialised: it is one per process, shared by every renderer, and
+    // terminating it unloads the driver under whatever it still holds.
+    eglReleaseThread();
   }
 
   void releaseBatches() {
