@@ -48,12 +48,13 @@ ENGINE_DEPENDS_ON = {
     "engine:Store": ["wire"],
     "engine:ProjectServer": ["engine:Authoring", "engine:Store"],
     "engine:ProjectTool": ["engine:UsdText"],
+    "engine:Viewport": ["engine:UsdText"],
     "engine:ClientLink": ["wire"],
     "engine:EditClient": ["engine:ClientLink"],
     "engine:ToolClient": ["engine:ClientLink"],
     "engine fuzzers": ["engine:Authoring", "engine:EditClient"],
     "engine benchmarks": ["engine:ProjectServer", "engine:ProjectTool", "engine:Store",
-                          "engine:Authoring"],
+                          "engine:Authoring", "engine:Viewport"],
 }
 
 CORE = "apps/usd_editor/Sources/OrvanUsdEditorCore"

@@ -1,0 +1,90 @@
+// The viewport renderer on this machine's OpenGL (Mesa's software renderer without a GPU): one
+// frame of the demo scene and of generated scenes, drawn and read back, at 1280×720 and 1920×1080;
+// and building the draw list of a stage.
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <memory>
+#include <stdexcept>
+
+#include "UsdText/LayerReader.h"
+#include "UsdText/SceneGenerator.h"
+#include "UsdText/StageComposer.h"
+#include "Viewport/ViewportRenderer.h"
+
+namespace orvan::engine {
+namespace {
+
+std::shared_ptr<Stage> demoStage() {
+  StageOpenResult opened = openStage(ORVAN_DEMO_DIR "/hello_world.usda");
+  if (!opened.ok()) {
+    throw std::runtime_error("the demo scene does not open");
+  }
+  return opened.stage;
+}
+
+std::shared_ptr<Stage> generatedStage(std::size_t count) {
+  LayerReadResult read = readLayerText("/generated/scene.usda", generateScene(count));
+  StageOpenResult composed = composeStage(read.layer);
+  if (!composed.ok()) {
+    throw std::runtime_error("the generated scene does not compose");
+  }
+  return composed.stage;
+}
+
+ViewportRenderer& renderer() {
+  static std::unique_ptr<ViewportRenderer> shared = [] {
+    ViewportRenderer::CreateResult created = ViewportRenderer::create();
+    if (!created.renderer) {
+      throw std::runtime_error(created.error);
+    }
+    return std::move(created.renderer);
+  }();
+  return *shared;
+}
+
+// range(0): prims of a generated scene, 0 for the demo; range(1), range(2): the frame's size.
+void renderFrame(benchmark::State& state) {
+  const auto count = static_cast<std::size_t>(state.range(0));
+  const auto stage = count == 0 ? demoStage() : generatedStage(count);
+  const Scene scene = buildScene(*stage, tessellationForPrimCount(stage->prims.size()));
+  ViewportRenderer& gl = renderer();
+  gl.setScene(scene);
+  const OrbitCamera camera = frameBounds(orbit(OrbitCamera{}, 30, 20), scene.bounds);
+  const auto width = static_cast<int>(state.range(1));
+  const auto height = static_cast<int>(state.range(2));
+  for (auto _ : state) {
+    RenderResult result = gl.render(camera, width, height);
+    if (!result.error.empty()) {
+      state.SkipWithError(result.error.c_str());
+      return;
+    }
+    benchmark::DoNotOptimize(result.frame.rgba.data());
+  }
+  state.counters["drawn"] = static_cast<double>(scene.objects.size());
+  state.counters["fps"] =
+      benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
+}
+BENCHMARK(renderFrame)
+    ->Args({0, 1280, 720})
+    ->Args({0, 1920, 1080})
+    ->Args({10'000, 1280, 720})
+    ->Args({100'000, 1280, 720})
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+void buildDrawList(benchmark::State& state) {
+  const auto stage = generatedStage(static_cast<std::size_t>(state.range(0)));
+  std::size_t drawn = 0;
+  for (auto _ : state) {
+    const Scene scene = buildScene(*stage);
+    drawn = scene.objects.size();
+    benchmark::DoNotOptimize(drawn);
+  }
+  state.counters["drawn"] = static_cast<double>(drawn);
+}
+BENCHMARK(buildDrawList)->Arg(10'000)->Unit(benchmark::kMillisecond);
+
+}  // namespace
+}  // namespace orvan::engine
+BENCHMARK_MAIN();
