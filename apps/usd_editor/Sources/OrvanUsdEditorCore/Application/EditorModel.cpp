@@ -114,7 +114,8 @@ EditorModel::EditorModel(EditorConfiguration launchConfiguration, EditorModelPor
                   revision, status, timing}),
       structure({ports_.main, helperExchanges_, stage, session, documents, overlay, operations,
                  editClients, stageRefresher, revision, status, timing}),
-      propertyDrafts({ports_.main, stage, session, documents, operations, status}) {
+      propertyDrafts({ports_.main, stage, session, documents, operations, status}),
+      components({stage, session, documents, operations, stageRefresher, propertyDrafts, status}) {
   connectParts();
   account.loadSessionToken();
   revision.set(configuration.revision);

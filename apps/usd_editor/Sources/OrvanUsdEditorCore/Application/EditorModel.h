@@ -8,6 +8,7 @@
 
 #include "Application/UserIdentityController.h"
 #include "Application/ViewPreferences.h"
+#include "Authoring/ComponentEditing.h"
 #include "Authoring/EditClientSlot.h"
 #include "Authoring/OperationQueue.h"
 #include "Authoring/OptimisticOverlay.h"
@@ -78,6 +79,7 @@ struct EditorModelPorts {
 //   operations       the serial queue of edits to the helper                 (Authoring)
 //   structure        create, delete, duplicate, rename, reparent, instance   (Authoring)
 //   propertyDrafts   inspector drafts, value grammar, debounced commits      (Authoring)
+//   components       add, remove, enable, reorder, copy and paste components (Authoring)
 // This class wires them together and runs start-up (EditorModel.cpp).
 class EditorModel {
   // First, so that every part below may hold on to the ports.
@@ -127,6 +129,7 @@ class EditorModel {
   OperationQueue operations;
   StructuralEditing structure;
   PropertyDrafts propertyDrafts;
+  ComponentEditing components;
 
   // ---- Start-up
   // Begins or begins again: resolves the project of a hosted launch, then loads the stage.

@@ -1,5 +1,5 @@
-// Inspector drafts inside the model, on virtual time, against the scripted fake edit helper: the
-// debounce, coalescing, previews, refusals and refreshes.
+// Inspector drafts and component commands inside the model, on virtual time, against the scripted
+// fake edit helper: the debounce, coalescing, previews, refusals, refreshes and the fan-out.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -81,6 +81,10 @@ StageInspection draftStage() {
   legNode.parent = "/World/Set";
   world.children.back().children.push_back(legNode);
   stage.rootPrims.push_back(world);
+  UsdComponent light;
+  light.type = "Light";
+  light.properties = {property("intensity", "number", "1")};
+  stage.catalog = {light, renderShape("1,1,1")};
   return stage;
 }
 
@@ -314,6 +318,73 @@ TEST_F(PropertyDraftsTest, WorldSettingsAndResets) {
                           "usd-property\t1\tset\t/World\torvan:ambientOcclusionStrength\t2",
                           "component\t2\treset\t/World/A\tRenderShape\tcolor"));
   EXPECT_EQ(model_->propertyDrafts.worldNumberValue("ambientOcclusionStrength", 1), "2");
+}
+
+TEST_F(PropertyDraftsTest, ComponentCommandsFanOutOverTheSelectionAndShowAtOnce) {
+  select({"/World/A", "/World/B", "/World/C"});
+  model_->components.addComponent("RenderShape");
+  const UsdPrimDetail* c = model_->stage.get()->prim("/World/C");
+  ASSERT_NE(c, nullptr);
+  ASSERT_EQ(c->components.size(), 1u) << "the local stage shows it before any reply";
+  EXPECT_EQ(c->components[0].properties.size(), 3u) << "from the catalogue";
+  scheduler_.runUntilQuiet();
+  EXPECT_THAT(commands(), ElementsAre("component\t0\tadd\t/World/C\tRenderShape"))
+      << "two of three held it already";
+
+  select({"/World/A", "/World/B"});
+  model_->components.setEnabled("RenderShape", false);
+  EXPECT_FALSE(model_->stage.get()->prim("/World/B")->components[0].enabled);
+  model_->components.addComponent("Light");
+  scheduler_.runUntilQuiet();
+  model_->components.reorderComponent("Light", 0);
+  model_->components.reorderComponent("RenderShape", 0);
+  EXPECT_EQ(model_->operations.state.pendingOperations.size() +
+                model_->operations.state.inFlightOperation.has_value(),
+            2u)
+      << "the order shows only with the next stage: a move to where it stands is dropped";
+  scheduler_.runUntilQuiet();
+  model_->components.removeComponent("Light");
+  EXPECT_EQ(model_->stage.get()->prim("/World/A")->components.size(), 1u);
+  scheduler_.runUntilQuiet();
+  const std::vector<std::string> sent = commands();
+  EXPECT_THAT(
+      std::vector<std::string>(sent.begin() + 1, sent.end()),
+      ElementsAre("component\t1\tenable\t/World/A\tRenderShape\tfalse",
+                  "component\t2\tenable\t/World/B\tRenderShape\tfalse",
+                  "component\t3\tadd\t/World/A\tLight", "component\t4\tadd\t/World/B\tLight",
+                  "component\t5\treorder\t/World/A\tLight\tLight,RenderShape",
+                  "component\t6\treorder\t/World/B\tLight\tLight,RenderShape",
+                  "component\t7\tremove\t/World/A\tLight",
+                  "component\t8\tremove\t/World/B\tLight"));
+}
+
+TEST_F(PropertyDraftsTest, CopyAndPasteAComponentAndTheRefusals) {
+  select({"/World/A", "/World/C", "/World/Set/Leg"});
+  const UsdPrimDetail* a = model_->stage.get()->prim("/World/A");
+  const UsdComponent shape = a->components[0];
+  model_->components.copyComponent(shape);
+  EXPECT_EQ(model_->status.get(), "Copied RenderShape; select another object to paste it");
+  model_->components.pasteComponentSnapshot(shape, {});
+  EXPECT_EQ(model_->status.get(), "Select an object to paste the component");
+
+  model_->components.duplicateComponentToSelection(shape, "/World/A");
+  EXPECT_EQ(model_->status.get(), "Copied RenderShape to 1 objects") << "the proxy is skipped";
+  EXPECT_EQ(model_->stage.get()->prim("/World/C")->components.at(0).properties.at(0).value,
+            "1,0,0");
+  scheduler_.runUntilQuiet();
+  EXPECT_THAT(commands(), ElementsAre("component\t0\tadd\t/World/C\tRenderShape",
+                                      "component\t1\tenable\t/World/C\tRenderShape\ttrue",
+                                      "component\t2\tset\t/World/C\tRenderShape\tcolor\t1,0,0",
+                                      "component\t3\tset\t/World/C\tRenderShape\tdimensions\t1,1,1",
+                                      "component\t4\tset\t/World/C\tRenderShape\tradius\t0.5"));
+
+  select({"/World/Set/Leg"});
+  model_->components.addComponent("Light");
+  EXPECT_THAT(model_->status.get(), ::testing::HasSubstr("instance"));
+  model_->components.applyUiLayoutPreset(UiLayoutPreset::fill);
+  EXPECT_EQ(model_->status.get(), "Select an object with UiLayout");
+  scheduler_.runUntilQuiet();
+  EXPECT_EQ(commands().size(), 5u) << "nothing queued after a refusal";
 }
 
 }  // namespace
