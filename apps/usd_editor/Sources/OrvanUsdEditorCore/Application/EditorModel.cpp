@@ -115,7 +115,8 @@ EditorModel::EditorModel(EditorConfiguration launchConfiguration, EditorModelPor
       structure({ports_.main, helperExchanges_, stage, session, documents, overlay, operations,
                  editClients, stageRefresher, revision, status, timing}),
       propertyDrafts({ports_.main, stage, session, documents, operations, status}),
-      components({stage, session, documents, operations, stageRefresher, propertyDrafts, status}) {
+      components({stage, session, documents, operations, stageRefresher, propertyDrafts, status}),
+      layers({ports_.preferences, scope, stage, operations, editClients, stageRefresher, status}) {
   connectParts();
   account.loadSessionToken();
   revision.set(configuration.revision);
@@ -174,6 +175,7 @@ void EditorModel::connectParts() {
   };
   stageRefresher.hooks.stageApplied = [this](bool preserveDrafts) {
     propertyDrafts.stageApplied(preserveDrafts);
+    layers.stageApplied();
   };
   stageRefresher.hooks.refreshApplied = [this] { operations.submitNextOperation(); };
   operations.hooks.otherPendingAuthoringChanges = [this] {
@@ -181,6 +183,13 @@ void EditorModel::connectParts() {
   };
   operations.hooks.applyAcceptedOperation = [this](const AtomicOperation& operation) {
     propertyDrafts.operationAccepted(operation);
+    layers.operationAccepted(operation);
+  };
+  operations.hooks.rollBackOperation = [this](const AtomicOperation& operation) {
+    layers.rollBackOperation(operation);
+  };
+  operations.hooks.pendingAddedLayerActivation = [this] {
+    return layers.pendingAddedLayerActivationPreviousIdentifiers.has_value();
   };
   operations.hooks.refused = [this](const AtomicOperation& operation) {
     propertyDrafts.operationRefused(operation);

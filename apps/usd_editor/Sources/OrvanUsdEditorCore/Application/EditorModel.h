@@ -10,6 +10,7 @@
 #include "Application/ViewPreferences.h"
 #include "Authoring/ComponentEditing.h"
 #include "Authoring/EditClientSlot.h"
+#include "Authoring/LayerStackEditing.h"
 #include "Authoring/OperationQueue.h"
 #include "Authoring/OptimisticOverlay.h"
 #include "Authoring/PropertyDrafts.h"
@@ -80,6 +81,7 @@ struct EditorModelPorts {
 //   structure        create, delete, duplicate, rename, reparent, instance   (Authoring)
 //   propertyDrafts   inspector drafts, value grammar, debounced commits      (Authoring)
 //   components       add, remove, enable, reorder, copy and paste components (Authoring)
+//   layers           the layer pane: stack commands and the active layer     (Authoring)
 // This class wires them together and runs start-up (EditorModel.cpp).
 class EditorModel {
   // First, so that every part below may hold on to the ports.
@@ -130,6 +132,7 @@ class EditorModel {
   StructuralEditing structure;
   PropertyDrafts propertyDrafts;
   ComponentEditing components;
+  LayerStackEditing layers;
 
   // ---- Start-up
   // Begins or begins again: resolves the project of a hosted launch, then loads the stage.
