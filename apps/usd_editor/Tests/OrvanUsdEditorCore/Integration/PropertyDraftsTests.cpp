@@ -236,7 +236,7 @@ TEST_F(PropertyDraftsTest, AMultiSelectionSendsOneOperationPerEntityAndLastValue
     model_->propertyDrafts.updateDraft(shape_, radius_, value, true);
     wait(5ms);
   }
-  EXPECT_EQ(model_->propertyDrafts.deferredPropertyCommitTasks.size(), 1u);
+  ASSERT_EQ(model_->propertyDrafts.deferredPropertyCommitTasks.size(), 1u);
   EXPECT_EQ(model_->propertyDrafts.deferredPropertyCommitTasks.begin()->first,
             "RenderShape|radius|/World/A|/World/B")
       << "C has no shape";
