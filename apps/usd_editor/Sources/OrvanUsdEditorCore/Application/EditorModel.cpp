@@ -113,7 +113,10 @@ EditorModel::EditorModel(EditorConfiguration launchConfiguration, EditorModelPor
                   identity.userName, stage, stageRefresher, documents, overlay, editClients,
                   revision, status, timing}),
       structure({ports_.main, helperExchanges_, stage, session, documents, overlay, operations,
-                 editClients, stageRefresher, revision, status, timing}) {
+                 editClients, stageRefresher, revision, status, timing}),
+      propertyDrafts({ports_.main, stage, session, documents, operations, status}),
+      components({stage, session, documents, operations, stageRefresher, propertyDrafts, status}),
+      layers({ports_.preferences, scope, stage, operations, editClients, stageRefresher, status}) {
   connectParts();
   account.loadSessionToken();
   revision.set(configuration.revision);
@@ -166,8 +169,31 @@ void EditorModel::connectParts() {
                                              std::optional<std::uint64_t> incomingRevision) {
     overlay.applyOptimisticStructuralOverlay(std::move(prepared), incomingRevision);
   };
-  stageRefresher.hooks.queuedWorkDiscarded = [this] { operations.discardQueuedWork(); };
+  stageRefresher.hooks.queuedWorkDiscarded = [this] {
+    operations.discardQueuedWork();
+    propertyDrafts.discardDeferredCommits();
+  };
+  stageRefresher.hooks.stageApplied = [this](bool preserveDrafts) {
+    propertyDrafts.stageApplied(preserveDrafts);
+    layers.stageApplied();
+  };
   stageRefresher.hooks.refreshApplied = [this] { operations.submitNextOperation(); };
+  operations.hooks.otherPendingAuthoringChanges = [this] {
+    return propertyDrafts.hasDeferredCommits();
+  };
+  operations.hooks.applyAcceptedOperation = [this](const AtomicOperation& operation) {
+    propertyDrafts.operationAccepted(operation);
+    layers.operationAccepted(operation);
+  };
+  operations.hooks.rollBackOperation = [this](const AtomicOperation& operation) {
+    layers.rollBackOperation(operation);
+  };
+  operations.hooks.pendingAddedLayerActivation = [this] {
+    return layers.pendingAddedLayerActivationPreviousIdentifiers.has_value();
+  };
+  operations.hooks.refused = [this](const AtomicOperation& operation) {
+    propertyDrafts.operationRefused(operation);
+  };
 }
 
 // ---- Start-up

@@ -8,9 +8,12 @@
 
 #include "Application/UserIdentityController.h"
 #include "Application/ViewPreferences.h"
+#include "Authoring/ComponentEditing.h"
 #include "Authoring/EditClientSlot.h"
+#include "Authoring/LayerStackEditing.h"
 #include "Authoring/OperationQueue.h"
 #include "Authoring/OptimisticOverlay.h"
+#include "Authoring/PropertyDrafts.h"
 #include "Authoring/StructuralEditing.h"
 #include "Foundation/Executors.h"
 #include "Foundation/Observable.h"
@@ -76,6 +79,9 @@ struct EditorModelPorts {
 //   overlay          structural edits shown before the server confirms them  (Authoring)
 //   operations       the serial queue of edits to the helper                 (Authoring)
 //   structure        create, delete, duplicate, rename, reparent, instance   (Authoring)
+//   propertyDrafts   inspector drafts, value grammar, debounced commits      (Authoring)
+//   components       add, remove, enable, reorder, copy and paste components (Authoring)
+//   layers           the layer pane: stack commands and the active layer     (Authoring)
 // This class wires them together and runs start-up (EditorModel.cpp).
 class EditorModel {
   // First, so that every part below may hold on to the ports.
@@ -124,6 +130,9 @@ class EditorModel {
   OptimisticOverlay overlay;
   OperationQueue operations;
   StructuralEditing structure;
+  PropertyDrafts propertyDrafts;
+  ComponentEditing components;
+  LayerStackEditing layers;
 
   // ---- Start-up
   // Begins or begins again: resolves the project of a hosted launch, then loads the stage.

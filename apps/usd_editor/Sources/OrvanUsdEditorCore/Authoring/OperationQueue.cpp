@@ -339,6 +339,7 @@ void OperationQueue::handleSubmitResponse(const EditClientResponse& response,
              component && component->kind == ComponentOperationKind::enable) {
     context_.stageRefresher.refresh({.preserveQueue = true});
   }
+  hooks.refused(operation);
   context_.status.set(std::string(status::kRejected) + response.message);
   cancelDeferredWorkspaceSwitchForSaveFailure(response.message);
   afterReply();
@@ -364,6 +365,7 @@ void OperationQueue::handleSubmitFailure(const Error& error) {
       context_.stageRefresher.refresh({.preserveQueue = true, .preserveDrafts = false});
     }
     state.operationRetryAttempts.erase(operation->replacementKey());
+    hooks.refused(*operation);
   }
   if (state.deferredEditorSimulationPlaying == true)
     state.deferredEditorSimulationPlaying.reset();

@@ -116,6 +116,8 @@ class OperationQueue {
     std::function<void(const AtomicOperation&)> applyAcceptedOperation = [](const auto&) {};
     // A refused or failed layer or asset operation: its cheap local effects are undone.
     std::function<void(const AtomicOperation&)> rollBackOperation = [](const auto&) {};
+    // An operation given up for good, refused or failed: what showed it ahead of the server goes.
+    std::function<void(const AtomicOperation&)> refused = [](const auto&) {};
     std::function<void(const std::string&)> performProjectSwitch = [](const auto&) {};
     std::function<void(const std::string&)> performWorkspaceSwitch = [](const auto&) {};
   };

@@ -171,7 +171,6 @@ void StageRefresher::applyRefreshResultNow(std::shared_ptr<const PreparedStage> 
                                            std::optional<std::uint64_t> incomingRevision,
                                            std::uint64_t generation, bool preserveDrafts) {
   ORVAN_ASSERT_MAIN_THREAD(context_.main);
-  (void)preserveDrafts;
   const auto started = std::chrono::steady_clock::now();
   // A stage older than what the editor knows was typically served just before an accepted edit:
   // refuse it and ask again, but never more than eight times in a row.
@@ -195,6 +194,7 @@ void StageRefresher::applyRefreshResultNow(std::shared_ptr<const PreparedStage> 
     storeStage(std::move(prepared));
   if (incomingRevision)
     revision.set(*incomingRevision);
+  hooks.stageApplied(preserveDrafts);
 
   stageRefreshInFlight = false;
   StartupState& startup = context_.startup;

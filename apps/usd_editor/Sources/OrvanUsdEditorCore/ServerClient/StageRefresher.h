@@ -59,6 +59,8 @@ class StageRefresher {
         presentStage;
     // A full refresh drops the queued edits and everything shown ahead of the server.
     std::function<void()> queuedWorkDiscarded = [] {};
+    // A refresh's stage is now shown; `preserveDrafts` says whether the fields keep their text.
+    std::function<void(bool preserveDrafts)> stageApplied = [](bool) {};
     // A refresh's stage was applied: queued edits waiting for it may go.
     std::function<void()> refreshApplied = [] {};
   };

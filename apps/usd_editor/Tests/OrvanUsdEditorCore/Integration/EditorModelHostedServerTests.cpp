@@ -352,5 +352,71 @@ TEST_F(EditorModelHostedServerTest, StructuralEditsThroughTheRealHelperEndUpInTh
   EXPECT_TRUE(written);
 }
 
+// A component added and a colour typed into the inspector, through the real helper: the next
+// stage and the scene's file hold both.
+TEST_F(EditorModelHostedServerTest, AComponentAndAColourThroughTheRealHelperEndUpInTheFile) {
+  std::string folder =
+      (std::filesystem::temp_directory_path() / "orvan_editor_components_XXXXXX").string();
+  ASSERT_NE(::mkdtemp(folder.data()), nullptr);
+  const std::shared_ptr<void> removeFolder(nullptr,
+                                           [&](void*) { std::filesystem::remove_all(folder); });
+  std::filesystem::copy(std::string(ORVAN_SOURCE_DIR) + "/demo", folder,
+                        std::filesystem::copy_options::recursive);
+  std::filesystem::remove_all(folder + "/.orvan");
+  RunningProjectServer server({"--state-dir", folder + "/.state"}, {}, folder);
+  ASSERT_TRUE(server.error().empty()) << server.error();
+  configuration_.editClientPath = std::string(ORVAN_ENGINE_BIN_DIR) + "/orvan_edit_client";
+  EditorModel& model = startModel(server.url());
+  ASSERT_TRUE(runUntil([&] { return !model.currentStage().prims.empty(); })) << model.status.get();
+  const auto component = [&](std::string_view type) -> const UsdComponent* {
+    const UsdPrimDetail* cube = model.stage.get()->prim("/World/RedCube");
+    if (!cube)
+      return nullptr;
+    for (const UsdComponent& each : cube->components)
+      if (each.type == type)
+        return &each;
+    return nullptr;
+  };
+  ASSERT_EQ(component("AudioSource"), nullptr);
+  const UsdComponent* shape = component("RenderShape");
+  ASSERT_NE(shape, nullptr);
+  const UsdComponent shapeCopy = *shape;
+  const ComponentProperty* color = nullptr;
+  for (const ComponentProperty& each : shapeCopy.properties)
+    if (each.name == "color")
+      color = &each;
+  ASSERT_NE(color, nullptr);
+
+  model.documents.selectPrims("/World/RedCube", {"/World/RedCube"});
+  ASSERT_TRUE(
+      runUntil([&] { return !model.session.inspector.get().sceneSnapshot.entityPaths.empty(); }));
+  std::uint64_t expected = model.revision.get() + 1;
+  model.components.addComponent("AudioSource");
+  EXPECT_NE(component("AudioSource"), nullptr) << "shown before the answer";
+  ASSERT_TRUE(runUntil([&] { return model.revision.get() >= expected; })) << model.status.get();
+
+  ++expected;
+  model.propertyDrafts.updateDraft(shapeCopy, *color, "0.1, 0.2, 0.3", true);
+  ASSERT_TRUE(runUntil([&] { return model.revision.get() >= expected; })) << model.status.get();
+
+  model.stageRefresher.refresh();
+  ASSERT_TRUE(runUntil([&] {
+    return !model.stageRefresher.stageRefreshInFlight && component("AudioSource") != nullptr;
+  })) << model.status.get();
+  EXPECT_EQ(model.propertyDrafts.draftValue(shapeCopy, *color), "0.1,0.2,0.3");
+
+  bool written = false;
+  std::string text;
+  for (int i = 0; i < 100 && !written; ++i) {
+    std::ifstream in(folder + "/hello_world.usda");
+    text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    written = text.find("orvan:audio:") != std::string::npos &&
+              text.find("(0.1, 0.2, 0.3)") != std::string::npos;
+    if (!written)
+      std::this_thread::sleep_for(50ms);
+  }
+  EXPECT_TRUE(written) << text;
+}
+
 }  // namespace
 }  // namespace orvan::editor
