@@ -31,11 +31,12 @@ std::vector<std::string> layersOf(const ChangeSet& changes) {
   return {layers.begin(), layers.end()};
 }
 
-// Only the changes of one layer: what a crash left unwritten in that file.
+// Only the changes of one layer's file: what a crash left unwritten in it. Muting is the
+// workspace's state, not the file's.
 ChangeSet changesOfLayer(const ChangeSet& changes, const std::string& layer) {
   ChangeSet kept;
   for (const LayerChange& change : changes.changes) {
-    if (change.layer == layer)
+    if (change.layer == layer && change.kind != ChangeKind::LayerMute)
       kept.changes.push_back(change);
   }
   return kept;
