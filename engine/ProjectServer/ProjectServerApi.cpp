@@ -501,8 +501,7 @@ ApiAnswer ProjectServerApi::watchEndpoint(const ApiRequest& request) {
   if (!scope.ok())
     return errorAnswer(scope.error());
   const FeedScope watched = feedScope(*scope);
-  const ProjectFolder& project = *scope->project;
-  const auto revision = [this, &project] { return revisionOf(project); };
+  const auto revision = [this, project = scope->project] { return revisionOf(*project); };
   // The watcher learns where it stands, then who else is here, then everything that follows.
   std::vector<std::string> opening{
       encodeJson(editor::ToolClientLine{.type = "hello",
