@@ -80,8 +80,36 @@ class RunningProjectServer {
   std::string error_;
 };
 
+// A copy of the demo project in a folder of the test's own: the tests that edit work on it, never
+// on the repository's demo.
+class EditableDemo {
+ public:
+  EditableDemo() {
+    folder_ = (std::filesystem::temp_directory_path() / "orvan_editor_demo_XXXXXX").string();
+    if (::mkdtemp(folder_.data()) == nullptr)
+      return;
+    std::filesystem::copy(std::string(ORVAN_SOURCE_DIR) + "/demo", folder_,
+                          std::filesystem::copy_options::recursive);
+    std::filesystem::remove_all(folder_ + "/.orvan");
+  }
+  ~EditableDemo() { std::filesystem::remove_all(folder_); }
+  EditableDemo(const EditableDemo&) = delete;
+  EditableDemo& operator=(const EditableDemo&) = delete;
+
+  const std::string& folder() const { return folder_; }
+
+ private:
+  std::string folder_;
+};
+
 class EditorModelHostedServerTest : public ::testing::Test {
  protected:
+  // The model on a running server, editing through the engine's real edit helper.
+  EditorModel& startEditing(const RunningProjectServer& server) {
+    configuration_.editClientPath = std::string(ORVAN_ENGINE_BIN_DIR) + "/orvan_edit_client";
+    return startModel(server.url());
+  }
+
   EditorModel& startModel(const std::string& serverURL) {
     configuration_.projectServerURL = serverURL;
     configuration_.localMode = false;
@@ -241,19 +269,10 @@ TEST_F(EditorModelHostedServerTest, AServerThatIsGoneEndsAsAClassifiedIssueNotAH
 // The whole road of an edit: the model adds a prim through the real edit helper and the real
 // server, shows it at once, and the next stage from the server holds it, as does the scene's file.
 TEST_F(EditorModelHostedServerTest, APrimAddedThroughTheRealHelperIsInTheNextStageAndTheFile) {
-  std::string folder =
-      (std::filesystem::temp_directory_path() / "orvan_editor_edit_XXXXXX").string();
-  ASSERT_NE(::mkdtemp(folder.data()), nullptr);
-  const std::shared_ptr<void> removeFolder(nullptr,
-                                           [&](void*) { std::filesystem::remove_all(folder); });
-  // A copy of the demo: the test edits it.
-  std::filesystem::copy(std::string(ORVAN_SOURCE_DIR) + "/demo", folder,
-                        std::filesystem::copy_options::recursive);
-  std::filesystem::remove_all(folder + "/.orvan");
-  RunningProjectServer server({"--state-dir", folder + "/.state"}, {}, folder);
+  const EditableDemo demo;
+  RunningProjectServer server({"--state-dir", demo.folder() + "/.state"}, {}, demo.folder());
   ASSERT_TRUE(server.error().empty()) << server.error();
-  configuration_.editClientPath = std::string(ORVAN_ENGINE_BIN_DIR) + "/orvan_edit_client";
-  EditorModel& model = startModel(server.url());
+  EditorModel& model = startEditing(server);
   ASSERT_TRUE(runUntil([&] { return !model.currentStage().prims.empty(); })) << model.status.get();
   const auto startRevision = model.revision.get();
   const auto holds = [&](std::string_view path) {
@@ -284,7 +303,7 @@ TEST_F(EditorModelHostedServerTest, APrimAddedThroughTheRealHelperIsInTheNextSta
   const std::string name = added.substr(added.rfind('/') + 1);
   bool written = false;
   for (int i = 0; i < 100 && !written; ++i) {
-    std::ifstream in(folder + "/hello_world.usda");
+    std::ifstream in(demo.folder() + "/hello_world.usda");
     const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     written = text.find("\"" + name + "\"") != std::string::npos;
     if (!written)
@@ -296,18 +315,10 @@ TEST_F(EditorModelHostedServerTest, APrimAddedThroughTheRealHelperIsInTheNextSta
 // Rename, duplicate, reparent and delete through the real helper: each reaches the server in its
 // wire form, and the file ends up holding exactly the result.
 TEST_F(EditorModelHostedServerTest, StructuralEditsThroughTheRealHelperEndUpInTheFile) {
-  std::string folder =
-      (std::filesystem::temp_directory_path() / "orvan_editor_structure_XXXXXX").string();
-  ASSERT_NE(::mkdtemp(folder.data()), nullptr);
-  const std::shared_ptr<void> removeFolder(nullptr,
-                                           [&](void*) { std::filesystem::remove_all(folder); });
-  std::filesystem::copy(std::string(ORVAN_SOURCE_DIR) + "/demo", folder,
-                        std::filesystem::copy_options::recursive);
-  std::filesystem::remove_all(folder + "/.orvan");
-  RunningProjectServer server({"--state-dir", folder + "/.state"}, {}, folder);
+  const EditableDemo demo;
+  RunningProjectServer server({"--state-dir", demo.folder() + "/.state"}, {}, demo.folder());
   ASSERT_TRUE(server.error().empty()) << server.error();
-  configuration_.editClientPath = std::string(ORVAN_ENGINE_BIN_DIR) + "/orvan_edit_client";
-  EditorModel& model = startModel(server.url());
+  EditorModel& model = startEditing(server);
   ASSERT_TRUE(runUntil([&] { return !model.currentStage().prims.empty(); })) << model.status.get();
   std::uint64_t expected = model.revision.get();
   const auto settle = [&] {
@@ -341,7 +352,7 @@ TEST_F(EditorModelHostedServerTest, StructuralEditsThroughTheRealHelperEndUpInTh
 
   bool written = false;
   for (int i = 0; i < 100 && !written; ++i) {
-    std::ifstream in(folder + "/hello_world.usda");
+    std::ifstream in(demo.folder() + "/hello_world.usda");
     const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     written = text.find("\"Crate_1\"") != std::string::npos &&
               text.find("\"YellowCone\"") == std::string::npos &&
@@ -355,18 +366,10 @@ TEST_F(EditorModelHostedServerTest, StructuralEditsThroughTheRealHelperEndUpInTh
 // A component added and a colour typed into the inspector, through the real helper: the next
 // stage and the scene's file hold both.
 TEST_F(EditorModelHostedServerTest, AComponentAndAColourThroughTheRealHelperEndUpInTheFile) {
-  std::string folder =
-      (std::filesystem::temp_directory_path() / "orvan_editor_components_XXXXXX").string();
-  ASSERT_NE(::mkdtemp(folder.data()), nullptr);
-  const std::shared_ptr<void> removeFolder(nullptr,
-                                           [&](void*) { std::filesystem::remove_all(folder); });
-  std::filesystem::copy(std::string(ORVAN_SOURCE_DIR) + "/demo", folder,
-                        std::filesystem::copy_options::recursive);
-  std::filesystem::remove_all(folder + "/.orvan");
-  RunningProjectServer server({"--state-dir", folder + "/.state"}, {}, folder);
+  const EditableDemo demo;
+  RunningProjectServer server({"--state-dir", demo.folder() + "/.state"}, {}, demo.folder());
   ASSERT_TRUE(server.error().empty()) << server.error();
-  configuration_.editClientPath = std::string(ORVAN_ENGINE_BIN_DIR) + "/orvan_edit_client";
-  EditorModel& model = startModel(server.url());
+  EditorModel& model = startEditing(server);
   ASSERT_TRUE(runUntil([&] { return !model.currentStage().prims.empty(); })) << model.status.get();
   const auto component = [&](std::string_view type) -> const UsdComponent* {
     const UsdPrimDetail* cube = model.stage.get()->prim("/World/RedCube");
@@ -408,7 +411,7 @@ TEST_F(EditorModelHostedServerTest, AComponentAndAColourThroughTheRealHelperEndU
   bool written = false;
   std::string text;
   for (int i = 0; i < 100 && !written; ++i) {
-    std::ifstream in(folder + "/hello_world.usda");
+    std::ifstream in(demo.folder() + "/hello_world.usda");
     text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     written = text.find("orvan:audio:") != std::string::npos &&
               text.find("(0.1, 0.2, 0.3)") != std::string::npos;
