@@ -28,10 +28,10 @@ Refusal ensureFolders(PlanContext& context, const std::string& folder) {
     if (context.primExists(path))
       continue;
     const std::string parent(parentPathOf(path));
-    if (Refusal refused = context.ensurePrimSpec(context.layerId, parent))
+    if (Refusal refused = context.ensureAuthoredPrim(context.layerId, parent))
       return refused;
     if (context.layerOf(context.layerId).findPrim(path) != kNoPrim) {
-      // An over without a definition: the folder's own spec is made a Scope.
+      // An over without a definition: the folder itself is made a Scope.
       if (Refusal refused = context.removePrim(context.layerId, path))
         return refused;
     }
@@ -77,7 +77,7 @@ Refusal replaceAsset(PlanContext& context, const EditOperation& operation, std::
   const std::uint32_t parent = layer.prims[existing].parent;
   const auto& siblings = parent == kNoPrim ? layer.rootPrims : layer.prims[parent].children;
   LayerChange change;
-  change.kind = ChangeKind::PrimSpec;
+  change.kind = ChangeKind::PrimSubtree;
   change.layer = context.relative(context.layerId);
   change.path = path;
   change.index = static_cast<std::uint32_t>(std::find(siblings.begin(), siblings.end(), existing) -

@@ -15,7 +15,7 @@ namespace {
 namespace json = editor::json;
 
 constexpr std::array<std::pair<std::string_view, ChangeKind>, 8> kKindWords{{
-    {"primSpec", ChangeKind::PrimSpec},
+    {"primSubtree", ChangeKind::PrimSubtree},
     {"primFields", ChangeKind::PrimFields},
     {"primMove", ChangeKind::PrimMove},
     {"property", ChangeKind::Property},

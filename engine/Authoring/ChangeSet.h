@@ -16,12 +16,13 @@ class EditableScene;
 // so a change is its own inverse with before and after swapped, and applying it checks that the
 // scene still holds `before`.
 enum class ChangeKind : std::uint8_t {
-  PrimSpec,       // a prim's spec with its whole subtree, at `path`; `index`: among its siblings
-  PrimFields,     // a prim's own opinions (specifier, type, metadata, properties, variant sets),
-                  // its children left alone
-  PrimMove,       // a prim's spec moves from `path` (position `sourceIndex`) to `target`
-                  // (position `index`); no text
-  Property,       // property `name` of the prim at `path`; `index`: among its properties
+  PrimSubtree,  // a prim as one layer authors it, with its whole subtree, at `path`; `index`: among
+                // its siblings
+  PrimFields,   // a prim's own opinions (specifier, type, metadata, properties, variant sets),
+                // its children left alone
+  PrimMove,     // a prim moves within one layer from `path` (position `sourceIndex`) to `target`
+                // (position `index`); no text
+  Property,     // property `name` of the prim at `path`; `index`: among its properties
   PrimMetadata,   // metadata entry `name` ("key" or "prepend key") of the prim at `path`
   LayerMetadata,  // metadata entry `name` of the layer itself (subLayers, defaultPrim, ...)
   LayerFile,      // the whole layer: created (no before), deleted (no after) or replaced

@@ -159,13 +159,13 @@ Refusal ensureXformOp(PlanContext& context, const Target& target, std::string_vi
                                   "uniform token[] xformOpOrder", value);
 }
 
-// A prim's type in the active layer: the type of its spec there.
+// A prim's type in the active layer: the type of its authored there.
 Refusal setPrimType(PlanContext& context, const Target& target, std::string_view type) {
-  if (Refusal refused = context.ensurePrimSpec(context.layerId, target.path))
+  if (Refusal refused = context.ensureAuthoredPrim(context.layerId, target.path))
     return refused;
   const Layer& layer = context.layerOf(context.layerId);
-  const std::uint32_t spec = layer.findPrim(target.path);
-  const std::string before = primFieldsText(layer, spec);
+  const std::uint32_t authored = layer.findPrim(target.path);
+  const std::string before = primFieldsText(layer, authored);
   std::string error;
   const std::shared_ptr<Layer> fragment = readFragment(before, error);
   if (!fragment)
@@ -373,7 +373,7 @@ Refusal addComponent(PlanContext& context, const Target& target, const Component
         continue;
       if (info.type == "MaterialBinding") {
         // A binding without a target yet: the relationship declared, nothing bound.
-        if (Refusal refused = context.ensurePrimSpec(context.layerId, target.path))
+        if (Refusal refused = context.ensureAuthoredPrim(context.layerId, target.path))
           return refused;
         return context.putProperty(
             context.layerId, target.path, "material:binding",

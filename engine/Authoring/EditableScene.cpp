@@ -295,7 +295,7 @@ std::optional<std::string> EditableScene::applyChange(const LayerChange& change)
       return applyLayerFile(change);
     case ChangeKind::LayerMute:
       return applyLayerMute(change);
-    case ChangeKind::PrimSpec:
+    case ChangeKind::PrimSubtree:
     case ChangeKind::PrimFields:
     case ChangeKind::PrimMove:
     case ChangeKind::Property:
@@ -309,8 +309,8 @@ std::optional<std::string> EditableScene::applyChange(const LayerChange& change)
     return "The change names the layer " + change.layer + ", which the scene does not hold";
   std::optional<std::string> error;
   switch (change.kind) {
-    case ChangeKind::PrimSpec:
-      error = applyPrimSpec(*layer, change);
+    case ChangeKind::PrimSubtree:
+      error = applyPrimSubtree(*layer, change);
       break;
     case ChangeKind::PrimFields:
       error = applyPrimFields(*layer, change);
@@ -336,7 +336,8 @@ std::optional<std::string> EditableScene::applyChange(const LayerChange& change)
   return error;
 }
 
-std::optional<std::string> EditableScene::applyPrimSpec(Layer& layer, const LayerChange& change) {
+std::optional<std::string> EditableScene::applyPrimSubtree(Layer& layer,
+                                                           const LayerChange& change) {
   const std::uint32_t existing = layer.findPrim(change.path);
   if (change.before) {
     if (existing == kNoPrim)

@@ -110,7 +110,7 @@ class EditableScene {
   void noteEntityIds(const Layer& layer);
   void recompose() const;
 
-  std::optional<std::string> applyPrimSpec(Layer& layer, const LayerChange& change);
+  std::optional<std::string> applyPrimSubtree(Layer& layer, const LayerChange& change);
   std::optional<std::string> applyPrimFields(Layer& layer, const LayerChange& change);
   std::optional<std::string> applyPrimMove(Layer& layer, const LayerChange& change);
   std::optional<std::string> applyProperty(Layer& layer, const LayerChange& change);

@@ -275,12 +275,12 @@ Refusal mergeLayerDown(PlanContext& context, const std::string& layer, std::stri
     const std::string path = "/" + name;
     const Layer& top = context.layerOf(layer);
     const Layer& bottom = context.layerOf(below);
-    std::vector<Spec> specs{{&top, top.findPrim(path)}};
+    std::vector<AuthoredPrim> authored{{&top, top.findPrim(path)}};
     const std::uint32_t existing = bottom.findPrim(path);
     if (existing != kNoPrim)
-      specs.push_back({&bottom, existing});
+      authored.push_back({&bottom, existing});
     Layer scratch;
-    scratch.rootPrims.push_back(mergeSpecs(scratch, specs, kNoPrim));
+    scratch.rootPrims.push_back(mergeAuthoredPrims(scratch, authored, kNoPrim));
     const std::string merged = writeLayer(scratch);
     if (existing == kNoPrim) {
       if (Refusal refused = context.insertPrim(below, path, merged))
@@ -288,7 +288,7 @@ Refusal mergeLayerDown(PlanContext& context, const std::string& layer, std::stri
       continue;
     }
     LayerChange change;
-    change.kind = ChangeKind::PrimSpec;
+    change.kind = ChangeKind::PrimSubtree;
     change.layer = context.relative(below);
     change.path = path;
     change.before = subtreeText(bottom, existing);

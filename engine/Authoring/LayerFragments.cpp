@@ -309,19 +309,20 @@ std::uint32_t findChild(const Layer& layer, std::uint32_t prim, std::string_view
 
 }  // namespace
 
-// One spec made of the specs of several layers, strongest first: per metadata entry, property
-// field and child, the strongest says.
-std::uint32_t mergeSpecs(Layer& scratch, const std::vector<Spec>& specs, std::uint32_t parent) {
+// One authored made of the authored of several layers, strongest first: per metadata entry,
+// property field and child, the strongest says.
+std::uint32_t mergeAuthoredPrims(Layer& scratch, const std::vector<AuthoredPrim>& authored,
+                                 std::uint32_t parent) {
   LayerPrim out;
-  const LayerPrim& strongest = specs.front().layer->prims[specs.front().prim];
+  const LayerPrim& strongest = authored.front().layer->prims[authored.front().prim];
   out.name = strongest.name;
   out.parent = parent;
   out.specifier = Specifier::Over;
   out.comments = strongest.comments;
   out.trailingComments = strongest.trailingComments;
   std::unordered_set<std::string> metadataSeen;
-  for (const Spec& spec : specs) {
-    const LayerPrim& prim = spec.layer->prims[spec.prim];
+  for (const AuthoredPrim& authored : authored) {
+    const LayerPrim& prim = authored.layer->prims[authored.prim];
     if (out.specifier == Specifier::Over && prim.specifier != Specifier::Over)
       out.specifier = prim.specifier;
     if (out.typeName.empty())
@@ -347,15 +348,15 @@ std::uint32_t mergeSpecs(Layer& scratch, const std::vector<Spec>& specs, std::ui
   }
   const auto index = static_cast<std::uint32_t>(scratch.prims.size());
   scratch.prims.push_back(std::move(out));
-  for (const Spec& spec : specs) {
-    const LayerPrim& prim = spec.layer->prims[spec.prim];
+  for (const AuthoredPrim& authored : authored) {
+    const LayerPrim& prim = authored.layer->prims[authored.prim];
     if (prim.variantSets.empty())
       continue;
     std::vector<LayerVariantSet> sets = prim.variantSets;
     for (LayerVariantSet& set : sets) {
       for (LayerVariant& variant : set.variants) {
         if (variant.body != kNoPrim)
-          variant.body = copySubtreeShallow(*spec.layer, variant.body, scratch, index);
+          variant.body = copySubtreeShallow(*authored.layer, variant.body, scratch, index);
       }
     }
     scratch.prims[index].variantSets = std::move(sets);
@@ -363,7 +364,7 @@ std::uint32_t mergeSpecs(Layer& scratch, const std::vector<Spec>& specs, std::ui
   }
   // Children: the weakest names its children first, stronger ones add theirs after.
   std::vector<std::string_view> names;
-  for (auto it = specs.rbegin(); it != specs.rend(); ++it) {
+  for (auto it = authored.rbegin(); it != authored.rend(); ++it) {
     for (const std::uint32_t child : it->layer->prims[it->prim].children) {
       const std::string_view name = it->layer->prims[child].name;
       if (std::find(names.begin(), names.end(), name) == names.end())
@@ -371,13 +372,13 @@ std::uint32_t mergeSpecs(Layer& scratch, const std::vector<Spec>& specs, std::ui
     }
   }
   for (const std::string_view name : names) {
-    std::vector<Spec> children;
-    for (const Spec& spec : specs) {
-      const std::uint32_t child = findChild(*spec.layer, spec.prim, name);
+    std::vector<AuthoredPrim> children;
+    for (const AuthoredPrim& authored : authored) {
+      const std::uint32_t child = findChild(*authored.layer, authored.prim, name);
       if (child != kNoPrim)
-        children.push_back({spec.layer, child});
+        children.push_back({authored.layer, child});
     }
-    const std::uint32_t merged = mergeSpecs(scratch, children, index);
+    const std::uint32_t merged = mergeAuthoredPrims(scratch, children, index);
     scratch.prims[index].children.push_back(merged);
   }
   return index;

@@ -35,15 +35,16 @@ std::uint32_t copySubtreeShallow(const Layer& from, std::uint32_t prim, Layer& t
                                  std::uint32_t parent);
 
 // One prim of one layer.
-struct Spec {
+struct AuthoredPrim {
   const Layer* layer;
   std::uint32_t prim;
 };
 
-// One spec made of the specs of several layers, strongest first, in a scratch layer (views into
-// the given layers): per metadata entry, property field and child, the strongest one says; the
+// One authored made of the authored of several layers, strongest first, in a scratch layer (views
+// into the given layers): per metadata entry, property field and child, the strongest one says; the
 // children of the weakest come first. What flattening a prim across a layer stack gives.
-std::uint32_t mergeSpecs(Layer& scratch, const std::vector<Spec>& specs, std::uint32_t parent);
+std::uint32_t mergeAuthoredPrims(Layer& scratch, const std::vector<AuthoredPrim>& authored,
+                                 std::uint32_t parent);
 
 // Reads a piece's text; null with the reason in `error` when it does not read.
 std::shared_ptr<Layer> readFragment(std::string_view text, std::string& error);

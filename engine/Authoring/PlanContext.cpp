@@ -52,7 +52,7 @@ Refusal PlanContext::activeLayerWritable() const {
   return std::nullopt;
 }
 
-Refusal PlanContext::ensurePrimSpec(const std::string& layer, std::string_view path) {
+Refusal PlanContext::ensureAuthoredPrim(const std::string& layer, std::string_view path) {
   if (path == "/" || path.empty())
     return std::nullopt;
   const Layer& target = layerOf(layer);
@@ -85,7 +85,7 @@ Refusal PlanContext::insertPrim(const std::string& layer, std::string_view path,
   const std::size_t siblings =
       parent == kNoPrim ? target.rootPrims.size() : target.prims[parent].children.size();
   LayerChange change;
-  change.kind = ChangeKind::PrimSpec;
+  change.kind = ChangeKind::PrimSubtree;
   change.layer = relative(layer);
   change.path = std::string(path);
   change.index = static_cast<std::uint32_t>(siblings);
@@ -102,7 +102,7 @@ Refusal PlanContext::removePrim(const std::string& layer, std::string_view path)
   const std::vector<std::uint32_t>& siblings =
       parent == kNoPrim ? target.rootPrims : target.prims[parent].children;
   LayerChange change;
-  change.kind = ChangeKind::PrimSpec;
+  change.kind = ChangeKind::PrimSubtree;
   change.layer = relative(layer);
   change.path = std::string(path);
   change.index = static_cast<std::uint32_t>(std::find(siblings.begin(), siblings.end(), prim) -
@@ -139,7 +139,7 @@ Refusal PlanContext::putProperty(const std::string& layer, std::string_view prim
 Refusal PlanContext::setPropertyValue(const std::string& layer, std::string_view primPath,
                                       std::string_view name, std::string_view declaration,
                                       std::string_view value) {
-  if (Refusal refused = ensurePrimSpec(layer, primPath))
+  if (Refusal refused = ensureAuthoredPrim(layer, primPath))
     return refused;
   const std::string statement =
       "#usda 1.0\nover \"_\" {\n" + std::string(declaration) + " = " + std::string(value) + "\n}\n";
@@ -180,7 +180,7 @@ Refusal PlanContext::removeProperty(const std::string& layer, std::string_view p
 Refusal PlanContext::setPrimMetadata(const std::string& layer, std::string_view primPath,
                                      std::string_view name, std::optional<std::string> statement) {
   if (statement) {
-    if (Refusal refused = ensurePrimSpec(layer, primPath))
+    if (Refusal refused = ensureAuthoredPrim(layer, primPath))
       return refused;
   }
   const Layer& target = layerOf(layer);

@@ -39,11 +39,11 @@ class PlanContext {
 
   // ---- building blocks, each on one layer ----
 
-  // Makes sure the layer has a spec at `path`: missing ancestors and the prim itself become
-  // `over`s.
-  Refusal ensurePrimSpec(const std::string& layer, std::string_view path);
+  // Makes sure the layer authors a prim at `path`: missing ancestors and the prim itself
+  // become `over`s.
+  Refusal ensureAuthoredPrim(const std::string& layer, std::string_view path);
   // Inserts a prim subtree (the text of a layer holding it as its one root prim) as the last
-  // child of its parent's spec.
+  // child of the prim its parent authors there.
   Refusal insertPrim(const std::string& layer, std::string_view path, const std::string& text);
   Refusal removePrim(const std::string& layer, std::string_view path);
   // Puts a property's text (a layer holding `over "_"` with just that property), or removes it.

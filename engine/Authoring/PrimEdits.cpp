@@ -323,7 +323,7 @@ Refusal planAdd(PlanContext& context, const EditOperation& operation, std::strin
   const std::string display =
       operation.assetName.empty() ? operation.primName : operation.assetName;
   const std::string text = entityText(header, operation.primName, metadata, id, display, body);
-  if (Refusal refused = context.ensurePrimSpec(context.layerId, parent))
+  if (Refusal refused = context.ensureAuthoredPrim(context.layerId, parent))
     return refused;
   const std::string path = childPath(parent, operation.primName);
   if (Refusal refused = context.insertPrim(context.layerId, path, text))
@@ -334,7 +334,7 @@ Refusal planAdd(PlanContext& context, const EditOperation& operation, std::strin
 
 // ---- delete and reset ----
 
-// Whether anything but the active layer's own spec makes the prim: other layers of the stack or
+// Whether anything but the active layer's own authored makes the prim: other layers of the stack or
 // arcs.
 bool madeElsewhere(const PlanContext& context, std::string_view path) {
   const ComposedPrim* prim = context.scene.composedPrim(path);
@@ -375,12 +375,12 @@ Refusal planReset(PlanContext& context, const EditOperation& operation, std::str
   if (Refusal refused = checkExisting(context, path))
     return refused;
   const Layer& layer = context.layerOf(context.layerId);
-  const std::uint32_t spec = layer.findPrim(path);
-  if (spec == kNoPrim || !madeElsewhere(context, path)) {
+  const std::uint32_t authored = layer.findPrim(path);
+  if (authored == kNoPrim || !madeElsewhere(context, path)) {
     message = "Nothing to reset on " + path;
     return std::nullopt;
   }
-  if (layer.prims[spec].children.empty()) {
+  if (layer.prims[authored].children.empty()) {
     if (Refusal refused = context.removePrim(context.layerId, path))
       return refused;
     message = "Reset " + path;
@@ -390,7 +390,7 @@ Refusal planReset(PlanContext& context, const EditOperation& operation, std::str
   change.kind = ChangeKind::PrimFields;
   change.layer = context.relative(context.layerId);
   change.path = path;
-  change.before = primFieldsText(layer, spec);
+  change.before = primFieldsText(layer, authored);
   change.after = canonicalLayerText("#usda 1.0\nover \"" + std::string(nameOf(path)) + "\" {\n}\n");
   if (Refusal refused = context.emit(std::move(change)))
     return refused;
@@ -465,19 +465,19 @@ Refusal planDuplicate(PlanContext& context, const EditOperation& operation, std:
   if (hasPrefixPath(destination, source))
     return "Cannot duplicate " + source + " into itself";
 
-  std::vector<Spec> specs;
+  std::vector<AuthoredPrim> authored;
   for (const std::string& identifier : context.scene.layerStack()) {
     if (context.scene.isMuted(identifier))
       continue;
     const Layer* layer = context.scene.findLayer(identifier);
     const std::uint32_t prim = layer->findPrim(source);
     if (prim != kNoPrim)
-      specs.push_back({layer, prim});
+      authored.push_back({layer, prim});
   }
-  if (specs.empty())
+  if (authored.empty())
     return source + " comes from another file and cannot be duplicated";
   Layer scratch;
-  scratch.rootPrims.push_back(mergeSpecs(scratch, specs, kNoPrim));
+  scratch.rootPrims.push_back(mergeAuthoredPrims(scratch, authored, kNoPrim));
   std::string error;
   const std::shared_ptr<Layer> copy = readFragment(writeLayer(scratch), error);
   if (!copy)
@@ -513,7 +513,7 @@ Refusal planDuplicate(PlanContext& context, const EditOperation& operation, std:
       };
   visit(copy->rootPrims[0], source, destination);
   const std::string text = writeLayer(*copy);
-  if (Refusal refused = context.ensurePrimSpec(context.layerId, parent))
+  if (Refusal refused = context.ensureAuthoredPrim(context.layerId, parent))
     return refused;
   if (Refusal refused = context.insertPrim(context.layerId, destination, text))
     return refused;
@@ -608,7 +608,7 @@ Refusal planMove(PlanContext& context, const EditOperation& operation, std::stri
   }
   // The prim moves in every layer that says something about it, so its opinions stay together.
   for (const std::string& identifier : holders) {
-    if (Refusal refused = context.ensurePrimSpec(identifier, parent))
+    if (Refusal refused = context.ensureAuthoredPrim(identifier, parent))
       return refused;
     const Layer& layer = context.layerOf(identifier);
     const std::uint32_t prim = layer.findPrim(source);

@@ -233,7 +233,7 @@ TEST_F(AuthoringTest, RenameAndReparentMoveThePrimInEveryLayerAndRewireTargets) 
   ASSERT_TRUE(rename.accepted) << rename.message;
   EXPECT_EQ(rename.primOperations[0].kind, "reparent");
   EXPECT_THAT(rootText(), HasSubstr("rel material:binding = </World/Looks/Crimson>"));
-  // The box has specs in both layers; both move, and the ball's target follows its group.
+  // The box has authored prims in both layers; both move, and the ball's target follows its group.
   const EditResult move =
       apply({sourceOp(PrimOperationKind::Reparent, "/World/Box", "/World/Group", "Box"),
              sourceOp(PrimOperationKind::Reparent, "/World/Group", "/World/Looks", "Group")});
