@@ -10,6 +10,7 @@
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
+#include "ScriptedHelperModelTest.h"
 #include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
 #include "Support/TemporaryFolder.h"
@@ -58,24 +59,10 @@ StageInspection sceneStage() {
   return stage;
 }
 
-class AuthoringPipelineTest : public ::testing::Test {
+class AuthoringPipelineTest : public ScriptedHelperModelTest {
  protected:
   void SetUp() override {
-    configuration_.projectServerURL = "";
-    configuration_.inspectorPath = ORVAN_FAKE_INSPECTOR_PATH;
-    configuration_.editClientPath = ORVAN_FAKE_EDIT_CLIENT_PATH;
-    configuration_.clientId = journal_.string();
-    configuration_.scenePath = folder_.write("scene.usda", encodeJson(sceneStage())).string();
-    model_ = std::make_unique<EditorModel>(
-        configuration_, EditorModelPorts{.main = scheduler_,
-                                         .background = scheduler_.background(),
-                                         .preferences = preferences_,
-                                         .secrets = secrets_,
-                                         .processes = launcher_,
-                                         .http = http_,
-                                         .helperExchanges = &scheduler_.background()});
-    model_->stageRefresher.refresh();
-    scheduler_.runUntilQuiet();
+    startModel(sceneStage());
     ASSERT_TRUE(model_->currentStage().prims.size() == 6u) << model_->status.get();
     model_->revision.set(0);
     statusWatch_ =
@@ -120,15 +107,6 @@ class AuthoringPipelineTest : public ::testing::Test {
     model_->operations.submitNextOperation();
   }
 
-  testing::TemporaryFolder folder_;
-  std::filesystem::path journal_ = folder_ / "journal";
-  EditorConfiguration configuration_;
-  testing::ManualScheduler scheduler_;
-  InMemoryPreferencesStore preferences_;
-  InMemorySecretStore secrets_;
-  PosixProcessLauncher launcher_;
-  testing::FakeHttpClient http_{scheduler_};
-  std::unique_ptr<EditorModel> model_;
   std::vector<std::string> statuses_;
   Subscription statusWatch_;
 };

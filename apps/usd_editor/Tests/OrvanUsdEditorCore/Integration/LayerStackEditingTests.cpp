@@ -10,6 +10,7 @@
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
+#include "ScriptedHelperModelTest.h"
 #include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
 #include "Support/TemporaryFolder.h"
@@ -64,32 +65,15 @@ StageInspection layeredStage(std::vector<UsdLayerInfo> layers, bool needsInitial
   return stage;
 }
 
-class LayerStackEditingTest : public ::testing::Test {
+class LayerStackEditingTest : public ScriptedHelperModelTest {
  protected:
   void start(std::vector<UsdLayerInfo> layers, bool needsInitialization = false) {
-    configuration_.projectServerURL = "";
-    configuration_.inspectorPath = ORVAN_FAKE_INSPECTOR_PATH;
-    configuration_.editClientPath = ORVAN_FAKE_EDIT_CLIENT_PATH;
-    configuration_.clientId = journal_.string();
-    configuration_.scenePath =
-        folder_
-            .write("scene.usda", encodeJson(layeredStage(std::move(layers), needsInitialization)))
-            .string();
-    model_ = std::make_unique<EditorModel>(
-        configuration_, EditorModelPorts{.main = scheduler_,
-                                         .background = scheduler_.background(),
-                                         .preferences = preferences_,
-                                         .secrets = secrets_,
-                                         .processes = launcher_,
-                                         .http = http_,
-                                         .helperExchanges = &scheduler_.background()});
-    model_->stageRefresher.refresh();
-    scheduler_.runUntilQuiet();
+    startModel(layeredStage(std::move(layers), needsInitialization));
     ASSERT_FALSE(model_->currentStage().prims.empty()) << model_->status.get();
   }
   // The stage the inspector gives from now on.
   void serve(std::vector<UsdLayerInfo> layers) {
-    folder_.write("scene.usda", encodeJson(layeredStage(std::move(layers), false)));
+    ScriptedHelperModelTest::serve(layeredStage(std::move(layers), false));
   }
   std::vector<std::string> commands() const {
     std::vector<std::string> lines;
@@ -109,16 +93,6 @@ class LayerStackEditingTest : public ::testing::Test {
   std::string rememberedLayer() const {
     return preferences_.string(activeLayerPreferenceKey(model_->scope.get())).value_or("<none>");
   }
-
-  testing::TemporaryFolder folder_;
-  std::filesystem::path journal_ = folder_ / "journal";
-  EditorConfiguration configuration_;
-  testing::ManualScheduler scheduler_;
-  InMemoryPreferencesStore preferences_;
-  InMemorySecretStore secrets_;
-  PosixProcessLauncher launcher_;
-  testing::FakeHttpClient http_{scheduler_};
-  std::unique_ptr<EditorModel> model_;
 };
 
 TEST_F(LayerStackEditingTest, EachRefusalInItsWordsAndNothingIsSent) {

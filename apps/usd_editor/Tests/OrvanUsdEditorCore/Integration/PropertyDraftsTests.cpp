@@ -10,6 +10,7 @@
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
+#include "ScriptedHelperModelTest.h"
 #include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
 #include "Support/TemporaryFolder.h"
@@ -88,24 +89,10 @@ StageInspection draftStage() {
   return stage;
 }
 
-class PropertyDraftsTest : public ::testing::Test {
+class PropertyDraftsTest : public ScriptedHelperModelTest {
  protected:
   void SetUp() override {
-    configuration_.projectServerURL = "";
-    configuration_.inspectorPath = ORVAN_FAKE_INSPECTOR_PATH;
-    configuration_.editClientPath = ORVAN_FAKE_EDIT_CLIENT_PATH;
-    configuration_.clientId = journal_.string();
-    configuration_.scenePath = folder_.write("scene.usda", encodeJson(draftStage())).string();
-    model_ = std::make_unique<EditorModel>(
-        configuration_, EditorModelPorts{.main = scheduler_,
-                                         .background = scheduler_.background(),
-                                         .preferences = preferences_,
-                                         .secrets = secrets_,
-                                         .processes = launcher_,
-                                         .http = http_,
-                                         .helperExchanges = &scheduler_.background()});
-    model_->stageRefresher.refresh();
-    scheduler_.runUntilQuiet();
+    startModel(draftStage());
     ASSERT_TRUE(model_->currentStage().prims.size() == 6u) << model_->status.get();
     model_->revision.set(0);
     previewWatch_ = model_->session.viewport.subscribe([this](const ViewportControlsState& state) {
@@ -155,15 +142,6 @@ class PropertyDraftsTest : public ::testing::Test {
   const ComponentProperty& dimensions_ = shape_.properties[1];
   const ComponentProperty& radius_ = shape_.properties[2];
 
-  testing::TemporaryFolder folder_;
-  std::filesystem::path journal_ = folder_ / "journal";
-  EditorConfiguration configuration_;
-  testing::ManualScheduler scheduler_;
-  InMemoryPreferencesStore preferences_;
-  InMemorySecretStore secrets_;
-  PosixProcessLauncher launcher_;
-  testing::FakeHttpClient http_{scheduler_};
-  std::unique_ptr<EditorModel> model_;
   std::vector<TimePoint> previewTimes_;
   std::vector<std::vector<EditorViewportPropertyPreview>> previews_;
   Subscription previewWatch_;
