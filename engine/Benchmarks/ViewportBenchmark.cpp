@@ -70,6 +70,7 @@ BENCHMARK(renderFrame)
     ->Args({0, 1920, 1080})
     ->Args({10'000, 1280, 720})
     ->Args({100'000, 1280, 720})
+    ->Args({100'000, 1920, 1080})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 

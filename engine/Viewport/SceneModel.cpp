@@ -17,16 +17,6 @@ const Value* authoredValue(const Stage& stage, const ComposedPrim& prim, std::st
   return property->value;
 }
 
-std::optional<double> number(const Stage& stage, const ComposedPrim& prim, std::string_view name) {
-  const Value* value = authoredValue(stage, prim, name);
-  return value != nullptr ? value->toNumber() : std::nullopt;
-}
-
-float numberOr(const Stage& stage, const ComposedPrim& prim, std::string_view name,
-               double fallback) {
-  return static_cast<float>(number(stage, prim, name).value_or(fallback));
-}
-
 std::optional<glm::dvec3> tuple3(const Value& value) {
   if (value.kind != ValueKind::Tuple || value.itemCount != 3) {
     return std::nullopt;
@@ -40,27 +30,6 @@ std::optional<glm::dvec3> tuple3(const Value& value) {
     result[i] = *part;
   }
   return result;
-}
-
-std::optional<glm::dvec3> vector3(const Stage& stage, const ComposedPrim& prim,
-                                  std::string_view name) {
-  const Value* value = authoredValue(stage, prim, name);
-  return value != nullptr ? tuple3(*value) : std::nullopt;
-}
-
-std::optional<std::string> token(const Stage& stage, const ComposedPrim& prim,
-                                 std::string_view name) {
-  const Value* value = authoredValue(stage, prim, name);
-  if (value == nullptr) {
-    return std::nullopt;
-  }
-  return value->decoded();
-}
-
-bool flagOr(const Stage& stage, const ComposedPrim& prim, std::string_view name, bool fallback) {
-  const Value* value = authoredValue(stage, prim, name);
-  const std::optional<bool> flag = value != nullptr ? value->toBool() : std::nullopt;
-  return flag.value_or(fallback);
 }
 
 // A list of 3-tuples; nullopt when any item is not one.
@@ -96,18 +65,82 @@ std::optional<std::vector<int>> intList(const Value* value) {
   return result;
 }
 
-glm::mat4 primLocalTransform(const Stage& stage, const ComposedPrim& prim) {
+// Reads attributes of the stage's prims, with previewed values in front of the stage's.
+struct Reader {
+  const Stage& stage;
+  const PreviewValues& previews;
+
+  const std::vector<double>* previewed(const ComposedPrim& prim, std::string_view name) const {
+    if (previews.numbers.empty()) {
+      return nullptr;
+    }
+    const auto found = previews.numbers.find({prim.path, std::string(name)});
+    return found != previews.numbers.end() ? &found->second : nullptr;
+  }
+
+  std::optional<double> number(const ComposedPrim& prim, std::string_view name) const {
+    if (const auto* numbers = previewed(prim, name); numbers != nullptr && !numbers->empty()) {
+      return numbers->front();
+    }
+    const Value* value = authoredValue(stage, prim, name);
+    return value != nullptr ? value->toNumber() : std::nullopt;
+  }
+
+  float numberOr(const ComposedPrim& prim, std::string_view name, double fallback) const {
+    return static_cast<float>(number(prim, name).value_or(fallback));
+  }
+
+  std::optional<glm::dvec3> vector3(const ComposedPrim& prim, std::string_view name) const {
+    if (const auto* numbers = previewed(prim, name); numbers != nullptr && numbers->size() == 3) {
+      return glm::dvec3((*numbers)[0], (*numbers)[1], (*numbers)[2]);
+    }
+    const Value* value = authoredValue(stage, prim, name);
+    return value != nullptr ? tuple3(*value) : std::nullopt;
+  }
+
+  // The first colour of a colour list.
+  std::optional<glm::vec3> firstColor(const ComposedPrim& prim, std::string_view name) const {
+    if (const auto* numbers = previewed(prim, name); numbers != nullptr && numbers->size() >= 3) {
+      return glm::vec3((*numbers)[0], (*numbers)[1], (*numbers)[2]);
+    }
+    const auto colors = vectorList(authoredValue(stage, prim, name));
+    if (colors && !colors->empty()) {
+      return colors->front();
+    }
+    return std::nullopt;
+  }
+
+  std::optional<std::string> token(const ComposedPrim& prim, std::string_view name) const {
+    const Value* value = authoredValue(stage, prim, name);
+    if (value == nullptr) {
+      return std::nullopt;
+    }
+    return value->decoded();
+  }
+
+  bool flagOr(const ComposedPrim& prim, std::string_view name, bool fallback) const {
+    const Value* value = authoredValue(stage, prim, name);
+    const std::optional<bool> flag = value != nullptr ? value->toBool() : std::nullopt;
+    return flag.value_or(fallback);
+  }
+
+  bool overridden(const ComposedPrim& prim, std::string_view name) const {
+    return previewed(prim, name) != nullptr;
+  }
+};
+
+glm::mat4 primLocalTransform(const Reader& read, const ComposedPrim& prim) {
   TransformOps ops;
   bool any = false;
-  if (const auto t = vector3(stage, prim, "xformOp:translate")) {
+  if (const auto t = read.vector3(prim, "xformOp:translate")) {
     ops.translate = *t;
     any = true;
   }
-  if (const auto r = vector3(stage, prim, "xformOp:rotateXYZ")) {
+  if (const auto r = read.vector3(prim, "xformOp:rotateXYZ")) {
     ops.rotateXYZ = glm::vec3(*r);
     any = true;
   }
-  if (const auto s = vector3(stage, prim, "xformOp:scale")) {
+  if (const auto s = read.vector3(prim, "xformOp:scale")) {
     ops.scale = glm::vec3(*s);
     any = true;
   }
@@ -115,7 +148,7 @@ glm::mat4 primLocalTransform(const Stage& stage, const ComposedPrim& prim) {
     return glm::mat4(1.0f);
   }
   std::vector<TransformOp> order;
-  if (const Value* listed = authoredValue(stage, prim, "xformOpOrder");
+  if (const Value* listed = authoredValue(read.stage, prim, "xformOpOrder");
       listed != nullptr && listed->kind == ValueKind::List) {
     for (const Value& item : listed->items()) {
       const std::string name = item.decoded();
@@ -128,6 +161,21 @@ glm::mat4 primLocalTransform(const Stage& stage, const ComposedPrim& prim) {
       }
     }
   }
+  // A previewed operation the order does not list yet takes its usual place, as saving it will.
+  const auto ensure = [&](TransformOp op, std::string_view name) {
+    if (!read.overridden(prim, name) || order.empty() ||
+        std::find(order.begin(), order.end(), op) != order.end()) {
+      return;
+    }
+    auto at = order.begin();
+    while (at != order.end() && static_cast<int>(*at) <= static_cast<int>(op)) {
+      ++at;
+    }
+    order.insert(at, op);
+  };
+  ensure(TransformOp::Translate, "xformOp:translate");
+  ensure(TransformOp::RotateXYZ, "xformOp:rotateXYZ");
+  ensure(TransformOp::Scale, "xformOp:scale");
   return localTransform(ops, order);
 }
 
@@ -153,51 +201,91 @@ bool isEngineOnly(std::string_view path) {
 }
 
 // Whether a prim and its descendants are left out of the picture.
-bool hiddenByItself(const Stage& stage, const ComposedPrim& prim) {
+bool hiddenByItself(const Reader& read, const ComposedPrim& prim) {
   if (!prim.active || !prim.defined || prim.specifier == Specifier::Class ||
       isEngineOnly(prim.path)) {
     return true;
   }
-  return token(stage, prim, "visibility") == "invisible";
+  return read.token(prim, "visibility") == "invisible";
 }
 
-std::optional<glm::vec3> boundSurfaceColor(const Stage& stage, const ComposedPrim& prim) {
-  if (!flagOr(stage, prim, "orvan:materialBinding:enabled", true)) {
+// The material a prim binds itself, when it binds one: the target path, or "" for none.
+std::optional<std::string> ownBinding(const Reader& read, const ComposedPrim& prim) {
+  if (const auto found = read.previews.bindings.find(prim.path);
+      found != read.previews.bindings.end()) {
+    return found->second;
+  }
+  const std::optional<ComposedProperty> binding = read.stage.findProperty(prim, "material:binding");
+  if (!binding || !binding->hasTargets) {
     return std::nullopt;
   }
-  const std::optional<ComposedProperty> binding = stage.findProperty(prim, "material:binding");
-  if (!binding || binding->targets.empty()) {
-    return std::nullopt;
+  if (!read.flagOr(prim, "orvan:materialBinding:enabled", true)) {
+    return std::string();
   }
-  const ComposedPrim* material = stage.findPrim(binding->targets.front());
-  if (material == nullptr || !flagOr(stage, *material, "orvan:material:enabled", true)) {
-    return std::nullopt;
-  }
-  for (const std::uint32_t child : material->children) {
-    const ComposedPrim& shader = stage.prims[child];
-    if (shader.typeName != "Shader") {
-      continue;
+  return binding->targets.empty() ? std::string() : binding->targets.front();
+}
+
+// The shader that holds a material's inputs: the one its surface output connects to, else its
+// first Shader child.
+const ComposedPrim* surfaceShader(const Stage& stage, const ComposedPrim& material) {
+  if (const auto output = stage.findProperty(material, "outputs:surface");
+      output && !output->targets.empty()) {
+    const std::string& target = output->targets.front();
+    const std::string shaderPath = target.substr(0, target.find('.'));
+    if (const ComposedPrim* shader = stage.findPrim(shaderPath)) {
+      return shader;
     }
-    if (const auto color = vector3(stage, shader, "inputs:diffuseColor")) {
-      return glm::vec3(*color);
+  }
+  for (const std::uint32_t child : material.children) {
+    if (stage.prims[child].typeName == "Shader") {
+      return &stage.prims[child];
     }
   }
-  return std::nullopt;
+  return nullptr;
 }
 
-glm::vec3 surfaceColor(const Stage& stage, const ComposedPrim& prim) {
-  if (const auto bound = boundSurfaceColor(stage, prim)) {
-    return *bound;
+struct Surface {
+  glm::vec3 color{0.5f};
+  float roughness = 0.5f;
+  float metallic = 0.0f;
+};
+
+Surface surfaceOf(const Reader& read, const ComposedPrim& prim, const std::string& materialPath) {
+  Surface surface;
+  bool colored = false;
+  const ComposedPrim* material = materialPath.empty() ? nullptr : read.stage.findPrim(materialPath);
+  if (material != nullptr && read.flagOr(*material, "orvan:material:enabled", true)) {
+    if (const ComposedPrim* shader = surfaceShader(read.stage, *material)) {
+      if (const auto color = read.vector3(*shader, "inputs:diffuseColor")) {
+        surface.color = glm::vec3(*color);
+        colored = true;
+      }
+      surface.roughness =
+          std::clamp(read.numberOr(*shader, "inputs:roughness", surface.roughness), 0.0f, 1.0f);
+      surface.metallic =
+          std::clamp(read.numberOr(*shader, "inputs:metallic", surface.metallic), 0.0f, 1.0f);
+    }
   }
-  const auto colors = vectorList(authoredValue(stage, prim, "primvars:displayColor"));
-  if (colors && !colors->empty()) {
-    return colors->front();
+  if (!colored) {
+    if (const auto display = read.firstColor(prim, "primvars:displayColor")) {
+      surface.color = *display;
+    }
   }
-  return glm::vec3(0.5f);
+  if (!finite(surface.color)) {
+    surface.color = glm::vec3(0.5f);
+  }
+  // NaN fails every comparison, and clamp keeps it: it is replaced like any other bad number.
+  if (!std::isfinite(surface.roughness)) {
+    surface.roughness = 0.5f;
+  }
+  if (!std::isfinite(surface.metallic)) {
+    surface.metallic = 0.0f;
+  }
+  return surface;
 }
 
-ShapeAxis axisOf(const Stage& stage, const ComposedPrim& prim) {
-  const std::optional<std::string> axis = token(stage, prim, "axis");
+ShapeAxis axisOf(const Reader& read, const ComposedPrim& prim) {
+  const std::optional<std::string> axis = read.token(prim, "axis");
   return axis ? parseShapeAxis(*axis).value_or(ShapeAxis::Y) : ShapeAxis::Y;
 }
 
@@ -223,18 +311,18 @@ ShapeResult meshOfPolygons(const Stage& stage, const ComposedPrim& prim) {
   return {std::move(built.mesh), {}};
 }
 
-ShapeResult shapeMesh(const Stage& stage, const ComposedPrim& prim, const Tessellation& detail) {
+ShapeResult shapeMesh(const Reader& read, const ComposedPrim& prim, const Tessellation& detail) {
   const std::string_view type = prim.typeName;
   if (type == "Cube") {
-    return {tessellateCube(numberOr(stage, prim, "size", 2.0)), {}};
+    return {tessellateCube(read.numberOr(prim, "size", 2.0)), {}};
   }
   if (type == "Sphere") {
-    return {tessellateSphere(numberOr(stage, prim, "radius", 1.0), detail), {}};
+    return {tessellateSphere(read.numberOr(prim, "radius", 1.0), detail), {}};
   }
   if (type == "Cylinder" || type == "Cone" || type == "Capsule") {
-    const float height = numberOr(stage, prim, "height", 2.0);
-    const float radius = numberOr(stage, prim, "radius", type == "Capsule" ? 0.5 : 1.0);
-    const ShapeAxis axis = axisOf(stage, prim);
+    const float height = read.numberOr(prim, "height", 2.0);
+    const float radius = read.numberOr(prim, "radius", type == "Capsule" ? 0.5 : 1.0);
+    const ShapeAxis axis = axisOf(read, prim);
     if (type == "Cylinder") {
       return {tessellateCylinder(height, radius, axis, detail), {}};
     }
@@ -244,72 +332,106 @@ ShapeResult shapeMesh(const Stage& stage, const ComposedPrim& prim, const Tessel
     return {tessellateCapsule(height, radius, axis, detail), {}};
   }
   if (type == "Plane") {
-    return {tessellatePlane(numberOr(stage, prim, "width", 2.0),
-                            numberOr(stage, prim, "length", 2.0), axisOf(stage, prim)),
+    return {tessellatePlane(read.numberOr(prim, "width", 2.0), read.numberOr(prim, "length", 2.0),
+                            axisOf(read, prim)),
             {}};
   }
   if (type == "Mesh") {
-    return meshOfPolygons(stage, prim);
+    return meshOfPolygons(read.stage, prim);
   }
   return {};
 }
 
-void addLight(Scene& scene, const Stage& stage, const ComposedPrim& prim, const glm::mat4& world) {
-  if (prim.typeName != "DistantLight" || !flagOr(stage, prim, "orvan:light:enabled", true)) {
-    return;
+std::optional<LightKind> lightKind(std::string_view type) {
+  if (type == "DistantLight") {
+    return LightKind::distant;
   }
-  const glm::vec3 color = glm::vec3(vector3(stage, prim, "inputs:color").value_or(glm::dvec3(1)));
-  const float intensity = numberOr(stage, prim, "inputs:intensity", 1.0);
-  const glm::vec3 direction = glm::vec3(world * glm::vec4(0, 0, -1, 0));
-  if (!finite(direction) || !finite(color * intensity) || glm::length(direction) <= 0.0f) {
-    return;
+  // Area lights are lit as points at their centre: the viewport shows where light comes from,
+  // not the shape of soft shadows.
+  if (type == "SphereLight" || type == "RectLight" || type == "DiskLight") {
+    return LightKind::point;
   }
-  scene.lights.push_back({glm::normalize(direction), color * intensity});
+  if (type == "DomeLight") {
+    return LightKind::dome;
+  }
+  return std::nullopt;
 }
 
-void readWorldSettings(Scene& scene, const Stage& stage) {
-  const ComposedPrim* world = stage.findPrim("/World");
+void addLight(Scene& scene, const Reader& read, const ComposedPrim& prim, const glm::mat4& world) {
+  const std::optional<LightKind> kind = lightKind(prim.typeName);
+  if (!kind || !read.flagOr(prim, "orvan:light:enabled", true)) {
+    return;
+  }
+  SceneLight light;
+  light.kind = *kind;
+  const glm::vec3 color = glm::vec3(read.vector3(prim, "inputs:color").value_or(glm::dvec3(1)));
+  const float intensity = read.numberOr(prim, "inputs:intensity", 1.0);
+  const float exposure = read.numberOr(prim, "inputs:exposure", 0.0);
+  light.radiance = color * intensity * std::exp2(exposure);
+  light.direction = glm::vec3(world * glm::vec4(0, 0, -1, 0));
+  light.position = glm::vec3(world * glm::vec4(0, 0, 0, 1));
+  light.radius = std::max(read.numberOr(prim, "inputs:radius", 0.5), 0.05f);
+  if (!finite(light.direction) || !finite(light.position) || !finite(light.radiance) ||
+      !std::isfinite(light.radius) || glm::length(light.direction) <= 0.0f) {
+    return;
+  }
+  light.direction = glm::normalize(light.direction);
+  scene.lights.push_back(light);
+}
+
+void readWorldSettings(Scene& scene, const Reader& read) {
+  const ComposedPrim* world = read.stage.findPrim("/World");
   if (world == nullptr) {
     return;
   }
-  if (const auto background = vector3(stage, *world, "orvan:backgroundColor")) {
+  if (const auto background = read.vector3(*world, "orvan:backgroundColor")) {
     scene.background = glm::vec3(*background);
   }
-  if (const auto ambient = vector3(stage, *world, "orvan:ambientColor")) {
+  if (const auto ambient = read.vector3(*world, "orvan:ambientColor")) {
     scene.ambient = glm::vec3(*ambient);
   }
 }
 
-}  // namespace
-
-std::vector<glm::mat4> worldTransforms(const Stage& stage) {
+std::vector<glm::mat4> transformsOf(const Reader& read) {
+  const Stage& stage = read.stage;
   std::vector<glm::mat4> world(stage.prims.size(), glm::mat4(1.0f));
   // Prims are depth-first: a parent's transform is known before its children's.
   for (std::size_t i = 0; i < stage.prims.size(); ++i) {
     const ComposedPrim& prim = stage.prims[i];
     const glm::mat4 parent = prim.parent == kNoPrim ? glm::mat4(1.0f) : world[prim.parent];
-    world[i] = parent * primLocalTransform(stage, prim);
+    world[i] = parent * primLocalTransform(read, prim);
   }
   return world;
 }
 
-Scene buildScene(const Stage& stage, const Tessellation& detail) {
+}  // namespace
+
+std::vector<glm::mat4> worldTransforms(const Stage& stage, const PreviewValues& previews) {
+  return transformsOf(Reader{stage, previews});
+}
+
+Scene buildScene(const Stage& stage, const Tessellation& detail, const PreviewValues& previews) {
+  const Reader read{stage, previews};
   Scene scene;
-  readWorldSettings(scene, stage);
-  const std::vector<glm::mat4> world = worldTransforms(stage);
+  readWorldSettings(scene, read);
+  const std::vector<glm::mat4> world = transformsOf(read);
   std::vector<bool> hidden(stage.prims.size(), false);
+  // The material that applies to each prim: its own binding, else its parent's.
+  std::vector<std::string> material(stage.prims.size());
   for (std::size_t i = 0; i < stage.prims.size(); ++i) {
     const ComposedPrim& prim = stage.prims[i];
-    hidden[i] = (prim.parent != kNoPrim && hidden[prim.parent]) || hiddenByItself(stage, prim);
+    hidden[i] = (prim.parent != kNoPrim && hidden[prim.parent]) || hiddenByItself(read, prim);
     if (hidden[i]) {
       continue;
     }
-    addLight(scene, stage, prim, world[i]);
-    if (!flagOr(stage, prim, "orvan:renderShape:enabled", true) ||
-        !flagOr(stage, prim, "orvan:mesh:enabled", true)) {
+    const std::optional<std::string> bound = ownBinding(read, prim);
+    material[i] = bound ? *bound : (prim.parent != kNoPrim ? material[prim.parent] : "");
+    addLight(scene, read, prim, world[i]);
+    if (!read.flagOr(prim, "orvan:renderShape:enabled", true) ||
+        !read.flagOr(prim, "orvan:mesh:enabled", true)) {
       continue;
     }
-    ShapeResult shape = shapeMesh(stage, prim, detail);
+    ShapeResult shape = shapeMesh(read, prim, detail);
     if (!shape.error.empty()) {
       scene.problems.push_back({prim.path, shape.error});
       continue;
@@ -317,20 +439,37 @@ Scene buildScene(const Stage& stage, const Tessellation& detail) {
     if (!shape.mesh || shape.mesh->indices.empty()) {
       continue;
     }
-    SceneObject object{prim.path, std::move(*shape.mesh), world[i], surfaceColor(stage, prim), {}};
+    const Surface surface = surfaceOf(read, prim, material[i]);
+    SceneObject object{prim.path, std::move(*shape.mesh), world[i],        surface.color,
+                       {},        surface.roughness,      surface.metallic};
     object.bounds = meshBounds(object.mesh, object.world);
     if (!finiteObject(object)) {
       scene.problems.push_back(
           {prim.path, "its transform or dimensions are not finite numbers; it is not drawn"});
       continue;
     }
-    if (!finite(object.color)) {
-      object.color = glm::vec3(0.5f);
-    }
     scene.bounds.add(object.bounds);
     scene.objects.push_back(std::move(object));
   }
   return scene;
+}
+
+bool isSameOrBelow(std::string_view path, std::string_view ancestor) {
+  if (!path.starts_with(ancestor)) {
+    return false;
+  }
+  return path.size() == ancestor.size() || ancestor == "/" || path[ancestor.size()] == '/';
+}
+
+Bounds boundsOfPaths(const Scene& scene, std::span<const std::string> paths) {
+  Bounds bounds;
+  for (const SceneObject& object : scene.objects) {
+    if (std::any_of(paths.begin(), paths.end(),
+                    [&](const std::string& path) { return isSameOrBelow(object.path, path); })) {
+      bounds.add(object.bounds);
+    }
+  }
+  return bounds;
 }
 
 }  // namespace orvan::engine

@@ -187,12 +187,190 @@ TEST(ViewportScene, TheDemoSceneHasItsShapesMaterialAndSun) {
   const SceneObject* cube = objectAt(scene, "/World/RedCube");
   ASSERT_NE(cube, nullptr);
   expectNear(cube->color, glm::vec3(0.86f, 0.18f, 0.16f));
+  EXPECT_FLOAT_EQ(cube->roughness, 0.3f);
+  EXPECT_FLOAT_EQ(cube->metallic, 0.0f);
   EXPECT_NE(objectAt(scene, "/World/Ground"), nullptr);
   EXPECT_NE(objectAt(scene, "/World/BlueSphere"), nullptr);
-  EXPECT_EQ(scene.lights.size(), 1u);
+  // The lamp post's parts come in through its reference; its glow is a point light at the bulb.
+  EXPECT_NE(objectAt(scene, "/World/LampPost/Pole"), nullptr);
+  EXPECT_NE(objectAt(scene, "/World/LampPost/Bulb"), nullptr);
+  ASSERT_EQ(scene.lights.size(), 2u);
+  EXPECT_EQ(scene.lights[0].kind, LightKind::distant);
+  EXPECT_EQ(scene.lights[1].kind, LightKind::point);
+  expectNear(scene.lights[1].position, glm::vec3(4.5f, 3.1f, -2.5f));
+  expectNear(scene.lights[1].radiance, glm::vec3(20, 17, 12), 1e-3f);
   for (const SceneObject& object : scene.objects) {
     EXPECT_FALSE(object.path.starts_with("/World/OrvanAssets")) << object.path;
   }
+}
+
+TEST(ViewportScene, SurfacesComeFromTheNearestBoundMaterialsConnectedShader) {
+  const auto stage = stageOf(worldText(R"(
+  def Xform "Group" {
+    rel material:binding = </Looks/Gold>
+    def Sphere "Inherits" { color3f[] primvars:displayColor = [(0, 0, 1)] }
+    def Sphere "Own" { rel material:binding = </Looks/Plastic> }
+    def Sphere "Unbound" { rel material:binding = None }
+  }
+)") + R"(
+def Scope "Looks" {
+  def Material "Gold" {
+    token outputs:surface.connect = </Looks/Gold/Preview.outputs:surface>
+    def Shader "Unused" { color3f inputs:diffuseColor = (0, 1, 0) }
+    def Shader "Preview" {
+      color3f inputs:diffuseColor = (1, 0.8, 0.3)
+      float inputs:roughness = 0.2
+      float inputs:metallic = 1
+    }
+  }
+  def Material "Plastic" {
+    def Shader "Surface" {
+      color3f inputs:diffuseColor = (0.1, 0.2, 0.3)
+      float inputs:roughness = 7
+    }
+  }
+}
+)");
+  const Scene scene = buildScene(*stage);
+  const SceneObject* inherits = objectAt(scene, "/World/Group/Inherits");
+  ASSERT_NE(inherits, nullptr);
+  expectNear(inherits->color, glm::vec3(1, 0.8f, 0.3f));
+  EXPECT_FLOAT_EQ(inherits->roughness, 0.2f);
+  EXPECT_FLOAT_EQ(inherits->metallic, 1.0f);
+  const SceneObject* own = objectAt(scene, "/World/Group/Own");
+  expectNear(own->color, glm::vec3(0.1f, 0.2f, 0.3f));
+  EXPECT_FLOAT_EQ(own->roughness, 1.0f);  // kept within 0..1
+  EXPECT_FLOAT_EQ(own->metallic, 0.0f);
+  // A binding to nothing stops the inherited one: grey.
+  expectNear(objectAt(scene, "/World/Group/Unbound")->color, glm::vec3(0.5f));
+}
+
+TEST(ViewportScene, PointAreaAndDomeLightsAreReadWithExposure) {
+  const auto stage = stageOf(worldText(R"(
+  def Xform "Rig" {
+    double3 xformOp:translate = (0, 2, 0)
+    uniform token[] xformOpOrder = ["xformOp:translate"]
+    def SphereLight "Bulb" {
+      color3f inputs:color = (1, 0.5, 0.5)
+      float inputs:intensity = 4
+      float inputs:exposure = 1
+      float inputs:radius = 0.25
+      double3 xformOp:translate = (1, 0, 0)
+      uniform token[] xformOpOrder = ["xformOp:translate"]
+    }
+    def RectLight "Panel" { float inputs:intensity = 2 }
+  }
+  def DomeLight "Sky" { color3f inputs:color = (0.2, 0.3, 0.4) }
+  def SphereLight "Off" { custom bool orvan:light:enabled = false }
+)"));
+  const Scene scene = buildScene(*stage);
+  ASSERT_EQ(scene.lights.size(), 3u);
+  EXPECT_EQ(scene.lights[0].kind, LightKind::point);
+  expectNear(scene.lights[0].position, glm::vec3(1, 2, 0));
+  expectNear(scene.lights[0].radiance, glm::vec3(8, 4, 4));
+  EXPECT_FLOAT_EQ(scene.lights[0].radius, 0.25f);
+  EXPECT_EQ(scene.lights[1].kind, LightKind::point);
+  expectNear(scene.lights[1].position, glm::vec3(0, 2, 0));
+  EXPECT_EQ(scene.lights[2].kind, LightKind::dome);
+  expectNear(scene.lights[2].radiance, glm::vec3(0.2f, 0.3f, 0.4f));
+}
+
+TEST(ViewportScene, PreviewsShowOverTheStageUntilCleared) {
+  const auto stage = stageOf(worldText(cubeText("Box", "(1, 0, 0)") + R"(
+  def Sphere "Ball" {
+    rel material:binding = </World/Looks/Red>
+  }
+  def Cone "Spike" { }
+  def Xform "Plain" { def Cube "Child" { double size = 1 } }
+  def Scope "Looks" {
+    def Material "Red" { def Shader "Surface" { color3f inputs:diffuseColor = (1, 0, 0) } }
+    def Material "Blue" { def Shader "Surface" { color3f inputs:diffuseColor = (0, 0, 1) } }
+  }
+)"));
+  SceneModel model(stage);
+  const std::uint64_t first = model.scene().objects.empty() ? 0 : model.revision();
+  EXPECT_EQ(model.scene().objects.size(), 4u);
+  EXPECT_EQ(model.revision(), first);  // nothing changed: not rebuilt
+
+  EXPECT_FALSE(model.applyPreview("/World/Box", "Transform", "translation", "3,2,1"));
+  EXPECT_FALSE(model.applyPreview("/World/Box", "RenderShape", "color", "0, 1, 0"));
+  EXPECT_FALSE(model.applyPreview("/World/Looks/Red", "Material", "roughness", "0.9"));
+  EXPECT_FALSE(model.applyPreview("/World/Spike", "RenderShape", "dimensions", "4,3,2"));
+  // An operation the prim does not list yet takes its place in the order, as saving it will.
+  EXPECT_FALSE(model.applyPreview("/World/Plain", "Transform", "scale", "2,2,2"));
+  const Scene& previewed = model.scene();
+  EXPECT_GT(model.revision(), first);
+  const SceneObject* box = objectAt(previewed, "/World/Box");
+  expectNear(glm::vec3(box->world[3]), glm::vec3(3, 2, 1));
+  expectNear(box->color, glm::vec3(0, 1, 0));
+  EXPECT_FLOAT_EQ(objectAt(previewed, "/World/Ball")->roughness, 0.9f);
+  const SceneObject* spike = objectAt(previewed, "/World/Spike");
+  expectNear(spike->bounds.max - spike->bounds.min, glm::vec3(4, 3, 4));
+  const SceneObject* child = objectAt(previewed, "/World/Plain/Child");
+  expectNear(child->bounds.max - child->bounds.min, glm::vec3(2, 2, 2));
+
+  EXPECT_FALSE(
+      model.applyPreview("/World/Ball", "MaterialBinding", "material", "/World/Looks/Blue"));
+  expectNear(objectAt(model.scene(), "/World/Ball")->color, glm::vec3(0, 0, 1));
+
+  // Refused with the reason, and nothing else changes.
+  const std::uint64_t before = model.revision();
+  EXPECT_NE(
+      model.applyPreview("/World/Box", "Transform", "translation", "1,2")->find("not a value"),
+      std::string::npos);
+  EXPECT_NE(model.applyPreview("/World/Gone", "Transform", "translation", "1,2,3")->find("no prim"),
+            std::string::npos);
+  EXPECT_NE(model.applyPreview("/World/Box", "Transform", "translation", "1,x,3"), std::nullopt);
+  EXPECT_NE(model.applyPreview("/World/Box", "Transform", "translation", "nan,0,0"), std::nullopt);
+  EXPECT_NE(model.applyPreview("/World/Box", "AudioSource", "volume", "1"), std::nullopt);
+  EXPECT_NE(model.applyPreview("/World/Spike", "RenderShape", "dimensions", "1,-1,1"),
+            std::nullopt);
+  model.scene();
+  EXPECT_EQ(model.revision(), before);
+
+  model.clearPreview("/World/Box", "Transform", "translation");
+  model.clearPreview("/World/Spike", "RenderShape", "dimensions");
+  model.clearPreview("/World/Looks/Red", "Material", "roughness");
+  const Scene& cleared = model.scene();
+  expectNear(glm::vec3(objectAt(cleared, "/World/Box")->world[3]), glm::vec3(1, 0, 0));
+  expectNear(objectAt(cleared, "/World/Box")->color, glm::vec3(0, 1, 0));  // still previewed
+  EXPECT_FLOAT_EQ(objectAt(cleared, "/World/Ball")->roughness, 0.5f);
+  const SceneObject* plainSpike = objectAt(cleared, "/World/Spike");
+  expectNear(plainSpike->bounds.max - plainSpike->bounds.min, glm::vec3(2, 2, 2));
+
+  // A new revision of the stage keeps the previews; clearing them all brings the stage back.
+  model.setStage(stage, {});
+  expectNear(objectAt(model.scene(), "/World/Box")->color, glm::vec3(0, 1, 0));
+  model.clearPreviews();
+  expectNear(objectAt(model.scene(), "/World/Box")->color, glm::vec3(0.9f, 0.1f, 0.1f));
+}
+
+TEST(ViewportScene, BoundsOfPathsTakeTheWholeSubtreeAndNothingElse) {
+  const auto stage = stageOf(worldText(cubeText("A", "(0, 0, 0)") + cubeText("AB", "(5, 0, 0)") +
+                                       R"(
+  def Xform "Group" {
+    double3 xformOp:translate = (0, 10, 0)
+    uniform token[] xformOpOrder = ["xformOp:translate"]
+    def Cube "One" { double size = 1 }
+    def Cube "Two" { double size = 1
+      double3 xformOp:translate = (2, 0, 0)
+      uniform token[] xformOpOrder = ["xformOp:translate"] }
+  }
+)"));
+  const Scene scene = buildScene(*stage);
+  const std::vector<std::string> a{"/World/A"};
+  const Bounds justA = boundsOfPaths(scene, a);
+  expectNear(justA.min, glm::vec3(-0.5f));
+  expectNear(justA.max, glm::vec3(0.5f));  // "/World/AB" is not below "/World/A"
+  const std::vector<std::string> group{"/World/Group"};
+  const Bounds both = boundsOfPaths(scene, group);
+  expectNear(both.min, glm::vec3(-0.5f, 9.5f, -0.5f));
+  expectNear(both.max, glm::vec3(2.5f, 10.5f, 0.5f));
+  const std::vector<std::string> none{"/World/Missing"};
+  EXPECT_TRUE(boundsOfPaths(scene, none).empty());
+  EXPECT_TRUE(isSameOrBelow("/World/A", "/World/A"));
+  EXPECT_TRUE(isSameOrBelow("/World/A/B", "/"));
+  EXPECT_FALSE(isSameOrBelow("/World/AB", "/World/A"));
 }
 
 }  // namespace
