@@ -244,9 +244,13 @@ const ComposedPrim* surfaceShader(const Stage& stage, const ComposedPrim& materi
   return nullptr;
 }
 
+// A preview surface's own defaults; a prim without a material reads as matte.
+constexpr float kShaderRoughness = 0.5f;
+constexpr float kMatteRoughness = 0.8f;
+
 struct Surface {
   glm::vec3 color{0.5f};
-  float roughness = 0.5f;
+  float roughness = kMatteRoughness;
   float metallic = 0.0f;
 };
 
@@ -261,7 +265,7 @@ Surface surfaceOf(const Reader& read, const ComposedPrim& prim, const std::strin
         colored = true;
       }
       surface.roughness =
-          std::clamp(read.numberOr(*shader, "inputs:roughness", surface.roughness), 0.0f, 1.0f);
+          std::clamp(read.numberOr(*shader, "inputs:roughness", kShaderRoughness), 0.0f, 1.0f);
       surface.metallic =
           std::clamp(read.numberOr(*shader, "inputs:metallic", surface.metallic), 0.0f, 1.0f);
     }
@@ -276,7 +280,7 @@ Surface surfaceOf(const Reader& read, const ComposedPrim& prim, const std::strin
   }
   // NaN fails every comparison, and clamp keeps it: it is replaced like any other bad number.
   if (!std::isfinite(surface.roughness)) {
-    surface.roughness = 0.5f;
+    surface.roughness = kShaderRoughness;
   }
   if (!std::isfinite(surface.metallic)) {
     surface.metallic = 0.0f;

@@ -15,14 +15,15 @@
 namespace orvan::engine {
 
 // One drawable prim: its triangles in its own space, where it sits in the world, and its
-// surface: base colour (linear), roughness and metallic, as a preview surface describes them.
+// surface: base colour (linear), roughness and metallic, as a preview surface describes them;
+// matte (roughness 0.8) without a material.
 struct SceneObject {
   std::string path;
   TriangleMesh mesh;
   glm::mat4 world{1.0f};
   glm::vec3 color{0.5f};
   Bounds bounds;  // in world space
-  float roughness = 0.5f;
+  float roughness = 0.8f;
   float metallic = 0.0f;
 };
 

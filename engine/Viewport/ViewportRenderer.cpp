@@ -4,53 +4,18 @@
 #include <epoxy/gl.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 
 #include <glm/gtc/type_ptr.hpp>
+
+#include "Viewport/GizmoMesh.h"
+#include "Viewport/RendererShaders.h"
 
 namespace orvan::engine {
 namespace {
 
 constexpr int kMaxLights = 8;
-
-constexpr const char* kVertexShader = R"(#version 330 core
-layout(location = 0) in vec3 position;
-layout(location = 1) in vec3 normal;
-layout(location = 2) in vec3 color;
-uniform mat4 viewProjection;
-out vec3 worldPosition;
-out vec3 worldNormal;
-out vec3 baseColor;
-void main() {
-  worldPosition = position;
-  worldNormal = normal;
-  baseColor = color;
-  gl_Position = viewProjection * vec4(position, 1.0);
-}
-)";
-
-// Lambert shading, lit from both sides: the normal is turned towards the eye, so open shapes
-// (planes, meshes with either winding) read the same from both sides.
-constexpr const char* kFragmentShader = R"(#version 330 core
-in vec3 worldPosition;
-in vec3 worldNormal;
-in vec3 baseColor;
-uniform vec3 ambient;
-uniform vec3 eye;
-uniform int lightCount;
-uniform vec3 lightDirection[8];
-uniform vec3 lightRadiance[8];
-out vec4 fragment;
-void main() {
-  vec3 n = normalize(worldNormal);
-  if (dot(n, eye - worldPosition) < 0.0) n = -n;
-  vec3 light = ambient;
-  for (int i = 0; i < lightCount; ++i) {
-    light += lightRadiance[i] * max(dot(n, -lightDirection[i]), 0.0);
-  }
-  fragment = vec4(clamp(baseColor * light, 0.0, 1.0), 1.0);
-}
-)";
 
 std::string eglErrorText(const char* what) {
   char code[16];
@@ -61,13 +26,22 @@ std::string eglErrorText(const char* what) {
 // The scene's triangles in world space with their colours, cut into buffers of at most this many
 // vertices: a few draw calls however many prims there are.
 constexpr std::size_t kBatchVertices = 1u << 20;
-constexpr std::size_t kVertexFloats = 9;  // position, normal, colour
+constexpr std::size_t kVertexFloats = 11;  // position, normal, colour, roughness and metallic
 
 struct GpuBatch {
   GLuint vertexArray = 0;
   GLuint vertexBuffer = 0;
   GLuint indexBuffer = 0;
   GLsizei indexCount = 0;
+};
+
+// Where one prim's triangles sit: which batch, and its run of indices there.
+struct ObjectRange {
+  std::string path;
+  std::size_t batch = 0;
+  std::size_t firstIndex = 0;
+  GLsizei indexCount = 0;
+  Bounds bounds;
 };
 
 struct BatchData {
@@ -86,7 +60,8 @@ void appendObject(BatchData& batch, const SceneObject& object) {
     const glm::vec3 n =
         normalMatrix * (i < mesh.normals.size() ? mesh.normals[i] : glm::vec3(0, 1, 0));
     const glm::vec3& c = object.color;
-    batch.vertices.insert(batch.vertices.end(), {p.x, p.y, p.z, n.x, n.y, n.z, c.r, c.g, c.b});
+    batch.vertices.insert(batch.vertices.end(), {p.x, p.y, p.z, n.x, n.y, n.z, c.r, c.g, c.b,
+                                                 object.roughness, object.metallic});
   }
   for (const std::uint32_t index : mesh.indices) {
     batch.indices.push_back(first + index);
@@ -109,10 +84,10 @@ GLuint compileShader(GLenum stage, const char* source, std::string& error) {
   return 0;
 }
 
-GLuint linkProgram(std::string& error) {
-  const GLuint vertex = compileShader(GL_VERTEX_SHADER, kVertexShader, error);
+GLuint linkProgram(const char* vertexSource, const char* fragmentSource, std::string& error) {
+  const GLuint vertex = compileShader(GL_VERTEX_SHADER, vertexSource, error);
   const GLuint fragment =
-      vertex != 0 ? compileShader(GL_FRAGMENT_SHADER, kFragmentShader, error) : 0;
+      vertex != 0 ? compileShader(GL_FRAGMENT_SHADER, fragmentSource, error) : 0;
   if (fragment == 0) {
     glDeleteShader(vertex);
     return 0;
@@ -135,6 +110,46 @@ GLuint linkProgram(std::string& error) {
   return 0;
 }
 
+GLint uniform(GLuint program, const char* name) {
+  return glGetUniformLocation(program, name);
+}
+
+// The pixel rectangle (GL's bottom-up rows) that holds a box's projection, grown by `margin`;
+// the whole frame when the box reaches behind the eye.
+struct PixelRect {
+  int x = 0;
+  int y = 0;
+  int width = 0;
+  int height = 0;
+};
+
+PixelRect screenRect(const Bounds& bounds, const glm::mat4& viewProjection, int width, int height,
+                     int margin) {
+  const PixelRect whole{0, 0, width, height};
+  glm::vec2 low(std::numeric_limits<float>::max());
+  glm::vec2 high(std::numeric_limits<float>::lowest());
+  for (int corner = 0; corner < 8; ++corner) {
+    const glm::vec3 p((corner & 1) != 0 ? bounds.max.x : bounds.min.x,
+                      (corner & 2) != 0 ? bounds.max.y : bounds.min.y,
+                      (corner & 4) != 0 ? bounds.max.z : bounds.min.z);
+    const glm::vec4 clip = viewProjection * glm::vec4(p, 1.0f);
+    if (clip.w <= 1e-6f) {
+      return whole;
+    }
+    const glm::vec2 ndc = glm::vec2(clip) / clip.w;
+    low = glm::min(low, ndc);
+    high = glm::max(high, ndc);
+  }
+  const auto toPixel = [](float ndc, int size) {
+    return static_cast<int>(std::floor((ndc + 1.0f) * 0.5f * static_cast<float>(size)));
+  };
+  const int x0 = std::clamp(toPixel(low.x, width) - margin, 0, width);
+  const int y0 = std::clamp(toPixel(low.y, height) - margin, 0, height);
+  const int x1 = std::clamp(toPixel(high.x, width) + margin + 1, 0, width);
+  const int y1 = std::clamp(toPixel(high.y, height) + margin + 1, 0, height);
+  return {x0, y0, std::max(x1 - x0, 0), std::max(y1 - y0, 0)};
+}
+
 }  // namespace
 
 struct ViewportRenderer::Impl {
@@ -142,12 +157,24 @@ struct ViewportRenderer::Impl {
   EGLContext context = EGL_NO_CONTEXT;
   EGLSurface surface = EGL_NO_SURFACE;  // a 1×1 pbuffer when surfaceless contexts are missing
   GLuint program = 0;
+  GLuint flatProgram = 0;
+  GLuint gridProgram = 0;
+  GLuint outlineProgram = 0;
   GLuint framebuffer = 0;
   GLuint colorBuffer = 0;
   GLuint depthBuffer = 0;
+  GLuint maskFramebuffer = 0;
+  GLuint maskTexture = 0;
+  GLuint gridVertexArray = 0;
+  GLuint gridBuffer = 0;
+  GLuint emptyVertexArray = 0;
+  GLuint overlayVertexArray = 0;  // the gizmo's triangles, rebuilt each frame
+  GLuint overlayVertexBuffer = 0;
+  GLuint overlayIndexBuffer = 0;
   int framebufferWidth = 0;
   int framebufferHeight = 0;
   std::vector<GpuBatch> batches;
+  std::vector<ObjectRange> objects;
   std::vector<SceneLight> lights;
   glm::vec3 background{0.0f};
   glm::vec3 ambient{0.0f};
@@ -159,7 +186,17 @@ struct ViewportRenderer::Impl {
       glDeleteRenderbuffers(1, &colorBuffer);
       glDeleteRenderbuffers(1, &depthBuffer);
       glDeleteFramebuffers(1, &framebuffer);
-      glDeleteProgram(program);
+      glDeleteFramebuffers(1, &maskFramebuffer);
+      glDeleteTextures(1, &maskTexture);
+      glDeleteBuffers(1, &gridBuffer);
+      glDeleteBuffers(1, &overlayVertexBuffer);
+      glDeleteBuffers(1, &overlayIndexBuffer);
+      glDeleteVertexArrays(1, &gridVertexArray);
+      glDeleteVertexArrays(1, &emptyVertexArray);
+      glDeleteVertexArrays(1, &overlayVertexArray);
+      for (const GLuint p : {program, flatProgram, gridProgram, outlineProgram}) {
+        glDeleteProgram(p);
+      }
       eglMakeCurrent(display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
       eglDestroyContext(display, context);
     }
@@ -178,6 +215,7 @@ struct ViewportRenderer::Impl {
       glDeleteVertexArrays(1, &batch.vertexArray);
     }
     batches.clear();
+    objects.clear();
   }
 
   std::string open() {
@@ -232,13 +270,45 @@ struct ViewportRenderer::Impl {
       return eglErrorText("eglMakeCurrent");
     }
     std::string error;
-    program = linkProgram(error);
-    if (program == 0) {
+    program = linkProgram(shaders::kSceneVertex, shaders::kSceneFragment, error);
+    flatProgram =
+        program != 0 ? linkProgram(shaders::kFlatVertex, shaders::kFlatFragment, error) : 0;
+    gridProgram =
+        flatProgram != 0 ? linkProgram(shaders::kGridVertex, shaders::kGridFragment, error) : 0;
+    outlineProgram = gridProgram != 0
+                         ? linkProgram(shaders::kScreenVertex, shaders::kOutlineFragment, error)
+                         : 0;
+    if (outlineProgram == 0) {
       return error;
     }
     glGenFramebuffers(1, &framebuffer);
     glGenRenderbuffers(1, &colorBuffer);
     glGenRenderbuffers(1, &depthBuffer);
+    glGenFramebuffers(1, &maskFramebuffer);
+    glGenTextures(1, &maskTexture);
+    glGenVertexArrays(1, &emptyVertexArray);
+    // The grid: two triangles of a unit square, scaled and placed by the vertex shader.
+    const float corners[] = {-1, -1, 1, -1, 1, 1, -1, -1, 1, 1, -1, 1};
+    glGenVertexArrays(1, &gridVertexArray);
+    glBindVertexArray(gridVertexArray);
+    glGenBuffers(1, &gridBuffer);
+    glBindBuffer(GL_ARRAY_BUFFER, gridBuffer);
+    glBufferData(GL_ARRAY_BUFFER, sizeof corners, corners, GL_STATIC_DRAW);
+    glEnableVertexAttribArray(0);
+    glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, 2 * sizeof(float), nullptr);
+    glGenVertexArrays(1, &overlayVertexArray);
+    glBindVertexArray(overlayVertexArray);
+    glGenBuffers(1, &overlayVertexBuffer);
+    glBindBuffer(GL_ARRAY_BUFFER, overlayVertexBuffer);
+    glGenBuffers(1, &overlayIndexBuffer);
+    glBindBuffer(GL_ELEMENT_ARRAY_BUFFER, overlayIndexBuffer);
+    constexpr GLsizei stride = 9 * sizeof(float);
+    for (GLuint attribute = 0; attribute < 3; ++attribute) {
+      glEnableVertexAttribArray(attribute);
+      glVertexAttribPointer(attribute, 3, GL_FLOAT, GL_FALSE, stride,
+                            reinterpret_cast<const void*>(attribute * 3 * sizeof(float)));
+    }
+    glBindVertexArray(0);
     return {};
   }
 
@@ -262,7 +332,14 @@ struct ViewportRenderer::Impl {
     glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
     glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_RENDERBUFFER, colorBuffer);
     glFramebufferRenderbuffer(GL_FRAMEBUFFER, GL_DEPTH_ATTACHMENT, GL_RENDERBUFFER, depthBuffer);
-    if (glCheckFramebufferStatus(GL_FRAMEBUFFER) != GL_FRAMEBUFFER_COMPLETE) {
+    const bool complete = glCheckFramebufferStatus(GL_FRAMEBUFFER) == GL_FRAMEBUFFER_COMPLETE;
+    glBindTexture(GL_TEXTURE_2D, maskTexture);
+    glTexImage2D(GL_TEXTURE_2D, 0, GL_R8, width, height, 0, GL_RED, GL_UNSIGNED_BYTE, nullptr);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, GL_NEAREST);
+    glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_NEAREST);
+    glBindFramebuffer(GL_FRAMEBUFFER, maskFramebuffer);
+    glFramebufferTexture2D(GL_FRAMEBUFFER, GL_COLOR_ATTACHMENT0, GL_TEXTURE_2D, maskTexture, 0);
+    if (!complete || glCheckFramebufferStatus(GL_FRAMEBUFFER) != GL_FRAMEBUFFER_COMPLETE) {
       framebufferWidth = 0;
       framebufferHeight = 0;
       return "the offscreen framebuffer is incomplete";
@@ -290,9 +367,9 @@ struct ViewportRenderer::Impl {
                  static_cast<GLsizeiptr>(data.indices.size() * sizeof(std::uint32_t)),
                  data.indices.data(), GL_STATIC_DRAW);
     constexpr GLsizei stride = kVertexFloats * sizeof(float);
-    for (GLuint attribute = 0; attribute < 3; ++attribute) {
+    for (GLuint attribute = 0; attribute < 4; ++attribute) {
       glEnableVertexAttribArray(attribute);
-      glVertexAttribPointer(attribute, 3, GL_FLOAT, GL_FALSE, stride,
+      glVertexAttribPointer(attribute, attribute < 3 ? 3 : 2, GL_FLOAT, GL_FALSE, stride,
                             reinterpret_cast<const void*>(attribute * 3 * sizeof(float)));
     }
     glBindVertexArray(0);
@@ -300,21 +377,187 @@ struct ViewportRenderer::Impl {
   }
 
   void setLights(const OrbitCamera& camera) {
-    std::vector<SceneLight> used = lights;
-    if (used.empty()) {
+    std::vector<SceneLight> used;
+    glm::vec3 sky(0.0f);
+    bool anyLight = false;
+    for (const SceneLight& light : lights) {
+      anyLight = true;
+      switch (light.kind) {
+        case LightKind::distant:
+        case LightKind::point:
+          used.push_back(light);
+          break;
+        case LightKind::dome:
+          sky += light.radiance;
+          break;
+      }
+    }
+    if (!anyLight) {
       // The default light comes from the camera, a little above it.
       const glm::vec3 forward = glm::normalize(camera.target - eyePosition(camera));
       used.push_back({glm::normalize(forward + glm::vec3(0, -0.3f, 0)), glm::vec3(0.9f)});
     }
+    glUniform3fv(uniform(program, "skyColor"), 1, glm::value_ptr(sky));
+    // The ground under a dome returns a part of the sky's light.
+    const glm::vec3 ground = sky * 0.3f;
+    glUniform3fv(uniform(program, "groundColor"), 1, glm::value_ptr(ground));
     const int count = std::min(static_cast<int>(used.size()), kMaxLights);
-    glUniform1i(glGetUniformLocation(program, "lightCount"), count);
+    glUniform1i(uniform(program, "lightCount"), count);
     for (int i = 0; i < count; ++i) {
+      const SceneLight& light = used[static_cast<std::size_t>(i)];
       const std::string index = "[" + std::to_string(i) + "]";
-      glUniform3fv(glGetUniformLocation(program, ("lightDirection" + index).c_str()), 1,
-                   glm::value_ptr(used[static_cast<std::size_t>(i)].direction));
-      glUniform3fv(glGetUniformLocation(program, ("lightRadiance" + index).c_str()), 1,
-                   glm::value_ptr(used[static_cast<std::size_t>(i)].radiance));
+      const auto at = [&](const char* name) {
+        return uniform(program, (std::string(name) + index).c_str());
+      };
+      glUniform1i(at("lightKind"), light.kind == LightKind::distant ? 0 : 1);
+      glUniform3fv(at("lightDirection"), 1, glm::value_ptr(light.direction));
+      glUniform3fv(at("lightPosition"), 1, glm::value_ptr(light.position));
+      glUniform3fv(at("lightRadiance"), 1, glm::value_ptr(light.radiance));
+      glUniform1f(at("lightRadius"), light.radius);
     }
+  }
+
+  void drawScene(const OrbitCamera& camera, const glm::mat4& viewProjection) {
+    glUseProgram(program);
+    glUniformMatrix4fv(uniform(program, "viewProjection"), 1, GL_FALSE,
+                       glm::value_ptr(viewProjection));
+    glUniform3fv(uniform(program, "ambient"), 1, glm::value_ptr(ambient));
+    const glm::vec3 eye = eyePosition(camera);
+    glUniform3fv(uniform(program, "eye"), 1, glm::value_ptr(eye));
+    setLights(camera);
+    for (const GpuBatch& batch : batches) {
+      glBindVertexArray(batch.vertexArray);
+      glDrawElements(GL_TRIANGLES, batch.indexCount, GL_UNSIGNED_INT, nullptr);
+    }
+    glBindVertexArray(0);
+  }
+
+  void drawGrid(const OrbitCamera& camera, const glm::mat4& viewProjection) {
+    const glm::vec3 eye = eyePosition(camera);
+    const float reach = std::max(camera.distance, std::abs(eye.y));
+    // Lines every unit near by; every ten (or hundred) units from far away, so that they never
+    // crowd into a grey sheet.
+    const float spacing = std::pow(10.0f, std::max(0.0f, std::floor(std::log10(reach / 8.0f))));
+    glUseProgram(gridProgram);
+    glUniformMatrix4fv(uniform(gridProgram, "viewProjection"), 1, GL_FALSE,
+                       glm::value_ptr(viewProjection));
+    const glm::vec3 centre(camera.target.x, 0.0f, camera.target.z);
+    glUniform3fv(uniform(gridProgram, "centre"), 1, glm::value_ptr(centre));
+    glUniform1f(uniform(gridProgram, "extent"), reach * 12.0f);
+    glUniform3fv(uniform(gridProgram, "eye"), 1, glm::value_ptr(eye));
+    glUniform1f(uniform(gridProgram, "spacing"), spacing);
+    glUniform1f(uniform(gridProgram, "fadeFrom"), reach * 1.5f);
+    glUniform1f(uniform(gridProgram, "fadeTo"), reach * 6.0f);
+    glEnable(GL_BLEND);
+    glBlendFunc(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA);
+    glDepthMask(GL_FALSE);
+    glDepthFunc(GL_LEQUAL);
+    // Drawn on a ground plane at y = 0 too: pulled a little towards the eye.
+    glEnable(GL_POLYGON_OFFSET_FILL);
+    glPolygonOffset(-1.0f, -4.0f);
+    glBindVertexArray(gridVertexArray);
+    glDrawArrays(GL_TRIANGLES, 0, 6);
+    glBindVertexArray(0);
+    glDisable(GL_POLYGON_OFFSET_FILL);
+    glDepthFunc(GL_LESS);
+    glDepthMask(GL_TRUE);
+    glDisable(GL_BLEND);
+  }
+
+  void drawOutline(const std::vector<std::string>& selectedPaths, const glm::mat4& viewProjection,
+                   int width, int height) {
+    Bounds selected;
+    std::vector<std::vector<const ObjectRange*>> perBatch(batches.size());
+    for (const ObjectRange& object : objects) {
+      if (std::any_of(selectedPaths.begin(), selectedPaths.end(),
+                      [&](const std::string& path) { return isSameOrBelow(object.path, path); })) {
+        perBatch[object.batch].push_back(&object);
+        selected.add(object.bounds);
+      }
+    }
+    if (selected.empty()) {
+      return;
+    }
+    constexpr int kOutlinePx = 2;
+    const PixelRect rect = screenRect(selected, viewProjection, width, height, kOutlinePx + 1);
+    if (rect.width == 0 || rect.height == 0) {
+      return;
+    }
+    glEnable(GL_SCISSOR_TEST);
+    glScissor(rect.x, rect.y, rect.width, rect.height);
+    // The mask: every pixel the selected prims cover, hidden parts included.
+    glBindFramebuffer(GL_FRAMEBUFFER, maskFramebuffer);
+    glClearColor(0, 0, 0, 0);
+    glClear(GL_COLOR_BUFFER_BIT);
+    glDisable(GL_DEPTH_TEST);
+    glUseProgram(flatProgram);
+    glUniformMatrix4fv(uniform(flatProgram, "viewProjection"), 1, GL_FALSE,
+                       glm::value_ptr(viewProjection));
+    glUniform1f(uniform(flatProgram, "shading"), 0.0f);
+    glVertexAttrib3f(2, 1.0f, 1.0f, 1.0f);
+    for (std::size_t b = 0; b < perBatch.size(); ++b) {
+      if (perBatch[b].empty()) {
+        continue;
+      }
+      glBindVertexArray(batches[b].vertexArray);
+      // The colour comes from the constant attribute, not the scene's colours.
+      glDisableVertexAttribArray(2);
+      for (const ObjectRange* object : perBatch[b]) {
+        glDrawElements(GL_TRIANGLES, object->indexCount, GL_UNSIGNED_INT,
+                       reinterpret_cast<const void*>(object->firstIndex * sizeof(std::uint32_t)));
+      }
+      glEnableVertexAttribArray(2);
+    }
+    glBindFramebuffer(GL_FRAMEBUFFER, framebuffer);
+    glUseProgram(outlineProgram);
+    glActiveTexture(GL_TEXTURE0);
+    glBindTexture(GL_TEXTURE_2D, maskTexture);
+    glUniform1i(uniform(outlineProgram, "mask"), 0);
+    const glm::vec3 outline(1.0f, 0.62f, 0.1f);
+    glUniform3fv(uniform(outlineProgram, "outlineColor"), 1, glm::value_ptr(outline));
+    glBindVertexArray(emptyVertexArray);
+    glDrawArrays(GL_TRIANGLES, 0, 3);
+    glBindVertexArray(0);
+    glDisable(GL_SCISSOR_TEST);
+    glEnable(GL_DEPTH_TEST);
+  }
+
+  void drawGizmo(const GizmoOverlay& gizmo, const OrbitCamera& camera,
+                 const glm::mat4& viewProjection, int height) {
+    const auto frame = gizmoFrame(camera, height, gizmo.target, gizmo.tool, gizmo.space);
+    if (!frame) {
+      return;
+    }
+    const ColoredMesh shape = buildGizmoMesh(*frame, gizmo.tool, gizmo.highlighted);
+    if (shape.mesh.indices.empty()) {
+      return;
+    }
+    std::vector<float> vertices;
+    vertices.reserve(shape.mesh.positions.size() * 9);
+    for (std::size_t i = 0; i < shape.mesh.positions.size(); ++i) {
+      const glm::vec3& p = shape.mesh.positions[i];
+      const glm::vec3& n = shape.mesh.normals[i];
+      const glm::vec3& c = shape.colors[i];
+      vertices.insert(vertices.end(), {p.x, p.y, p.z, n.x, n.y, n.z, c.r, c.g, c.b});
+    }
+    glBindVertexArray(overlayVertexArray);
+    glBindBuffer(GL_ARRAY_BUFFER, overlayVertexBuffer);
+    glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(vertices.size() * sizeof(float)),
+                 vertices.data(), GL_STREAM_DRAW);
+    glBufferData(GL_ELEMENT_ARRAY_BUFFER,
+                 static_cast<GLsizeiptr>(shape.mesh.indices.size() * sizeof(std::uint32_t)),
+                 shape.mesh.indices.data(), GL_STREAM_DRAW);
+    // In front of everything, but its own parts hide one another.
+    glClear(GL_DEPTH_BUFFER_BIT);
+    glUseProgram(flatProgram);
+    glUniformMatrix4fv(uniform(flatProgram, "viewProjection"), 1, GL_FALSE,
+                       glm::value_ptr(viewProjection));
+    const glm::vec3 eye = eyePosition(camera);
+    glUniform3fv(uniform(flatProgram, "eye"), 1, glm::value_ptr(eye));
+    glUniform1f(uniform(flatProgram, "shading"), 1.0f);
+    glDrawElements(GL_TRIANGLES, static_cast<GLsizei>(shape.mesh.indices.size()), GL_UNSIGNED_INT,
+                   nullptr);
+    glBindVertexArray(0);
   }
 };
 
@@ -336,10 +579,13 @@ void ViewportRenderer::setScene(const Scene& scene) {
   impl_->releaseBatches();
   BatchData data;
   for (const SceneObject& object : scene.objects) {
-    if (data.vertexCount() + object.mesh.positions.size() > kBatchVertices) {
+    if (data.vertexCount() + object.mesh.positions.size() > kBatchVertices &&
+        !data.indices.empty()) {
       impl_->upload(data);
       data = {};
     }
+    impl_->objects.push_back({object.path, impl_->batches.size(), data.indices.size(),
+                              static_cast<GLsizei>(object.mesh.indices.size()), object.bounds});
     appendObject(data, object);
   }
   impl_->upload(data);
@@ -348,7 +594,8 @@ void ViewportRenderer::setScene(const Scene& scene) {
   impl_->ambient = scene.ambient;
 }
 
-RenderResult ViewportRenderer::render(const OrbitCamera& camera, int width, int height) {
+RenderResult ViewportRenderer::render(const OrbitCamera& camera, int width, int height,
+                                      const RenderOverlays& overlays) {
   RenderResult result;
   Impl& gl = *impl_;
   eglMakeCurrent(gl.display, gl.surface, gl.surface, gl.context);
@@ -363,21 +610,19 @@ RenderResult ViewportRenderer::render(const OrbitCamera& camera, int width, int 
   glClearColor(gl.background.r, gl.background.g, gl.background.b, 1.0f);
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
 
-  glUseProgram(gl.program);
   const glm::mat4 viewProjection =
       projectionMatrix(camera, static_cast<float>(width) / static_cast<float>(height)) *
       viewMatrix(camera);
-  glUniformMatrix4fv(glGetUniformLocation(gl.program, "viewProjection"), 1, GL_FALSE,
-                     glm::value_ptr(viewProjection));
-  glUniform3fv(glGetUniformLocation(gl.program, "ambient"), 1, glm::value_ptr(gl.ambient));
-  const glm::vec3 eye = eyePosition(camera);
-  glUniform3fv(glGetUniformLocation(gl.program, "eye"), 1, glm::value_ptr(eye));
-  gl.setLights(camera);
-  for (const GpuBatch& batch : gl.batches) {
-    glBindVertexArray(batch.vertexArray);
-    glDrawElements(GL_TRIANGLES, batch.indexCount, GL_UNSIGNED_INT, nullptr);
+  gl.drawScene(camera, viewProjection);
+  if (overlays.grid) {
+    gl.drawGrid(camera, viewProjection);
   }
-  glBindVertexArray(0);
+  if (!overlays.selectedPaths.empty()) {
+    gl.drawOutline(overlays.selectedPaths, viewProjection, width, height);
+  }
+  if (overlays.gizmo) {
+    gl.drawGizmo(*overlays.gizmo, camera, viewProjection, height);
+  }
 
   // GL's rows start at the bottom; the frame's start at the top.
   const std::size_t rowBytes = static_cast<std::size_t>(width) * 4;

@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "Viewport/Camera.h"
+#include "Viewport/Gizmo.h"
 #include "Viewport/SceneModel.h"
 
 namespace orvan::engine {
@@ -23,6 +24,23 @@ struct Frame {
                            4;
     return {rgba[at], rgba[at + 1], rgba[at + 2], rgba[at + 3]};
   }
+};
+
+// The gizmo of the prim being edited; `highlighted` is the handle under the pointer or held.
+struct GizmoOverlay {
+  GizmoTarget target;
+  GizmoTool tool = GizmoTool::translate;
+  GizmoSpace space = GizmoSpace::world;
+  std::optional<GizmoHandle> highlighted;
+};
+
+// What is drawn over the scene: the ground grid (lines every unit on y = 0, every ten units
+// stronger, fading out with distance), an outline around the selected prims and their subtrees,
+// and the gizmo, always in front.
+struct RenderOverlays {
+  bool grid = true;
+  std::vector<std::string> selectedPaths;
+  std::optional<GizmoOverlay> gizmo;
 };
 
 struct RenderResult {
@@ -49,7 +67,8 @@ class ViewportRenderer {
   // into a few buffers, so a frame costs a few draw calls however many prims there are.
   void setScene(const Scene& scene);
   // A frame of up to 7680 × 4320 pixels (and within the GL's renderbuffer limit).
-  RenderResult render(const OrbitCamera& camera, int width, int height);
+  RenderResult render(const OrbitCamera& camera, int width, int height,
+                      const RenderOverlays& overlays = {});
   // The GL_RENDERER and GL_VERSION strings of the context.
   std::string describe() const;
 

@@ -334,7 +334,8 @@ TEST(ViewportScene, PreviewsShowOverTheStageUntilCleared) {
   const Scene& cleared = model.scene();
   expectNear(glm::vec3(objectAt(cleared, "/World/Box")->world[3]), glm::vec3(1, 0, 0));
   expectNear(objectAt(cleared, "/World/Box")->color, glm::vec3(0, 1, 0));  // still previewed
-  EXPECT_FLOAT_EQ(objectAt(cleared, "/World/Ball")->roughness, 0.5f);
+  EXPECT_FLOAT_EQ(objectAt(cleared, "/World/Ball")->roughness, 0.5f);      // the shader's default
+  EXPECT_FLOAT_EQ(objectAt(cleared, "/World/Box")->roughness, 0.8f);       // no material: matte
   const SceneObject* plainSpike = objectAt(cleared, "/World/Spike");
   expectNear(plainSpike->bounds.max - plainSpike->bounds.min, glm::vec3(2, 2, 2));
 
