@@ -62,13 +62,30 @@ OrbitCamera zoom(OrbitCamera camera, float factor) {
   return camera;
 }
 
-OrbitCamera frameBounds(OrbitCamera camera, const Bounds& bounds) {
+OrbitCamera frameBounds(OrbitCamera camera, const Bounds& bounds, float aspect) {
   if (bounds.empty()) {
     return camera;
   }
   const float radius = std::max(glm::length(bounds.max - bounds.min) * 0.5f, kMinDistance);
+  const float halfY = glm::radians(camera.fovYDegrees) * 0.5f;
+  const float halfX = aspect > 0.0f ? std::atan(std::tan(halfY) * aspect) : halfY;
   camera.target = bounds.centre();
-  camera.distance = radius / std::sin(glm::radians(camera.fovYDegrees) * 0.5f) * 1.05f;
+  camera.distance = radius / std::sin(std::min(halfX, halfY)) * 1.05f;
+  return camera;
+}
+
+OrbitCamera fly(OrbitCamera camera, float forward, float right, float up) {
+  const glm::vec3 ahead = -viewDirectionToEye(camera);
+  const glm::vec3 across = glm::normalize(glm::cross(ahead, glm::vec3(0, 1, 0)));
+  camera.target += ahead * forward + across * right + glm::vec3(0, up, 0);
+  return camera;
+}
+
+OrbitCamera lookAround(OrbitCamera camera, float yawDegrees, float pitchDegrees) {
+  const glm::vec3 eye = eyePosition(camera);
+  camera = orbit(camera, yawDegrees, pitchDegrees);
+  // The eye sits behind the target along the new direction; put the target in front of the eye.
+  camera.target = eye - viewDirectionToEye(camera) * camera.distance;
   return camera;
 }
 

@@ -32,8 +32,15 @@ OrbitCamera orbit(OrbitCamera camera, float yawDegrees, float pitchDegrees);
 OrbitCamera pan(OrbitCamera camera, float dx, float dy, int viewportHeight);
 // factor < 1 moves closer, > 1 away; the distance never reaches zero.
 OrbitCamera zoom(OrbitCamera camera, float factor);
-// Looks at the bounds from the current direction, close enough that they fill the view.
-OrbitCamera frameBounds(OrbitCamera camera, const Bounds& bounds);
+// Looks at the bounds from the current direction, close enough that they fill the view: "frame
+// selected" with the selection's bounds, "frame all" with the scene's. `aspect` (width / height)
+// below 1 backs off so that the bounds fit across too.
+OrbitCamera frameBounds(OrbitCamera camera, const Bounds& bounds, float aspect = 1.0f);
+// A step of flying: eye and target move together, `forward` along the view, `right` across it
+// (level with the ground) and `up` along the world's up, all in world units.
+OrbitCamera fly(OrbitCamera camera, float forward, float right, float up);
+// Turns the view about the eye instead of the target: the eye stays where it is.
+OrbitCamera lookAround(OrbitCamera camera, float yawDegrees, float pitchDegrees);
 
 // The ray from the eye through the centre of pixel (x, y) of a width × height image, y counted
 // from the top.

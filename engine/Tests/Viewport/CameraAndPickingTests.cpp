@@ -34,6 +34,49 @@ TEST(ViewportCamera, OrbitCirclesTheTargetAndNeverFlips) {
   EXPECT_GT(eyePosition(orbit(start, 0, 30)).y, 0.0f);
 }
 
+TEST(ViewportCamera, FlyingMovesEyeAndTargetTogetherAndLookingAroundKeepsTheEye) {
+  const OrbitCamera start = orbit(OrbitCamera{glm::vec3(1, 0, 0), 5.0f}, 90, 30);
+  const glm::vec3 eye = eyePosition(start);
+  const glm::vec3 ahead = glm::normalize(start.target - eye);
+  const OrbitCamera forward = fly(start, 2, 0, 0);
+  EXPECT_NEAR(glm::length(eyePosition(forward) - (eye + ahead * 2.0f)), 0.0f, 1e-4f);
+  EXPECT_NEAR(glm::length(forward.target - (start.target + ahead * 2.0f)), 0.0f, 1e-4f);
+  // Right is across the view and level; up is the world's up.
+  const glm::vec3 right = fly(start, 0, 1, 0).target - start.target;
+  EXPECT_NEAR(glm::dot(right, ahead), 0.0f, 1e-5f);
+  EXPECT_NEAR(right.y, 0.0f, 1e-6f);
+  EXPECT_NEAR(glm::length(right), 1.0f, 1e-5f);
+  // Seen from above, right is clockwise of ahead.
+  EXPECT_LT(glm::cross(glm::vec3(ahead.x, 0, ahead.z), right).y, 0.0f);
+  EXPECT_NEAR(fly(start, 0, 0, 3).target.y - start.target.y, 3.0f, 1e-6f);
+
+  const OrbitCamera turned = lookAround(start, 40, -10);
+  EXPECT_NEAR(glm::length(eyePosition(turned) - eye), 0.0f, 1e-4f);
+  EXPECT_FLOAT_EQ(turned.yawDegrees, start.yawDegrees + 40);
+  EXPECT_FLOAT_EQ(turned.pitchDegrees, start.pitchDegrees - 10);
+  EXPECT_GT(glm::length(turned.target - start.target), 1.0f);
+}
+
+TEST(ViewportCamera, FramingFitsTheBoundsInANarrowViewToo) {
+  Bounds bounds;
+  bounds.add(glm::vec3(-3, -1, -1));
+  bounds.add(glm::vec3(5, 1, 1));
+  for (const float aspect : {static_cast<float>(kWidth) / kHeight, 0.4f}) {
+    const OrbitCamera framed = frameBounds(orbit(OrbitCamera{}, 20, 15), bounds, aspect);
+    EXPECT_NEAR(glm::length(framed.target - glm::vec3(1, 0, 0)), 0.0f, 1e-5f);
+    const glm::mat4 viewProjection = projectionMatrix(framed, aspect) * viewMatrix(framed);
+    for (int corner = 0; corner < 8; ++corner) {
+      const glm::vec3 p((corner & 1) != 0 ? 5 : -3, (corner & 2) != 0 ? 1 : -1,
+                        (corner & 4) != 0 ? 1 : -1);
+      const glm::vec4 clip = viewProjection * glm::vec4(p, 1.0f);
+      EXPECT_LE(std::abs(clip.x / clip.w), 1.0f) << aspect << " " << corner;
+      EXPECT_LE(std::abs(clip.y / clip.w), 1.0f) << aspect << " " << corner;
+    }
+  }
+  // Nothing to frame: the camera stays.
+  EXPECT_FLOAT_EQ(frameBounds(OrbitCamera{}, Bounds{}).distance, OrbitCamera{}.distance);
+}
+
 TEST(ViewportCamera, ZoomKeepsADistanceAndPanKeepsThePointUnderTheCursor) {
   const OrbitCamera start = orbit(OrbitCamera{}, 30, 20);
   EXPECT_FLOAT_EQ(zoom(start, 0.5f).distance, 2.5f);
