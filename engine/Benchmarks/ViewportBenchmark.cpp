@@ -43,7 +43,8 @@ ViewportRenderer& renderer() {
   return *shared;
 }
 
-// range(0): prims of a generated scene, 0 for the demo; range(1), range(2): the frame's size.
+// range(0): prims of a generated scene, 0 for the demo; range(1), range(2): the frame's size;
+// range(3): 1 to draw the grid, an outline around the first prim and a gizmo on it.
 void renderFrame(benchmark::State& state) {
   const auto count = static_cast<std::size_t>(state.range(0));
   const auto stage = count == 0 ? demoStage() : generatedStage(count);
@@ -53,8 +54,18 @@ void renderFrame(benchmark::State& state) {
   const OrbitCamera camera = frameBounds(orbit(OrbitCamera{}, 30, 20), scene.bounds);
   const auto width = static_cast<int>(state.range(1));
   const auto height = static_cast<int>(state.range(2));
+  RenderOverlays overlays;
+  overlays.grid = state.range(3) != 0;
+  if (state.range(3) != 0 && !scene.objects.empty()) {
+    const SceneObject& first = scene.objects.front();
+    overlays.selectedPaths = {first.path};
+    GizmoOverlay gizmo;
+    gizmo.target.path = first.path;
+    gizmo.target.translation = glm::dvec3(first.world[3]);
+    overlays.gizmo = gizmo;
+  }
   for (auto _ : state) {
-    RenderResult result = gl.render(camera, width, height);
+    RenderResult result = gl.render(camera, width, height, overlays);
     if (!result.error.empty()) {
       state.SkipWithError(result.error.c_str());
       return;
@@ -66,11 +77,14 @@ void renderFrame(benchmark::State& state) {
       benchmark::Counter(static_cast<double>(state.iterations()), benchmark::Counter::kIsRate);
 }
 BENCHMARK(renderFrame)
-    ->Args({0, 1280, 720})
-    ->Args({0, 1920, 1080})
-    ->Args({10'000, 1280, 720})
-    ->Args({100'000, 1280, 720})
-    ->Args({100'000, 1920, 1080})
+    ->Args({0, 1280, 720, 0})
+    ->Args({0, 1920, 1080, 0})
+    ->Args({0, 1280, 720, 1})
+    ->Args({0, 1920, 1080, 1})
+    ->Args({10'000, 1280, 720, 0})
+    ->Args({100'000, 1280, 720, 0})
+    ->Args({100'000, 1920, 1080, 0})
+    ->Args({100'000, 1920, 1080, 1})
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 

@@ -467,13 +467,22 @@ struct ViewportRenderer::Impl {
   void drawOutline(const std::vector<std::string>& selectedPaths, const glm::mat4& viewProjection,
                    int width, int height) {
     Bounds selected;
-    std::vector<std::vector<const ObjectRange*>> perBatch(batches.size());
+    // Runs of indices per batch; a subtree's prims lie next to each other, so a selected group
+    // of thousands of prims is still a few draws.
+    std::vector<std::vector<std::pair<std::size_t, GLsizei>>> perBatch(batches.size());
     for (const ObjectRange& object : objects) {
-      if (std::any_of(selectedPaths.begin(), selectedPaths.end(),
-                      [&](const std::string& path) { return isSameOrBelow(object.path, path); })) {
-        perBatch[object.batch].push_back(&object);
-        selected.add(object.bounds);
+      if (std::none_of(selectedPaths.begin(), selectedPaths.end(),
+                       [&](const std::string& path) { return isSameOrBelow(object.path, path); })) {
+        continue;
       }
+      auto& runs = perBatch[object.batch];
+      if (!runs.empty() &&
+          runs.back().first + static_cast<std::size_t>(runs.back().second) == object.firstIndex) {
+        runs.back().second += object.indexCount;
+      } else {
+        runs.emplace_back(object.firstIndex, object.indexCount);
+      }
+      selected.add(object.bounds);
     }
     if (selected.empty()) {
       return;
@@ -502,9 +511,9 @@ struct ViewportRenderer::Impl {
       glBindVertexArray(batches[b].vertexArray);
       // The colour comes from the constant attribute, not the scene's colours.
       glDisableVertexAttribArray(2);
-      for (const ObjectRange* object : perBatch[b]) {
-        glDrawElements(GL_TRIANGLES, object->indexCount, GL_UNSIGNED_INT,
-                       reinterpret_cast<const void*>(object->firstIndex * sizeof(std::uint32_t)));
+      for (const auto& [first, count] : perBatch[b]) {
+        glDrawElements(GL_TRIANGLES, count, GL_UNSIGNED_INT,
+                       reinterpret_cast<const void*>(first * sizeof(std::uint32_t)));
       }
       glEnableVertexAttribArray(2);
     }
