@@ -84,7 +84,9 @@ void main() {
     float d = nh * nh * (a2 - 1.0) + 1.0;
     float distribution = a2 / (PI * d * d);
     float geometry = (nl / (nl * (1.0 - k) + k)) * (nv / (nv * (1.0 - k) + k));
-    vec3 fresnel = f0 + (1.0 - f0) * pow(1.0 - max(dot(v, h), 0.0), 5.0);
+    float edge = 1.0 - max(dot(v, h), 0.0);
+    float edge2 = edge * edge;
+    vec3 fresnel = f0 + (1.0 - f0) * (edge2 * edge2 * edge);
     vec3 specular = distribution * geometry * fresnel / (4.0 * nl * nv) * PI;
     color += (diffuse * (1.0 - fresnel) + specular) * radiance * nl;
   }
@@ -148,6 +150,8 @@ float lineAt(vec2 coordinate) {
   return 1.0 - min(min(distanceToLine.x, distanceToLine.y), 1.0);
 }
 void main() {
+  float fade = 1.0 - smoothstep(fadeFrom, fadeTo, distance(eye, worldPosition));
+  if (fade <= 0.0) discard;
   vec2 p = worldPosition.xz;
   float minor = lineAt(p / spacing);
   float major = lineAt(p / (spacing * 10.0));
@@ -160,7 +164,6 @@ void main() {
     color = onX >= onZ ? vec3(0.85, 0.25, 0.25) : vec3(0.25, 0.4, 0.9);
     alpha = max(alpha, max(onX, onZ) * 0.8);
   }
-  float fade = 1.0 - smoothstep(fadeFrom, fadeTo, distance(eye, worldPosition));
   fragment = vec4(color, alpha * fade);
   if (fragment.a < 0.004) discard;
 }

@@ -458,6 +458,31 @@ Scene buildScene(const Stage& stage, const Tessellation& detail, const PreviewVa
   return scene;
 }
 
+std::optional<GizmoTarget> gizmoTargetOf(const Stage& stage, const std::string& path,
+                                         const PreviewValues& previews) {
+  const ComposedPrim* prim = stage.findPrim(path);
+  if (prim == nullptr) {
+    return std::nullopt;
+  }
+  const Reader read{stage, previews};
+  GizmoTarget target;
+  target.path = path;
+  target.translation = read.vector3(*prim, "xformOp:translate").value_or(glm::dvec3(0.0));
+  target.rotation = read.vector3(*prim, "xformOp:rotateXYZ").value_or(glm::dvec3(0.0));
+  target.scale = read.vector3(*prim, "xformOp:scale").value_or(glm::dvec3(1.0));
+  // The parent chain only, outermost first.
+  std::vector<const ComposedPrim*> chain;
+  for (std::uint32_t at = prim->parent; at != kNoPrim; at = stage.prims[at].parent) {
+    chain.push_back(&stage.prims[at]);
+  }
+  glm::mat4 parent(1.0f);
+  for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
+    parent = parent * primLocalTransform(read, **it);
+  }
+  target.parentWorld = glm::dmat4(parent);
+  return target;
+}
+
 bool isSameOrBelow(std::string_view path, std::string_view ancestor) {
   if (!path.starts_with(ancestor)) {
     return false;

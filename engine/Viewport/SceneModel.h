@@ -11,6 +11,7 @@
 
 #include "UsdText/Stage.h"
 #include "Viewport/Geometry.h"
+#include "Viewport/Gizmo.h"
 
 namespace orvan::engine {
 
@@ -78,6 +79,12 @@ Scene buildScene(const Stage& stage, const Tessellation& detail = {},
 // The world transform of every prim of the stage, indexed like Stage::prims.
 std::vector<glm::mat4> worldTransforms(const Stage& stage, const PreviewValues& previews = {});
 
+// What the gizmo of the prim at `path` works from: its parent's world matrix and its own
+// translation, rotation and scale (previews included; missing ones are identity). nullopt when
+// there is no such prim.
+std::optional<GizmoTarget> gizmoTargetOf(const Stage& stage, const std::string& path,
+                                         const PreviewValues& previews = {});
+
 // Whether `path` is `ancestor` or lies below it.
 bool isSameOrBelow(std::string_view path, std::string_view ancestor);
 // The world bounds of the drawn prims at or below any of `paths` (empty when none is drawn): what
@@ -106,6 +113,10 @@ class SceneModel {
   // Counts rebuilds: a caller uploads the scene again only when it changed.
   std::uint64_t revision() const { return revision_; }
   const Stage* stage() const { return stage_.get(); }
+  const PreviewValues& previews() const { return previews_; }
+  std::optional<GizmoTarget> gizmoTarget(const std::string& path) const {
+    return stage_ != nullptr ? gizmoTargetOf(*stage_, path, previews_) : std::nullopt;
+  }
 
  private:
   std::shared_ptr<const Stage> stage_;

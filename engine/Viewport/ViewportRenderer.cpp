@@ -443,7 +443,9 @@ struct ViewportRenderer::Impl {
                        glm::value_ptr(viewProjection));
     const glm::vec3 centre(camera.target.x, 0.0f, camera.target.z);
     glUniform3fv(uniform(gridProgram, "centre"), 1, glm::value_ptr(centre));
-    glUniform1f(uniform(gridProgram, "extent"), reach * 12.0f);
+    // Beyond the fade (measured from the eye, which is within `reach` of the centre) the grid is
+    // gone: the square ends there.
+    glUniform1f(uniform(gridProgram, "extent"), reach * 7.0f);
     glUniform3fv(uniform(gridProgram, "eye"), 1, glm::value_ptr(eye));
     glUniform1f(uniform(gridProgram, "spacing"), spacing);
     glUniform1f(uniform(gridProgram, "fadeFrom"), reach * 1.5f);

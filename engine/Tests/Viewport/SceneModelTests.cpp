@@ -346,6 +346,33 @@ TEST(ViewportScene, PreviewsShowOverTheStageUntilCleared) {
   expectNear(objectAt(model.scene(), "/World/Box")->color, glm::vec3(0.9f, 0.1f, 0.1f));
 }
 
+TEST(ViewportScene, TheGizmoTargetHoldsTheParentChainAndThePrimsOwnValues) {
+  const auto stage = stageOf(worldText(R"(
+  def Xform "Group" {
+    double3 xformOp:translate = (1, 2, 3)
+    float3 xformOp:rotateXYZ = (0, 0, 90)
+    uniform token[] xformOpOrder = ["xformOp:translate", "xformOp:rotateXYZ"]
+    def Cube "Box" {
+      double3 xformOp:translate = (4, 0, 0)
+      float3 xformOp:scale = (2, 2, 2)
+      uniform token[] xformOpOrder = ["xformOp:translate", "xformOp:scale"]
+    }
+  }
+)"));
+  SceneModel model(stage);
+  ASSERT_FALSE(model.applyPreview("/World/Group/Box", "Transform", "rotation", "0,45,0"));
+  const auto target = model.gizmoTarget("/World/Group/Box");
+  ASSERT_TRUE(target);
+  EXPECT_EQ(target->translation, glm::dvec3(4, 0, 0));
+  EXPECT_EQ(target->rotation, glm::dvec3(0, 45, 0));
+  EXPECT_EQ(target->scale, glm::dvec3(2, 2, 2));
+  // The gizmo's origin is where the box is drawn.
+  const glm::dvec3 origin(target->parentWorld * glm::dvec4(target->translation, 1.0));
+  expectNear(glm::vec3(origin), glm::vec3(1, 6, 3));
+  expectNear(glm::vec3(objectAt(model.scene(), "/World/Group/Box")->world[3]), glm::vec3(1, 6, 3));
+  EXPECT_FALSE(model.gizmoTarget("/World/Nothing"));
+}
+
 TEST(ViewportScene, BoundsOfPathsTakeTheWholeSubtreeAndNothingElse) {
   const auto stage = stageOf(worldText(cubeText("A", "(0, 0, 0)") + cubeText("AB", "(5, 0, 0)") +
                                        R"(
