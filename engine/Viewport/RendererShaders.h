@@ -122,54 +122,51 @@ void main() {
 }
 )";
 
-// The ground grid as lines on y = 0: `line.x` is the end (-1 or 1), `line.y` the line's index
-// from the centre, `line.z` 0 for a line along X and 1 for one along Z. Every line runs
-// `halfCount` spacings each way from the centre, which sits on a major line.
+// The ground grid: a large square on y = 0 around the camera's target.
 constexpr const char* kGridVertex = R"(#version 330 core
-layout(location = 0) in vec3 line;
+layout(location = 0) in vec2 corner;
 uniform mat4 viewProjection;
-uniform vec2 centre;
-uniform float spacing;
-uniform float halfCount;
+uniform vec3 centre;
+uniform float extent;
 out vec3 worldPosition;
-flat out int kind;
 void main() {
-  float along = line.x * halfCount * spacing;
-  float across = line.y * spacing;
-  vec2 p = line.z < 0.5 ? vec2(centre.x + along, centre.y + across)
-                        : vec2(centre.x + across, centre.y + along);
-  float acrossWorld = line.z < 0.5 ? p.y : p.x;
-  float index = floor(acrossWorld / spacing + 0.5);
-  // 3: the X axis, 2: the Z axis, 1: every tenth line, 0: the rest.
-  kind = abs(acrossWorld) < spacing * 0.5 ? (line.z < 0.5 ? 3 : 2)
-                                          : (mod(index, 10.0) == 0.0 ? 1 : 0);
-  worldPosition = vec3(p.x, 0.0, p.y);
+  worldPosition = vec3(centre.x + corner.x * extent, 0.0, centre.z + corner.y * extent);
   gl_Position = viewProjection * vec4(worldPosition, 1.0);
 }
 )";
 
-// Fainter lines fade out sooner, so that far away only the stronger ones remain and the grid
-// never thickens into a grey sheet.
+// Lines one pixel wide whatever the distance (from the screen-space rate of the coordinate);
+// every tenth line stronger, the X axis red and the Z axis blue. The fainter lines fade out
+// sooner, so that far away only the stronger ones remain and the grid never thickens into a grey
+// sheet; beyond 6 reaches nothing is left.
 constexpr const char* kGridFragment = R"(#version 330 core
 in vec3 worldPosition;
-flat in int kind;
 uniform vec3 eye;
+uniform float spacing;
 uniform float reach;
 out vec4 fragment;
+float lineAt(vec2 coordinate, vec2 width) {
+  vec2 distanceToLine = abs(fract(coordinate - 0.5) - 0.5) / width;
+  return 1.0 - min(min(distanceToLine.x, distanceToLine.y), 1.0);
+}
 void main() {
   float d = distance(eye, worldPosition);
+  float farFade = 1.0 - smoothstep(reach * 2.4, reach * 6.0, d);
+  if (farFade <= 0.0) discard;
+  float nearFade = 1.0 - smoothstep(reach, reach * 2.5, d);
+  vec2 p = worldPosition.xz;
+  // One screen-space rate serves every line family.
+  vec2 width = max(fwidth(p), vec2(1e-6));
+  float alpha = max(lineAt(p / spacing, width / spacing) * 0.3 * nearFade,
+                    lineAt(p / (spacing * 10.0), width / (spacing * 10.0)) * 0.55 * farFade);
   vec3 color = vec3(0.55);
-  float alpha = 0.3;
-  float fadeTo = reach * 2.5;
-  if (kind == 1) {
-    alpha = 0.55;
-    fadeTo = reach * 6.0;
-  } else if (kind >= 2) {
-    color = kind == 3 ? vec3(0.85, 0.25, 0.25) : vec3(0.25, 0.4, 0.9);
-    alpha = 0.85;
-    fadeTo = reach * 6.0;
+  float onX = 1.0 - min(abs(p.y) / width.y, 1.0);
+  float onZ = 1.0 - min(abs(p.x) / width.x, 1.0);
+  if (onX > 0.0 || onZ > 0.0) {
+    color = onX >= onZ ? vec3(0.85, 0.25, 0.25) : vec3(0.25, 0.4, 0.9);
+    alpha = max(alpha, max(onX, onZ) * 0.85 * farFade);
   }
-  fragment = vec4(color, alpha * (1.0 - smoothstep(fadeTo * 0.4, fadeTo, d)));
+  fragment = vec4(color, alpha);
 }
 )";
 

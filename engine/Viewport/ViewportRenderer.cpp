@@ -16,9 +16,6 @@ namespace orvan::engine {
 namespace {
 
 constexpr int kMaxLights = 8;
-// Lines of the grid each side of its centre at most: the camera's reach is at most 80 spacings
-// (then the spacing grows tenfold) and the grid ends 7 reaches out.
-constexpr int kGridHalfLines = 560;
 
 std::string eglErrorText(const char* what) {
   char code[16];
@@ -290,28 +287,15 @@ struct ViewportRenderer::Impl {
     glGenFramebuffers(1, &maskFramebuffer);
     glGenTextures(1, &maskTexture);
     glGenVertexArrays(1, &emptyVertexArray);
-    // The grid's lines, nearest the centre first, so that the first lines of the buffer are the
-    // ones within any distance: 0, +1, -1, +2, -2, ..., each along X and along Z.
-    std::vector<float> lines;
-    const auto addLines = [&lines](int index) {
-      for (const float direction : {0.0f, 1.0f}) {
-        const auto across = static_cast<float>(index);
-        lines.insert(lines.end(), {-1.0f, across, direction, 1.0f, across, direction});
-      }
-    };
-    addLines(0);
-    for (int k = 1; k <= kGridHalfLines; ++k) {
-      addLines(k);
-      addLines(-k);
-    }
+    // The grid: two triangles of a unit square, scaled and placed by the vertex shader.
+    const float corners[] = {-1, -1, 1, -1, 1, 1, -1, -1, 1, 1, -1, 1};
     glGenVertexArrays(1, &gridVertexArray);
     glBindVertexArray(gridVertexArray);
     glGenBuffers(1, &gridBuffer);
     glBindBuffer(GL_ARRAY_BUFFER, gridBuffer);
-    glBufferData(GL_ARRAY_BUFFER, static_cast<GLsizeiptr>(lines.size() * sizeof(float)),
-                 lines.data(), GL_STATIC_DRAW);
+    glBufferData(GL_ARRAY_BUFFER, sizeof corners, corners, GL_STATIC_DRAW);
     glEnableVertexAttribArray(0);
-    glVertexAttribPointer(0, 3, GL_FLOAT, GL_FALSE, 3 * sizeof(float), nullptr);
+    glVertexAttribPointer(0, 2, GL_FLOAT, GL_FALSE, 2 * sizeof(float), nullptr);
     glGenVertexArrays(1, &overlayVertexArray);
     glBindVertexArray(overlayVertexArray);
     glGenBuffers(1, &overlayVertexBuffer);
@@ -455,34 +439,32 @@ struct ViewportRenderer::Impl {
     if (!(reach > 0.0f) || !std::isfinite(reach) || std::abs(eye.y) < reach * 1e-3f) {
       return;
     }
-    // Lines every unit near by; every ten (or hundred) units from far away.
+    // Lines every unit near by; every ten (or hundred) units from far away, so that they never
+    // crowd into a grey sheet.
     const float spacing = std::pow(10.0f, std::max(0.0f, std::floor(std::log10(reach / 8.0f))));
-    const float major = spacing * 10.0f;
-    // Beyond 6 reaches from the eye (which is within one reach of the target) nothing shows.
-    const int halfCount =
-        std::min(static_cast<int>(std::ceil(reach * 7.0f / spacing)), kGridHalfLines);
-    const glm::vec2 centre(std::round(camera.target.x / major) * major,
-                           std::round(camera.target.z / major) * major);
     glUseProgram(gridProgram);
     glUniformMatrix4fv(uniform(gridProgram, "viewProjection"), 1, GL_FALSE,
                        glm::value_ptr(viewProjection));
-    glUniform2fv(uniform(gridProgram, "centre"), 1, glm::value_ptr(centre));
-    glUniform1f(uniform(gridProgram, "spacing"), spacing);
-    glUniform1f(uniform(gridProgram, "halfCount"), static_cast<float>(halfCount));
+    const glm::vec3 centre(camera.target.x, 0.0f, camera.target.z);
+    glUniform3fv(uniform(gridProgram, "centre"), 1, glm::value_ptr(centre));
+    // Beyond the fade (measured from the eye, which is within `reach` of the centre) the grid is
+    // gone: the square ends there.
+    glUniform1f(uniform(gridProgram, "extent"), reach * 7.0f);
     glUniform3fv(uniform(gridProgram, "eye"), 1, glm::value_ptr(eye));
+    glUniform1f(uniform(gridProgram, "spacing"), spacing);
     glUniform1f(uniform(gridProgram, "reach"), reach);
     glEnable(GL_BLEND);
     // The frame stays opaque: the destination's alpha is kept.
     glBlendFuncSeparate(GL_SRC_ALPHA, GL_ONE_MINUS_SRC_ALPHA, GL_ZERO, GL_ONE);
     glDepthMask(GL_FALSE);
-    // Drawn on a ground plane at y = 0 too: the lines win where they lie on it.
     glDepthFunc(GL_LEQUAL);
-    glEnable(GL_LINE_SMOOTH);
+    // Drawn on a ground plane at y = 0 too: pulled a little towards the eye.
+    glEnable(GL_POLYGON_OFFSET_FILL);
+    glPolygonOffset(-1.0f, -4.0f);
     glBindVertexArray(gridVertexArray);
-    // 2 lines (along X and Z) per index, indices -halfCount..halfCount, 2 vertices a line.
-    glDrawArrays(GL_LINES, 0, 2 * 2 * (2 * halfCount + 1));
+    glDrawArrays(GL_TRIANGLES, 0, 6);
     glBindVertexArray(0);
-    glDisable(GL_LINE_SMOOTH);
+    glDisable(GL_POLYGON_OFFSET_FILL);
     glDepthFunc(GL_LESS);
     glDepthMask(GL_TRUE);
     glDisable(GL_BLEND);
