@@ -223,13 +223,26 @@ MeshBuildResult triangulateMesh(const MeshInput& input) {
   }
   const bool perPoint = !input.normals.empty() && input.normals.size() == input.points.size();
   const bool perCorner = !input.normals.empty() && !perPoint && input.normals.size() == total;
+  const std::size_t colorCount = input.colors.size();
+  const bool colorPerPoint = colorCount > 1 && colorCount == input.points.size();
+  const bool colorPerCorner = colorCount > 1 && !colorPerPoint && colorCount == total;
+  const bool colorPerFace = colorCount > 1 && !colorPerPoint && !colorPerCorner &&
+                            colorCount == input.faceVertexCounts.size();
   TriangleMesh& mesh = result.mesh;
   std::size_t corner = 0;
+  std::size_t face = 0;
   for (const int count : input.faceVertexCounts) {
     const auto first = static_cast<std::uint32_t>(mesh.positions.size());
     for (int k = 0; k < count; ++k) {
       const auto index = static_cast<std::size_t>(input.faceVertexIndices[corner + k]);
       mesh.positions.push_back(input.points[index]);
+      if (colorPerPoint) {
+        mesh.colors.push_back(input.colors[index]);
+      } else if (colorPerCorner) {
+        mesh.colors.push_back(input.colors[corner + k]);
+      } else if (colorPerFace) {
+        mesh.colors.push_back(input.colors[face]);
+      }
       if (perPoint) {
         mesh.normals.push_back(input.normals[index]);
       } else if (perCorner) {
@@ -254,6 +267,7 @@ MeshBuildResult triangulateMesh(const MeshInput& input) {
                                                first + static_cast<std::uint32_t>(k + 1)});
     }
     corner += static_cast<std::size_t>(count);
+    ++face;
   }
   return result;
 }

@@ -11,11 +11,13 @@
 
 namespace orvan::engine {
 
-// Triangles in a prim's own space: one normal per position, three indices per triangle.
+// Triangles in a prim's own space: one normal per position, three indices per triangle, and
+// either no colours (the prim's one colour) or one per position.
 struct TriangleMesh {
   std::vector<glm::vec3> positions;
   std::vector<glm::vec3> normals;
   std::vector<std::uint32_t> indices;
+  std::vector<glm::vec3> colors;
 
   std::size_t triangleCount() const { return indices.size() / 3; }
 };
@@ -65,13 +67,16 @@ TriangleMesh tessellateCapsule(float height, float radius, ShapeAxis axis,
 TriangleMesh tessellatePlane(float width, float length, ShapeAxis axis);
 
 // A polygon mesh as authored: faces are fanned into triangles. Normals, when given, are one per
-// point or one per face-vertex; otherwise each triangle gets its face normal. Fails with the
-// reason on counts and indices that do not fit the points.
+// point or one per face-vertex; otherwise each triangle gets its face normal. Colours, when
+// given, are one per point, one per face-vertex or one per face (told apart by their count, in
+// that order); any other count leaves the mesh one colour. Fails with the reason on counts and
+// indices that do not fit the points.
 struct MeshInput {
   std::span<const glm::vec3> points;
   std::span<const int> faceVertexCounts;
   std::span<const int> faceVertexIndices;
   std::span<const glm::vec3> normals;
+  std::span<const glm::vec3> colors = {};
 };
 struct MeshBuildResult {
   TriangleMesh mesh;

@@ -252,6 +252,7 @@ struct Surface {
   glm::vec3 color{0.5f};
   float roughness = kMatteRoughness;
   float metallic = 0.0f;
+  bool fromMaterial = false;  // the material's colour wins over a mesh's own colours
 };
 
 Surface surfaceOf(const Reader& read, const ComposedPrim& prim, const std::string& materialPath) {
@@ -263,6 +264,7 @@ Surface surfaceOf(const Reader& read, const ComposedPrim& prim, const std::strin
       if (const auto color = read.vector3(*shader, "inputs:diffuseColor")) {
         surface.color = glm::vec3(*color);
         colored = true;
+        surface.fromMaterial = true;
       }
       surface.roughness =
           std::clamp(read.numberOr(*shader, "inputs:roughness", kShaderRoughness), 0.0f, 1.0f);
@@ -298,7 +300,8 @@ struct ShapeResult {
   std::string error;
 };
 
-ShapeResult meshOfPolygons(const Stage& stage, const ComposedPrim& prim) {
+ShapeResult meshOfPolygons(const Reader& read, const ComposedPrim& prim) {
+  const Stage& stage = read.stage;
   const auto points = vectorList(authoredValue(stage, prim, "points"));
   const auto counts = intList(authoredValue(stage, prim, "faceVertexCounts"));
   const auto indices = intList(authoredValue(stage, prim, "faceVertexIndices"));
@@ -306,9 +309,13 @@ ShapeResult meshOfPolygons(const Stage& stage, const ComposedPrim& prim) {
     return {std::nullopt, "the mesh has no readable points, faceVertexCounts or faceVertexIndices"};
   }
   const auto normals = vectorList(authoredValue(stage, prim, "normals"));
-  const std::vector<glm::vec3> noNormals;
-  MeshBuildResult built =
-      triangulateMesh({*points, *counts, *indices, normals ? *normals : noNormals});
+  const std::vector<glm::vec3> none;
+  // A previewed colour is one colour for the whole mesh.
+  const auto colors = read.overridden(prim, "primvars:displayColor")
+                          ? std::nullopt
+                          : vectorList(authoredValue(stage, prim, "primvars:displayColor"));
+  MeshBuildResult built = triangulateMesh(
+      {*points, *counts, *indices, normals ? *normals : none, colors ? *colors : none});
   if (!built.error.empty()) {
     return {std::nullopt, built.error};
   }
@@ -341,7 +348,7 @@ ShapeResult shapeMesh(const Reader& read, const ComposedPrim& prim, const Tessel
             {}};
   }
   if (type == "Mesh") {
-    return meshOfPolygons(read.stage, prim);
+    return meshOfPolygons(read, prim);
   }
   return {};
 }
@@ -444,6 +451,9 @@ Scene buildScene(const Stage& stage, const Tessellation& detail, const PreviewVa
       continue;
     }
     const Surface surface = surfaceOf(read, prim, material[i]);
+    if (surface.fromMaterial) {
+      shape.mesh->colors.clear();
+    }
     SceneObject object{prim.path, std::move(*shape.mesh), world[i],        surface.color,
                        {},        surface.roughness,      surface.metallic};
     object.bounds = meshBounds(object.mesh, object.world);
@@ -451,6 +461,9 @@ Scene buildScene(const Stage& stage, const Tessellation& detail, const PreviewVa
       scene.problems.push_back(
           {prim.path, "its transform or dimensions are not finite numbers; it is not drawn"});
       continue;
+    }
+    for (glm::vec3& color : object.mesh.colors) {
+      color = finite(color) ? color : object.color;
     }
     scene.bounds.add(object.bounds);
     scene.objects.push_back(std::move(object));

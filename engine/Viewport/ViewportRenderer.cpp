@@ -59,7 +59,7 @@ void appendObject(BatchData& batch, const SceneObject& object) {
     const glm::vec3 p = glm::vec3(object.world * glm::vec4(mesh.positions[i], 1.0f));
     const glm::vec3 n =
         normalMatrix * (i < mesh.normals.size() ? mesh.normals[i] : glm::vec3(0, 1, 0));
-    const glm::vec3& c = object.color;
+    const glm::vec3& c = i < mesh.colors.size() ? mesh.colors[i] : object.color;
     batch.vertices.insert(batch.vertices.end(), {p.x, p.y, p.z, n.x, n.y, n.z, c.r, c.g, c.b,
                                                  object.roughness, object.metallic});
   }

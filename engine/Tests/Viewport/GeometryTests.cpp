@@ -134,6 +134,37 @@ TEST(ViewportTessellation, MeshesAreFannedIntoTrianglesWithTheirNormals) {
   expectNear(byCorner.mesh.normals[5], glm::vec3(0, 1, 0));
 }
 
+TEST(ViewportTessellation, MeshColoursFollowPointsCornersOrFacesByTheirCount) {
+  const std::vector<glm::vec3> points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0}};
+  const std::vector<int> counts = {4, 3};
+  const std::vector<int> indices = {0, 1, 2, 3, 1, 4, 2};
+  const glm::vec3 red(1, 0, 0);
+  const glm::vec3 blue(0, 0, 1);
+  // Per face: the quad's four corners red, the triangle's three blue.
+  const std::vector<glm::vec3> perFace = {red, blue};
+  const MeshBuildResult byFace = triangulateMesh({points, counts, indices, {}, perFace});
+  ASSERT_EQ(byFace.mesh.colors.size(), 7u);
+  expectNear(byFace.mesh.colors[3], red);
+  expectNear(byFace.mesh.colors[4], blue);
+  // Per point: the triangle's second corner is point 4.
+  std::vector<glm::vec3> perPoint(points.size(), red);
+  perPoint[4] = blue;
+  const MeshBuildResult byPoint = triangulateMesh({points, counts, indices, {}, perPoint});
+  expectNear(byPoint.mesh.colors[5], blue);
+  expectNear(byPoint.mesh.colors[4], red);  // point 1 again
+  // Per corner.
+  std::vector<glm::vec3> perCorner(indices.size(), red);
+  perCorner[6] = blue;
+  const MeshBuildResult byCorner = triangulateMesh({points, counts, indices, {}, perCorner});
+  expectNear(byCorner.mesh.colors[6], blue);
+  expectNear(byCorner.mesh.colors[2], red);
+  // One colour, or a count that fits nothing: the prim's one colour.
+  const std::vector<glm::vec3> one = {red};
+  EXPECT_TRUE(triangulateMesh({points, counts, indices, {}, one}).mesh.colors.empty());
+  const std::vector<glm::vec3> three = {red, red, blue};
+  EXPECT_TRUE(triangulateMesh({points, counts, indices, {}, three}).mesh.colors.empty());
+}
+
 TEST(ViewportTessellation, MeshesThatDoNotFitTheirPointsAreRefusedWithTheReason) {
   const std::vector<glm::vec3> points = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}};
   struct Case {

@@ -289,6 +289,36 @@ TEST_F(ViewportRendering, ADomeLightsFromAboveMoreThanFromBelowAndReplacesTheDef
   EXPECT_NEAR(brightness(left), brightness(right), 6);
 }
 
+TEST_F(ViewportRendering, AMeshShowsItsColourPerFaceUnlessAMaterialIsBound) {
+  const std::string quads = R"(
+    point3f[] points = [(-2, -1, 0), (0, -1, 0), (0, 1, 0), (-2, 1, 0), (2, -1, 0), (2, 1, 0)]
+    int[] faceVertexCounts = [4, 4]
+    int[] faceVertexIndices = [0, 1, 2, 3, 1, 4, 5, 2]
+    color3f[] primvars:displayColor = [(0.9, 0.05, 0.05), (0.05, 0.05, 0.9)] (
+      interpolation = "uniform"
+    )
+)";
+  const OrbitCamera camera{glm::vec3(0.0f), 5.0f};
+  const Frame own =
+      draw(buildScene(*stageOf(worldText("def Mesh \"Panel\" {" + quads + "}\n"))), camera);
+  const glm::u8vec4 left = own.pixel(kWidth / 2 - 20, kHeight / 2);
+  const glm::u8vec4 right = own.pixel(kWidth / 2 + 20, kHeight / 2);
+  EXPECT_TRUE(isRed(left)) << describe(left);
+  EXPECT_GT(right.b, right.r + 80) << describe(right);
+  const Frame bound =
+      draw(buildScene(
+               *stageOf(worldText("def Mesh \"Panel\" {" + quads +
+                                  " rel material:binding = </World/Looks/Green>\n}\n"
+                                  "def Scope \"Looks\" { def Material \"Green\" { def Shader \"S\" "
+                                  "{ color3f inputs:diffuseColor = (0.05, 0.9, 0.05) } } }\n"))),
+           camera);
+  for (const int x : {kWidth / 2 - 20, kWidth / 2 + 20}) {
+    const glm::u8vec4 p = bound.pixel(x, kHeight / 2);
+    EXPECT_GT(p.g, p.r + 80) << describe(p);
+    EXPECT_GT(p.g, p.b + 80) << describe(p);
+  }
+}
+
 TEST_F(ViewportRendering, TheGridShowsBelowTheOriginAndFadesOutTowardsTheHorizon) {
   Scene scene;
   scene.background = glm::vec3(0.05f);

@@ -288,8 +288,9 @@ TEST(ViewportScene, PreviewsShowOverTheStageUntilCleared) {
   }
 )"));
   SceneModel model(stage);
-  const std::uint64_t first = model.scene().objects.empty() ? 0 : model.revision();
   EXPECT_EQ(model.scene().objects.size(), 4u);
+  const std::uint64_t first = model.revision();
+  model.scene();
   EXPECT_EQ(model.revision(), first);  // nothing changed: not rebuilt
 
   EXPECT_FALSE(model.applyPreview("/World/Box", "Transform", "translation", "3,2,1"));
