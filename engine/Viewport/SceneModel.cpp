@@ -471,6 +471,19 @@ Scene buildScene(const Stage& stage, const Tessellation& detail, const PreviewVa
   return scene;
 }
 
+glm::mat4 localTransformOf(const Stage& stage, const ComposedPrim& prim,
+                           const PreviewValues& previews) {
+  return primLocalTransform(Reader{stage, previews}, prim);
+}
+
+bool isLightType(std::string_view typeName) {
+  return lightKind(typeName).has_value();
+}
+
+bool isDrawable(const SceneObject& object) {
+  return finiteObject(object);
+}
+
 std::optional<GizmoTarget> gizmoTargetOf(const Stage& stage, const std::string& path,
                                          const PreviewValues& previews) {
   const ComposedPrim* prim = stage.findPrim(path);

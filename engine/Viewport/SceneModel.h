@@ -3,8 +3,10 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <span>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 #include <glm/glm.hpp>
@@ -85,6 +87,13 @@ std::vector<glm::mat4> worldTransforms(const Stage& stage, const PreviewValues& 
 std::optional<GizmoTarget> gizmoTargetOf(const Stage& stage, const std::string& path,
                                          const PreviewValues& previews = {});
 
+// The pieces a move of a prim recomputes without rebuilding the scene: a prim's own transform
+// (previews included), whether a type is a light, whether an object can be drawn (finite numbers).
+glm::mat4 localTransformOf(const Stage& stage, const ComposedPrim& prim,
+                           const PreviewValues& previews);
+bool isLightType(std::string_view typeName);
+bool isDrawable(const SceneObject& object);
+
 // Whether `path` is `ancestor` or lies below it.
 bool isSameOrBelow(std::string_view path, std::string_view ancestor);
 // The world bounds of the drawn prims at or below any of `paths` (empty when none is drawn): what
@@ -108,10 +117,16 @@ class SceneModel {
                     std::string_view propertyName);
   void clearPreviews();
 
-  // The scene, rebuilt when the stage or a preview changed since the last call.
+  // The scene, rebuilt when the stage or a preview changed since the last call. A previewed
+  // transform (a gizmo drag) only moves the prims below it: their objects get new world matrices
+  // and bounds, and the scene is not rebuilt.
   const Scene& scene();
   // Counts rebuilds: a caller uploads the scene again only when it changed.
   std::uint64_t revision() const { return revision_; }
+  // Counts moves since the last rebuild, and the objects (indices into Scene::objects) they
+  // moved: a caller sends those again (ViewportRenderer::moveObjects) when the count changed.
+  std::uint64_t moveRevision() const { return moveRevision_; }
+  const std::vector<std::size_t>& movedObjects() const { return movedObjects_; }
   const Stage* stage() const { return stage_.get(); }
   const PreviewValues& previews() const { return previews_; }
   std::optional<GizmoTarget> gizmoTarget(const std::string& path) const {
@@ -121,10 +136,19 @@ class SceneModel {
  private:
   std::shared_ptr<const Stage> stage_;
   Tessellation detail_;
+  void rebuild();
+  // False when the moves reach something only a rebuild shows (a light, a number that is not
+  // finite).
+  bool moveObjects();
+
   PreviewValues previews_;
   Scene scene_;
   bool dirty_ = true;
   std::uint64_t revision_ = 0;
+  std::set<std::string> movedPrims_;  // prims whose transform preview changed since scene()
+  std::unordered_map<std::string, std::size_t> objectByPath_;
+  std::vector<std::size_t> movedObjects_;
+  std::uint64_t moveRevision_ = 0;
 };
 
 }  // namespace orvan::engine

@@ -148,14 +148,25 @@ std::optional<std::string> SceneModel::applyPreview(const std::string& path,
     holder = *shader;
   }
   previews_.numbers[{holder, std::string(slot->attribute)}] = *numbers;
-  dirty_ = true;
+  if (componentType == "Transform") {
+    movedPrims_.insert(path);
+  } else {
+    dirty_ = true;
+  }
   return std::nullopt;
 }
 
 void SceneModel::clearPreview(const std::string& path, std::string_view componentType,
                               std::string_view propertyName) {
   const auto erase = [&](const std::string& holder, std::string_view attribute) {
-    dirty_ = previews_.numbers.erase({holder, std::string(attribute)}) > 0 || dirty_;
+    if (previews_.numbers.erase({holder, std::string(attribute)}) == 0) {
+      return;
+    }
+    if (componentType == "Transform") {
+      movedPrims_.insert(path);
+    } else {
+      dirty_ = true;
+    }
   };
   if (componentType == "MaterialBinding" && propertyName == "material") {
     dirty_ = previews_.bindings.erase(path) > 0 || dirty_;
@@ -189,13 +200,73 @@ void SceneModel::clearPreviews() {
 }
 
 const Scene& SceneModel::scene() {
-  if (!dirty_) {
-    return scene_;
+  if (!dirty_ && !movedPrims_.empty() && !moveObjects()) {
+    dirty_ = true;
   }
+  movedPrims_.clear();
+  if (dirty_) {
+    rebuild();
+  }
+  return scene_;
+}
+
+void SceneModel::rebuild() {
   scene_ = stage_ != nullptr ? buildScene(*stage_, detail_, previews_) : Scene{};
   dirty_ = false;
   ++revision_;
-  return scene_;
+  objectByPath_.clear();
+  for (std::size_t i = 0; i < scene_.objects.size(); ++i) {
+    objectByPath_.emplace(scene_.objects[i].path, i);
+  }
+  movedObjects_.clear();
+  moveRevision_ = 0;
+}
+
+bool SceneModel::moveObjects() {
+  if (stage_ == nullptr) {
+    return false;
+  }
+  const Stage& stage = *stage_;
+  std::vector<std::pair<std::size_t, glm::mat4>> updates;
+  for (const std::string& path : movedPrims_) {
+    const ComposedPrim* moved = stage.findPrim(path);
+    if (moved == nullptr) {
+      continue;
+    }
+    // Prims are depth-first: the subtree is the run of prims after it that lie below it.
+    const auto first = static_cast<std::size_t>(moved - stage.prims.data());
+    const auto target = gizmoTargetOf(stage, path, previews_);
+    std::unordered_map<std::uint32_t, glm::mat4> world;
+    for (std::size_t i = first; i < stage.prims.size() && isSameOrBelow(stage.prims[i].path, path);
+         ++i) {
+      const ComposedPrim& prim = stage.prims[i];
+      if (isLightType(prim.typeName)) {
+        return false;
+      }
+      const glm::mat4 parent = i == first ? glm::mat4(target->parentWorld) : world.at(prim.parent);
+      world[static_cast<std::uint32_t>(i)] = parent * localTransformOf(stage, prim, previews_);
+      if (const auto found = objectByPath_.find(prim.path); found != objectByPath_.end()) {
+        updates.emplace_back(found->second, world[static_cast<std::uint32_t>(i)]);
+      }
+    }
+  }
+  for (const auto& [index, matrix] : updates) {
+    SceneObject& object = scene_.objects[index];
+    object.world = matrix;
+    object.bounds = meshBounds(object.mesh, matrix);
+    if (!isDrawable(object)) {
+      return false;
+    }
+    movedObjects_.push_back(index);
+  }
+  std::sort(movedObjects_.begin(), movedObjects_.end());
+  movedObjects_.erase(std::unique(movedObjects_.begin(), movedObjects_.end()), movedObjects_.end());
+  scene_.bounds = Bounds{};
+  for (const SceneObject& object : scene_.objects) {
+    scene_.bounds.add(object.bounds);
+  }
+  ++moveRevision_;
+  return true;
 }
 
 }  // namespace orvan::engine

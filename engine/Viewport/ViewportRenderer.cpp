@@ -39,6 +39,7 @@ struct GpuBatch {
 struct ObjectRange {
   std::string path;
   std::size_t batch = 0;
+  std::size_t firstVertex = 0;
   std::size_t firstIndex = 0;
   GLsizei indexCount = 0;
   Bounds bounds;
@@ -599,14 +600,40 @@ void ViewportRenderer::setScene(const Scene& scene) {
       impl_->upload(data);
       data = {};
     }
-    impl_->objects.push_back({object.path, impl_->batches.size(), data.indices.size(),
-                              static_cast<GLsizei>(object.mesh.indices.size()), object.bounds});
+    impl_->objects.push_back({object.path, impl_->batches.size(), data.vertexCount(),
+                              data.indices.size(), static_cast<GLsizei>(object.mesh.indices.size()),
+                              object.bounds});
     appendObject(data, object);
   }
   impl_->upload(data);
   impl_->lights = scene.lights;
   impl_->background = scene.background;
   impl_->ambient = scene.ambient;
+}
+
+void ViewportRenderer::moveObjects(const Scene& scene, std::span<const std::size_t> objectIndices) {
+  Impl& gl = *impl_;
+  const bool same =
+      scene.objects.size() == gl.objects.size() &&
+      std::all_of(objectIndices.begin(), objectIndices.end(), [&](std::size_t i) {
+        return i < scene.objects.size() && scene.objects[i].path == gl.objects[i].path;
+      });
+  if (!same) {
+    setScene(scene);
+    return;
+  }
+  eglMakeCurrent(gl.display, gl.surface, gl.surface, gl.context);
+  for (const std::size_t i : objectIndices) {
+    ObjectRange& range = gl.objects[i];
+    BatchData data;
+    appendObject(data, scene.objects[i]);
+    glBindBuffer(GL_ARRAY_BUFFER, gl.batches[range.batch].vertexBuffer);
+    glBufferSubData(
+        GL_ARRAY_BUFFER, static_cast<GLintptr>(range.firstVertex * kVertexFloats * sizeof(float)),
+        static_cast<GLsizeiptr>(data.vertices.size() * sizeof(float)), data.vertices.data());
+    range.bounds = scene.objects[i].bounds;
+  }
+  glBindBuffer(GL_ARRAY_BUFFER, 0);
 }
 
 RenderResult ViewportRenderer::render(const OrbitCamera& camera, int width, int height,

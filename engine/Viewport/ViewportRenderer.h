@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -66,6 +67,10 @@ class ViewportRenderer {
   // Replaces what is drawn: the scene's triangles go to the GPU now, in world space and merged
   // into a few buffers, so a frame costs a few draw calls however many prims there are.
   void setScene(const Scene& scene);
+  // Sends again the triangles of the objects at `objectIndices` of `scene`, which is the scene
+  // last given to setScene with only those objects moved (SceneModel::movedObjects). A scene of
+  // other objects is sent whole instead.
+  void moveObjects(const Scene& scene, std::span<const std::size_t> objectIndices);
   // A frame of up to 7680 × 4320 pixels (and within the GL's renderbuffer limit).
   RenderResult render(const OrbitCamera& camera, int width, int height,
                       const RenderOverlays& overlays = {});

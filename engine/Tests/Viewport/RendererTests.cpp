@@ -319,6 +319,26 @@ TEST_F(ViewportRendering, AMeshShowsItsColourPerFaceUnlessAMaterialIsBound) {
   }
 }
 
+TEST_F(ViewportRendering, MovingObjectsInPlaceDrawsWhatSendingTheWholeSceneDraws) {
+  const auto stage = stageOf(worldText(cubeText("Left", "(-1.2, 0, 0)", "(0.2, 0.2, 0.8)") +
+                                       cubeText("Right", "(1.2, 0, 0)")));
+  SceneModel model(stage);
+  renderer_->setScene(model.scene());
+  ASSERT_FALSE(model.applyPreview("/World/Right", "Transform", "translation", "0.5,0.8,0.3"));
+  const Scene& moved = model.scene();
+  ASSERT_EQ(model.movedObjects().size(), 1u);
+  renderer_->moveObjects(moved, model.movedObjects());
+  const OrbitCamera camera{glm::vec3(0.0f), 5.0f, 20.0f, 15.0f};
+  RenderOverlays selected = noGrid();
+  selected.selectedPaths = {"/World/Right"};
+  const RenderResult inPlace = renderer_->render(camera, kWidth, kHeight, selected);
+  ASSERT_TRUE(inPlace.error.empty());
+  const Frame whole = draw(moved, camera, selected);
+  EXPECT_EQ(inPlace.frame.rgba, whole.rgba);
+  const Frame before = draw(buildScene(*stage), camera, selected);
+  EXPECT_NE(before.rgba, whole.rgba);
+}
+
 TEST_F(ViewportRendering, TheGridShowsBelowTheOriginAndFadesOutTowardsTheHorizon) {
   Scene scene;
   scene.background = glm::vec3(0.05f);

@@ -374,6 +374,62 @@ TEST(ViewportScene, TheGizmoTargetHoldsTheParentChainAndThePrimsOwnValues) {
   EXPECT_FALSE(model.gizmoTarget("/World/Nothing"));
 }
 
+TEST(ViewportScene, ATransformPreviewMovesTheSubtreeWithoutARebuild) {
+  const auto stage = stageOf(worldText(cubeText("Still", "(5, 0, 0)") + R"(
+  def Xform "Group" {
+    float3 xformOp:rotateXYZ = (0, 0, 90)
+    uniform token[] xformOpOrder = ["xformOp:rotateXYZ"]
+)" + cubeText("Box", "(1, 0, 0)") + R"(
+    def Xform "Inner" {
+      def Sphere "Ball" { double radius = 0.5 }
+    }
+  }
+  def Xform "Rig" { def SphereLight "Lamp" { } def Cube "Shade" { } }
+)"));
+  SceneModel model(stage);
+  model.scene();
+  const std::uint64_t built = model.revision();
+  ASSERT_FALSE(model.applyPreview("/World/Group", "Transform", "translation", "0,3,0"));
+  ASSERT_FALSE(model.applyPreview("/World/Group/Box", "Transform", "scale", "2,2,2"));
+  const Scene& moved = model.scene();
+  EXPECT_EQ(model.revision(), built);
+  EXPECT_EQ(model.moveRevision(), 1u);
+  // What a rebuild with the same previews gives, object for object.
+  PreviewValues previews;
+  previews.numbers[{"/World/Group", "xformOp:translate"}] = {0, 3, 0};
+  previews.numbers[{"/World/Group/Box", "xformOp:scale"}] = {2, 2, 2};
+  const Scene rebuilt = buildScene(*stage, {}, previews);
+  ASSERT_EQ(moved.objects.size(), rebuilt.objects.size());
+  for (std::size_t i = 0; i < moved.objects.size(); ++i) {
+    for (int column = 0; column < 4; ++column) {
+      expectNear(glm::vec3(moved.objects[i].world[column]),
+                 glm::vec3(rebuilt.objects[i].world[column]));
+    }
+    expectNear(moved.objects[i].bounds.min, rebuilt.objects[i].bounds.min);
+  }
+  expectNear(moved.bounds.max, rebuilt.bounds.max);
+  std::vector<std::string> movedPaths;
+  for (const std::size_t i : model.movedObjects()) {
+    movedPaths.push_back(moved.objects[i].path);
+  }
+  EXPECT_EQ(movedPaths, (std::vector<std::string>{"/World/Group/Box", "/World/Group/Inner/Ball"}));
+  expectNear(glm::vec3(objectAt(moved, "/World/Group/Box")->world[3]), glm::vec3(0, 4, 0));
+
+  // Clearing the preview moves it back, still without a rebuild.
+  model.clearPreview("/World/Group", "Transform", "translation");
+  expectNear(glm::vec3(objectAt(model.scene(), "/World/Group/Box")->world[3]), glm::vec3(0, 1, 0));
+  EXPECT_EQ(model.revision(), built);
+  EXPECT_EQ(model.moveRevision(), 2u);
+  // A light moves only with a rebuild, which starts the moves over.
+  ASSERT_FALSE(model.applyPreview("/World/Rig", "Transform", "translation", "0,1,0"));
+  model.scene();
+  EXPECT_EQ(model.revision(), built + 1);
+  EXPECT_EQ(model.moveRevision(), 0u);
+  EXPECT_TRUE(model.movedObjects().empty());
+  // A value that is not finite is refused before it moves anything.
+  EXPECT_TRUE(model.applyPreview("/World/Group", "Transform", "translation", "inf,0,0"));
+}
+
 TEST(ViewportScene, BoundsOfPathsTakeTheWholeSubtreeAndNothingElse) {
   const auto stage = stageOf(worldText(cubeText("A", "(0, 0, 0)") + cubeText("AB", "(5, 0, 0)") +
                                        R"(
