@@ -88,6 +88,33 @@ BENCHMARK(renderFrame)
     ->Unit(benchmark::kMillisecond)
     ->UseRealTime();
 
+// One step of a gizmo drag on a prim of a generated scene: the preview, the moved objects and
+// their triangles sent again (no frame drawn). range(1) 1 moves a whole zone instead of one prim.
+void dragStep(benchmark::State& state) {
+  const auto stage = generatedStage(static_cast<std::size_t>(state.range(0)));
+  SceneModel model(stage, tessellationForPrimCount(stage->prims.size()));
+  ViewportRenderer& gl = renderer();
+  gl.setScene(model.scene());
+  const std::string& leaf = model.scene().objects.front().path;
+  const std::string moved =
+      state.range(1) != 0 ? leaf.substr(0, leaf.find('/', std::string("/World/").size())) : leaf;
+  double offset = 0;
+  for (auto _ : state) {
+    offset += 0.01;
+    const std::string value = std::to_string(offset) + ",0,0";
+    if (model.applyPreview(moved, "Transform", "translation", value)) {
+      state.SkipWithError("the preview was refused");
+      return;
+    }
+    const Scene& scene = model.scene();
+    gl.moveObjects(scene, model.movedObjects());
+    benchmark::DoNotOptimize(scene.objects.data());
+  }
+  state.counters["moved"] = static_cast<double>(model.movedObjects().size());
+  state.counters["rebuilds"] = static_cast<double>(model.revision());
+}
+BENCHMARK(dragStep)->Args({100'000, 0})->Args({100'000, 1})->Unit(benchmark::kMillisecond);
+
 void buildDrawList(benchmark::State& state) {
   const auto stage = generatedStage(static_cast<std::size_t>(state.range(0)));
   std::size_t drawn = 0;
