@@ -114,6 +114,19 @@ QWidget* makeValueCell(const PropertyValueDisplay& display, QWidget* parent) {
   return cell;
 }
 
+// The dot of a value overridden in a layer; a click resets it to what the layers below say.
+QToolButton* makeOverrideMark(const std::string& layerName, QWidget* parent) {
+  auto* mark = new QToolButton(parent);
+  mark->setObjectName("OverrideMark");
+  mark->setText(QString::fromUtf8("\u25CF"));
+  mark->setAutoRaise(true);
+  mark->setFixedSize(16, 16);
+  mark->setToolTip(layerName.empty()
+                       ? QStringLiteral("Overridden; click to reset")
+                       : QStringLiteral("Overridden in %1; click to reset").arg(qs(layerName)));
+  return mark;
+}
+
 // Name and value columns aligned across every row of a section.
 class PropertyGrid {
  public:
@@ -140,18 +153,23 @@ class PropertyGrid {
     return value;
   }
   // A row with a live editor and its override mark; the name label is handed to the editor, which
-  // may scrub with it.
-  void addEditorRow(const QString& name, PropertyEditor* editor, QToolButton* mark) {
+  // may scrub with it. The label is made first, so the widgets read in row order.
+  template <class MakeEditor>
+  PropertyEditor* addEditorRow(const QString& name, MakeEditor makeEditor, QToolButton*& mark,
+                               const std::string& overrideLayerName) {
     QWidget* parent = layout_->parentWidget();
     auto* nameLabel = label(name, "PropertyName", parent);
     nameLabel->setToolTip(name);
     nameLabel->setProperty("plainName", name);
     fitName(nameLabel, kNameColumnWidth);
+    PropertyEditor* editor = makeEditor(parent);
     editor->attachNameLabel(nameLabel);
+    mark = makeOverrideMark(overrideLayerName, parent);
     layout_->addWidget(nameLabel, rows_, 0, Qt::AlignLeft | Qt::AlignVCenter);
     layout_->addWidget(editor, rows_, 1);
     layout_->addWidget(mark, rows_, 2);
     ++rows_;
+    return editor;
   }
   // A note across both columns, for a section with nothing to list.
   void addNote(const QString& text) {
@@ -166,19 +184,6 @@ class PropertyGrid {
   QGridLayout* layout_;
   int rows_ = 0;
 };
-
-// The dot of a value overridden in a layer; a click resets it to what the layers below say.
-QToolButton* makeOverrideMark(const std::string& layerName, QWidget* parent) {
-  auto* mark = new QToolButton(parent);
-  mark->setObjectName("OverrideMark");
-  mark->setText(QString::fromUtf8("\u25CF"));
-  mark->setAutoRaise(true);
-  mark->setFixedSize(16, 16);
-  mark->setToolTip(layerName.empty()
-                       ? QStringLiteral("Overridden; click to reset")
-                       : QStringLiteral("Overridden in %1; click to reset").arg(qs(layerName)));
-  return mark;
-}
 
 // What decides the editors' layout: when it is unchanged a new snapshot only updates values.
 std::string layoutKey(const editor::EditorSelectionSnapshot& snapshot, std::size_t selected) {
@@ -433,8 +438,11 @@ void InspectorPane::renderSnapshot(const editor::EditorSelectionSnapshot& snapsh
     }
     PropertyGrid grid(body);
     for (const editor::ComponentProperty& property : component.properties) {
-      PropertyEditor* editor = makePropertyEditor(model_, component, property, body);
-      QToolButton* mark = makeOverrideMark(property.overrideLayerName, body);
+      QToolButton* mark = nullptr;
+      PropertyEditor* editor = grid.addEditorRow(
+          qs(property.name),
+          [&](QWidget* parent) { return makePropertyEditor(model_, component, property, parent); },
+          mark, property.overrideLayerName);
       QObject::connect(mark, &QToolButton::clicked, this,
                        [this, type = component.type, name = property.name] {
                          const auto& current = model_.session.inspector.get().sceneSnapshot;
@@ -446,7 +454,6 @@ void InspectorPane::renderSnapshot(const editor::EditorSelectionSnapshot& snapsh
                              model_.propertyDrafts.resetComponentOverride(*now, each);
                          }
                        });
-      grid.addEditorRow(qs(property.name), editor, mark);
       rows_.push_back({editor, mark, targets});
     }
     if (grid.rows() == 0)

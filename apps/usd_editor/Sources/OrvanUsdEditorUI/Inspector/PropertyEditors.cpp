@@ -87,6 +87,7 @@ class NumberEditor final : public PropertyEditor {
       row->addWidget(unit);
     }
     QObject::connect(field_, &QLineEdit::textEdited, this, [this](const QString& text) {
+      setInvalid(!editor::valueIsValid(text.toStdString(), "number"));
       model_.propertyDrafts.updateDraft(component_, property_, text.toStdString(), false);
     });
     QObject::connect(field_, &QLineEdit::editingFinished, this, [this] {
@@ -145,6 +146,21 @@ class NumberEditor final : public PropertyEditor {
 
 // ---- Vectors: one field per axis, each axis letter scrubs its axis
 
+// The scene writes tuples as "(0, 1.5, -2)"; the fields take the numbers inside.
+std::string vectorText(const std::string& value) {
+  std::string plain;
+  plain.reserve(value.size());
+  for (const char each : value) {
+    if (each != '(' && each != ')' && each != '[' && each != ']')
+      plain += each;
+  }
+  return plain;
+}
+
+std::vector<std::string> axisTexts(const std::string& value, std::size_t axes) {
+  return editor::splitVectorDraft(vectorText(value), axes);
+}
+
 class VectorEditor final : public PropertyEditor {
  public:
   VectorEditor(editor::EditorModel& model, editor::UsdComponent component,
@@ -165,8 +181,15 @@ class VectorEditor final : public PropertyEditor {
       row->addWidget(field, 1);
       fields_.push_back(field);
       letters_.push_back(letter);
-      QObject::connect(field, &QLineEdit::textEdited, this, [this] {
-        model_.propertyDrafts.updateDraft(component_, property_, joined(), false);
+      QObject::connect(field, &QLineEdit::textEdited, this, [this, axis](const QString& text) {
+        const std::string value = joined();
+        setInvalid(!editor::valueIsValid(value, property_.kind));
+        if (othersMixed(axis)) {
+          if (editor::valueIsValid(text.toStdString(), "number"))
+            draftEachEntity(axis, text.trimmed().toStdString(), false);
+          return;
+        }
+        model_.propertyDrafts.updateDraft(component_, property_, value, false);
       });
       QObject::connect(field, &QLineEdit::editingFinished, this, [this, field, axis] {
         if (!field->isModified())
@@ -178,7 +201,7 @@ class VectorEditor final : public PropertyEditor {
       scrubber->begin = [this, axis]() -> std::optional<double> {
         if (last_.entityValues.empty())
           return std::nullopt;
-        const auto values = editor::splitVectorDraft(last_.first(), fields_.size());
+        const auto values = axisTexts(last_.first(), fields_.size());
         return numberIn(qs(values[axis])).value_or(0.0);
       };
       scrubber->moved = [this, axis](double value) {
@@ -201,8 +224,8 @@ class VectorEditor final : public PropertyEditor {
     const bool typing = std::any_of(fields_.begin(), fields_.end(), isBeingTyped);
     if (typing)
       return;
-    const auto first = editor::splitVectorDraft(value.first(), fields_.size());
-    bool invalid = !editor::valueIsValid(value.first(), property_.kind);
+    const auto first = axisTexts(value.first(), fields_.size());
+    bool invalid = !editor::valueIsValid(vectorText(value.first()), property_.kind);
     for (std::size_t axis = 0; axis < fields_.size(); ++axis) {
       if (axisMixed(axis)) {
         showText(fields_[axis], QString());
@@ -238,11 +261,10 @@ class VectorEditor final : public PropertyEditor {
   bool axisMixed(std::size_t axis) const {
     if (last_.entityValues.size() < 2)
       return false;
-    const std::string first = editor::splitVectorDraft(last_.first(), fields_.size())[axis];
-    return std::any_of(last_.entityValues.begin() + 1, last_.entityValues.end(),
-                       [&](const std::string& each) {
-                         return editor::splitVectorDraft(each, fields_.size())[axis] != first;
-                       });
+    const std::string first = axisTexts(last_.first(), fields_.size())[axis];
+    return std::any_of(
+        last_.entityValues.begin() + 1, last_.entityValues.end(),
+        [&](const std::string& each) { return axisTexts(each, fields_.size())[axis] != first; });
   }
 
   bool othersMixed(std::size_t axis) const {
@@ -271,7 +293,7 @@ class VectorEditor final : public PropertyEditor {
       const std::string& path = last_.entityPaths[index];
       if (std::find(targets.begin(), targets.end(), path) == targets.end())
         continue;
-      auto values = editor::splitVectorDraft(last_.entityValues[index], fields_.size());
+      auto values = axisTexts(last_.entityValues[index], fields_.size());
       values[axis] = text;
       std::string value;
       for (std::size_t each = 0; each < values.size(); ++each)
@@ -563,6 +585,7 @@ class TextEditor final : public PropertyEditor {
     field_->setObjectName("TextField");
     row->addWidget(field_, 1);
     QObject::connect(field_, &QLineEdit::textEdited, this, [this](const QString& text) {
+      setInvalid(!editor::valueIsValid(text.toStdString(), property_.kind));
       model_.propertyDrafts.updateDraft(component_, property_, text.toStdString(), false);
     });
     QObject::connect(field_, &QLineEdit::editingFinished, this, [this] {
