@@ -454,7 +454,11 @@ void InspectorPane::renderSnapshot(const editor::EditorSelectionSnapshot& snapsh
                              model_.propertyDrafts.resetComponentOverride(*now, each);
                          }
                        });
-      rows_.push_back({editor, mark, targets});
+      PropertyRow row{editor, mark, targets, editor::draftKey(component.type, property.name),
+                      {},     {}};
+      for (const std::string& path : targets)
+        row.previewKeys.push_back(editor::previewKey(path, component.type, property.name));
+      rows_.push_back(std::move(row));
     }
     if (grid.rows() == 0)
       grid.addNote("No properties");
@@ -588,6 +592,7 @@ void InspectorPane::renderAsset(const editor::InspectorPresentationRecord& recor
 
 void InspectorPane::forgetEditors() {
   rows_.clear();
+  stage_.reset();
   sections_.clear();
   addComponentMenu_ = nullptr;
   layoutKey_.clear();
@@ -758,36 +763,42 @@ void InspectorPane::scheduleRefresh() {
       Qt::QueuedConnection);
 }
 
-std::string InspectorPane::entityValue(const std::string& path, const std::string& componentType,
-                                       const std::string& propertyName, const std::string& fallback,
-                                       bool& overridden) const {
-  const editor::UsdPrimDetail* prim = model_.stage.get()->prim(path);
-  const editor::ComponentProperty* stageProperty = nullptr;
-  if (prim) {
-    for (const editor::UsdComponent& component : prim->components) {
-      if (component.type != componentType)
+void InspectorPane::lookUpStageProperties() {
+  stage_ = model_.stage.get();
+  for (PropertyRow& row : rows_) {
+    const std::string& componentType = row.editor->component().type;
+    const std::string& propertyName = row.editor->property().name;
+    row.stageProperties.assign(row.targets.size(), nullptr);
+    for (std::size_t index = 0; index < row.targets.size(); ++index) {
+      const editor::UsdPrimDetail* prim = stage_->prim(row.targets[index]);
+      if (!prim)
         continue;
-      for (const editor::ComponentProperty& property : component.properties) {
-        if (property.name == propertyName)
-          stageProperty = &property;
+      for (const editor::UsdComponent& component : prim->components) {
+        if (component.type != componentType)
+          continue;
+        for (const editor::ComponentProperty& property : component.properties) {
+          if (property.name == propertyName)
+            row.stageProperties[index] = &property;
+        }
       }
     }
   }
+}
+
+std::string InspectorPane::entityValue(const PropertyRow& row, std::size_t target,
+                                       const std::string& fallback, bool& overridden) const {
+  const editor::ComponentProperty* stageProperty = row.stageProperties[target];
   if (stageProperty && stageProperty->overridden)
     overridden = true;
   const auto& previews = model_.propertyDrafts.livePreviews.values.get();
   if (!previews.empty()) {
-    if (auto found = previews.find(editor::previewKey(path, componentType, propertyName));
-        found != previews.end()) {
+    if (auto found = previews.find(row.previewKeys[target]); found != previews.end())
       return found->second;
-    }
   }
   const auto& drafts = model_.propertyDrafts.drafts.get();
-  if (auto entity = drafts.find(path); entity != drafts.end()) {
-    if (auto found = entity->second.find(editor::draftKey(componentType, propertyName));
-        found != entity->second.end()) {
+  if (auto entity = drafts.find(row.targets[target]); entity != drafts.end()) {
+    if (auto found = entity->second.find(row.draftKey); found != entity->second.end())
       return found->second;
-    }
   }
   return stageProperty ? stageProperty->value : fallback;
 }
@@ -806,6 +817,8 @@ void InspectorPane::refreshValues() {
       section.body->style()->polish(section.body);
     }
   }
+  if (model_.stage.get() != stage_)
+    lookUpStageProperties();
   const auto& resolving = model_.propertyDrafts.resolvingAssetPointers.get();
   for (const PropertyRow& row : rows_) {
     const editor::UsdComponent& component = row.editor->component();
@@ -824,9 +837,8 @@ void InspectorPane::refreshValues() {
     ShownPropertyValue shown;
     shown.entityPaths = row.targets;
     shown.entityValues.reserve(row.targets.size());
-    for (const std::string& path : row.targets)
-      shown.entityValues.push_back(
-          entityValue(path, component.type, property.name, fallback, overridden));
+    for (std::size_t index = 0; index < row.targets.size(); ++index)
+      shown.entityValues.push_back(entityValue(row, index, fallback, overridden));
     if (shown.entityValues.empty())
       shown.entityValues.push_back(fallback);
     shown.resolving =

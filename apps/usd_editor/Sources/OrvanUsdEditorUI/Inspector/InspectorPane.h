@@ -2,6 +2,7 @@
 
 #include <QWidget>
 
+#include <memory>
 #include <string>
 #include <variant>
 #include <vector>
@@ -22,6 +23,8 @@ struct EditorSelectionSnapshot;
 struct MaterialPresentationRecord;
 struct ProjectAssetPresentationRecord;
 struct UsdComponent;
+struct ComponentProperty;
+class PreparedStage;
 }  // namespace orvan::editor
 
 namespace orvan::ui {
@@ -74,9 +77,6 @@ class InspectorPane final : public QWidget {
   void scheduleRefresh();
   void refreshValues();
   void updateMenus();
-  std::string entityValue(const std::string& path, const std::string& componentType,
-                          const std::string& propertyName, const std::string& fallback,
-                          bool& overridden) const;
   QWidget* makeComponentHeader(const editor::UsdComponent& component, QWidget* parent);
   QWidget* makeAddComponentButton(const editor::EditorSelectionSnapshot& snapshot, QWidget* parent);
   void forgetEditors();
@@ -85,7 +85,15 @@ class InspectorPane final : public QWidget {
     PropertyEditor* editor = nullptr;
     QToolButton* mark = nullptr;
     std::vector<std::string> targets;  // the selected entities holding the component
+    // Looked up once per layout, not on every refresh of a drag.
+    std::string draftKey;
+    std::vector<std::string> previewKeys;                           // per target
+    std::vector<const editor::ComponentProperty*> stageProperties;  // per target, of `stage_`
   };
+  // The value the editors show for one target: its preview, else its draft, else the stage's.
+  std::string entityValue(const PropertyRow& row, std::size_t target, const std::string& fallback,
+                          bool& overridden) const;
+  void lookUpStageProperties();
   struct ComponentSection {
     std::string type;
     QCheckBox* enabled = nullptr;
@@ -103,6 +111,7 @@ class InspectorPane final : public QWidget {
   std::vector<ComponentSection> sections_;
   QMenu* addComponentMenu_ = nullptr;
   bool refreshPending_ = false;
+  std::shared_ptr<const editor::PreparedStage> stage_;  // what `stageProperties` point into
   int layoutCount_ = 0;
   editor::Subscription inspectorSubscription_;
   editor::Subscription stageSubscription_;

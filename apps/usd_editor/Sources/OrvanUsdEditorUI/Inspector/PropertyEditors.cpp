@@ -221,6 +221,7 @@ class VectorEditor final : public PropertyEditor {
 
   void showValue(const ShownPropertyValue& value) override {
     last_ = value;
+    findMixedAxes();
     const bool typing = std::any_of(fields_.begin(), fields_.end(), isBeingTyped);
     if (typing)
       return;
@@ -258,13 +259,19 @@ class VectorEditor final : public PropertyEditor {
     return text;
   }
 
-  bool axisMixed(std::size_t axis) const {
-    if (last_.entityValues.size() < 2)
-      return false;
-    const std::string first = axisTexts(last_.first(), fields_.size())[axis];
-    return std::any_of(
-        last_.entityValues.begin() + 1, last_.entityValues.end(),
-        [&](const std::string& each) { return axisTexts(each, fields_.size())[axis] != first; });
+  bool axisMixed(std::size_t axis) const { return axis < mixedAxes_.size() && mixedAxes_[axis]; }
+
+  // Which axes differ between the entities; each value is split once.
+  void findMixedAxes() {
+    mixedAxes_.assign(fields_.size(), false);
+    if (!last_.mixed())
+      return;
+    const auto first = axisTexts(last_.first(), fields_.size());
+    for (std::size_t index = 1; index < last_.entityValues.size(); ++index) {
+      const auto each = axisTexts(last_.entityValues[index], fields_.size());
+      for (std::size_t axis = 0; axis < fields_.size(); ++axis)
+        mixedAxes_[axis] = mixedAxes_[axis] || each[axis] != first[axis];
+    }
   }
 
   bool othersMixed(std::size_t axis) const {
@@ -316,6 +323,7 @@ class VectorEditor final : public PropertyEditor {
 
   std::vector<QLineEdit*> fields_;
   std::vector<QLabel*> letters_;
+  std::vector<bool> mixedAxes_;
 };
 
 // ---- Colours: a swatch that opens a colour dialog
