@@ -92,11 +92,22 @@ editor::StageInspection inspectorStage() {
       world.children.push_back(node);
     }
   };
-  add("/World", {});
+  editor::UsdComponent binding;
+  binding.type = "MaterialBinding";
+  binding.properties = {property("material", "material", "")};
+  add("/World", {binding});
   add("/World/A", {renderShape("1,0,0", "1,1,1", true)});
   add("/World/B", {renderShape("0,1,0", "1,2,1", false)});
   stage.rootPrims.push_back(world);
   stage.catalog = {light(), renderShape("1,1,1", "1,1,1", false)};
+  for (const char* path :
+       {"/World/OrvanAssets/Red", "/World/OrvanAssets/Rock", "/Elsewhere/Blue"}) {
+    editor::UsdAsset asset;
+    asset.path = path;
+    asset.name = asset.path.substr(asset.path.rfind('/') + 1);
+    asset.kind = asset.name == "Rock" ? "mesh" : "material";
+    stage.assets.push_back(asset);
+  }
   return stage;
 }
 
@@ -441,6 +452,25 @@ TEST_F(InspectorEditingTest, AnOverrideShowsItsMarkAndResets) {
   mark->click();
   settle();
   EXPECT_THAT(commands(), ElementsAre("component\t0\treset\t/World/A\tRenderShape\tradius"));
+}
+
+TEST_F(InspectorEditingTest, TheMaterialPickerOffersTheProjectsMaterialsAndShowsTheWait) {
+  select({"/World"});
+  PropertyEditor* picker = pane_->editorFor("MaterialBinding", "material");
+  ASSERT_NE(picker, nullptr);
+  auto* menu = picker->findChild<QComboBox*>("AssetPicker");
+  ASSERT_NE(menu, nullptr);
+  ASSERT_EQ(menu->count(), 1) << "project materials only: no mesh, nothing outside the project";
+  EXPECT_EQ(menu->itemText(0), "Red");
+  EXPECT_EQ(picker->shownText(), "None");
+  menu->activated(0);
+  settle();
+  EXPECT_FALSE(picker->findChild<QLabel*>("ResolvingMark")->isHidden())
+      << "the server has not resolved the pointer yet";
+  EXPECT_EQ(picker->shownText(), "Red");
+  wait(50ms);
+  EXPECT_THAT(commands(), ElementsAre("component\t0\tset\t/World\tMaterialBinding\tmaterial\t"
+                                      "asset:/World/OrvanAssets/Red"));
 }
 
 TEST_F(InspectorEditingTest, ARefusedEditReturnsToTheServersValueWithTheStatus) {
