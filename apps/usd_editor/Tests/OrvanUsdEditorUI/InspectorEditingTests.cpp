@@ -1,6 +1,7 @@
 // Editing through the inspector's controls: typed and scrubbed numbers, one axis of a vector, the
 // colour dialog, invalid text, mixed values on a multi-selection, the component header and "Add
-// Component", override marks, and a refusal; against the scripted fake edit helper on virtual time.
+// Component", override marks, the material picker and a refusal; against the scripted fake edit
+// helper on real pipes, on virtual time.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -20,12 +21,19 @@
 #include <fstream>
 #include <sstream>
 
+#include "Application/EditorModel.h"
 #include "Authoring/PropertyDrafts.h"
 #include "Inspector/InspectorPane.h"
 #include "Inspector/PropertyEditors.h"
 #include "Inspector/Scrubber.h"
-#include "OrvanUsdEditorCore/Integration/ScriptedHelperModelTest.h"
+#include "Platform/PosixProcessLauncher.h"
+#include "Platform/PreferencesStore.h"
+#include "Platform/SecretStore.h"
 #include "QtApplicationEnvironment.h"
+#include "Support/FakeHttpClient.h"
+#include "Support/ManualScheduler.h"
+#include "Support/TemporaryFolder.h"
+#include "orvan/wire/JsonEncoder.h"
 
 namespace orvan::ui {
 namespace {
@@ -111,11 +119,25 @@ editor::StageInspection inspectorStage() {
   return stage;
 }
 
-class InspectorEditingTest : public editor::ScriptedHelperModelTest {
+class InspectorEditingTest : public ::testing::Test {
  protected:
   void SetUp() override {
     testing::testApplication();
-    startModel(inspectorStage());
+    configuration_.projectServerURL = "";
+    configuration_.inspectorPath = ORVAN_FAKE_INSPECTOR_PATH;
+    configuration_.editClientPath = ORVAN_FAKE_EDIT_CLIENT_PATH;
+    configuration_.clientId = journal_.string();
+    configuration_.scenePath = folder_.write("scene.usda", encodeJson(inspectorStage())).string();
+    model_ = std::make_unique<editor::EditorModel>(
+        configuration_, editor::EditorModelPorts{.main = scheduler_,
+                                                 .background = scheduler_.background(),
+                                                 .preferences = preferences_,
+                                                 .secrets = secrets_,
+                                                 .processes = launcher_,
+                                                 .http = http_,
+                                                 .helperExchanges = &scheduler_.background()});
+    model_->stageRefresher.refresh();
+    scheduler_.runUntilQuiet();
     ASSERT_EQ(model_->currentStage().prims.size(), 3u) << model_->status.get();
     model_->revision.set(0);
     statusWatch_ =
@@ -126,6 +148,10 @@ class InspectorEditingTest : public editor::ScriptedHelperModelTest {
     QApplication::setActiveWindow(pane_.get());
   }
 
+  // The stage the fake inspector gives from now on.
+  void serve(const editor::StageInspection& stage) {
+    folder_.write("scene.usda", encodeJson(stage));
+  }
   void settle() {
     for (int round = 0; round < 4; ++round) {
       scheduler_.runUntilQuiet();
@@ -203,6 +229,15 @@ class InspectorEditingTest : public editor::ScriptedHelperModelTest {
     return nullptr;
   }
 
+  editor::testing::TemporaryFolder folder_;
+  std::filesystem::path journal_ = folder_ / "journal";
+  editor::EditorConfiguration configuration_;
+  editor::testing::ManualScheduler scheduler_;
+  editor::InMemoryPreferencesStore preferences_;
+  editor::InMemorySecretStore secrets_;
+  editor::PosixProcessLauncher launcher_;
+  editor::testing::FakeHttpClient http_{scheduler_};
+  std::unique_ptr<editor::EditorModel> model_;
   std::vector<std::string> statuses_;
   editor::Subscription statusWatch_;
   std::unique_ptr<InspectorPane> pane_;
