@@ -751,7 +751,7 @@ void InspectorPane::updateMenus() {
 }
 
 void InspectorPane::scheduleRefresh() {
-  if (refreshPending_ || rows_.empty())
+  if (refreshPending_ || (rows_.empty() && sections_.empty()))
     return;
   refreshPending_ = true;
   QMetaObject::invokeMethod(
