@@ -105,6 +105,13 @@ editor::StageInspection inspectorStage() {
   binding.properties = {property("material", "material", "")};
   add("/World", {binding});
   add("/World/A", {renderShape("1,0,0", "1,1,1", true)});
+  editor::UsdAttribute tint;
+  tint.name = "orvan:tint";
+  tint.type = "float";
+  tint.value = "0.5";
+  tint.overridden = true;
+  tint.overrideLayerName = "stronger";
+  stage.prims.back().attributes = {tint};
   add("/World/B", {renderShape("0,1,0", "1,2,1", false)});
   stage.rootPrims.push_back(world);
   stage.catalog = {light(), renderShape("1,1,1", "1,1,1", false)};
@@ -487,6 +494,19 @@ TEST_F(InspectorEditingTest, AnOverrideShowsItsMarkAndResets) {
   mark->click();
   settle();
   EXPECT_THAT(commands(), ElementsAre("component\t0\treset\t/World/A\tRenderShape\tradius"));
+
+  // A raw attribute's mark resets it in the layer too.
+  QToolButton* attributeMark = nullptr;
+  for (QToolButton* each : pane_->findChildren<QToolButton*>("OverrideMark")) {
+    if (each->toolTip().contains("stronger"))
+      attributeMark = each;
+  }
+  ASSERT_NE(attributeMark, nullptr);
+  attributeMark->click();
+  settle();
+  ASSERT_EQ(commands().size(), 2u);
+  EXPECT_THAT(commands().back(), ::testing::StartsWith("usd-property\t1\treset\t/World/A\t"));
+  EXPECT_THAT(commands().back(), ::testing::HasSubstr("orvan:tint"));
 }
 
 TEST_F(InspectorEditingTest, TheMaterialPickerOffersTheProjectsMaterialsAndShowsTheWait) {
