@@ -74,8 +74,9 @@ void applyEditorTheme(QApplication& application) {
       // Inspector controls: an invalid draft is framed in red; the override mark is a blue dot
       "QLineEdit#NumberField, QLineEdit#VectorField, QLineEdit#TextField { background: #17191c;"
       "  color: #d8dbe0; border: 1px solid #2c2f34; border-radius: 3px; padding: 1px 4px; }"
-      "QLineEdit[invalid=\"true\"] { border: 1px solid #e05555; background: #2a1718; }"
-      "QComboBox[invalid=\"true\"] { border: 1px solid #e05555; }"
+      "QLineEdit#NumberField[invalid=\"true\"], QLineEdit#VectorField[invalid=\"true\"],"
+      "QLineEdit#TextField[invalid=\"true\"] { border: 1px solid #e05555; background: #2a1718; }"
+      "QComboBox#OptionMenu[invalid=\"true\"] { border: 1px solid #e05555; }"
       "QLabel#AxisLabel { font-weight: 600; }"
       "QLabel#UnitLabel { color: #7b818a; }"
       "QToolButton#OverrideMark { color: #3d8bfd; border: none; font-size: 10px; }"
