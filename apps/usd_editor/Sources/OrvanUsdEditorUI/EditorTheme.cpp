@@ -71,6 +71,17 @@ void applyEditorTheme(QApplication& application) {
       "QWidget[componentDisabled=\"true\"] QLabel#NumberValue,"
       "QWidget[componentDisabled=\"true\"] QLabel#VectorField,"
       "QWidget[componentDisabled=\"true\"] QLabel#AssetValue { color: #6c727b; }"
+      // Inspector controls: an invalid draft is framed in red; the override mark is a blue dot
+      "QLineEdit#NumberField, QLineEdit#VectorField, QLineEdit#TextField { background: #17191c;"
+      "  color: #d8dbe0; border: 1px solid #2c2f34; border-radius: 3px; padding: 1px 4px; }"
+      "QLineEdit#NumberField[invalid=\"true\"], QLineEdit#VectorField[invalid=\"true\"],"
+      "QLineEdit#TextField[invalid=\"true\"] { border: 1px solid #e05555; background: #2a1718; }"
+      "QComboBox#OptionMenu[invalid=\"true\"] { border: 1px solid #e05555; }"
+      "QLabel#AxisLabel { font-weight: 600; }"
+      "QLabel#UnitLabel { color: #7b818a; }"
+      "QToolButton#OverrideMark { color: #3d8bfd; border: none; font-size: 10px; }"
+      "QToolButton#AddComponentButton { color: #c9cdd3; background: #2b2e33;"
+      "  border: 1px solid #3a3d43; border-radius: 4px; padding: 3px 10px; }"
       // Start-up sheet and connection banner
       "QFrame#SheetCard { background: #2b2e33; border: 1px solid #3a3d43; border-radius: 8px; }"
       "QLabel#SheetTitle { color: #eceef1; font-size: 16px; font-weight: 600; }"

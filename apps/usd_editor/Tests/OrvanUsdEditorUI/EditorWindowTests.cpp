@@ -184,7 +184,7 @@ TEST_F(EditorWindowTest, SelectingRowsSelectsPrimsAndFillsTheInspector) {
   const QStringList lines = window_->inspector().contentLines();
   EXPECT_EQ(lines.mid(0, 3), (QStringList{"World", "Xform", "/World"}))
       << lines.join(" | ").toStdString();
-  EXPECT_TRUE(lines.contains("Transform"));
+  EXPECT_TRUE(lines.contains("Transform")) << lines.join(" | ").toStdString();
   EXPECT_TRUE(lines.contains("position: 0 1.5 -2")) << lines.join(" | ").toStdString();
   EXPECT_TRUE(lines.contains("Rules")) << "a component's label titles its section";
   EXPECT_TRUE(lines.contains("paused: Off"));

@@ -271,8 +271,9 @@ void LivePropertyPreviewStore::clear() {
 std::vector<std::string> PropertyDrafts::targetEntityPaths(
     std::string_view componentType, std::optional<std::string_view> propertyName) {
   (void)propertyName;
-  const SceneSelection selection = context_.session.selection();
-  if (selection.snapshot.storePreview) {
+  // Read in place: a drag asks this on every step, and the snapshot holds every selected entity.
+  const EditorSelectionSnapshot& snapshot = context_.session.inspector.get().sceneSnapshot;
+  if (snapshot.storePreview) {
     context_.status.set("Add the Store preview to edit it");
     return {};
   }
@@ -280,8 +281,9 @@ std::vector<std::string> PropertyDrafts::targetEntityPaths(
     return {std::string(kWorldPath)};
   const std::shared_ptr<const PreparedStage> stage = context_.stage.get();
   const HierarchyEditRules rules = hierarchyEditRulesFor(stage, context_.documents);
-  const std::vector<std::string>& selected =
-      selection.snapshot.entityPaths.empty() ? selection.paths : selection.snapshot.entityPaths;
+  const std::vector<std::string>& selected = snapshot.entityPaths.empty()
+                                                 ? context_.session.sceneSelection.get().paths
+                                                 : snapshot.entityPaths;
   std::vector<std::string> targets;
   for (const std::string& path : selected) {
     if (path.empty() || context_.documents.isStorePreviewPath(path))
@@ -301,13 +303,14 @@ std::vector<std::string> PropertyDrafts::targetEntityPaths(
 
 std::string PropertyDrafts::draftValue(const UsdComponent& component,
                                        const ComponentProperty& property) const {
-  const SceneSelection selection = context_.session.selection();
+  const EditorSelectionSnapshot& snapshot = context_.session.inspector.get().sceneSnapshot;
   std::string first;
   if (component.type == kWorldSettings) {
     first = std::string(kWorldPath);
   } else {
-    const std::vector<std::string>& selected =
-        selection.snapshot.entityPaths.empty() ? selection.paths : selection.snapshot.entityPaths;
+    const std::vector<std::string>& selected = snapshot.entityPaths.empty()
+                                                   ? context_.session.sceneSelection.get().paths
+                                                   : snapshot.entityPaths;
     const std::shared_ptr<const PreparedStage> stage = context_.stage.get();
     for (const std::string& path : selected) {
       const UsdPrimDetail* prim = stage->prim(path);
