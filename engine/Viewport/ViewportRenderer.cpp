@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include <glm/gtc/matrix_transform.hpp>
 #include <glm/gtc/type_ptr.hpp>
 
 namespace orvan::engine {
@@ -348,13 +349,12 @@ void ViewportRenderer::setScene(const Scene& scene) {
   impl_->ambient = scene.ambient;
 }
 
-RenderResult ViewportRenderer::render(const OrbitCamera& camera, int width, int height) {
-  RenderResult result;
+std::string ViewportRenderer::draw(const OrbitCamera& camera, int width, int height,
+                                   bool flipRows) {
   Impl& gl = *impl_;
   eglMakeCurrent(gl.display, gl.surface, gl.surface, gl.context);
-  result.error = gl.resize(width, height);
-  if (!result.error.empty()) {
-    return result;
+  if (std::string error = gl.resize(width, height); !error.empty()) {
+    return error;
   }
   glBindFramebuffer(GL_FRAMEBUFFER, gl.framebuffer);
   glViewport(0, 0, width, height);
@@ -364,8 +364,9 @@ RenderResult ViewportRenderer::render(const OrbitCamera& camera, int width, int 
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
 
   glUseProgram(gl.program);
+  const glm::mat4 flip = glm::scale(glm::mat4(1.0f), glm::vec3(1.0f, flipRows ? -1.0f : 1.0f, 1.0f));
   const glm::mat4 viewProjection =
-      projectionMatrix(camera, static_cast<float>(width) / static_cast<float>(height)) *
+      flip * projectionMatrix(camera, static_cast<float>(width) / static_cast<float>(height)) *
       viewMatrix(camera);
   glUniformMatrix4fv(glGetUniformLocation(gl.program, "viewProjection"), 1, GL_FALSE,
                      glm::value_ptr(viewProjection));
@@ -378,7 +379,34 @@ RenderResult ViewportRenderer::render(const OrbitCamera& camera, int width, int 
     glDrawElements(GL_TRIANGLES, batch.indexCount, GL_UNSIGNED_INT, nullptr);
   }
   glBindVertexArray(0);
+  return {};
+}
 
+std::string ViewportRenderer::renderInto(const OrbitCamera& camera, int width, int height,
+                                         std::uint8_t* pixels, std::size_t rowBytes) {
+  if (rowBytes < static_cast<std::size_t>(width) * 4 || rowBytes % 4 != 0) {
+    return "a row of " + std::to_string(rowBytes) + " bytes cannot hold " + std::to_string(width) +
+           " pixels";
+  }
+  if (std::string error = draw(camera, width, height, true); !error.empty()) {
+    return error;
+  }
+  glPixelStorei(GL_PACK_ALIGNMENT, 4);
+  glPixelStorei(GL_PACK_ROW_LENGTH, static_cast<GLint>(rowBytes / 4));
+  glReadPixels(0, 0, width, height, GL_BGRA, GL_UNSIGNED_BYTE, pixels);
+  glPixelStorei(GL_PACK_ROW_LENGTH, 0);
+  if (const GLenum status = glGetError(); status != GL_NO_ERROR) {
+    return "OpenGL reported error " + std::to_string(status) + " while rendering";
+  }
+  return {};
+}
+
+RenderResult ViewportRenderer::render(const OrbitCamera& camera, int width, int height) {
+  RenderResult result;
+  result.error = draw(camera, width, height, false);
+  if (!result.error.empty()) {
+    return result;
+  }
   // GL's rows start at the bottom; the frame's start at the top.
   const std::size_t rowBytes = static_cast<std::size_t>(width) * 4;
   std::vector<std::uint8_t> bottomUp(rowBytes * static_cast<std::size_t>(height));
