@@ -500,13 +500,13 @@ ApiAnswer ProjectServerApi::layersEndpoint(const ApiRequest& request) {
   }
   // A project that is only read answers from its files, confined to its folder like the stage.
   const std::uint64_t revision = stages_.revision();
-  const StageOpenResult opened =
-      openStage(scope->absoluteScene(), ComposeOptions{.confinementRoot = scope->project->rootPath()});
+  const StageOpenResult opened = openStage(
+      scope->absoluteScene(), ComposeOptions{.confinementRoot = scope->project->rootPath()});
   if (!opened.ok()) {
-    return errorAnswer({.status = 422,
-                        .code = "scene_invalid",
-                        .message = opened.error ? opened.error->describe()
-                                                : "The scene could not be read"});
+    return errorAnswer(
+        {.status = 422,
+         .code = "scene_invalid",
+         .message = opened.error ? opened.error->describe() : "The scene could not be read"});
   }
   editor::SceneLayersResponse response{
       .revision = revision, .root = scope->absoluteScene(), .mutedLayers = {}, .layers = {}};

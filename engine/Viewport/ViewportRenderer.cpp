@@ -364,7 +364,8 @@ std::string ViewportRenderer::draw(const OrbitCamera& camera, int width, int hei
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
 
   glUseProgram(gl.program);
-  const glm::mat4 flip = glm::scale(glm::mat4(1.0f), glm::vec3(1.0f, flipRows ? -1.0f : 1.0f, 1.0f));
+  const glm::mat4 flip =
+      glm::scale(glm::mat4(1.0f), glm::vec3(1.0f, flipRows ? -1.0f : 1.0f, 1.0f));
   const glm::mat4 viewProjection =
       flip * projectionMatrix(camera, static_cast<float>(width) / static_cast<float>(height)) *
       viewMatrix(camera);

@@ -29,9 +29,9 @@ std::optional<std::pair<std::int64_t, std::int64_t>> fileStamp(const std::string
   struct stat status {};
   if (::stat(path.c_str(), &status) != 0)
     return std::nullopt;
-  return std::pair{static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1000000000 +
-                       status.st_mtim.tv_nsec,
-                   static_cast<std::int64_t>(status.st_size)};
+  return std::pair{
+      static_cast<std::int64_t>(status.st_mtim.tv_sec) * 1000000000 + status.st_mtim.tv_nsec,
+      static_cast<std::int64_t>(status.st_size)};
 }
 
 // The query naming the scene's scope on the server.
@@ -57,7 +57,8 @@ std::unique_ptr<HttpLink> openLink(const SceneSource& source, std::string& error
 
 LoadedScene sceneFromStage(std::shared_ptr<const Stage> stage, std::uint64_t revision) {
   LoadedScene loaded;
-  loaded.scene = std::make_shared<Scene>(buildScene(*stage, tessellationForPrimCount(stage->prims.size())));
+  loaded.scene =
+      std::make_shared<Scene>(buildScene(*stage, tessellationForPrimCount(stage->prims.size())));
   loaded.worlds = worldTransforms(*stage);
   loaded.stage = std::move(stage);
   loaded.revision = revision;

@@ -67,8 +67,7 @@ SharedFrameSurface::~SharedFrameSurface() {
 SharedFrameSurface* SurfacePool::acquire(std::uint32_t width, std::uint32_t height,
                                          std::string& error) {
   std::erase_if(entries_, [&](const Entry& entry) {
-    return !entry.out &&
-           (entry.surface->width() != width || entry.surface->height() != height);
+    return !entry.out && (entry.surface->width() != width || entry.surface->height() != height);
   });
   std::size_t ofSize = 0;
   for (Entry& entry : entries_) {

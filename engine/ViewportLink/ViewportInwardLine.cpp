@@ -135,7 +135,9 @@ ViewportLineParse finish(const FieldReader& reader, T command) {
   return {.command = ViewportCommand(std::move(command)), .error = {}};
 }
 
-ViewportLineParse refused(std::string reason) { return {.command = std::nullopt, .error = reason}; }
+ViewportLineParse refused(std::string reason) {
+  return {.command = std::nullopt, .error = reason};
+}
 
 std::vector<std::string> pathList(const Fields& fields) {
   std::vector<std::string> paths;
@@ -213,12 +215,29 @@ struct Kind {
   std::size_t fields;
 };
 constexpr Kind kKinds[] = {
-    {"open", 16},        {"resize", 4},       {"close", 1},         {"auth", 2},
-    {"camera", 2},       {"tool", 3},         {"simulation", 4},    {"selection", 0},
-    {"instanced-prims", 0}, {"frame", 2},     {"property-preview", 6}, {"review-comments", 0},
-    {"debug", 3},        {"move", 5},         {"down", 5},          {"up", 5},
-    {"gesture", 4},      {"key", 5},          {"drop-hover", 14},   {"drop-commit", 1},
-    {"drop-clear", 1},   {"camera-query", 1}, {"frame-ack", 3},
+    {"open", 16},
+    {"resize", 4},
+    {"close", 1},
+    {"auth", 2},
+    {"camera", 2},
+    {"tool", 3},
+    {"simulation", 4},
+    {"selection", 0},
+    {"instanced-prims", 0},
+    {"frame", 2},
+    {"property-preview", 6},
+    {"review-comments", 0},
+    {"debug", 3},
+    {"move", 5},
+    {"down", 5},
+    {"up", 5},
+    {"gesture", 4},
+    {"key", 5},
+    {"drop-hover", 14},
+    {"drop-commit", 1},
+    {"drop-clear", 1},
+    {"camera-query", 1},
+    {"frame-ack", 3},
 };
 
 ViewportLineParse parseKnown(std::string_view word, const Fields& f) {
@@ -252,7 +271,8 @@ ViewportLineParse parseKnown(std::string_view word, const Fields& f) {
   if (word == "instanced-prims")
     return finish(r, ViewportInstancedPrims{pathList(f)});
   if (word == "frame")
-    return finish(r, ViewportFrameTarget{r.wordAt(1, "frame target", {"selection", "all"}) == "all"});
+    return finish(r,
+                  ViewportFrameTarget{r.wordAt(1, "frame target", {"selection", "all"}) == "all"});
   if (word == "property-preview") {
     ViewportPropertyPreview preview{.entityPath = r.textAt(1),
                                     .componentType = r.textAt(2),
@@ -266,7 +286,8 @@ ViewportLineParse parseKnown(std::string_view word, const Fields& f) {
   if (word == "review-comments")
     return parseReviewComments(f);
   if (word == "debug") {
-    ViewportDebug debug{.name = r.wordAt(1, "debug setting", {"rigid-body-shapes", "viewport-grid"})};
+    ViewportDebug debug{.name =
+                            r.wordAt(1, "debug setting", {"rigid-body-shapes", "viewport-grid"})};
     debug.on = r.flagAt(2, "on");
     return finish(r, std::move(debug));
   }
@@ -283,7 +304,10 @@ ViewportLineParse parseKnown(std::string_view word, const Fields& f) {
     return finish(r, std::move(gesture));
   }
   if (word == "key") {
-    ViewportKey key{.down = r.wordAt(1, "key phase", {"down", "up"}) == "down", .keyCode = 0, .characters = {}, .modifiers = 0};
+    ViewportKey key{.down = r.wordAt(1, "key phase", {"down", "up"}) == "down",
+                    .keyCode = 0,
+                    .characters = {},
+                    .modifiers = 0};
     key.keyCode = static_cast<std::uint16_t>(r.unsignedAt(2, "key code", 0xffff));
     key.characters = r.textAt(3);
     key.modifiers = static_cast<unsigned>(r.unsignedAt(4, "modifiers", 0xffff));
@@ -297,14 +321,16 @@ ViewportLineParse parseKnown(std::string_view word, const Fields& f) {
     return finish(r, ViewportDropClear{});
   if (word == "camera-query")
     return finish(r, ViewportCameraQuery{});
-  ViewportFrameAck ack{.frameIndex = r.unsignedAt(1, "frame index",
-                                                  std::numeric_limits<std::uint64_t>::max())};
-  ack.surfaceId =
-      static_cast<std::uint32_t>(r.unsignedAt(2, "surface id", std::numeric_limits<std::uint32_t>::max()));
+  ViewportFrameAck ack{
+      .frameIndex = r.unsignedAt(1, "frame index", std::numeric_limits<std::uint64_t>::max())};
+  ack.surfaceId = static_cast<std::uint32_t>(
+      r.unsignedAt(2, "surface id", std::numeric_limits<std::uint32_t>::max()));
   return finish(r, ack);
 }
 
-std::string flag(bool value) { return value ? "1" : "0"; }
+std::string flag(bool value) {
+  return value ? "1" : "0";
+}
 
 std::string joined(std::string_view word, const std::vector<std::string>& items) {
   std::string line(word);
@@ -362,9 +388,8 @@ std::string encodeViewportCommand(const ViewportCommand& command) {
         if constexpr (std::is_same_v<T, ViewportOpen>) {
           return "open|" + c.scene + "|" + c.address + "|" + c.clientId + "|" +
                  std::to_string(c.widthPx) + "|" + std::to_string(c.heightPx) + "|" +
-                 real(c.scale) + "|1|" + flag(c.playing) + "|||" + c.workspace + "|" +
-                 c.authToken + "|" + c.projectId + "|" + flag(c.external) + "|" +
-                 flag(c.forceReload);
+                 real(c.scale) + "|1|" + flag(c.playing) + "|||" + c.workspace + "|" + c.authToken +
+                 "|" + c.projectId + "|" + flag(c.external) + "|" + flag(c.forceReload);
         } else if constexpr (std::is_same_v<T, ViewportResize>) {
           return "resize|" + std::to_string(c.widthPx) + "|" + std::to_string(c.heightPx) + "|" +
                  real(c.scale);
@@ -386,12 +411,13 @@ std::string encodeViewportCommand(const ViewportCommand& command) {
         } else if constexpr (std::is_same_v<T, ViewportFrameTarget>) {
           return std::string("frame|") + (c.all ? "all" : "selection");
         } else if constexpr (std::is_same_v<T, ViewportPropertyPreview>) {
-          return "property-preview|" + c.entityPath + "|" + c.componentType + "|" +
-                 c.propertyName + "|" + c.value + "|" + flag(c.clear);
+          return "property-preview|" + c.entityPath + "|" + c.componentType + "|" + c.propertyName +
+                 "|" + c.value + "|" + flag(c.clear);
         } else if constexpr (std::is_same_v<T, ViewportReviewComments>) {
           std::string line = "review-comments";
           for (const ViewportCommentAnchor& anchor : c.anchors)
-            line += "|" + anchor.path + "|" + std::to_string(anchor.count) + "|" + flag(anchor.active);
+            line +=
+                "|" + anchor.path + "|" + std::to_string(anchor.count) + "|" + flag(anchor.active);
           return line;
         } else if constexpr (std::is_same_v<T, ViewportDebug>) {
           return "debug|" + c.name + "|" + flag(c.on);

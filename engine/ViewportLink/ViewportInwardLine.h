@@ -14,7 +14,7 @@
 namespace orvan::engine {
 
 struct ViewportOpen {
-  std::string scene;  // an absolute path, or a URL
+  std::string scene;    // an absolute path, or a URL
   std::string address;  // the project server; empty: the scene is read from the disk
   std::string clientId;
   int widthPx = 0;
@@ -34,7 +34,8 @@ struct ViewportResize {
   double scale = 1.0;
   bool operator==(const ViewportResize&) const = default;
 };
-struct ViewportClose {  bool operator==(const ViewportClose&) const = default;
+struct ViewportClose {
+  bool operator==(const ViewportClose&) const = default;
 };
 struct ViewportAuth {
   std::string token;
@@ -93,9 +94,9 @@ struct ViewportDebug {
 enum class ViewportPointerPhase { move, down, up };
 struct ViewportPointer {
   ViewportPointerPhase phase = ViewportPointerPhase::move;
-  double x = 0.0;  // pixels from the left
-  double y = 0.0;  // pixels from the bottom
-  int button = 0;  // 0 left, 1 other, 2 right
+  double x = 0.0;          // pixels from the left
+  double y = 0.0;          // pixels from the bottom
+  int button = 0;          // 0 left, 1 other, 2 right
   unsigned modifiers = 0;  // 1 shift, 2 control, 4 option, 8 command
   bool operator==(const ViewportPointer&) const = default;
 };
@@ -124,11 +125,14 @@ struct ViewportDropHover {
   bool targetOnly = false;
   bool operator==(const ViewportDropHover&) const = default;
 };
-struct ViewportDropCommit {  bool operator==(const ViewportDropCommit&) const = default;
+struct ViewportDropCommit {
+  bool operator==(const ViewportDropCommit&) const = default;
 };
-struct ViewportDropClear {  bool operator==(const ViewportDropClear&) const = default;
+struct ViewportDropClear {
+  bool operator==(const ViewportDropClear&) const = default;
 };
-struct ViewportCameraQuery {  bool operator==(const ViewportCameraQuery&) const = default;
+struct ViewportCameraQuery {
+  bool operator==(const ViewportCameraQuery&) const = default;
 };
 struct ViewportFrameAck {
   std::uint64_t frameIndex = 0;
@@ -137,7 +141,7 @@ struct ViewportFrameAck {
 };
 // The editor's snap settings, a line of its own making passed on as it is.
 struct ViewportSnapSettings {
-  std::string word;  // the first field, which starts with "snap"
+  std::string word;                 // the first field, which starts with "snap"
   std::vector<std::string> fields;  // after the first word
   bool operator==(const ViewportSnapSettings&) const = default;
 };

@@ -68,8 +68,8 @@ glm::mat4 previewedLocal(const Stage& stage, const ComposedPrim& prim, const Pri
   if (const auto t = preview.translation ? preview.translation
                                          : authoredVector(stage, prim, "xformOp:translate"))
     ops.translate = *t;
-  if (const auto r = preview.rotation ? preview.rotation
-                                      : authoredVector(stage, prim, "xformOp:rotateXYZ"))
+  if (const auto r =
+          preview.rotation ? preview.rotation : authoredVector(stage, prim, "xformOp:rotateXYZ"))
     ops.rotateXYZ = glm::vec3(*r);
   if (const auto s = preview.scale ? preview.scale : authoredVector(stage, prim, "xformOp:scale"))
     ops.scale = glm::vec3(*s);
@@ -187,7 +187,9 @@ void showPreviews(Scene& scene, const std::vector<ObjectLook>& base, const Stage
 ViewportSession::ViewportSession(Send send, std::function<void()> wake)
     : send_(std::move(send)), wake_(std::move(wake)) {}
 
-ViewportSession::~ViewportSession() { retire(std::move(feed_)); }
+ViewportSession::~ViewportSession() {
+  retire(std::move(feed_));
+}
 
 void ViewportSession::status(std::string message) {
   send_(editor::ViewportClientLine{.type = "status", .message = std::move(message)});
@@ -245,12 +247,10 @@ void ViewportSession::handle(const ViewportCommand& command) {
         } else {
           // Simulation, instanced prims, review comments, drop commit and clear, and the snap
           // settings change nothing this viewport draws yet.
-          static_assert(std::is_same_v<T, ViewportSimulation> ||
-                        std::is_same_v<T, ViewportInstancedPrims> ||
-                        std::is_same_v<T, ViewportReviewComments> ||
-                        std::is_same_v<T, ViewportDropCommit> ||
-                        std::is_same_v<T, ViewportDropClear> ||
-                        std::is_same_v<T, ViewportSnapSettings>);
+          static_assert(
+              std::is_same_v<T, ViewportSimulation> || std::is_same_v<T, ViewportInstancedPrims> ||
+              std::is_same_v<T, ViewportReviewComments> || std::is_same_v<T, ViewportDropCommit> ||
+              std::is_same_v<T, ViewportDropClear> || std::is_same_v<T, ViewportSnapSettings>);
         }
       },
       command);
@@ -399,8 +399,7 @@ void ViewportSession::pointer(const ViewportPointer& pointer) {
     case ViewportPointerPhase::up: {
       const std::optional<Press> press = press_;
       press_.reset();
-      if (!press || press->button != 0 || press->dragging || press->gizmo ||
-          pointer.button != 0)
+      if (!press || press->button != 0 || press->dragging || press->gizmo || pointer.button != 0)
         return;
       const std::optional<std::string> hit = pick(x, y);
       send_(editor::ViewportClientLine{
@@ -439,13 +438,26 @@ void ViewportSession::key(const ViewportKey& key) {
   const float step = camera_.distance * 0.05f;
   glm::vec3 move{0.0f};
   switch (key.characters[0]) {
-    case 'w': move = forward; break;
-    case 's': move = -forward; break;
-    case 'd': move = right; break;
-    case 'a': move = -right; break;
-    case 'e': move = glm::vec3(0, 1, 0); break;
-    case 'q': move = glm::vec3(0, -1, 0); break;
-    default: return;
+    case 'w':
+      move = forward;
+      break;
+    case 's':
+      move = -forward;
+      break;
+    case 'd':
+      move = right;
+      break;
+    case 'a':
+      move = -right;
+      break;
+    case 'e':
+      move = glm::vec3(0, 1, 0);
+      break;
+    case 'q':
+      move = glm::vec3(0, -1, 0);
+      break;
+    default:
+      return;
   }
   camera_.target += move * step;
   dirty_ = true;
@@ -510,7 +522,9 @@ void ViewportSession::cameraQuery() {
                                    .distance = camera_.distance});
 }
 
-bool ViewportSession::wantsFrame() const { return dirty_ && open_ && hasScene_; }
+bool ViewportSession::wantsFrame() const {
+  return dirty_ && open_ && hasScene_;
+}
 
 bool ViewportSession::update() {
   takeLoadedScene();
@@ -547,8 +561,8 @@ bool ViewportSession::renderFrame() {
     renderer_->setScene(*shown_.scene);
     sceneUploaded_ = true;
   }
-  error = renderer_->renderInto(camera_, widthPx_, heightPx_, surface->pixels(),
-                                surface->rowBytes());
+  error =
+      renderer_->renderInto(camera_, widthPx_, heightPx_, surface->pixels(), surface->rowBytes());
   dirty_ = false;
   if (!error.empty()) {
     status("cannot render: " + error);

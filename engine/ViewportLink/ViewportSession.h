@@ -121,7 +121,7 @@ class ViewportSession {
   // A pointer drag.
   struct Press {
     int button = 0;
-    double x = 0.0, y = 0.0;        // where it went down, y from the top
+    double x = 0.0, y = 0.0;  // where it went down, y from the top
     double lastX = 0.0, lastY = 0.0;
     bool dragging = false;
     bool gizmo = false;

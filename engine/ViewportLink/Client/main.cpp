@@ -111,20 +111,20 @@ class RuntimeLink {
       const ssize_t got = ::recv(fd, buffer, sizeof buffer, 0);
       if (got <= 0)
         return;
-      splitter.feed(std::string_view(buffer, static_cast<std::size_t>(got)),
-                    [](std::string_view line, bool overlong) {
-                      if (overlong) {
-                        status("ignored a runtime line longer than 16 MiB");
-                        return true;
-                      }
-                      auto decoded = orvan::editor::decodeJson<ViewportClientLine>(line);
-                      if (decoded.ok())
-                        emit(decoded.value());
-                      else
-                        status("ignored a runtime line that does not decode: " +
-                               decoded.error().description);
-                      return true;
-                    });
+      splitter.feed(
+          std::string_view(buffer, static_cast<std::size_t>(got)),
+          [](std::string_view line, bool overlong) {
+            if (overlong) {
+              status("ignored a runtime line longer than 16 MiB");
+              return true;
+            }
+            auto decoded = orvan::editor::decodeJson<ViewportClientLine>(line);
+            if (decoded.ok())
+              emit(decoded.value());
+            else
+              status("ignored a runtime line that does not decode: " + decoded.error().description);
+            return true;
+          });
     }
   }
 

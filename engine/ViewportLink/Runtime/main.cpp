@@ -37,7 +37,9 @@ constexpr const char* kServerUsage =
     "       orvan_runtime_viewport --scene FILE [--size WIDTHxHEIGHT] [--frames N] ...\n";
 constexpr std::size_t kMaxLinkLineBytes = std::size_t{1} << 20;
 
-bool processGone(pid_t pid) { return ::kill(pid, 0) != 0 && errno == ESRCH; }
+bool processGone(pid_t pid) {
+  return ::kill(pid, 0) != 0 && errno == ESRCH;
+}
 
 struct ServerOptions {
   std::string address;
