@@ -161,9 +161,10 @@ class ViewportPair {
   std::unique_ptr<HelperProcess> client_;
 };
 
-std::string openLine(const std::string& scene, const std::string& address, int width, int height) {
+std::string openLine(const std::string& scene, const std::string& address, int width, int height,
+                     const std::string& token = "") {
   return "open|" + scene + "|" + address + "|test-viewport|" + std::to_string(width) + "|" +
-         std::to_string(height) + "|1.0|1|0|||main|||1|0";
+         std::to_string(height) + "|1.0|1|0|||main|" + token + "||1|0";
 }
 
 class ViewportEndToEndTest : public ::testing::Test {
@@ -182,8 +183,12 @@ class ViewportEndToEndTest : public ::testing::Test {
 TEST_F(ViewportEndToEndTest, FramesShowTheServedSceneFollowItsEditsPickAndWaitForAcknowledgements) {
   fs::copy(ORVAN_DEMO_DIR, base_ / "demo", fs::copy_options::recursive);
   fs::remove_all(base_ / "demo/.orvan");
-  HelperProcess server(kServer, {"--project", (base_ / "demo").string(), "--port", "0",
-                                 "--state-dir", (base_ / "state").string()});
+  // The server wants a bearer; the runtime has it from the open line only.
+  const std::string token = "e2e-token";
+  HelperProcess server(kServer,
+                       {"--project", (base_ / "demo").string(), "--port", "0", "--state-dir",
+                        (base_ / "state").string()},
+                       {{"ORVAN_SERVER_TOKEN", token}});
   const std::optional<std::string> listening = server.readLine(30s);
   const std::string prefix = "listening on http://127.0.0.1:";
   ASSERT_TRUE(listening && listening->starts_with(prefix)) << listening.value_or("<nothing>");
@@ -193,7 +198,10 @@ TEST_F(ViewportEndToEndTest, FramesShowTheServedSceneFollowItsEditsPickAndWaitFo
 
   // The layers endpoint answers the scene's layers as text at its revision.
   httplib::Client http("127.0.0.1", serverPort);
-  const auto layers = http.Get("/api/layers?scene=" + httplib::detail::encode_query_param(scene));
+  const std::string layersPath = "/api/layers?scene=" + httplib::detail::encode_query_param(scene);
+  EXPECT_EQ(http.Get(layersPath)->status, 401);
+  const httplib::Headers bearer{{"Authorization", "Bearer " + token}};
+  const auto layers = http.Get(layersPath, bearer);
   ASSERT_TRUE(layers);
   ASSERT_EQ(layers->status, 200) << layers->body.substr(0, 300);
   auto answer = editor::decodeJson<editor::SceneLayersResponse>(layers->body);
@@ -204,12 +212,12 @@ TEST_F(ViewportEndToEndTest, FramesShowTheServedSceneFollowItsEditsPickAndWaitFo
     names.insert(fs::path(layer.identifier).filename().string());
   EXPECT_TRUE(names.contains("hello_world.usda"));
   EXPECT_TRUE(names.contains("hello_world_lighting.usda"));
-  EXPECT_EQ(http.Get("/api/layers?scene=nowhere.usda")->status, 404);
+  EXPECT_EQ(http.Get("/api/layers?scene=nowhere.usda", bearer)->status, 404);
 
   ViewportPair viewport;
   constexpr int kWidth = 320;
   constexpr int kHeight = 240;
-  viewport.send(openLine(scene, address, kWidth, kHeight));
+  viewport.send(openLine(scene, address, kWidth, kHeight, token));
   std::optional<SeenFrame> first = viewport.nextFrame();
   ASSERT_TRUE(first);
   EXPECT_EQ(first->header.magic, wire::kSharedSurfaceMagic);
@@ -242,9 +250,11 @@ TEST_F(ViewportEndToEndTest, FramesShowTheServedSceneFollowItsEditsPickAndWaitFo
 
   // An edit through the server moves the red cube: a later frame shows it elsewhere.
   const testing::HelperRun edit = testing::runHelper(
-      kEditClient, {"--json", "--author", "Tester", "--workspace", "main", "--client-id", "e2e",
-                    "--scene", scene, address, std::to_string(answer->revision), "--component-op",
-                    "set", "/World/RedCube", "Transform", "translation", "0,4,0"});
+      kEditClient,
+      {"--json", "--author", "Tester", "--workspace", "main", "--client-id", "e2e", "--scene",
+       scene, address, std::to_string(answer->revision), "--component-op", "set", "/World/RedCube",
+       "Transform", "translation", "0,4,0"},
+      {{"ORVAN_AUTH_TOKEN", token}});
   ASSERT_EQ(edit.exitCode, 0) << edit.errorText << (edit.lines.empty() ? "" : edit.lines[0]);
   std::optional<SeenFrame> edited = viewport.nextFrame();
   ASSERT_TRUE(edited);
@@ -347,6 +357,8 @@ TEST_F(ViewportEndToEndTest, TheClientReportsAnUnreachableRuntimeAndReachesItWhe
   EXPECT_TRUE(framed);
   client.closeInput();
   EXPECT_EQ(client.wait(10s), 0);
+  ::kill(runtime.pid(), SIGTERM);
+  EXPECT_EQ(runtime.wait(10s), 0);
 }
 
 }  // namespace

@@ -104,7 +104,7 @@ int serve(const ServerOptions& options) {
   ::signal(SIGPIPE, SIG_IGN);
 
   if (const std::size_t swept = sweepStaleSurfaces(); swept > 0)
-    std::printf("removed %zu frame surfaces of processes that are gone\n", swept);
+    std::fprintf(stderr, "removed %zu frame surfaces of processes that are gone\n", swept);
   std::string error;
   const int listening = listenOnEndpoint(*endpoint, error);
   if (listening < 0) {
