@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <cstdio>
+#include <cstdlib>
 #include <thread>
 #include <type_traits>
 
@@ -185,7 +187,10 @@ void showPreviews(Scene& scene, const std::vector<ObjectLook>& base, const Stage
 }
 
 ViewportSession::ViewportSession(Send send, std::function<void()> wake)
-    : send_(std::move(send)), wake_(std::move(wake)) {}
+    : send_(std::move(send)), wake_(std::move(wake)) {
+  const char* timing = std::getenv("ORVAN_VIEWPORT_TIMING");
+  timing_ = timing != nullptr && *timing != '\0' && std::string_view(timing) != "0";
+}
 
 ViewportSession::~ViewportSession() {
   retire(std::move(feed_));
@@ -243,7 +248,8 @@ void ViewportSession::handle(const ViewportCommand& command) {
         } else if constexpr (std::is_same_v<T, ViewportCameraQuery>) {
           cameraQuery();
         } else if constexpr (std::is_same_v<T, ViewportFrameAck>) {
-          pool_.acknowledge(c.frameIndex, c.surfaceId);
+          if (pool_.acknowledge(c.frameIndex, c.surfaceId) && timing_)
+            logAcknowledged(c.frameIndex);
         } else {
           // Simulation, instanced prims, review comments, drop commit and clear, and the snap
           // settings change nothing this viewport draws yet.
@@ -522,6 +528,18 @@ void ViewportSession::cameraQuery() {
                                    .distance = camera_.distance});
 }
 
+void ViewportSession::logAcknowledged(std::uint64_t frameIndex) {
+  const auto found = written_.find(frameIndex);
+  if (found == written_.end())
+    return;
+  const double outMs = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() -
+                                                                 found->second.first)
+                           .count();
+  std::fprintf(stderr, "viewport timing frame=%llu render-ms=%.3f out-ms=%.3f\n",
+               static_cast<unsigned long long>(frameIndex), found->second.second, outMs);
+  written_.erase(found);
+}
+
 bool ViewportSession::wantsFrame() const {
   return dirty_ && open_ && hasScene_;
 }
@@ -561,14 +579,22 @@ bool ViewportSession::renderFrame() {
     renderer_->setScene(*shown_.scene);
     sceneUploaded_ = true;
   }
+  const auto started = std::chrono::steady_clock::now();
   error =
       renderer_->renderInto(camera_, widthPx_, heightPx_, surface->pixels(), surface->rowBytes());
+  const auto finished = std::chrono::steady_clock::now();
   dirty_ = false;
   if (!error.empty()) {
     status("cannot render: " + error);
     return false;
   }
   pool_.handOut(*surface, ++frameIndex_);
+  if (timing_) {
+    if (written_.size() > 64)
+      written_.erase(written_.begin());
+    written_[frameIndex_] = {finished,
+                             std::chrono::duration<double, std::milli>(finished - started).count()};
+  }
   send_(editor::ViewportClientLine{.type = "frame",
                                    .frameIndex = frameIndex_,
                                    .surfaceId = surface->id(),

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -83,6 +84,7 @@ class ViewportSession {
   void status(std::string message);
   std::optional<std::string> pick(double xPx, double yTopPx) const;
   bool renderFrame();
+  void logAcknowledged(std::uint64_t frameIndex);
 
   Send send_;
   std::function<void()> wake_;
@@ -127,6 +129,11 @@ class ViewportSession {
     bool gizmo = false;
   };
   std::optional<Press> press_;
+
+  // With ORVAN_VIEWPORT_TIMING set, each acknowledged frame is logged on standard error with how
+  // long it took to draw and how long its surface was out.
+  bool timing_ = false;
+  std::map<std::uint64_t, std::pair<std::chrono::steady_clock::time_point, double>> written_;
 };
 
 }  // namespace orvan::engine
