@@ -96,6 +96,15 @@ void SceneFeed::reload() {
   wake_.notify_all();
 }
 
+void SceneFeed::stopDelivering() {
+  const std::lock_guard delivering(deliverMutex_);
+  {
+    const std::lock_guard lock(mutex_);
+    stop_ = true;
+  }
+  wake_.notify_all();
+}
+
 void SceneFeed::loadLoop() {
   std::unique_lock lock(mutex_);
   while (!stop_) {
@@ -105,11 +114,14 @@ void SceneFeed::loadLoop() {
       const Clock::time_point start = Clock::now();
       LoadedScene loaded = load();
       loaded.loadSeconds = std::chrono::duration<double>(Clock::now() - start).count();
-      lock.lock();
-      if (stop_)
-        return;
-      lock.unlock();
-      deliver_(std::move(loaded));
+      {
+        const std::lock_guard delivering(deliverMutex_);
+        lock.lock();
+        if (stop_)
+          return;
+        lock.unlock();
+        deliver_(std::move(loaded));
+      }
       lock.lock();
       continue;
     }

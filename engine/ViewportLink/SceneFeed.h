@@ -53,6 +53,8 @@ class SceneFeed {
   void setAuthToken(std::string token);
   // Reads the scene again now.
   void reload();
+  // No state goes to `deliver` after this returns (the feed may still be ending a read).
+  void stopDelivering();
 
  private:
   void loadLoop();
@@ -65,6 +67,7 @@ class SceneFeed {
   SceneSource source_;
   std::function<void(LoadedScene)> deliver_;
   std::mutex mutex_;
+  std::mutex deliverMutex_;  // held while `deliver_` runs
   std::condition_variable wake_;
   bool stop_ = false;
   bool reloadWanted_ = true;

@@ -99,8 +99,10 @@ bool atOrBelow(std::string_view path, std::string_view root) {
 void retire(std::unique_ptr<SceneFeed> feed) {
   // A feed may be in the middle of a fetch or a stream; it ends on a thread of its own so that
   // the viewport never waits for it.
-  if (feed)
-    std::thread([retired = std::move(feed)]() mutable { retired.reset(); }).detach();
+  if (!feed)
+    return;
+  feed->stopDelivering();
+  std::thread([retired = std::move(feed)]() mutable { retired.reset(); }).detach();
 }
 
 }  // namespace

@@ -333,7 +333,8 @@ TEST_F(ViewportEndToEndTest, OnTheDiskTheRuntimeFollowsTheFileAndSurvivesAnUnrea
   EXPECT_EQ(empty->distinctColours(), 1u);
 }
 
-TEST_F(ViewportEndToEndTest, TheClientReportsAnUnreachableRuntimeAndReachesItWhenItComes) {
+TEST_F(ViewportEndToEndTest,
+       TheClientReportsAnUnreachableRuntimeAndReachesItWhenItComesAndComesBack) {
   const std::string address = "127.0.0.1:" + std::to_string(freePort());
   HelperProcess client(kClient, {"--address", address, "--json-lines"});
   const std::optional<std::string> first = client.readLine(10s);
@@ -355,10 +356,56 @@ TEST_F(ViewportEndToEndTest, TheClientReportsAnUnreachableRuntimeAndReachesItWhe
     }
   }
   EXPECT_TRUE(framed);
-  client.closeInput();
-  EXPECT_EQ(client.wait(10s), 0);
+
+  // The runtime restarts: the client says so, reaches the new one and opens the scene again.
   ::kill(runtime.pid(), SIGTERM);
   EXPECT_EQ(runtime.wait(10s), 0);
+  HelperProcess restarted(kRuntime,
+                          {"--address", address, "--parent-pid", std::to_string(::getpid())});
+  ASSERT_TRUE(restarted.readLine(30s));
+  bool lost = false;
+  framed = false;
+  while (const std::optional<std::string> line = client.readLine(30s)) {
+    lost = lost || line->find("viewport runtime connection lost") != std::string::npos;
+    if (line->find("\"type\":\"frame\"") != std::string::npos) {
+      framed = true;
+      break;
+    }
+  }
+  EXPECT_TRUE(lost);
+  EXPECT_TRUE(framed);
+  client.closeInput();
+  EXPECT_EQ(client.wait(10s), 0);
+  ::kill(restarted.pid(), SIGTERM);
+  EXPECT_EQ(restarted.wait(10s), 0);
+}
+
+TEST_F(ViewportEndToEndTest, TheRuntimeEndsWithItsParentAndRemovesItsSurfaces) {
+  // A parent that the test can make go away.
+  HelperProcess parent("/bin/sleep", {"600"});
+  ASSERT_TRUE(parent.started());
+  const std::string address = "127.0.0.1:" + std::to_string(freePort());
+  HelperProcess runtime(kRuntime,
+                        {"--address", address, "--parent-pid", std::to_string(parent.pid())});
+  ASSERT_TRUE(runtime.readLine(30s));
+  HelperProcess client(kClient, {"--address", address, "--json-lines"});
+  const fs::path scene = base_ / "scene.usda";
+  std::ofstream(scene) << "#usda 1.0\ndef Cube \"Box\"\n{\n}\n";
+  ASSERT_TRUE(client.write(openLine(scene.string(), "", 16, 16) + "\n"));
+  std::optional<std::uint32_t> surface;
+  while (const std::optional<std::string> line = client.readLine(30s)) {
+    auto decoded = editor::decodeJson<ViewportClientLine>(*line);
+    if (decoded.ok() && decoded->type == "frame") {
+      surface = decoded->surfaceId;
+      break;
+    }
+  }
+  ASSERT_TRUE(surface);
+  EXPECT_TRUE(fs::exists("/dev/shm" + wire::sharedSurfaceName(*surface)));
+  ::kill(parent.pid(), SIGKILL);
+  EXPECT_EQ(parent.wait(5s), -1);  // killed, not exited
+  EXPECT_EQ(runtime.wait(5s), 0);
+  EXPECT_FALSE(fs::exists("/dev/shm" + wire::sharedSurfaceName(*surface)));
 }
 
 }  // namespace
