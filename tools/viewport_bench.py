@@ -11,11 +11,15 @@ size: the time from the open line to the first frame (reading and composing the 
 frames per second while the camera orbits (a gesture after each frame, so the runtime never
 idles), the time each frame took to draw, the time a surface was out (written by the runtime ->
 line to the client -> driver -> acknowledgement back at the runtime, measured by the runtime), and
-the time from a property-preview line to the first frame that shows it.
+the time from a property-preview line to the first frame that shows it. With --server it also
+serves each scene with `orvan_project_server` and measures the open through the server (the
+layers fetched and composed in the runtime) and the time from an edit (a one-shot
+`orvan_edit_client` moving a prim, its start included) to the first frame after it.
 """
 import argparse
-import os
 import json
+import os
+import shutil
 import socket
 import statistics
 import subprocess
@@ -68,6 +72,10 @@ class Viewport:
             taken, self.timings = self.timings, []
         return taken
 
+    def open_scene(self, scene, width, height, address=""):
+        self.send("open|%s|%s|bench-viewport|%d|%d|1.0|1|0|||main|||1|0" % (
+            scene, address, width, height))
+
     def send(self, line):
         self.client.stdin.write(line + "\n")
         self.client.stdin.flush()
@@ -96,7 +104,7 @@ def measure(binary, scene, width, height, seconds, preview_path, previews):
     viewport = Viewport(binary)
     try:
         started = time.perf_counter()
-        viewport.send("open|%s||bench-viewport|%d|%d|1.0|1|0|||main|||1|0" % (scene, width, height))
+        viewport.open_scene(scene, width, height)
         viewport.next_frame()
         first_frame = time.perf_counter() - started
         viewport.take_timings()
@@ -128,6 +136,38 @@ def measure(binary, scene, width, height, seconds, preview_path, previews):
         viewport.close()
 
 
+def measure_server(binary, project, scene, width, height, moved_path, edits, workdir):
+    server = subprocess.Popen(
+        [os.path.join(binary, "orvan_project_server"), "--project", project, "--port", "0",
+         "--state-dir", os.path.join(workdir, "state-%d" % free_port())],
+        stdout=subprocess.PIPE, text=True)
+    viewport = None
+    try:
+        base = server.stdout.readline().strip().split("listening on ")[1]
+        address = base.replace("http://", "grpc://")
+        viewport = Viewport(binary)
+        started = time.perf_counter()
+        viewport.open_scene(scene, width, height, address)
+        viewport.next_frame()
+        first_frame = time.perf_counter() - started
+        latencies = []
+        for i in range(edits):
+            sent = time.perf_counter()
+            subprocess.run(
+                [os.path.join(binary, "orvan_edit_client"), "--json", "--author", "Bench",
+                 "--workspace", "main", "--client-id", "bench", "--scene", scene, address, "0",
+                 "--component-op", "set", moved_path, "Transform", "translation",
+                 "%.1f,0.5,0.0" % (0.2 * (i + 1))], check=True, stdout=subprocess.DEVNULL)
+            viewport.next_frame()
+            latencies.append((time.perf_counter() - sent) * 1000.0)
+        return first_frame, latencies
+    finally:
+        if viewport:
+            viewport.close()
+        server.terminate()
+        server.wait(timeout=60)
+
+
 def show(name, width, height, result):
     print("%-22s %5dx%-5d first frame %7.0f ms  %6.1f fps (%d frames)" % (
         name, width, height, result["first"] * 1000.0, result["fps"], result["frames"]))
@@ -150,13 +190,21 @@ def main():
     parser.add_argument("--seconds", type=float, default=5.0)
     parser.add_argument("--generated", type=int, default=100000)
     parser.add_argument("--previews", type=int, default=10)
+    parser.add_argument("--server", action="store_true")
+    parser.add_argument("--edits", type=int, default=5)
     args = parser.parse_args()
     sizes = [tuple(int(v) for v in size.split("x")) for size in args.sizes.split(",")]
 
     with tempfile.TemporaryDirectory(prefix="orvan_viewport_bench_") as workdir:
-        scenes = [("demo", os.path.join(root, "demo", "hello_world.usda"), "/World/RedCube")]
+        demo = os.path.join(workdir, "demo")
+        shutil.copytree(os.path.join(root, "demo"), demo,
+                        ignore=shutil.ignore_patterns(".orvan"))
+        scenes = [("demo", os.path.join(demo, "hello_world.usda"), "/World/RedCube")]
         if args.generated > 0:
-            generated = os.path.join(workdir, "generated.usda")
+            os.makedirs(os.path.join(workdir, "generated"))
+            with open(os.path.join(workdir, "generated", "project.json"), "w") as out:
+                out.write('{"id": "bench", "name": "Bench", "mainScene": "generated.usda"}')
+            generated = os.path.join(workdir, "generated", "generated.usda")
             subprocess.run([os.path.join(args.bin, "orvan_project_tool"), "generate",
                             str(args.generated), generated], check=True,
                            stdout=subprocess.DEVNULL)
@@ -167,6 +215,14 @@ def main():
                 result = measure(args.bin, scene, width, height, args.seconds, preview_path,
                                  args.previews)
                 show(name, width, height, result)
+            if args.server:
+                width, height = sizes[0]
+                first, edits = measure_server(args.bin, os.path.dirname(scene), scene, width,
+                                              height, preview_path, args.edits, workdir)
+                print("%-22s %5dx%-5d through the server: first frame %7.0f ms; edit to frame "
+                      "p50 %7.1f ms max %7.1f ms (%d edits)" % (
+                          name, width, height, first * 1000.0, statistics.median(edits),
+                          max(edits), len(edits)))
 
 
 if __name__ == "__main__":
