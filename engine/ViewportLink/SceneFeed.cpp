@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <chrono>
 #include <optional>
 
@@ -219,11 +220,17 @@ LoadedScene SceneFeed::loadFromServer() {
   StageOpenResult composed = composeStage(root->second, options);
   if (!composed.ok())
     return failed(composed.error ? composed.error->describe() : "the scene could not be composed");
+  {
+    const std::lock_guard lock(mutex_);
+    revision_ = answer.revision;
+    // The stream spoke of a newer revision while this one was read: read again.
+    if (newestRevision_ > answer.revision)
+      reloadWanted_ = true;
+  }
   return sceneFromStage(std::move(composed.stage), answer.revision);
 }
 
 void SceneFeed::watchLoop() {
-  bool first = true;
   while (true) {
     SceneSource source;
     {
@@ -235,9 +242,6 @@ void SceneFeed::watchLoop() {
     std::string error;
     std::unique_ptr<HttpLink> link = openLink(source, error);
     if (link) {
-      if (!first)
-        reload();  // changes may have come while the stream was down
-      first = false;
       LineSplitter splitter(std::size_t{16} << 20);
       std::string query = scopeQuery(*link, source);
       query += "&clientId=" + link->escapeQueryValue(source.clientId + "-watch");
@@ -248,8 +252,20 @@ void SceneFeed::watchLoop() {
               if (overlong)
                 return true;
               auto decoded = editor::decodeJson<editor::ToolClientLine>(line);
-              if (decoded.ok() && decoded.value().type == "stageChanged")
+              if (!decoded.ok())
+                return true;
+              const editor::ToolClientLine& said = decoded.value();
+              if (said.type == "stageChanged") {
                 reload();
+              } else if (said.type == "hello" && said.revision) {
+                // Changes may have come while the stream was down: read again unless the
+                // revision is the one on screen (or being read).
+                const std::lock_guard lock(mutex_);
+                newestRevision_ = std::max(newestRevision_, *said.revision);
+                if (revision_ && *revision_ < *said.revision)
+                  reloadWanted_ = true;
+                wake_.notify_all();
+              }
               return true;
             });
             const std::lock_guard lock(mutex_);

@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -71,6 +72,8 @@ class SceneFeed {
   std::condition_variable wake_;
   bool stop_ = false;
   bool reloadWanted_ = true;
+  std::optional<std::uint64_t> revision_;  // of the last state read from the server
+  std::uint64_t newestRevision_ = 0;       // the newest the change stream spoke of
   std::map<std::string, std::pair<std::int64_t, std::int64_t>> stamps_;  // file → (mtime, size)
   std::thread loader_;
   std::thread watcher_;
