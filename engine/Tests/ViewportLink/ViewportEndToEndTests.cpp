@@ -317,6 +317,19 @@ TEST_F(ViewportEndToEndTest, OnTheDiskTheRuntimeFollowsTheFileAndSurvivesAnUnrea
   EXPECT_GT((now >> 8) & 0xff, (now >> 16) & 0xff);  // green beats red
   viewport.acknowledge(*green);
 
+  // A change that breaks the file is reported and the last good state stays on screen.
+  std::this_thread::sleep_for(1100ms);
+  std::ofstream(scene, std::ios::trunc) << "#usda 1.0\ndef Cube \"Box\"\n{\n    double size = (\n";
+  const std::optional<ViewportClientLine> broken = viewport.next("status", 10s);
+  ASSERT_TRUE(broken && broken->message);
+  EXPECT_NE(broken->message->find("cannot show the scene"), std::string::npos) << *broken->message;
+  viewport.send("gesture|orbit|0.5|0.0");
+  std::optional<SeenFrame> kept = viewport.nextFrame(10s);
+  ASSERT_TRUE(kept);
+  const std::uint32_t still = kept->colourAt(32, 24);
+  EXPECT_GT((still >> 8) & 0xff, (still >> 16) & 0xff);  // still the green box
+  viewport.acknowledge(*kept);
+
   // A line of more than 1 MiB is refused by itself; the client goes on.
   viewport.send("selection|/" + std::string(std::size_t{1} << 20, 'x'));
   viewport.send("camera-query");
