@@ -14,4 +14,7 @@ done
 # Edits end to end: a real server, a warm edit helper, the files on disk.
 echo "== edit_bench.py"
 python3 "$root/tools/edit_bench.py" --bin "$root/build/release/full-demo" || status=1
+# The viewport's processes: frame rate, surface hand-over and previews, software GL where no GPU.
+echo "== viewport_bench.py"
+python3 "$root/tools/viewport_bench.py" --bin "$root/build/release/full-demo" --server || status=1
 exit $status

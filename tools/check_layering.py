@@ -52,9 +52,10 @@ ENGINE_DEPENDS_ON = {
     "engine:ClientLink": ["wire"],
     "engine:EditClient": ["engine:ClientLink"],
     "engine:ToolClient": ["engine:ClientLink"],
-    "engine fuzzers": ["engine:Authoring", "engine:EditClient"],
+    "engine:ViewportLink": ["engine:Viewport", "engine:ClientLink"],
+    "engine fuzzers": ["engine:Authoring", "engine:EditClient", "engine:ViewportLink"],
     "engine benchmarks": ["engine:ProjectServer", "engine:ProjectTool", "engine:Store",
-                          "engine:Authoring", "engine:Viewport"],
+                          "engine:Authoring", "engine:Viewport", "engine:ViewportLink"],
 }
 
 CORE = "apps/usd_editor/Sources/OrvanUsdEditorCore"

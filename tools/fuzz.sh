@@ -3,7 +3,7 @@
 # and UndefinedBehaviorSanitizer, in a clang build of its own (build/fuzz).
 #   tools/fuzz.sh <target> <seconds>
 # targets: deep_link, target_address, scene_reference (client core); usda_reader, stage_composer,
-# stdio_line, edit_request (engine).
+# stdio_line, edit_request, viewport_line (engine).
 # New inputs collect in build/fuzz/corpus/<target>; a crashing input is written to
 # build/fuzz/artifacts/<target>/. Add an input worth keeping to the seed corpus of the target
 # (apps/usd_editor/Tests/VelkClientStateBridge/Fuzz/corpus/<target> or
@@ -13,7 +13,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 usage() {
   echo "usage: tools/fuzz.sh" \
-    "deep_link|target_address|scene_reference|usda_reader|stage_composer|stdio_line|edit_request" \
+    "deep_link|target_address|scene_reference|usda_reader|stage_composer|stdio_line|edit_request|viewport_line" \
     "<seconds>" >&2
 }
 target=${1:-}
@@ -21,7 +21,7 @@ seconds=${2:-}
 case "$target" in
   deep_link | target_address | scene_reference)
     folder="apps/usd_editor/Tests/VelkClientStateBridge/Fuzz" ;;
-  usda_reader | stage_composer | stdio_line | edit_request) folder="engine/Tests/Fuzz" ;;
+  usda_reader | stage_composer | stdio_line | edit_request | viewport_line) folder="engine/Tests/Fuzz" ;;
   *) usage; exit 2 ;;
 esac
 if ! [[ "$seconds" =~ ^[0-9]+$ ]] || [ "$seconds" -eq 0 ]; then usage; exit 2; fi

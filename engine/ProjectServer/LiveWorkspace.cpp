@@ -10,6 +10,7 @@
 #include "Store/AtomicFile.h"
 #include "Store/ContentHash.h"
 #include "Store/StoreRecovery.h"
+#include "UsdText/LayerWriter.h"
 #include "orvan/wire/JsonEncoder.h"
 
 namespace orvan::engine {
@@ -453,6 +454,30 @@ void LiveWorkspace::scheduleWriteBack(const std::vector<std::string>& layers,
       throw std::runtime_error("no scene holds the layer any more");
     });
   }
+}
+
+LiveLayers LiveWorkspace::layers(const std::string& scene) {
+  const std::lock_guard lock(mutex_);
+  lookForExternalChangesLocked();
+  SceneState& state = sceneLocked(scene);
+  if (!state.scene)
+    return LiveLayers{.failure = state.failure};
+  const Stage& composed = state.scene->currentStage();
+  if (!state.scene->composeFailure().empty())
+    return LiveLayers{.failure = state.scene->composeFailure()};
+  LiveLayers answer{.layers = {.revision = head_,
+                               .root = state.scene->rootIdentifier(),
+                               .mutedLayers = state.scene->mutedLayers(),
+                               .layers = {}}};
+  for (const StageLayer& used : composed.layers) {
+    if (!used.layer)
+      continue;
+    std::string text = state.scene->findLayer(used.identifier)
+                           ? state.scene->layerText(used.identifier)
+                           : writeLayer(*used.layer);
+    answer.layers.layers.push_back({.identifier = used.identifier, .text = std::move(text)});
+  }
+  return answer;
 }
 
 LiveStage LiveWorkspace::stage(const std::string& scene, const std::string& activeLayer) {

@@ -22,6 +22,7 @@
 #include "Store/LiveFileWriter.h"
 #include "Store/ProjectStore.h"
 #include "orvan/wire/records/EditClientResponse.h"
+#include "orvan/wire/records/SceneLayers.h"
 #include "orvan/wire/records/ToolClientLine.h"
 
 namespace orvan::engine {
@@ -40,6 +41,12 @@ struct LiveStage {
   std::shared_ptr<const InspectionDocument> document = {};
   std::string failure = {};
   std::uint64_t revision = 0;
+};
+
+// What a layers request gets: every layer the scene uses, as text, at a revision; or why not.
+struct LiveLayers {
+  editor::SceneLayersResponse layers = {};
+  std::string failure = {};
 };
 
 // One workspace of one hosted project while the server edits it. Its scenes are held in memory
@@ -66,6 +73,9 @@ class LiveWorkspace {
   editor::EditClientResponse edit(const EditRequest& request, const std::string& scene);
   // The scene's inspection at the current revision, override marks against `activeLayer`.
   LiveStage stage(const std::string& scene, const std::string& activeLayer);
+  // The text of every layer the scene uses now (held in memory or, for layers it only refers
+  // to, as read), at the current revision.
+  LiveLayers layers(const std::string& scene);
   std::uint64_t revision();
   // Turns changes of the live files by other programs into revisions.
   void lookForExternalChanges();

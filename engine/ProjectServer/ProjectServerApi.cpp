@@ -12,6 +12,8 @@
 #include "ProjectServer/Credentials.h"
 #include "ProjectServer/Digest.h"
 #include "ProjectServer/ProjectAssets.h"
+#include "UsdText/LayerWriter.h"
+#include "UsdText/StageComposer.h"
 #include "orvan/wire/JsonDecoder.h"
 #include "orvan/wire/JsonEncoder.h"
 #include "orvan/wire/Text.h"
@@ -20,6 +22,7 @@
 #include "orvan/wire/records/ErrorEnvelope.h"
 #include "orvan/wire/records/HostedProjectRecords.h"
 #include "orvan/wire/records/ProjectResponse.h"
+#include "orvan/wire/records/SceneLayers.h"
 #include "orvan/wire/records/ToolClientLine.h"
 #include "orvan/wire/records/WorkspaceRecords.h"
 
@@ -353,6 +356,7 @@ ApiAnswer ProjectServerApi::handle(const ApiRequest& request) {
       {"/api/projects", &ProjectServerApi::projectsEndpoint},
       {"/api/project", &ProjectServerApi::projectEndpoint},
       {"/api/stage", &ProjectServerApi::stageEndpoint},
+      {"/api/layers", &ProjectServerApi::layersEndpoint},
       {"/api/workspaces", &ProjectServerApi::workspacesEndpoint},
       {"/api/me", &ProjectServerApi::meEndpoint},
       {"/api/deep-link", &ProjectServerApi::deepLinkEndpoint},
@@ -482,6 +486,35 @@ ApiAnswer ProjectServerApi::stageEndpoint(const ApiRequest& request) {
     answer.tail = "}";
   }
   return answer;
+}
+
+ApiAnswer ProjectServerApi::layersEndpoint(const ApiRequest& request) {
+  ApiResult<Scope> scope = resolveScope(projects_, request);
+  if (!scope.ok())
+    return errorAnswer(scope.error());
+  if (LiveWorkspace* workspace = liveWorkspace(*scope->project)) {
+    LiveLayers live = workspace->layers(scope->scene);
+    if (!live.failure.empty())
+      return errorAnswer({.status = 422, .code = "scene_invalid", .message = live.failure});
+    return ApiAnswer{.body = encodeJson(live.layers)};
+  }
+  // A project that is only read answers from its files, confined to its folder like the stage.
+  const std::uint64_t revision = stages_.revision();
+  const StageOpenResult opened = openStage(
+      scope->absoluteScene(), ComposeOptions{.confinementRoot = scope->project->rootPath()});
+  if (!opened.ok()) {
+    return errorAnswer(
+        {.status = 422,
+         .code = "scene_invalid",
+         .message = opened.error ? opened.error->describe() : "The scene could not be read"});
+  }
+  editor::SceneLayersResponse response{
+      .revision = revision, .root = scope->absoluteScene(), .mutedLayers = {}, .layers = {}};
+  for (const StageLayer& used : opened.stage->layers) {
+    if (used.layer)
+      response.layers.push_back({.identifier = used.identifier, .text = writeLayer(*used.layer)});
+  }
+  return ApiAnswer{.body = encodeJson(response)};
 }
 
 ApiAnswer ProjectServerApi::workspacesEndpoint(const ApiRequest& request) {

@@ -136,6 +136,7 @@ class ProjectServerApi {
   ApiAnswer projectsEndpoint(const ApiRequest& request);
   ApiAnswer projectEndpoint(const ApiRequest& request);
   ApiAnswer stageEndpoint(const ApiRequest& request);
+  ApiAnswer layersEndpoint(const ApiRequest& request);
   ApiAnswer workspacesEndpoint(const ApiRequest& request);
   ApiAnswer meEndpoint(const ApiRequest& request);
   ApiAnswer deepLinkEndpoint(const ApiRequest& request);

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 
+#include <glm/gtc/matrix_transform.hpp>
 #include <glm/gtc/type_ptr.hpp>
 
 #include "Viewport/GizmoMesh.h"
@@ -636,14 +637,12 @@ void ViewportRenderer::moveObjects(const Scene& scene, std::span<const std::size
   glBindBuffer(GL_ARRAY_BUFFER, 0);
 }
 
-RenderResult ViewportRenderer::render(const OrbitCamera& camera, int width, int height,
-                                      const RenderOverlays& overlays) {
-  RenderResult result;
+std::string ViewportRenderer::draw(const OrbitCamera& camera, int width, int height,
+                                   const RenderOverlays& overlays, bool flipRows) {
   Impl& gl = *impl_;
   eglMakeCurrent(gl.display, gl.surface, gl.surface, gl.context);
-  result.error = gl.resize(width, height);
-  if (!result.error.empty()) {
-    return result;
+  if (std::string error = gl.resize(width, height); !error.empty()) {
+    return error;
   }
   glBindFramebuffer(GL_FRAMEBUFFER, gl.framebuffer);
   glViewport(0, 0, width, height);
@@ -652,8 +651,10 @@ RenderResult ViewportRenderer::render(const OrbitCamera& camera, int width, int 
   glClearColor(gl.background.r, gl.background.g, gl.background.b, 1.0f);
   glClear(GL_COLOR_BUFFER_BIT | GL_DEPTH_BUFFER_BIT);
 
+  const glm::mat4 flip =
+      glm::scale(glm::mat4(1.0f), glm::vec3(1.0f, flipRows ? -1.0f : 1.0f, 1.0f));
   const glm::mat4 viewProjection =
-      projectionMatrix(camera, static_cast<float>(width) / static_cast<float>(height)) *
+      flip * projectionMatrix(camera, static_cast<float>(width) / static_cast<float>(height)) *
       viewMatrix(camera);
   gl.drawScene(camera, viewProjection);
   if (overlays.grid) {
@@ -665,7 +666,37 @@ RenderResult ViewportRenderer::render(const OrbitCamera& camera, int width, int 
   if (overlays.gizmo) {
     gl.drawGizmo(*overlays.gizmo, camera, viewProjection, height);
   }
+  glBindVertexArray(0);
+  return {};
+}
 
+std::string ViewportRenderer::renderInto(const OrbitCamera& camera, int width, int height,
+                                         std::uint8_t* pixels, std::size_t rowBytes,
+                                         const RenderOverlays& overlays) {
+  if (rowBytes < static_cast<std::size_t>(width) * 4 || rowBytes % 4 != 0) {
+    return "a row of " + std::to_string(rowBytes) + " bytes cannot hold " + std::to_string(width) +
+           " pixels";
+  }
+  if (std::string error = draw(camera, width, height, overlays, true); !error.empty()) {
+    return error;
+  }
+  glPixelStorei(GL_PACK_ALIGNMENT, 4);
+  glPixelStorei(GL_PACK_ROW_LENGTH, static_cast<GLint>(rowBytes / 4));
+  glReadPixels(0, 0, width, height, GL_BGRA, GL_UNSIGNED_BYTE, pixels);
+  glPixelStorei(GL_PACK_ROW_LENGTH, 0);
+  if (const GLenum status = glGetError(); status != GL_NO_ERROR) {
+    return "OpenGL reported error " + std::to_string(status) + " while rendering";
+  }
+  return {};
+}
+
+RenderResult ViewportRenderer::render(const OrbitCamera& camera, int width, int height,
+                                      const RenderOverlays& overlays) {
+  RenderResult result;
+  result.error = draw(camera, width, height, overlays, false);
+  if (!result.error.empty()) {
+    return result;
+  }
   // GL's rows start at the bottom; the frame's start at the top.
   const std::size_t rowBytes = static_cast<std::size_t>(width) * 4;
   std::vector<std::uint8_t> bottomUp(rowBytes * static_cast<std::size_t>(height));

@@ -74,6 +74,11 @@ class ViewportRenderer {
   // A frame of up to 7680 × 4320 pixels (and within the GL's renderbuffer limit).
   RenderResult render(const OrbitCamera& camera, int width, int height,
                       const RenderOverlays& overlays = {});
+  // The same frame read straight into `pixels` (blue, green, red, alpha bytes; rows from the top,
+  // `rowBytes` apart, at least 4 * width) with no copy on the way: the picture is drawn upside
+  // down, so that GL's bottom-up read lands top-down. Empty on success, else why not.
+  std::string renderInto(const OrbitCamera& camera, int width, int height, std::uint8_t* pixels,
+                         std::size_t rowBytes, const RenderOverlays& overlays = {});
   // The GL_RENDERER and GL_VERSION strings of the context.
   std::string describe() const;
 
@@ -81,6 +86,9 @@ class ViewportRenderer {
 
  private:
   explicit ViewportRenderer(std::unique_ptr<Impl> impl);
+  // Draws into the offscreen framebuffer; `flipRows` mirrors the picture top to bottom.
+  std::string draw(const OrbitCamera& camera, int width, int height, const RenderOverlays& overlays,
+                   bool flipRows);
   std::unique_ptr<Impl> impl_;
 };
 

@@ -92,6 +92,7 @@ class HelperProcess {
   HelperProcess& operator=(const HelperProcess&) = delete;
 
   bool started() const { return pid_ > 0; }
+  pid_t pid() const { return pid_; }
 
   bool write(std::string_view bytes) {
     while (!bytes.empty()) {

@@ -28,6 +28,7 @@
 #include "orvan/wire/records/ErrorEnvelope.h"
 #include "orvan/wire/records/HostedProjectRecords.h"
 #include "orvan/wire/records/ProjectResponse.h"
+#include "orvan/wire/records/SceneLayers.h"
 #include "orvan/wire/records/StageInspection.h"
 #include "orvan/wire/records/WorkspaceRecords.h"
 
@@ -369,6 +370,40 @@ TEST_F(ProjectServerTest, WithATokenEveryCallButTheAccountCheckNeedsTheBearer) {
       decoded<VelkMeResponse>(get("/api/me", {{"Authorization", "Bearer sesame"}}));
   EXPECT_EQ(signedIn.authenticated, true);
   EXPECT_EQ(signedIn.user.value_or(VelkMeUser{}).id, "local");
+}
+
+TEST_F(ProjectServerTest, LayersAnswerTheTextOfEveryLayerOfTheSceneUnderTheStagesRules) {
+  const auto identifiers = [](const SceneLayersResponse& answer) {
+    std::vector<std::string> names;
+    for (const SceneLayerText& layer : answer.layers)
+      names.push_back(fs::path(layer.identifier).filename().string());
+    return names;
+  };
+  // Read from the files when the server does not edit, from its memory when it does.
+  for (const bool editing : {false, true}) {
+    start({.token = "sesame", .userName = "tester", .editing = editing});
+    const httplib::Headers bearer{{"Authorization", "Bearer sesame"}};
+    using Failure = std::pair<int, std::string>;
+    EXPECT_EQ(failure(get("/api/layers")), Failure(401, "login_required"));
+    EXPECT_EQ(failure(get("/api/layers?s=../outside.usda", bearer)),
+              Failure(404, "scene_not_found"));
+    EXPECT_EQ(failure(get("/api/layers?p=nobody", bearer)), Failure(404, "project_not_found"));
+
+    const auto answer = decoded<SceneLayersResponse>(get("/api/layers?s=main.usda", bearer));
+    EXPECT_EQ(answer.root, (base_ / "Game/main.usda").string());
+    EXPECT_EQ(identifiers(answer), (std::vector<std::string>{"main.usda", "lights.usda"}));
+    ASSERT_EQ(answer.layers.size(), 2u);
+    EXPECT_NE(answer.layers[0].text.find("double radius = 2"), std::string::npos);
+    EXPECT_NE(answer.layers[1].text.find("(1, 0, 0)"), std::string::npos);
+    EXPECT_GE(answer.revision, 1u);
+    // The absolute path of the scene names its project as well.
+    const auto byPath = decoded<SceneLayersResponse>(
+        get("/api/layers?scene=" + (base_ / "Other/other.usda").string(), bearer));
+    EXPECT_EQ(identifiers(byPath), (std::vector<std::string>{"other.usda"}));
+  }
+  write("Game/broken.usda", "#usda 1.0\n\ndef Xform \"World\"\n{\n    double size = (1, 2\n}\n");
+  EXPECT_EQ(failure(get("/api/layers?s=broken.usda", {{"Authorization", "Bearer sesame"}})),
+            (std::pair<int, std::string>(422, "scene_invalid")));
 }
 
 // The raw bytes of a file, "" when it is not there.

@@ -1,5 +1,7 @@
-// orvan_runtime_viewport: renders a scene file offscreen and writes the last frame as a binary
-// PPM picture. It prints what it rendered and how long a frame took.
+// The runtime's one-shot form: renders a scene file offscreen and writes the last frame as a
+// binary PPM picture. It prints what it rendered and how long a frame took.
+#include "ViewportLink/Runtime/OneShot.h"
+
 #include <chrono>
 #include <cstdio>
 #include <fstream>
@@ -30,9 +32,9 @@ bool writePixmap(const Frame& frame, const std::string& path) {
 
 }  // namespace
 
-int main(int argc, char** argv) {
+int runOneShot(const std::vector<std::string>& arguments) {
   using namespace orvan::engine;
-  const RunOptionsResult parsed = parseRunOptions(std::vector<std::string>(argv + 1, argv + argc));
+  const RunOptionsResult parsed = parseRunOptions(arguments);
   if (parsed.help) {
     std::fputs(kRunUsage, stdout);
     return 0;

@@ -1,0 +1,425 @@
+// The viewport's two processes as the editor runs them: the runtime and the client against the
+// real project server on a copy of the demo. A frame comes as a shared surface showing the scene,
+// an edit through the server shows in a later frame, a click picks, unacknowledged frames stop at
+// three, and the runtime reads scenes from the disk as well.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/mman.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <set>
+
+#include <httplib.h>
+
+#include "../Support/HelperProcess.h"
+#include "orvan/wire/JsonDecoder.h"
+#include "orvan/wire/SharedSurfaceLayout.h"
+#include "orvan/wire/records/EditClientResponse.h"
+#include "orvan/wire/records/SceneLayers.h"
+#include "orvan/wire/records/ViewportClientLine.h"
+
+namespace orvan::engine {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using editor::ViewportClientLine;
+using testing::HelperProcess;
+
+const std::string kServer = ORVAN_ENGINE_BIN_DIR "/orvan_project_server";
+const std::string kRuntime = ORVAN_ENGINE_BIN_DIR "/orvan_runtime_viewport";
+const std::string kClient = ORVAN_ENGINE_BIN_DIR "/orvan_viewport_client";
+const std::string kEditClient = ORVAN_ENGINE_BIN_DIR "/orvan_edit_client";
+
+int freePort() {
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  ::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof address);
+  socklen_t size = sizeof address;
+  ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &size);
+  ::close(fd);
+  return ntohs(address.sin_port);
+}
+
+// A frame as the editor would see it: the surface mapped by its identifier and its pixels.
+struct SeenFrame {
+  std::uint64_t index = 0;
+  std::uint32_t surfaceId = 0;
+  wire::SharedSurfaceHeader header{};
+  std::vector<std::uint8_t> bgra;  // rows from the top
+
+  std::size_t distinctColours() const {
+    std::set<std::uint32_t> colours;
+    for (std::size_t i = 0; i + 3 < bgra.size(); i += 4)
+      colours.insert(bgra[i] | (bgra[i + 1] << 8) | (bgra[i + 2] << 16));
+    return colours.size();
+  }
+  std::uint32_t colourAt(std::uint32_t x, std::uint32_t yTop) const {
+    const std::size_t at = (static_cast<std::size_t>(yTop) * header.width + x) * 4;
+    return bgra[at] | (bgra[at + 1] << 8) | (bgra[at + 2] << 16);
+  }
+};
+
+std::optional<SeenFrame> mapFrame(const ViewportClientLine& line) {
+  if (!line.surfaceId || !line.frameIndex)
+    return std::nullopt;
+  const int fd = ::shm_open(wire::sharedSurfaceName(*line.surfaceId).c_str(), O_RDONLY, 0);
+  if (fd < 0)
+    return std::nullopt;
+  SeenFrame frame;
+  frame.index = *line.frameIndex;
+  frame.surfaceId = *line.surfaceId;
+  if (::pread(fd, &frame.header, sizeof frame.header, 0) != sizeof frame.header) {
+    ::close(fd);
+    return std::nullopt;
+  }
+  const std::size_t bytes = static_cast<std::size_t>(frame.header.rowBytes) * frame.header.height;
+  void* mapping =
+      ::mmap(nullptr, wire::kSharedSurfaceHeaderBytes + bytes, PROT_READ, MAP_SHARED, fd, 0);
+  ::close(fd);
+  if (mapping == MAP_FAILED)
+    return std::nullopt;
+  const auto* pixels = static_cast<const std::uint8_t*>(mapping) + wire::kSharedSurfaceHeaderBytes;
+  for (std::uint32_t row = 0; row < frame.header.height; ++row) {
+    const std::uint8_t* start = pixels + static_cast<std::size_t>(row) * frame.header.rowBytes;
+    frame.bgra.insert(frame.bgra.end(), start, start + frame.header.width * 4);
+  }
+  ::munmap(mapping, wire::kSharedSurfaceHeaderBytes + bytes);
+  return frame;
+}
+
+// The runtime and the client, started as the editor starts them.
+class ViewportPair {
+ public:
+  ViewportPair() : address_("127.0.0.1:" + std::to_string(freePort())) {
+    runtime_ = std::make_unique<HelperProcess>(
+        kRuntime, std::vector<std::string>{"--address", address_, "--parent-pid",
+                                           std::to_string(::getpid())});
+    const std::optional<std::string> ready = runtime_->readLine(30s);
+    EXPECT_TRUE(ready && ready->find("Viewport server listening") != std::string::npos)
+        << ready.value_or("<nothing>");
+    client_ = std::make_unique<HelperProcess>(
+        kClient, std::vector<std::string>{"--address", address_, "--json-lines"});
+  }
+
+  HelperProcess& client() { return *client_; }
+  HelperProcess& runtime() { return *runtime_; }
+  const std::string& address() const { return address_; }
+
+  void send(const std::string& line) { ASSERT_TRUE(client_->write(line + "\n")); }
+
+  // The next line of the given type; the lines before it are kept in `skipped`.
+  std::optional<ViewportClientLine> next(const std::string& type,
+                                         std::chrono::milliseconds timeout = 30s) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (std::chrono::steady_clock::now() < deadline) {
+      const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+          deadline - std::chrono::steady_clock::now());
+      const std::optional<std::string> text = client_->readLine(left);
+      if (!text)
+        return std::nullopt;
+      auto decoded = editor::decodeJson<ViewportClientLine>(*text);
+      EXPECT_TRUE(decoded.ok()) << *text;
+      if (!decoded.ok())
+        continue;
+      if (decoded->type == type)
+        return *decoded;
+      skipped.push_back(*decoded);
+    }
+    return std::nullopt;
+  }
+
+  std::optional<SeenFrame> nextFrame(std::chrono::milliseconds timeout = 30s) {
+    const std::optional<ViewportClientLine> line = next("frame", timeout);
+    if (!line)
+      return std::nullopt;
+    EXPECT_EQ(line->pixelFormat, std::optional<std::string>("bgra8"));
+    return mapFrame(*line);
+  }
+  void acknowledge(const SeenFrame& frame) {
+    send("frame-ack|" + std::to_string(frame.index) + "|" + std::to_string(frame.surfaceId));
+  }
+  bool statusSaid(const std::string& words) const {
+    for (const ViewportClientLine& line : skipped) {
+      if (line.type == "status" && line.message && line.message->find(words) != std::string::npos)
+        return true;
+    }
+    return false;
+  }
+
+  std::vector<ViewportClientLine> skipped;
+
+ private:
+  std::string address_;
+  std::unique_ptr<HelperProcess> runtime_;
+  std::unique_ptr<HelperProcess> client_;
+};
+
+std::string openLine(const std::string& scene, const std::string& address, int width, int height,
+                     const std::string& token = "") {
+  return "open|" + scene + "|" + address + "|test-viewport|" + std::to_string(width) + "|" +
+         std::to_string(height) + "|1.0|1|0|||main|" + token + "||1|0";
+}
+
+class ViewportEndToEndTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    base_ = fs::temp_directory_path() / ("orvan_viewport_e2e_" + std::to_string(::getpid()));
+    fs::remove_all(base_);
+    fs::create_directories(base_);
+    base_ = fs::canonical(base_);
+  }
+  void TearDown() override { fs::remove_all(base_); }
+
+  fs::path base_;
+};
+
+TEST_F(ViewportEndToEndTest, FramesShowTheServedSceneFollowItsEditsPickAndWaitForAcknowledgements) {
+  fs::copy(ORVAN_DEMO_DIR, base_ / "demo", fs::copy_options::recursive);
+  fs::remove_all(base_ / "demo/.orvan");
+  // The server wants a bearer; the runtime has it from the open line only.
+  const std::string token = "e2e-token";
+  HelperProcess server(kServer,
+                       {"--project", (base_ / "demo").string(), "--port", "0", "--state-dir",
+                        (base_ / "state").string()},
+                       {{"ORVAN_SERVER_TOKEN", token}});
+  const std::optional<std::string> listening = server.readLine(30s);
+  const std::string prefix = "listening on http://127.0.0.1:";
+  ASSERT_TRUE(listening && listening->starts_with(prefix)) << listening.value_or("<nothing>");
+  const int serverPort = std::stoi(listening->substr(prefix.size()));
+  const std::string address = "grpc://127.0.0.1:" + std::to_string(serverPort);
+  const std::string scene = (base_ / "demo/hello_world.usda").string();
+
+  // The layers endpoint answers the scene's layers as text at its revision.
+  httplib::Client http("127.0.0.1", serverPort);
+  const std::string layersPath = "/api/layers?scene=" + httplib::detail::encode_query_param(scene);
+  EXPECT_EQ(http.Get(layersPath)->status, 401);
+  const httplib::Headers bearer{{"Authorization", "Bearer " + token}};
+  const auto layers = http.Get(layersPath, bearer);
+  ASSERT_TRUE(layers);
+  ASSERT_EQ(layers->status, 200) << layers->body.substr(0, 300);
+  auto answer = editor::decodeJson<editor::SceneLayersResponse>(layers->body);
+  ASSERT_TRUE(answer.ok());
+  EXPECT_EQ(answer->root, scene);
+  std::set<std::string> names;
+  for (const editor::SceneLayerText& layer : answer->layers)
+    names.insert(fs::path(layer.identifier).filename().string());
+  EXPECT_TRUE(names.contains("hello_world.usda"));
+  EXPECT_TRUE(names.contains("hello_world_lighting.usda"));
+  EXPECT_EQ(http.Get("/api/layers?scene=nowhere.usda", bearer)->status, 404);
+
+  ViewportPair viewport;
+  constexpr int kWidth = 320;
+  constexpr int kHeight = 240;
+  viewport.send(openLine(scene, address, kWidth, kHeight, token));
+  std::optional<SeenFrame> first = viewport.nextFrame();
+  ASSERT_TRUE(first);
+  EXPECT_EQ(first->header.magic, wire::kSharedSurfaceMagic);
+  EXPECT_EQ(first->header.width, static_cast<std::uint32_t>(kWidth));
+  EXPECT_EQ(first->header.height, static_cast<std::uint32_t>(kHeight));
+  EXPECT_EQ(first->header.frameIndex, first->index);
+  EXPECT_GT(first->distinctColours(), 20u);  // the scene, not a cleared picture
+  viewport.acknowledge(*first);
+
+  // A click on the scene picks a prim; one on the empty sky above it picks nothing.
+  viewport.send("down|160.0|100.0|0|0");
+  viewport.send("up|160.0|100.0|0|0");
+  const std::optional<ViewportClientLine> picked = viewport.next("selection");
+  ASSERT_TRUE(picked && picked->entityPaths);
+  ASSERT_EQ(picked->entityPaths->size(), 1u);
+  EXPECT_TRUE(picked->entityPaths->front().starts_with("/World/"));
+  viewport.send("down|2.0|238.0|0|0");
+  viewport.send("up|2.0|238.0|0|0");
+  const std::optional<ViewportClientLine> missed = viewport.next("selection");
+  ASSERT_TRUE(missed && missed->entityPaths);
+  EXPECT_TRUE(missed->entityPaths->empty());
+  // A drag is not a click: it orbits and selects nothing.
+  viewport.send("down|100.0|100.0|2|0");
+  viewport.send("move|140.0|110.0|2|0");
+  viewport.send("up|140.0|110.0|2|0");
+  std::optional<SeenFrame> orbited = viewport.nextFrame();
+  ASSERT_TRUE(orbited);
+  EXPECT_NE(orbited->bgra, first->bgra);
+  viewport.acknowledge(*orbited);
+
+  // An edit through the server moves the red cube: a later frame shows it elsewhere.
+  const testing::HelperRun edit = testing::runHelper(
+      kEditClient,
+      {"--json", "--author", "Tester", "--workspace", "main", "--client-id", "e2e", "--scene",
+       scene, address, std::to_string(answer->revision), "--component-op", "set", "/World/RedCube",
+       "Transform", "translation", "0,4,0"},
+      {{"ORVAN_AUTH_TOKEN", token}});
+  ASSERT_EQ(edit.exitCode, 0) << edit.errorText << (edit.lines.empty() ? "" : edit.lines[0]);
+  std::optional<SeenFrame> edited = viewport.nextFrame();
+  ASSERT_TRUE(edited);
+  EXPECT_NE(edited->bgra, orbited->bgra);
+  viewport.acknowledge(*edited);
+
+  // Without acknowledgements at most three frames are out; one acknowledgement lets one more go.
+  std::vector<SeenFrame> held;
+  for (int i = 0; i < 8; ++i) {
+    viewport.send("gesture|orbit|4.0|0.0");
+    if (held.size() < 3) {
+      std::optional<SeenFrame> frame = viewport.nextFrame();
+      ASSERT_TRUE(frame);
+      held.push_back(*frame);
+    }
+  }
+  EXPECT_FALSE(viewport.next("frame", 1500ms)) << "a fourth frame went out unacknowledged";
+  viewport.acknowledge(held[1]);
+  std::optional<SeenFrame> released = viewport.nextFrame(10s);
+  ASSERT_TRUE(released);
+  EXPECT_EQ(released->surfaceId, held[1].surfaceId);  // written into the surface just freed
+
+  // The free camera answers where it is.
+  viewport.send("camera-query");
+  const std::optional<ViewportClientLine> camera = viewport.next("freeCameraState");
+  ASSERT_TRUE(camera);
+  EXPECT_TRUE(camera->targetX && camera->yaw && camera->distance);
+
+  // The end of the input ends the client; SIGTERM ends the runtime and its surfaces go.
+  viewport.client().closeInput();
+  EXPECT_EQ(viewport.client().wait(10s), 0);
+  ::kill(viewport.runtime().pid(), SIGTERM);
+  EXPECT_EQ(viewport.runtime().wait(10s), 0);
+  EXPECT_FALSE(fs::exists("/dev/shm" + wire::sharedSurfaceName(held[0].surfaceId)));
+}
+
+TEST_F(ViewportEndToEndTest, OnTheDiskTheRuntimeFollowsTheFileAndSurvivesAnUnreadableScene) {
+  const fs::path scene = base_ / "scene.usda";
+  const auto writeScene = [&scene](const std::string& colour) {
+    std::ofstream(scene, std::ios::trunc) << "#usda 1.0\ndef Cube \"Box\"\n{\n    double size = 2\n"
+                                             "    color3f[] primvars:displayColor = ["
+                                          << colour << "]\n}\n";
+  };
+  writeScene("(1, 0, 0)");
+  ViewportPair viewport;
+  viewport.send("bogus|line");
+  viewport.send(openLine(scene.string(), "", 64, 48));
+  std::optional<SeenFrame> red = viewport.nextFrame();
+  ASSERT_TRUE(red);
+  EXPECT_TRUE(viewport.statusSaid("ignored input line: unknown line 'bogus'"));
+  viewport.acknowledge(*red);
+  const std::uint32_t centre = red->colourAt(32, 24);
+  EXPECT_GT((centre >> 16) & 0xff, (centre >> 8) & 0xff);  // red beats green
+
+  std::this_thread::sleep_for(1100ms);  // a new modification time even on coarse clocks
+  writeScene("(0, 1, 0)");
+  std::optional<SeenFrame> green = viewport.nextFrame(10s);
+  ASSERT_TRUE(green);
+  const std::uint32_t now = green->colourAt(32, 24);
+  EXPECT_GT((now >> 8) & 0xff, (now >> 16) & 0xff);  // green beats red
+  viewport.acknowledge(*green);
+
+  // A change that breaks the file is reported and the last good state stays on screen.
+  std::this_thread::sleep_for(1100ms);
+  std::ofstream(scene, std::ios::trunc) << "#usda 1.0\ndef Cube \"Box\"\n{\n    double size = (\n";
+  const std::optional<ViewportClientLine> broken = viewport.next("status", 10s);
+  ASSERT_TRUE(broken && broken->message);
+  EXPECT_NE(broken->message->find("cannot show the scene"), std::string::npos) << *broken->message;
+  viewport.send("gesture|orbit|0.5|0.0");
+  std::optional<SeenFrame> kept = viewport.nextFrame(10s);
+  ASSERT_TRUE(kept);
+  const std::uint32_t still = kept->colourAt(32, 24);
+  EXPECT_GT((still >> 8) & 0xff, (still >> 16) & 0xff);  // still the green box
+  viewport.acknowledge(*kept);
+
+  // A line of more than 1 MiB is refused by itself; the client goes on.
+  viewport.send("selection|/" + std::string(std::size_t{1} << 20, 'x'));
+  viewport.send("camera-query");
+  ASSERT_TRUE(viewport.next("freeCameraState"));
+  EXPECT_TRUE(viewport.statusSaid("longer than 1048576 bytes"));
+
+  // A scene that cannot be read: a status line that says why, and an empty frame.
+  viewport.send(openLine((base_ / "missing.usda").string(), "", 64, 48));
+  const std::optional<ViewportClientLine> status = viewport.next("status");
+  ASSERT_TRUE(status && status->message);
+  EXPECT_NE(status->message->find("missing.usda"), std::string::npos) << *status->message;
+  std::optional<SeenFrame> empty = viewport.nextFrame();
+  ASSERT_TRUE(empty);
+  EXPECT_EQ(empty->distinctColours(), 1u);
+}
+
+TEST_F(ViewportEndToEndTest,
+       TheClientReportsAnUnreachableRuntimeAndReachesItWhenItComesAndComesBack) {
+  const std::string address = "127.0.0.1:" + std::to_string(freePort());
+  HelperProcess client(kClient, {"--address", address, "--json-lines"});
+  const std::optional<std::string> first = client.readLine(10s);
+  ASSERT_TRUE(first);
+  EXPECT_NE(first->find("viewport runtime not reachable at " + address), std::string::npos)
+      << *first;
+  const fs::path scene = base_ / "scene.usda";
+  std::ofstream(scene) << "#usda 1.0\ndef Cube \"Box\"\n{\n}\n";
+  // The open line given while the runtime is down goes to it once it listens.
+  ASSERT_TRUE(client.write(openLine(scene.string(), "", 32, 32) + "\n"));
+  HelperProcess runtime(kRuntime,
+                        {"--address", address, "--parent-pid", std::to_string(::getpid())});
+  ASSERT_TRUE(runtime.readLine(30s));
+  bool framed = false;
+  while (const std::optional<std::string> line = client.readLine(30s)) {
+    if (line->find("\"type\":\"frame\"") != std::string::npos) {
+      framed = true;
+      break;
+    }
+  }
+  EXPECT_TRUE(framed);
+
+  // The runtime restarts: the client says so, reaches the new one and opens the scene again.
+  ::kill(runtime.pid(), SIGTERM);
+  EXPECT_EQ(runtime.wait(10s), 0);
+  HelperProcess restarted(kRuntime,
+                          {"--address", address, "--parent-pid", std::to_string(::getpid())});
+  ASSERT_TRUE(restarted.readLine(30s));
+  bool lost = false;
+  framed = false;
+  while (const std::optional<std::string> line = client.readLine(30s)) {
+    lost = lost || line->find("viewport runtime connection lost") != std::string::npos;
+    if (line->find("\"type\":\"frame\"") != std::string::npos) {
+      framed = true;
+      break;
+    }
+  }
+  EXPECT_TRUE(lost);
+  EXPECT_TRUE(framed);
+  client.closeInput();
+  EXPECT_EQ(client.wait(10s), 0);
+  ::kill(restarted.pid(), SIGTERM);
+  EXPECT_EQ(restarted.wait(10s), 0);
+}
+
+TEST_F(ViewportEndToEndTest, TheRuntimeEndsWithItsParentAndRemovesItsSurfaces) {
+  // A parent that the test can make go away.
+  HelperProcess parent("/bin/sleep", {"600"});
+  ASSERT_TRUE(parent.started());
+  const std::string address = "127.0.0.1:" + std::to_string(freePort());
+  HelperProcess runtime(kRuntime,
+                        {"--address", address, "--parent-pid", std::to_string(parent.pid())});
+  ASSERT_TRUE(runtime.readLine(30s));
+  HelperProcess client(kClient, {"--address", address, "--json-lines"});
+  const fs::path scene = base_ / "scene.usda";
+  std::ofstream(scene) << "#usda 1.0\ndef Cube \"Box\"\n{\n}\n";
+  ASSERT_TRUE(client.write(openLine(scene.string(), "", 16, 16) + "\n"));
+  std::optional<std::uint32_t> surface;
+  while (const std::optional<std::string> line = client.readLine(30s)) {
+    auto decoded = editor::decodeJson<ViewportClientLine>(*line);
+    if (decoded.ok() && decoded->type == "frame") {
+      surface = decoded->surfaceId;
+      break;
+    }
+  }
+  ASSERT_TRUE(surface);
+  EXPECT_TRUE(fs::exists("/dev/shm" + wire::sharedSurfaceName(*surface)));
+  ::kill(parent.pid(), SIGKILL);
+  EXPECT_EQ(parent.wait(5s), -1);  // killed, not exited
+  EXPECT_EQ(runtime.wait(5s), 0);
+  EXPECT_FALSE(fs::exists("/dev/shm" + wire::sharedSurfaceName(*surface)));
+}
+
+}  // namespace
+}  // namespace orvan::engine
