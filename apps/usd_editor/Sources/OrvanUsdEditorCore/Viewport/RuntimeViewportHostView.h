@@ -162,11 +162,11 @@ class RuntimeViewportHostView {
   bool hasWindow() const;
   void launchIfNeeded();
   void startViewportProcess();
-  void markViewportRuntimeReady(const Child* process);
+  void markViewportRuntimeReady(std::uint64_t processId);
   void queueViewportClientLaunchWhenRuntimeReady();
   void startClientProcess();
-  void handleRuntimeExit(const Child* process, ExitStatus status);
-  void handleClientExit(const Child* process, ExitStatus status);
+  void handleRuntimeExit(std::uint64_t processId, ExitStatus status);
+  void handleClientExit(std::uint64_t processId, ExitStatus status);
   bool viewportTransportReady() const;
   bool canSend() const { return viewportTransportReady() && hasSentOpen_; }
   void prepareViewportForSceneSwitch(bool sendClose, bool preserveDisplayedSurface);
@@ -175,13 +175,14 @@ class RuntimeViewportHostView {
   void startFrameWatchdog();
   void stopFrameWatchdog();
   void scheduleWatchdogTick();
+  Duration elapsedSince(TimePoint then) const;
   void checkViewportFrameHealth();
   void scheduleCoalescedResize();
   void sizeChanged();
   void setConnected(bool connected);
   void logViewportDiagnostic(const std::string& key, int limit, std::string_view message);
   void log(std::string_view message) const;
-  std::string resolvedPath(const std::string& path) const;
+  std::function<void(std::string)> threadSafeLog() const;
   bool isRunning(const std::unique_ptr<Child>& child) const;
 
   // Sending.
@@ -203,7 +204,7 @@ class RuntimeViewportHostView {
   void completePendingDrop();
 
   // Reading and frames.
-  void deliverClientOutput();
+  void deliverClientOutput(const std::shared_ptr<ViewportClientOutputAccumulator>& from);
   void handleClientOutput(std::string_view text);
   void handleClientLine(const ViewportClientLine& line,
                         std::optional<ViewportClientLine>& keptFrame);
@@ -222,12 +223,14 @@ class RuntimeViewportHostView {
   BackgroundExecutor* inputQueue_ = nullptr;
   ViewportSurfaceView* view_ = nullptr;
   std::shared_ptr<int> alive_ = std::make_shared<int>(0);
+  std::uint64_t nextChildId_ = 1;
 
   // Scope and mirrored state.
   RuntimeViewportState state_;
   bool isConnected_ = false;
   std::unique_ptr<Child> viewportProcess_;
   std::unique_ptr<Child> clientProcess_;
+  std::shared_ptr<ChildProcess> clientInput_;
   bool viewportRuntimeReady_ = false;
   bool viewportClientLaunchPending_ = false;
   TaskSlot viewportClientReadinessFallback_;
@@ -235,6 +238,7 @@ class RuntimeViewportHostView {
   TimePoint nextViewportClientLaunchAttemptAt_ = TimePoint::min();
   std::shared_ptr<ViewportClientOutputAccumulator> clientOutputAccumulator_;
   std::string clientOutputBuffer_;
+  std::uint64_t clientOutputGeneration_ = 0;
   bool hasSentOpen_ = false;
   bool forceScopeReloadOnNextOpen_ = false;
   bool isShuttingDown_ = false;
@@ -268,6 +272,7 @@ class RuntimeViewportHostView {
   // Frames.
   std::map<std::uint64_t, std::uint32_t> pendingFrameAcknowledgements_;
   std::shared_ptr<const SharedSurface> currentSurface_;
+  std::uint64_t frameEpoch_ = 0;
   std::shared_ptr<OutstandingDrawableCounter> drawablesAwaitingPresentation_ =
       std::make_shared<OutstandingDrawableCounter>();
   std::optional<TimePoint> drawablesSaturatedSince_;
