@@ -16,8 +16,10 @@
 #include <cstring>
 #include <random>
 
+#include "Platform/PosixSharedSurfaceLookup.h"
 #include "QtApplicationEnvironment.h"
 #include "Viewport/RuntimeViewportContainerView.h"
+#include "Viewport/ViewportProtocol.h"
 #include "orvan/wire/SharedSurfaceLayout.h"
 
 namespace orvan::ui {
@@ -32,7 +34,8 @@ class TestSurface {
   TestSurface(int width, int height, std::uint32_t leftBgra, std::uint32_t rightBgra)
       : width_(width), height_(height), rowBytes_(static_cast<std::size_t>(width) * 4 + 64) {
     std::random_device random;
-    name_ = wire::sharedSurfaceName(random());
+    id_ = random();
+    name_ = wire::sharedSurfaceName(id_);
     const int fd = ::shm_open(name_.c_str(), O_CREAT | O_EXCL | O_RDWR, 0600);
     EXPECT_GE(fd, 0);
     bytes_ = wire::kSharedSurfaceHeaderBytes + rowBytes_ * static_cast<std::size_t>(height);
@@ -63,8 +66,10 @@ class TestSurface {
     return static_cast<std::uint8_t*>(mapping_) + wire::kSharedSurfaceHeaderBytes;
   }
   ViewportFramePixels frame() const { return {pixels(), width_, height_, rowBytes_, nullptr}; }
+  std::uint32_t id() const { return id_; }
 
  private:
+  std::uint32_t id_ = 0;
   int width_;
   int height_;
   std::size_t rowBytes_;
@@ -78,7 +83,7 @@ constexpr std::uint32_t kRed = 0xffff0000;
 constexpr std::uint32_t kBlue = 0xff0000ff;
 
 struct PointerCall {
-  ViewportPointerPhase phase;
+  editor::PointerPhase phase;
   double x;
   double y;
   int button;
@@ -92,7 +97,7 @@ class RuntimeViewportContainerViewTest : public ::testing::Test {
     testing::testApplication();
     view_ = std::make_unique<RuntimeViewportContainerView>();
     view_->resize(200, 100);
-    view_->input.pointer = [this](ViewportPointerPhase phase, double x, double y, int button,
+    view_->input.pointer = [this](editor::PointerPhase phase, double x, double y, int button,
                                   unsigned modifiers) {
       pointers_.push_back({phase, x, y, button, modifiers});
     };
@@ -111,10 +116,14 @@ TEST_F(RuntimeViewportContainerViewTest,
   showView();
   EXPECT_FALSE(view_->usesOpenGL()) << "the offscreen platform makes no OpenGL context";
   TestSurface surface(64, 32, kRed, kBlue);
+  editor::PosixSharedSurfaceLookup surfaces;
+  std::shared_ptr<const editor::SharedSurface> mapped = surfaces.lookup(surface.id());
+  ASSERT_TRUE(mapped);
   bool completed = false;
   bool presented = false;
-  ASSERT_TRUE(view_->presentFrame(
-      surface.frame(), [&] { presented = true; }, [&] { completed = true; }));
+  editor::ViewportSurfaceView& port = *view_;
+  ASSERT_TRUE(port.present(
+      mapped, 1.0, [&] { presented = true; }, [&] { completed = true; }));
   EXPECT_FALSE(completed) << "the host hears of it after this call, on the main thread";
   ASSERT_TRUE(testing::processEventsUntil([&] { return completed && presented; }, 2000));
 
@@ -171,13 +180,24 @@ TEST_F(RuntimeViewportContainerViewTest, MouseButtonsAndModifiersBecomePointerCa
   QTest::mouseRelease(view_.get(), Qt::RightButton, Qt::MetaModifier, QPoint(5, 6));
   QTest::mousePress(view_.get(), Qt::MiddleButton, Qt::NoModifier, QPoint(1, 2));
   QTest::mouseRelease(view_.get(), Qt::MiddleButton, Qt::NoModifier, QPoint(1, 2));
-  using P = ViewportPointerPhase;
+  using P = editor::PointerPhase;
   EXPECT_THAT(pointers_,
               ElementsAre(PointerCall{P::down, 10, 20, 0, 1}, PointerCall{P::move, 30, 40, 0, 0},
                           PointerCall{P::up, 30, 40, 0, 1}, PointerCall{P::down, 5, 6, 2, 2 | 4},
                           PointerCall{P::up, 5, 6, 2, 8}, PointerCall{P::down, 1, 2, 1, 0},
                           PointerCall{P::up, 1, 2, 1, 0}));
   EXPECT_TRUE(view_->hasFocus()) << "a press takes the keyboard";
+
+  // The lines the host writes for them, with the view's size and scale.
+  std::vector<std::string> lines;
+  for (const PointerCall& call : pointers_) {
+    const editor::ViewportPixelPoint point = editor::viewportPixelPoint(
+        call.x, call.y, view_->widthPoints(), view_->heightPoints(), *view_->backingScale());
+    lines.push_back(editor::encodePointerLine(call.phase, point, call.button, call.modifiers));
+  }
+  EXPECT_THAT(lines, ElementsAre("down|10.0|80.0|0|1", "move|30.0|60.0|0|0", "up|30.0|60.0|0|1",
+                                 "down|5.0|94.0|2|6", "up|5.0|94.0|2|8", "down|1.0|98.0|1|0",
+                                 "up|1.0|98.0|1|0"));
 
   pointers_.clear();
   QMouseEvent rightDrag(QEvent::MouseMove, QPointF(7, 8), QPointF(7, 8), Qt::NoButton,

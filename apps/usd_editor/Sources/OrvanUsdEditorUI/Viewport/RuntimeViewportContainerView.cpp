@@ -333,6 +333,23 @@ QImage RuntimeViewportContainerView::renderedImage() {
   return grab().toImage();
 }
 
+bool RuntimeViewportContainerView::hasWindow() const {
+  const QWidget* top = window();
+  return top && top->isVisible();
+}
+
+bool RuntimeViewportContainerView::present(std::shared_ptr<const editor::SharedSurface> surface,
+                                           double scale, std::function<void()> presented,
+                                           std::function<void()> completed) {
+  // The frame fills the view whatever its scale: its pixels were rendered for this view's size.
+  (void)scale;
+  if (!surface)
+    return false;
+  const ViewportFramePixels frame{surface->pixels, static_cast<int>(surface->width),
+                                  static_cast<int>(surface->height), surface->rowBytes, surface};
+  return presentFrame(frame, std::move(presented), std::move(completed));
+}
+
 std::optional<double> RuntimeViewportContainerView::screenFramesPerSecond() const {
   const QScreen* current = screen();
   if (!current || current->refreshRate() <= 0)
@@ -390,14 +407,14 @@ void RuntimeViewportContainerView::hideEvent(QHideEvent* event) {
 void RuntimeViewportContainerView::mousePressEvent(QMouseEvent* event) {
   setFocus(Qt::MouseFocusReason);
   const QPointF at = event->position();
-  input.pointer(ViewportPointerPhase::down, at.x(), at.y(), viewportButtonNumber(event->button()),
+  input.pointer(editor::PointerPhase::down, at.x(), at.y(), viewportButtonNumber(event->button()),
                 viewportModifierBits(event->modifiers()));
   event->accept();
 }
 
 void RuntimeViewportContainerView::mouseMoveEvent(QMouseEvent* event) {
   const QPointF at = event->position();
-  input.pointer(ViewportPointerPhase::move, at.x(), at.y(),
+  input.pointer(editor::PointerPhase::move, at.x(), at.y(),
                 viewportDragButtonNumber(event->buttons()),
                 viewportModifierBits(event->modifiers()));
   event->accept();
@@ -405,7 +422,7 @@ void RuntimeViewportContainerView::mouseMoveEvent(QMouseEvent* event) {
 
 void RuntimeViewportContainerView::mouseReleaseEvent(QMouseEvent* event) {
   const QPointF at = event->position();
-  input.pointer(ViewportPointerPhase::up, at.x(), at.y(), viewportButtonNumber(event->button()),
+  input.pointer(editor::PointerPhase::up, at.x(), at.y(), viewportButtonNumber(event->button()),
                 viewportModifierBits(event->modifiers()));
   event->accept();
 }

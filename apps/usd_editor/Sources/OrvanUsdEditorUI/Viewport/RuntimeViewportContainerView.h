@@ -11,6 +11,8 @@
 #include <string>
 #include <vector>
 
+#include "Viewport/RuntimeViewportHostView.h"
+
 class QLabel;
 
 namespace orvan::ui {
@@ -30,10 +32,9 @@ struct ViewportFramePixels {
 // What the view's input becomes: calls on the viewport host, in view points with the origin at
 // the top left. Buttons: 0 left, 1 other, 2 right. Modifiers: 1 shift, 2 control, 4 option (Alt),
 // 8 command (Meta).
-enum class ViewportPointerPhase { move, down, up };
 struct ViewportInputHandlers {
-  std::function<void(ViewportPointerPhase, double x, double y, int button, unsigned modifiers)>
-      pointer = [](ViewportPointerPhase, double, double, int, unsigned) {};
+  std::function<void(editor::PointerPhase, double x, double y, int button, unsigned modifiers)>
+      pointer = [](editor::PointerPhase, double, double, int, unsigned) {};
   std::function<void(bool down, std::uint16_t keyCode, std::string characters, unsigned modifiers)>
       key = [](bool, std::uint16_t, std::string, unsigned) {};
   // "pan", "zoom", "turntable". False: the camera takes no gestures now and the event goes on up.
@@ -57,8 +58,9 @@ double wheelZoomDelta(int angleDeltaY);
 // The surface the viewport's frames are shown on. With OpenGL each frame is uploaded once into a
 // texture (the one copy between shared memory and the screen) and drawn as a quad over the whole
 // view; where no OpenGL context can be made (the offscreen platform), the frame is copied into an
-// image that is painted. Over an empty viewport a short reason says why it is empty.
-class RuntimeViewportContainerView : public QWidget {
+// image that is painted. Over an empty viewport a short reason says why it is empty. It is the
+// surface the viewport host presents on.
+class RuntimeViewportContainerView : public QWidget, public editor::ViewportSurfaceView {
   Q_OBJECT
  public:
   enum class Presentation { automatic, software };
@@ -85,8 +87,20 @@ class RuntimeViewportContainerView : public QWidget {
   // What the screen shows now, for tests and screenshots.
   QImage renderedImage();
 
-  std::optional<double> screenFramesPerSecond() const;
-  std::optional<std::string> screenIdentifier() const;
+  // ---- The host's view of it
+  // Its window is shown.
+  bool hasWindow() const override;
+  bool isVisible() const override { return QWidget::isVisible(); }
+  double widthPoints() const override { return width(); }
+  double heightPoints() const override { return height(); }
+  std::optional<double> backingScale() const override { return devicePixelRatioF(); }
+  // Windows here resize without a live-resize phase; each size is a resize of its own.
+  bool inLiveResize() const override { return false; }
+  std::optional<double> screenFramesPerSecond() const override;
+  std::optional<std::string> screenIdentifier() const override;
+  bool present(std::shared_ptr<const editor::SharedSurface> surface, double scale,
+               std::function<void()> presented, std::function<void()> completed) override;
+  void clear() override { clearFrame(); }
 
  protected:
   void paintEvent(QPaintEvent* event) override;
