@@ -259,7 +259,7 @@ void RuntimeViewportHostView::scheduleCoalescedResize() {
 // --- Supervision ---
 
 void RuntimeViewportHostView::launchIfNeeded() {
-  if (!hasWindow() || state_.sceneLoading || isShuttingDown_)
+  if (!hasWindow() || state_.sceneLoading || isShuttingDown_ || !hasReceivedState_)
     return;
   if (!isRunning(viewportProcess_))
     startViewportProcess();
@@ -621,6 +621,7 @@ void RuntimeViewportHostView::updateHost(RuntimeViewportState state) {
                                selectionChanged || instancedChanged || frameChanged ||
                                previewChanged || anchorsChanged;
   state_ = std::move(state);
+  hasReceivedState_ = true;
   if (isShuttingDown_)
     return;
 
@@ -646,13 +647,17 @@ void RuntimeViewportHostView::updateHost(RuntimeViewportState state) {
     openAndFollow = !hasSentOpen_;
   }
   if (openAndFollow) {
+    const bool wasOpen = hasSentOpen_;
     sendOpenOrResize(false);
-    if (state_.gridVisible)
-      sendViewportGridState();
-    if (canSend())
-      sendSnapSettings();
-    if (state_.rigidBodyShapes)
-      sendRigidBodyDebugState();
+    // An open sent just now has told the grid, snap and rigid-body states already.
+    if (wasOpen || !hasSentOpen_) {
+      if (state_.gridVisible)
+        sendViewportGridState();
+      if (canSend())
+        sendSnapSettings();
+      if (state_.rigidBodyShapes)
+        sendRigidBodyDebugState();
+    }
   }
 
   if (authChanged)
@@ -765,6 +770,9 @@ void RuntimeViewportHostView::sendOpenOrResize(bool force) {
   lastSentPropertyPreviewSerial_ = state_.propertyPreviewSerial;
   sendPropertyPreviews(true);
   sendReviewCommentAnchors(true);
+  // A client that opened after the last update learns these here, not from the update flow.
+  sendViewportGridState();
+  sendSnapSettings();
 }
 
 void RuntimeViewportHostView::sendAuthToken() {

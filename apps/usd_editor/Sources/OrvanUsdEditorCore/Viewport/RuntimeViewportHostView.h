@@ -227,6 +227,8 @@ class RuntimeViewportHostView {
 
   // Scope and mirrored state.
   RuntimeViewportState state_;
+  // Nothing is launched before the editor has told the host its scope once.
+  bool hasReceivedState_ = false;
   bool isConnected_ = false;
   std::unique_ptr<Child> viewportProcess_;
   std::unique_ptr<Child> clientProcess_;
