@@ -324,7 +324,7 @@ void RuntimeViewportContainerView::setReasonText(const QString& text) {
 }
 
 QString RuntimeViewportContainerView::reasonText() const {
-  return reason_->isVisible() ? reason_->text() : QString();
+  return reason_->isHidden() ? QString() : reason_->text();
 }
 
 QImage RuntimeViewportContainerView::renderedImage() {
