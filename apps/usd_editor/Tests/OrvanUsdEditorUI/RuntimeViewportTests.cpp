@@ -7,10 +7,11 @@
 
 #include "Application/EditorModel.h"
 #include "EditorWindow.h"
-#include "OrvanUsdEditorCore/Viewport/ViewportHostFakes.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
+#include "Platform/ProcessLauncher.h"
 #include "Platform/SecretStore.h"
+#include "Platform/SharedSurfaceLookup.h"
 #include "QtApplicationEnvironment.h"
 #include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
@@ -25,6 +26,96 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+
+// The viewport's two children, spoken for by the test: what the host writes is kept, what the
+// child would print is handed to the host's line handler.
+struct ScriptedChild {
+  editor::ProcessLaunchOptions options;
+  bool running = true;
+  bool stdinClosed = false;
+  std::string stdinBytes;
+
+  std::vector<std::string> lines() const {
+    std::vector<std::string> out;
+    std::size_t start = 0;
+    for (std::size_t end; (end = stdinBytes.find('\n', start)) != std::string::npos;
+         start = end + 1)
+      out.push_back(stdinBytes.substr(start, end - start));
+    return out;
+  }
+  void emitStdout(const std::string& line) { options.standardOutput.onLine({line, false, false}); }
+};
+
+class ScriptedChildProcess final : public editor::ChildProcess {
+ public:
+  explicit ScriptedChildProcess(std::shared_ptr<ScriptedChild> child) : child_(std::move(child)) {}
+  int processId() const override { return 4242; }
+  editor::Status writeStdin(std::string_view bytes) override {
+    if (child_->stdinClosed)
+      return editor::Error::editor(32, "Broken pipe");
+    child_->stdinBytes.append(bytes);
+    return editor::okStatus();
+  }
+  void closeStdin() override { child_->stdinClosed = true; }
+  editor::Result<std::string> readStdout(std::size_t) override { return std::string(); }
+  std::string capturedStdout() const override { return {}; }
+  std::string capturedStderr() const override { return {}; }
+  bool isRunning() const override { return child_->running; }
+  editor::ExitStatus waitForExit() override { return editor::ExitStatus::exited(0); }
+  std::optional<editor::ExitStatus> exitStatus() const override { return std::nullopt; }
+  void terminate(Duration) override { child_->running = false; }
+
+ private:
+  std::shared_ptr<ScriptedChild> child_;
+};
+
+class ScriptedLauncher final : public editor::ProcessLauncher {
+ public:
+  std::vector<std::shared_ptr<ScriptedChild>> launched;
+
+  editor::Result<std::unique_ptr<editor::ChildProcess>> launch(
+      editor::ProcessLaunchOptions options) override {
+    auto child = std::make_shared<ScriptedChild>();
+    child->options = std::move(options);
+    launched.push_back(child);
+    return std::unique_ptr<editor::ChildProcess>(std::make_unique<ScriptedChildProcess>(child));
+  }
+  editor::Result<editor::ProcessOutput> runToCompletion(editor::ProcessLaunchOptions) override {
+    return editor::Error::editor(kLaunchFailedCode, "not used");
+  }
+  bool isExecutableFile(const std::string&) const override { return true; }
+  std::vector<std::shared_ptr<ScriptedChild>> startedFrom(const std::string& path) const {
+    std::vector<std::shared_ptr<ScriptedChild>> out;
+    for (const auto& child : launched) {
+      if (child->options.executablePath == path)
+        out.push_back(child);
+    }
+    return out;
+  }
+};
+
+// Grey surfaces by identifier.
+class GreySurfaces final : public editor::SharedSurfaceLookup {
+ public:
+  void add(std::uint32_t id, std::uint32_t width, std::uint32_t height) {
+    pixels_.emplace_back(std::size_t{width} * height * 4, std::uint8_t{0x80});
+    surfaces_[id] = std::make_shared<editor::SharedSurface>(
+        editor::SharedSurface{id, width, height, width * 4, pixels_.back().data()});
+  }
+  std::shared_ptr<const editor::SharedSurface> lookup(std::uint32_t id) override {
+    const auto found = surfaces_.find(id);
+    return found == surfaces_.end() ? nullptr : found->second;
+  }
+
+ private:
+  std::map<std::uint32_t, std::shared_ptr<const editor::SharedSurface>> surfaces_;
+  std::vector<std::vector<std::uint8_t>> pixels_;
+};
+
+class InlineExecutor final : public editor::BackgroundExecutor {
+ public:
+  void post(editor::Closure closure) override { closure(); }
+};
 
 constexpr const char* kRuntime = "/opt/orvan/orvan_runtime_viewport";
 constexpr const char* kClient = "/opt/orvan/orvan_viewport_client";
@@ -62,7 +153,6 @@ class RuntimeViewportTest : public ::testing::Test {
  protected:
   void SetUp() override {
     testing::testApplication();
-    launcher_.executables = {kRuntime, kClient};
     configuration_.projectServerURL = "";
     configuration_.localMode = true;
     configuration_.inspectorPath = ORVAN_FAKE_INSPECTOR_PATH;
@@ -99,7 +189,7 @@ class RuntimeViewportTest : public ::testing::Test {
     }
   }
   // Shows the window; the runtime starts, says it listens, and the client opens the scene.
-  std::shared_ptr<editor::testing::FakeChild> openClient() {
+  std::shared_ptr<ScriptedChild> openClient() {
     window_->show();
     EXPECT_TRUE(QTest::qWaitForWindowExposed(window_.get()));
     settle();
@@ -107,7 +197,7 @@ class RuntimeViewportTest : public ::testing::Test {
     EXPECT_EQ(runtimes.size(), 1u);
     if (runtimes.empty())
       return nullptr;
-    runtimes.front()->emitStdout("Viewport server listening\n");
+    runtimes.front()->emitStdout("Viewport server listening");
     settle();
     const auto clients = launcher_.startedFrom(kClient);
     EXPECT_EQ(clients.size(), 1u);
@@ -122,9 +212,9 @@ class RuntimeViewportTest : public ::testing::Test {
   editor::PosixProcessLauncher processes_;
   editor::testing::FakeHttpClient http_{scheduler_};
   std::unique_ptr<editor::EditorModel> model_;
-  editor::testing::FakeProcessLauncher launcher_;
-  editor::testing::FakeSurfaceLookup surfaces_;
-  editor::testing::InlineExecutor inputQueue_;
+  ScriptedLauncher launcher_;
+  GreySurfaces surfaces_;
+  InlineExecutor inputQueue_;
   std::unique_ptr<QWidget> window_;
   std::unique_ptr<RuntimeViewport> viewport_;
 };
@@ -150,16 +240,14 @@ TEST_F(RuntimeViewportTest, TheModelsStateReachesTheViewportAndItsAnswersReachTh
   settle();
   EXPECT_EQ(client->lines().back(), "selection|/World/B|/World/A");
   // ...and one made in the viewport selects in the hierarchy.
-  client->emitStdout(R"({"type":"selection","entityPaths":["/World/A"]})"
-                     "\n");
+  client->emitStdout(R"({"type":"selection","entityPaths":["/World/A"]})");
   settle();
   EXPECT_EQ(model_->session.sceneSelection.get().paths, std::vector<std::string>{"/World/A"});
   EXPECT_EQ(model_->session.sceneSelection.get().primaryPath, "/World/A");
 
   // A frame: shown, the reason goes, the surface is acknowledged once it was copied.
   surfaces_.add(7, 40, 30);
-  client->emitStdout(R"({"type":"frame","frameIndex":1,"surfaceId":7,"widthPx":40,"heightPx":30})"
-                     "\n");
+  client->emitStdout(R"({"type":"frame","frameIndex":1,"surfaceId":7,"widthPx":40,"heightPx":30})");
   settle();
   ASSERT_TRUE(testing::processEventsUntil(
       [&] {
@@ -175,8 +263,7 @@ TEST_F(RuntimeViewportTest, TheModelsStateReachesTheViewportAndItsAnswersReachTh
   // The end of a gizmo drag becomes a transform commit of the model.
   client->emitStdout(
       R"({"type":"transformCommit","entityPath":"/World/A","propertyName":"translation",)"
-      R"("values":[1,2,3],"previewSessionId":"s1","final":true,"duplicateRequested":false})"
-      "\n");
+      R"("values":[1,2,3],"previewSessionId":"s1","final":true,"duplicateRequested":false})");
   settle();
   EXPECT_TRUE(model_->viewportGizmo.lastViewportTransformActivity.has_value());
   EXPECT_EQ(model_->propertyDrafts.drafts.get().at("/World/A").at("Transform|translation"),
