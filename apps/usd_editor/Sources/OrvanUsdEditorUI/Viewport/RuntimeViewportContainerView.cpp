@@ -4,6 +4,7 @@
 #include <QLabel>
 #include <QMouseEvent>
 #include <QNativeGestureEvent>
+#include <QOffscreenSurface>
 #include <QOpenGLBuffer>
 #include <QOpenGLContext>
 #include <QOpenGLFunctions>
@@ -31,9 +32,48 @@ void postToMain(QObject* context, std::function<void()> callback) {
     QTimer::singleShot(0, context, std::move(callback));
 }
 
-bool canMakeOpenGLContext() {
-  QOpenGLContext probe;
-  return probe.create();
+// Whether frames go through OpenGL, and the renderer's name when a context could be made.
+struct OpenGLProbe {
+  bool context = false;
+  std::string renderer;
+  bool softwareRenderer() const {
+    const QString name = QString::fromStdString(renderer).toLower();
+    return name.contains("llvmpipe") || name.contains("softpipe") || name.contains("software");
+  }
+};
+
+OpenGLProbe probeOpenGL() {
+  OpenGLProbe probe;
+  QOpenGLContext context;
+  if (!context.create())
+    return probe;
+  probe.context = true;
+  QOffscreenSurface surface;
+  surface.setFormat(context.format());
+  surface.create();
+  if (context.makeCurrent(&surface)) {
+    if (const auto* name = context.functions()->glGetString(GL_RENDERER))
+      probe.renderer = reinterpret_cast<const char*>(name);
+    context.doneCurrent();
+  }
+  return probe;
+}
+
+bool usesOpenGLFor(RuntimeViewportContainerView::Presentation presentation) {
+  using Presentation = RuntimeViewportContainerView::Presentation;
+  if (presentation == Presentation::software)
+    return false;
+  const OpenGLProbe probe = probeOpenGL();
+  if (!probe.context) {
+    spdlog::info("OrvanUsdEditor: viewport frames are painted without OpenGL (no context)");
+    return false;
+  }
+  if (presentation == Presentation::automatic && probe.softwareRenderer()) {
+    spdlog::info("OrvanUsdEditor: viewport frames are painted without OpenGL (renderer {})",
+                 probe.renderer);
+    return false;
+  }
+  return true;
 }
 
 // Shared memory rows, top first, become texture rows 0 up; the quad puts row 0 at the top.
@@ -262,11 +302,8 @@ RuntimeViewportContainerView::RuntimeViewportContainerView(QWidget* parent,
   setFocusPolicy(Qt::StrongFocus);
   setMouseTracking(true);
   setMinimumSize(1, 1);
-  if (presentation == Presentation::automatic && canMakeOpenGLContext()) {
+  if (usesOpenGLFor(presentation))
     glSurface_ = new ViewportGlSurface(this);
-  } else {
-    spdlog::info("OrvanUsdEditor: viewport frames are painted without OpenGL (no context)");
-  }
   reason_ = new QLabel(this);
   reason_->setObjectName("ViewportReason");
   reason_->setAlignment(Qt::AlignCenter);
@@ -328,8 +365,6 @@ QString RuntimeViewportContainerView::reasonText() const {
 }
 
 QImage RuntimeViewportContainerView::renderedImage() {
-  if (glSurface_)
-    return glSurface_->grabFramebuffer();
   return grab().toImage();
 }
 

@@ -57,13 +57,17 @@ double wheelZoomDelta(int angleDeltaY);
 
 // The surface the viewport's frames are shown on. With OpenGL each frame is uploaded once into a
 // texture (the one copy between shared memory and the screen) and drawn as a quad over the whole
-// view; where no OpenGL context can be made (the offscreen platform), the frame is copied into an
-// image that is painted. Over an empty viewport a short reason says why it is empty. It is the
-// surface the viewport host presents on.
+// view; where no OpenGL context can be made (the offscreen platform), or where OpenGL is itself a
+// software rasterizer, the frame is copied into an image that is painted: on such a machine the
+// window's OpenGL composition costs far more than the paint (see RuntimeViewportPaneBenchmark).
+// Over an empty viewport a short reason says why it is empty. It is the surface the viewport host
+// presents on.
 class RuntimeViewportContainerView : public QWidget, public editor::ViewportSurfaceView {
   Q_OBJECT
  public:
-  enum class Presentation { automatic, software };
+  // automatic: OpenGL on a hardware renderer, else the image; opengl: OpenGL whenever a context
+  // can be made; software: always the image.
+  enum class Presentation { automatic, opengl, software };
   explicit RuntimeViewportContainerView(QWidget* parent = nullptr,
                                         Presentation presentation = Presentation::automatic);
   ~RuntimeViewportContainerView() override;
