@@ -27,7 +27,7 @@ struct SharedSurfaceHeader {
   std::uint32_t height = 0;  // pixels
   std::uint32_t rowBytes = 0;
   std::uint32_t format = kSharedSurfaceFormatBgra8;
-  std::uint32_t ownerPid = 0;  // the process that created and will unlink it
+  std::uint32_t ownerPid = 0;       // the process that created and will unlink it
   std::uint32_t capacityBytes = 0;  // pixel bytes the object can hold after the header
   std::uint64_t frameIndex = 0;     // the frame last written into it
   std::uint8_t reserved[24] = {};

@@ -459,6 +459,8 @@ void RuntimeViewportHostView::handleClientExit(std::uint64_t processId, ExitStat
   clientProcess_.reset();
   clientInput_.reset();
   hasSentOpen_ = false;
+  // Its frames died with it; the next client starts its own count.
+  pendingFrameAcknowledgements_.clear();
   std::weak_ptr<int> alive = alive_;
   main_.postAfter(kRelaunchDelay, [this, alive] {
     if (alive.lock())

@@ -9,8 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "../Viewport/ViewportHostFakes.h"
 #include "Support/ManualScheduler.h"
-#include "Viewport/ViewportHostFakes.h"
 #include "Viewport/ViewportProtocol.h"
 
 #define FUZZ_CHECK(condition)                                                                \

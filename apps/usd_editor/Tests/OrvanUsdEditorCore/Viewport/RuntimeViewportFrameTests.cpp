@@ -237,6 +237,42 @@ TEST_F(ViewportFrameTest, ASwitchAcknowledgesWhatIsStillOnRecord) {
   EXPECT_THAT(connectionChanges, ElementsAre(true, false));
 }
 
+TEST_F(ViewportFrameTest, AnExitedClientsFramesAreNotAcknowledgedToItsSuccessor) {
+  emit(frameLine(1, 7));
+  client()->exit(ExitStatus::exited(1));
+  scheduler.advanceBy(500ms);
+  ASSERT_EQ(clientCount(), 2u);
+  readLines();
+  RuntimeViewportState next = state();
+  next.configuration.scenePath = "scenes/b.usda";
+  host->updateHost(next);
+  scheduler.advanceBy(1s);
+  for (const std::string& line : readLines())
+    EXPECT_FALSE(line.starts_with("frame-ack|")) << line;
+}
+
+TEST_F(ViewportFrameTest, TimingLogsMeasureThePresentationRateAndTheFirstFrameOfASimulation) {
+  makeHost({}, true);
+  openStream();
+  RuntimeViewportState playing = state();
+  playing.simulationPlaying = true;
+  playing.simulationCommandSerial = 4;
+  host->updateHost(playing);
+  view.completeAtOnce = true;
+  for (int frame = 1; frame <= 122; ++frame) {
+    emit(R"({"type":"frame","frameIndex":)" + std::to_string(frame) +
+         R"(,"surfaceId":7,"simulationCommandSerial":)" + std::to_string(frame < 3 ? 3 : 4) +
+         "}\n");
+    scheduler.advanceBy(std::chrono::microseconds(16667));
+  }
+  EXPECT_EQ(countLogsStartingWith("first-frame-presented serial=4 state=playing elapsed_ms=33.3"),
+            1)
+      << "the first frame that carries the command, once";
+  EXPECT_EQ(countLogsStartingWith("Velk viewport timing presentation fps 60.0 avg-ms 16.667 "
+                                  "min-ms 16.667 max-ms 16.667"),
+            1);
+}
+
 TEST_F(ViewportFrameTest, ClientLinesReachTheEditorsCallbacks) {
   emit(
       R"({"type":"selection","entityPaths":["/World/A","/World/B"]})"

@@ -28,7 +28,7 @@ class ViewportHostTest : public ::testing::Test {
     makeHost();
   }
 
-  void makeHost(std::map<std::string, std::string> environment = {}) {
+  void makeHost(std::map<std::string, std::string> environment = {}, bool timing = false) {
     RuntimeViewportHostOptions options;
     options.log = [this](std::string_view message) { logs.emplace_back(message); };
     options.inputQueue = &inputQueue;
@@ -40,8 +40,8 @@ class ViewportHostTest : public ::testing::Test {
         return std::nullopt;
       return found->second;
     };
-    options.timingLogsEnabled = false;
-    options.playTimingEnabled = false;
+    options.timingLogsEnabled = timing;
+    options.playTimingEnabled = timing;
     host = std::make_unique<RuntimeViewportHostView>(scheduler, launcher, surfaces, options);
   }
 
