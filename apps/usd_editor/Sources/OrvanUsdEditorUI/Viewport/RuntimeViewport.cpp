@@ -93,7 +93,6 @@ editor::RuntimeViewportState runtimeViewportState(const editor::EditorModel& mod
   }
   // One selection for the hierarchy and the viewport.
   state.selectedPaths = model.session.sceneSelection.get().paths;
-  state.instancedPrimPaths = instancedPrimPaths(model.currentStage());
   return state;
 }
 
@@ -179,6 +178,12 @@ void RuntimeViewport::updateHost() {
   if (shutDown_)
     return;
   editor::RuntimeViewportState state = runtimeViewportState(model_);
+  // The instance roots change with the stage only; a large stage is not walked on every update.
+  if (const auto stage = model_.stage.get(); stage != instancedPathsStage_) {
+    instancedPathsStage_ = stage;
+    instancedPrimPaths_ = instancedPrimPaths(stage->stage());
+  }
+  state.instancedPrimPaths = instancedPrimPaths_;
   state.onConnectionChanged = [this](bool) { updateReason(); };
   state.onSelection = [this](std::vector<std::string> paths) {
     if (paths.empty()) {

@@ -4,6 +4,7 @@
 #include <QString>
 
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "Foundation/Observable.h"
@@ -13,6 +14,7 @@ class QWidget;
 
 namespace orvan::editor {
 class EditorModel;
+class PreparedStage;
 class ProcessLauncher;
 class SharedSurfaceLookup;
 }  // namespace orvan::editor
@@ -21,8 +23,8 @@ namespace orvan::ui {
 
 class RuntimeViewportContainerView;
 
-// What the host is told about the model, without the callbacks: the place, whether the viewport
-// may run, the view controls, the selection and the property previews.
+// What the host is told about the model, without the callbacks and the instance roots: the
+// place, whether the viewport may run, the view controls, the selection and the previews.
 editor::RuntimeViewportState runtimeViewportState(const editor::EditorModel& model);
 // The words over an empty viewport: why nothing shows yet.
 QString viewportReasonText(const editor::EditorModel& model, bool connected);
@@ -59,6 +61,8 @@ class RuntimeViewport final : public QObject {
   bool updateScheduled_ = false;
   bool shutDown_ = false;
   std::vector<editor::Subscription> subscriptions_;
+  std::shared_ptr<const editor::PreparedStage> instancedPathsStage_;
+  std::vector<std::string> instancedPrimPaths_;
 };
 
 }  // namespace orvan::ui
