@@ -307,6 +307,14 @@ TEST_F(RuntimeViewportTest, InputAndPreviewsGoOutAndAGameCameraLeavesTheWheelAlo
   EXPECT_TRUE(client->stdinClosed);
 }
 
+TEST_F(RuntimeViewportTest, AnEmptyViewportSaysWhy) {
+  EXPECT_EQ(viewportReasonText(*model_, false), QString::fromUtf8("Viewport starting\u2026"));
+  EXPECT_TRUE(viewportReasonText(*model_, true).isEmpty());
+  model_->scope.current.update([](editor::SharedClientScope& place) { place.scene = " "; });
+  EXPECT_EQ(viewportReasonText(*model_, false), "No scene open");
+  EXPECT_FALSE(runtimeViewportState(*model_).sceneLoading) << "a local editor never waits";
+}
+
 TEST_F(RuntimeViewportTest, TheWindowPutsTheViewportBetweenThePanes) {
   EditorWindow window(*model_);
   window.showRuntimeViewport(launcher_, surfaces_);
