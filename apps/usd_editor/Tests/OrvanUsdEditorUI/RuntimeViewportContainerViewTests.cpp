@@ -148,10 +148,22 @@ TEST_P(FramePresentationTest, AFrameFromSharedMemoryIsDrawnAndReportedCopiedThen
   EXPECT_EQ(view_->renderedImage().pixel(20, 50), 0xff000000) << "a cleared view is black";
 }
 
-INSTANTIATE_TEST_SUITE_P(EachPath, FramePresentationTest,
-                         ::testing::Values(RuntimeViewportContainerView::Presentation::automatic,
-                                           RuntimeViewportContainerView::Presentation::opengl,
-                                           RuntimeViewportContainerView::Presentation::software));
+INSTANTIATE_TEST_SUITE_P(
+    EachPath, FramePresentationTest,
+    ::testing::Values(RuntimeViewportContainerView::Presentation::automatic,
+                      RuntimeViewportContainerView::Presentation::opengl,
+                      RuntimeViewportContainerView::Presentation::software),
+    [](const ::testing::TestParamInfo<RuntimeViewportContainerView::Presentation>& info) {
+      switch (info.param) {
+        case RuntimeViewportContainerView::Presentation::automatic:
+          return std::string("automatic");
+        case RuntimeViewportContainerView::Presentation::opengl:
+          return std::string("opengl");
+        case RuntimeViewportContainerView::Presentation::software:
+          return std::string("software");
+      }
+      return std::string("unknown");
+    });
 
 TEST_F(RuntimeViewportContainerViewTest, AFrameThatCannotBeShownIsRefusedWithoutCallbacks) {
   showView();
