@@ -32,7 +32,8 @@ EDITOR_CHAIN = [
     "ServerClient",  # requests, stage refresh, the project stream; they feed Presentation
     "ProjectsAndWorkspaces",  # sign-in, hosted projects, workspaces
     "Authoring",  # operations, the edit helper, the queue, the optimistic overlay
-    # Viewport, Collaboration go here when they come.
+    "Viewport",  # the viewport's processes, their line protocol and the frames they hand over
+    # Collaboration goes here when it comes.
     "Application",  # the model that wires the parts, identity, view preferences
     "UI",  # Sources/OrvanUsdEditorUI
     "app",  # Sources/OrvanUsdEditor: main() and the wiring of the real platform

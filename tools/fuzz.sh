@@ -2,18 +2,19 @@
 # Runs one fuzzer of the client core or the engine for a number of seconds under AddressSanitizer
 # and UndefinedBehaviorSanitizer, in a clang build of its own (build/fuzz).
 #   tools/fuzz.sh <target> <seconds>
-# targets: deep_link, target_address, scene_reference (client core); usda_reader, stage_composer,
-# stdio_line, edit_request, viewport_line (engine).
+# targets: deep_link, target_address, scene_reference (client core); viewport_output (editor
+# core); usda_reader, stage_composer, stdio_line, edit_request, viewport_line (engine).
 # New inputs collect in build/fuzz/corpus/<target>; a crashing input is written to
 # build/fuzz/artifacts/<target>/. Add an input worth keeping to the seed corpus of the target
-# (apps/usd_editor/Tests/VelkClientStateBridge/Fuzz/corpus/<target> or
+# (apps/usd_editor/Tests/VelkClientStateBridge/Fuzz/corpus/<target>,
+# apps/usd_editor/Tests/OrvanUsdEditorCore/Fuzz/corpus/<target> or
 # engine/Tests/Fuzz/corpus/<target>), which every test run replays.
 set -euo pipefail
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 usage() {
   echo "usage: tools/fuzz.sh" \
-    "deep_link|target_address|scene_reference|usda_reader|stage_composer|stdio_line|edit_request|viewport_line" \
+    "deep_link|target_address|scene_reference|viewport_output|usda_reader|stage_composer|stdio_line|edit_request|viewport_line" \
     "<seconds>" >&2
 }
 target=${1:-}
@@ -21,6 +22,7 @@ seconds=${2:-}
 case "$target" in
   deep_link | target_address | scene_reference)
     folder="apps/usd_editor/Tests/VelkClientStateBridge/Fuzz" ;;
+  viewport_output) folder="apps/usd_editor/Tests/OrvanUsdEditorCore/Fuzz" ;;
   usda_reader | stage_composer | stdio_line | edit_request | viewport_line) folder="engine/Tests/Fuzz" ;;
   *) usage; exit 2 ;;
 esac

@@ -3,7 +3,9 @@
 #   tools/run_usd_editor.sh [--local SCENE] [--screenshot FILE] [editor arguments...]
 # --local SCENE   opens SCENE through the local stage inspector, with no project server.
 # --screenshot FILE renders the window offscreen, writes a PNG once the stage has loaded (or
-#                 failed to), and exits. With --local, the first prim is selected for the picture.
+#                 failed to) and the viewport has shown its first frame (at most 20 s later; the
+#                 editor says so when none came), and exits. With --local, the first prim is
+#                 selected for the picture.
 # --no-setup      uses the editor as it is built, without installing or building first.
 # Any other argument goes to the editor as it is (for example --inspector PATH).
 # With no scene and no editor arguments at all, the reference project server starts on a free

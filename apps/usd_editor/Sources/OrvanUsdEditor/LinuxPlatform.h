@@ -11,6 +11,7 @@
 #include "Platform/CurlHttpClient.h"
 #include "Platform/LoggingSoftwareUpdater.h"
 #include "Platform/PosixProcessLauncher.h"
+#include "Platform/PosixSharedSurfaceLookup.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
 #include "QtMainExecutor.h"
@@ -24,6 +25,7 @@ namespace orvan::app {
 struct LinuxPlatform {
   ui::QtMainExecutor main;
   editor::PosixProcessLauncher processes;
+  editor::PosixSharedSurfaceLookup surfaces;
   editor::CurlHttpClient http{main};
   editor::JsonFilePreferencesStore preferences{editor::JsonFilePreferencesStore::defaultFile()};
   editor::SystemSecretStore secrets;
@@ -40,7 +42,8 @@ struct LinuxPlatform {
             updater,
             [](const std::string& url) {
               return QDesktopServices::openUrl(QUrl(QString::fromStdString(url)));
-            }};
+            },
+            &surfaces};
   }
 };
 

@@ -1,3 +1,4 @@
+#include <chrono>
 #include <csignal>
 #include <cstddef>
 #include <cstdio>
@@ -20,6 +21,7 @@
 #include "Foundation/Logging.h"
 #include "Launch/EditorConfiguration.h"
 #include "LinuxPlatform.h"
+#include "Viewport/RuntimeViewport.h"
 #include "WindowCapture.h"
 #include "orvan/wire/Text.h"
 
@@ -41,6 +43,14 @@ bool readyForScreenshot(const editor::EditorModel& model) {
   if (!editor::trimWhitespaceAndNewlines(model.server.addresses.remoteStageURL).empty())
     return true;
   return model.stageRefresher.refreshGeneration > 0 && !model.stageRefresher.stageRefreshInFlight;
+}
+
+// How long a screenshot waits for the viewport's first frame once the stage has settled.
+constexpr std::chrono::seconds kViewportFrameWait{20};
+
+bool viewportShowedFrame(ui::EditorWindow& window) {
+  const ui::RuntimeViewport* viewport = window.runtimeViewport();
+  return viewport && viewport->host().displayedFrameCount() > 0;
 }
 
 // Hands the launch links to an editor that already runs. What is left is for this launch; empty
@@ -102,14 +112,27 @@ int run(int argc, char** argv) {
   if (screenshot) {
     ui::WindowCaptureOptions options;
     options.path = screenshot->path;
-    options.isSettled = [&app] { return readyForScreenshot(app.model()); };
+    // The stage first; then the viewport's first frame, for a limited time.
+    const auto viewportDeadline = std::chrono::steady_clock::now() + kViewportFrameWait;
+    options.isSettled = [&app, viewportDeadline] {
+      if (!readyForScreenshot(app.model()))
+        return false;
+      return viewportShowedFrame(app.window()) ||
+             std::chrono::steady_clock::now() >= viewportDeadline;
+    };
     options.beforeCapture = [&app] { app.window().presentForScreenshot(); };
-    ui::captureWindowWhenSettled(app.window(), options, [](int exitCode, const QString& reason) {
-      if (exitCode != 0) {
-        std::fprintf(stderr, "OrvanUsdEditor: screenshot failed: %s\n", qPrintable(reason));
-      }
-      QApplication::exit(exitCode);
-    });
+    ui::captureWindowWhenSettled(
+        app.window(), options, [&app](int exitCode, const QString& reason) {
+          if (!viewportShowedFrame(app.window())) {
+            std::fprintf(stderr,
+                         "OrvanUsdEditor: screenshot: the viewport showed no frame within %lld s\n",
+                         static_cast<long long>(kViewportFrameWait.count()));
+          }
+          if (exitCode != 0) {
+            std::fprintf(stderr, "OrvanUsdEditor: screenshot failed: %s\n", qPrintable(reason));
+          }
+          QApplication::exit(exitCode);
+        });
   }
   return application.exec();
 }

@@ -1,5 +1,6 @@
 #include "EditorWindow.h"
 
+#include <QCloseEvent>
 #include <QLabel>
 #include <QMenu>
 #include <QMessageBox>
@@ -17,6 +18,8 @@
 #include "Inspector/InspectorPane.h"
 #include "Project/ProjectPane.h"
 #include "StartupSheet.h"
+#include "Viewport/RuntimeViewport.h"
+#include "Viewport/RuntimeViewportContainerView.h"
 #include "orvan/wire/Text.h"
 
 namespace orvan::ui {
@@ -165,6 +168,18 @@ void EditorWindow::resizeEvent(QResizeEvent* event) {
   MainWindow::resizeEvent(event);
   if (startupSheet_->isVisible())
     startupSheet_->coverParent();
+}
+
+void EditorWindow::showRuntimeViewport(editor::ProcessLauncher& launcher,
+                                       editor::SharedSurfaceLookup& surfaces) {
+  runtimeViewport_ = std::make_unique<RuntimeViewport>(model_, launcher, surfaces, this);
+  setViewportContent(&runtimeViewport_->view());
+}
+
+void EditorWindow::closeEvent(QCloseEvent* event) {
+  if (runtimeViewport_)
+    runtimeViewport_->shutdown();
+  MainWindow::closeEvent(event);
 }
 
 void EditorWindow::performConnectionAction(int action) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -10,6 +11,8 @@ class QMessageBox;
 
 namespace orvan::editor {
 class EditorModel;
+class ProcessLauncher;
+class SharedSurfaceLookup;
 struct SignInCallbackConfirmation;
 }  // namespace orvan::editor
 
@@ -19,6 +22,7 @@ class ConnectionBanner;
 class HierarchyPane;
 class InspectorPane;
 class ProjectPane;
+class RuntimeViewport;
 class StartupSheet;
 
 // The editor window over a model: reads its stores (title, status, stage, selection, connection
@@ -38,6 +42,11 @@ class EditorWindow final : public MainWindow {
   // The open question about a sign-in link, if any.
   QMessageBox* signInQuestion() const { return signInQuestion_; }
 
+  // Puts the runtime viewport in the centre; its processes start once the window shows.
+  void showRuntimeViewport(editor::ProcessLauncher& launcher,
+                           editor::SharedSurfaceLookup& surfaces);
+  RuntimeViewport* runtimeViewport() const { return runtimeViewport_.get(); }
+
   // For a screenshot of a loaded scene: selects the first root prim when nothing is selected, and
   // opens the tree a level deeper than a normal start.
   void presentForScreenshot();
@@ -45,6 +54,7 @@ class EditorWindow final : public MainWindow {
  protected:
   void showEvent(QShowEvent* event) override;
   void resizeEvent(QResizeEvent* event) override;
+  void closeEvent(QCloseEvent* event) override;
 
  private:
   void updateTitle();
@@ -64,6 +74,8 @@ class EditorWindow final : public MainWindow {
   QMessageBox* signInQuestion_ = nullptr;
   bool startedInitialRefresh_ = false;
   std::vector<editor::Subscription> subscriptions_;
+  // Before the widgets it shows in go, it shuts the viewport's processes down.
+  std::unique_ptr<RuntimeViewport> runtimeViewport_;
 };
 
 }  // namespace orvan::ui

@@ -121,6 +121,13 @@ void MainWindow::setBanner(QWidget* banner) {
   layout->insertWidget(0, banner);
 }
 
+void MainWindow::setViewportContent(QWidget* viewport) {
+  QWidget* old = centerColumn_->replaceWidget(centerColumn_->indexOf(viewportPane_), viewport);
+  viewport->setMinimumWidth(PaneSizes::kMinViewportWidth);
+  viewportPane_ = viewport;
+  delete old;
+}
+
 void MainWindow::setAccountButtonVisible(bool visible) {
   accountAction_->setVisible(visible);
 }

@@ -32,6 +32,8 @@ class MainWindow : public QMainWindow {
   static void setPaneContent(QWidget* pane, QWidget* content);
   // Puts `banner` above the panes, across the whole width.
   void setBanner(QWidget* banner);
+  // Puts `viewport` in the centre, above the project pane, in place of the placeholder.
+  void setViewportContent(QWidget* viewport);
 
  private:
   void buildToolbar();

@@ -116,7 +116,10 @@ EditorModel::EditorModel(EditorConfiguration launchConfiguration, EditorModelPor
                  editClients, stageRefresher, revision, status, timing}),
       propertyDrafts({ports_.main, stage, session, documents, operations, status}),
       components({stage, session, documents, operations, stageRefresher, propertyDrafts, status}),
-      layers({ports_.preferences, scope, stage, operations, editClients, stageRefresher, status}) {
+      layers({ports_.preferences, scope, stage, operations, editClients, stageRefresher, status}),
+      viewportGizmo({ports_.main, helperExchanges_, stage, scope, documents, overlay, operations,
+                     structure, propertyDrafts, editClients, stageRefresher, revision, status,
+                     timing}) {
   connectParts();
   account.loadSessionToken();
   revision.set(configuration.revision);
@@ -179,7 +182,16 @@ void EditorModel::connectParts() {
   };
   stageRefresher.hooks.refreshApplied = [this] { operations.submitNextOperation(); };
   operations.hooks.otherPendingAuthoringChanges = [this] {
-    return propertyDrafts.hasDeferredCommits();
+    return propertyDrafts.hasDeferredCommits() || viewportGizmo.hasScheduledCommit() ||
+           !viewportGizmo.pendingViewportGizmoOperations.empty();
+  };
+  // The gizmo's route and the queue take turns: each waits while the other has the helper.
+  operations.hooks.viewportGizmoCommitInFlight = [this] {
+    return viewportGizmo.viewportGizmoCommitInFlight;
+  };
+  operations.hooks.drained = [this] {
+    if (!viewportGizmo.pendingViewportGizmoOperations.empty())
+      viewportGizmo.flushViewportGizmoCommitIfReady();
   };
   operations.hooks.applyAcceptedOperation = [this](const AtomicOperation& operation) {
     propertyDrafts.operationAccepted(operation);

@@ -10,6 +10,7 @@
 #include "Application/ViewPreferences.h"
 #include "Authoring/ComponentEditing.h"
 #include "Authoring/EditClientSlot.h"
+#include "Authoring/GizmoCommits.h"
 #include "Authoring/LayerStackEditing.h"
 #include "Authoring/OperationQueue.h"
 #include "Authoring/OptimisticOverlay.h"
@@ -82,6 +83,7 @@ struct EditorModelPorts {
 //   propertyDrafts   inspector drafts, value grammar, debounced commits      (Authoring)
 //   components       add, remove, enable, reorder, copy and paste components (Authoring)
 //   layers           the layer pane: stack commands and the active layer     (Authoring)
+//   viewportGizmo    transform drags of the viewport's gizmo, beside the queue (Authoring)
 // This class wires them together and runs start-up (EditorModel.cpp).
 class EditorModel {
   // First, so that every part below may hold on to the ports.
@@ -133,6 +135,7 @@ class EditorModel {
   PropertyDrafts propertyDrafts;
   ComponentEditing components;
   LayerStackEditing layers;
+  GizmoCommits viewportGizmo;
 
   // ---- Start-up
   // Begins or begins again: resolves the project of a hosted launch, then loads the stage.

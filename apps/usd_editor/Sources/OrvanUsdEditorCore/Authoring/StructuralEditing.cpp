@@ -174,24 +174,30 @@ void StructuralEditing::deleteSelectedPrims() {
   submitPrimBatch(std::move(operations), label, {});
 }
 
+std::optional<PrimAtomicOperation> StructuralEditing::duplicatePrimOperation(
+    const std::string& path, std::unordered_set<std::string>& reservedPaths) const {
+  const HierarchyEditRules editRules = rules();
+  const UsdPrimDetail* prim = editRules.prim(path);
+  if (!prim || !editRules.canEditHierarchyPrim(*prim))
+    return std::nullopt;
+  const std::shared_ptr<const PreparedStage> stage = context_.stage.get();
+  auto exists = [&](const std::string& candidate) { return stage->prim(candidate) != nullptr; };
+  PrimAtomicOperation operation;
+  operation.kind = PrimOperationKind::duplicate;
+  operation.sourcePath = path;
+  operation.parentPath = parentOrWorld(*prim);
+  operation.primName = nextDuplicatePrimName(duplicatePrimBaseName(prim->name),
+                                             operation.parentPath, exists, reservedPaths);
+  return operation;
+}
+
 std::vector<PrimAtomicOperation> StructuralEditing::duplicatePrimOperations(
     const std::vector<std::string>& paths) {
-  const HierarchyEditRules editRules = rules();
-  const std::shared_ptr<const PreparedStage> stage = context_.stage.get();
-  auto exists = [&](const std::string& path) { return stage->prim(path) != nullptr; };
   std::unordered_set<std::string> reserved;
   std::vector<PrimAtomicOperation> operations;
   for (const std::string& path : paths) {
-    const UsdPrimDetail* prim = editRules.prim(path);
-    if (!prim || !editRules.canEditHierarchyPrim(*prim))
-      continue;
-    PrimAtomicOperation operation;
-    operation.kind = PrimOperationKind::duplicate;
-    operation.sourcePath = path;
-    operation.parentPath = parentOrWorld(*prim);
-    operation.primName = nextDuplicatePrimName(duplicatePrimBaseName(prim->name),
-                                               operation.parentPath, exists, reserved);
-    operations.push_back(std::move(operation));
+    if (std::optional<PrimAtomicOperation> operation = duplicatePrimOperation(path, reserved))
+      operations.push_back(std::move(*operation));
   }
   return operations;
 }

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "Authoring/AtomicOperation.h"
@@ -76,6 +77,10 @@ class StructuralEditing {
   std::vector<std::string> hierarchyActionPaths(const std::string& path) const;
   std::vector<std::string> editableTopLevelSelectedHierarchyPaths() const;
   HierarchyEditRules rules() const;
+  // A copy of one editable prim beside it, named clear of the stage and of `reservedPaths`, whose
+  // winner it joins; none when the prim is missing or not editable.
+  std::optional<PrimAtomicOperation> duplicatePrimOperation(
+      const std::string& path, std::unordered_set<std::string>& reservedPaths) const;
 
  private:
   std::vector<PrimAtomicOperation> duplicatePrimOperations(const std::vector<std::string>& paths);

@@ -48,6 +48,14 @@ using Setter = std::function<void(EditorConfiguration&, const std::string&)>;
 
 void setViewportBackend(EditorConfiguration& configuration, const std::string& value) {
   if (const auto backend = parseEditorViewportBackend(value)) {
+    // The in-process library does not exist on this platform: the out-of-process flow stays.
+    if (*backend == EditorViewportBackend::inProcess) {
+      spdlog::warn(
+          "OrvanUsdEditor: viewport backend in-process is not available on this "
+          "platform; using {}",
+          editorViewportBackendName(configuration.viewportBackend));
+      return;
+    }
     configuration.viewportBackend = *backend;
     return;
   }

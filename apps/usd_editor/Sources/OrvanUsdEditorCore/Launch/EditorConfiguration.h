@@ -38,7 +38,9 @@ struct EditorConfiguration {
   std::string remoteStageURL;
   std::string address;
   std::string viewportAddress = "127.0.0.1:50052";
-  EditorViewportBackend viewportBackend = EditorViewportBackend::inProcess;
+  // Frames travel as shared surfaces from the viewport's own processes; the in-process host is
+  // not available on this platform and is never chosen.
+  EditorViewportBackend viewportBackend = EditorViewportBackend::ioSurface;
   std::string clientId = "native-editor";
   std::uint64_t revision = 1;
 

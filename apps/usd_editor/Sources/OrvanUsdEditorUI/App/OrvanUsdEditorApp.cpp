@@ -34,6 +34,8 @@ OrvanUsdEditorApp::OrvanUsdEditorApp(editor::EditorConfiguration configuration,
   modelPorts.openURL = ports.openURL;
   model_ = std::make_unique<editor::EditorModel>(std::move(configuration), std::move(modelPorts));
   window_ = std::make_unique<EditorWindow>(*model_);
+  if (ports.surfaces)
+    window_->showRuntimeViewport(ports.processes, *ports.surfaces);
 }
 
 OrvanUsdEditorApp::~OrvanUsdEditorApp() {

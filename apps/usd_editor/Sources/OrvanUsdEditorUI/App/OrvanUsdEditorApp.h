@@ -19,6 +19,7 @@ class MainExecutor;
 class PreferencesStore;
 class ProcessLauncher;
 class SecretStore;
+class SharedSurfaceLookup;
 class SoftwareUpdater;
 }  // namespace orvan::editor
 
@@ -39,6 +40,8 @@ struct OrvanUsdEditorAppPorts {
   editor::SoftwareUpdater& updater;
   // Opens an address in the user's browser (the sign-in page).
   std::function<bool(const std::string&)> openURL = {};
+  // Where the viewport's frames are found; none: the window has no runtime viewport.
+  editor::SharedSurfaceLookup* surfaces = nullptr;
 };
 
 // The application value: the links that arrived, the single-instance link server, the model, the

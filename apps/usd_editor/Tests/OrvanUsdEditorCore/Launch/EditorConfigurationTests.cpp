@@ -97,9 +97,14 @@ TEST(EditorConfigurationTest, ViewportBackendNamesAndUnknownValues) {
             EditorViewportBackend::ioSurface);
   EXPECT_EQ(parse({"--viewport-backend", "multiprocess"}).viewportBackend,
             EditorViewportBackend::ioSurface);
+  // The out-of-process flow is the default, and the in-process name is read but not available
+  // here: it keeps the out-of-process backend.
+  EXPECT_EQ(parse({}).viewportBackend, EditorViewportBackend::ioSurface);
   EXPECT_EQ(parse({"--viewport-backend", "out-of-process", "--viewport-backend", "InProcess"})
                 .viewportBackend,
-            EditorViewportBackend::inProcess);
+            EditorViewportBackend::ioSurface);
+  EXPECT_EQ(parseEditorViewportBackend(" inprocess\n"), EditorViewportBackend::inProcess);
+  EXPECT_EQ(parseEditorViewportBackend("metal"), std::nullopt);
   // An unknown backend keeps the earlier choice.
   EXPECT_EQ(
       parse({"--viewport-backend", "iosurface", "--viewport-backend", "metal"}).viewportBackend,
