@@ -409,6 +409,14 @@ TEST_F(EditorModelHostedServerTest, AComponentAndAColourThroughTheRealHelperEndU
     return !model.stageRefresher.stageRefreshInFlight && component("AudioSource") != nullptr;
   })) << model.status.get();
   EXPECT_EQ(model.propertyDrafts.draftValue(shapeCopy, *color), "0.1,0.2,0.3");
+  // The server's own stage shows it: the edit went to the layer that wins, not under the root.
+  const UsdComponent* shown = component("RenderShape");
+  ASSERT_NE(shown, nullptr);
+  for (const ComponentProperty& each : shown->properties) {
+    if (each.name == "color") {
+      EXPECT_EQ(each.value, "0.1,0.2,0.3");
+    }
+  }
 
   bool written = false;
   std::string text;
@@ -489,7 +497,8 @@ TEST_F(EditorModelHostedServerTest, LayerCommandsThroughTheRealHelperEndUpInTheS
   EXPECT_TRUE(fileComesTo(root, [](const std::string& text) {
     return text.find("@./props.usda@") < text.find("@./hello_world_base.usda@");
   })) << textOf(root);
-  EXPECT_TRUE(std::filesystem::exists(demo.folder() + "/props.usda"));
+  EXPECT_TRUE(fileComesTo(demo.folder() + "/props.usda",
+                          [](const std::string& text) { return text.starts_with("#usda 1.0"); }));
 
   // An inspector edit goes to the new layer and shows.
   model.documents.selectPrims("/World/RedCube", {"/World/RedCube"});
