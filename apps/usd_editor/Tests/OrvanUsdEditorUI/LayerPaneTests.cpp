@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <QAction>
+#include <QDropEvent>
 #include <QMenu>
 #include <QMessageBox>
 #include <QMimeData>
@@ -288,6 +289,35 @@ TEST_F(LayerPaneTest, AddingAskForANameAndADroppedRowMovesItsLayer) {
   ASSERT_EQ(commands().size(), 2u);
   EXPECT_THAT(commands()[0], EndsWith("--layer-op add props"));
   EXPECT_THAT(commands()[1], EndsWith("--layer-op move b.usda index:1"));
+}
+
+// A real drop event on the list: the row under the pointer says where the layer goes, and the
+// list's own rows stay until the model answers.
+TEST_F(LayerPaneTest, ADropEventOnTheListMovesTheDraggedLayer) {
+  QTreeWidget& view = pane_->view();
+  const QRect target = view.visualItemRect(row("ws.usda"));
+  const QPoint upperHalf(target.center().x(), target.top() + 2);
+  // What a drag does to the list: it enters, moves over the row and is dropped.
+  auto drop = [&](const char* identifier) {
+    QMimeData dragged;
+    dragged.setData(LayerStackView::kLayerMimeType, identifier);
+    QDragEnterEvent enter(upperHalf, Qt::MoveAction, &dragged, Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(view.viewport(), &enter);
+    QDragMoveEvent move(upperHalf, Qt::MoveAction, &dragged, Qt::LeftButton, Qt::NoModifier);
+    QCoreApplication::sendEvent(view.viewport(), &move);
+    QDropEvent dropped(QPointF(upperHalf), Qt::MoveAction, &dragged, Qt::LeftButton,
+                       Qt::NoModifier);
+    QCoreApplication::sendEvent(view.viewport(), &dropped);
+  };
+  drop("ro.usda");
+  EXPECT_EQ(model_->status.get(), "Root layer cannot be moved") << "a read-only layer stays";
+  EXPECT_THAT(rowNames(), ElementsAre("scene", "ws", "a", "b", "ro"));
+
+  drop("b.usda");
+  EXPECT_THAT(rowNames(), ElementsAre("scene", "b", "ws", "a", "ro"));
+  settle();
+  ASSERT_EQ(commands().size(), 1u);
+  EXPECT_THAT(commands()[0], EndsWith("--layer-op move b.usda index:1"));
 }
 
 TEST(LayerDropRow, ThePointersHalfOfARowChoosesBeforeOrAfterIt) {
