@@ -1,6 +1,7 @@
 #include "Inspector/StageInspector.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cstdint>
 #include <filesystem>
@@ -62,8 +63,15 @@ std::uint64_t stableId(std::string_view text) {
   return hash;
 }
 
+// A layer whose file is not written yet (a new layer whose write-back is still to come) is as
+// writable as the folder it goes to.
 bool isFileWritable(const std::string& path) {
-  return ::access(path.c_str(), W_OK) == 0;
+  if (::access(path.c_str(), W_OK) == 0)
+    return true;
+  if (errno != ENOENT)
+    return false;
+  const fs::path folder = fs::path(path).parent_path();
+  return !folder.empty() && ::access(folder.c_str(), W_OK) == 0;
 }
 
 std::string formatTargets(const std::vector<std::string>& targets) {

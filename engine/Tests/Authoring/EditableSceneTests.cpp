@@ -116,7 +116,8 @@ TEST(EditableSceneLoad, ASceneThatDoesNotReadOrLiesOutsideTheProjectIsAnError) {
 namespace orvan::engine::testing {
 namespace {
 
-// The demo project edited in memory (nothing is written to its files): a component edit, a rename
+// The demo project edited in memory (nothing is written to its files), in its base layer as the
+// editor would be by default: a component edit, a rename
 // whose material binding target elsewhere stays, a new light in the lighting sublayer, and all of
 // it undone to the exact texts.
 TEST(EditableSceneDemo, EditsOfTheDemoComposeAndUndoToTheExactTexts) {
@@ -135,8 +136,9 @@ TEST(EditableSceneDemo, EditsOfTheDemoComposeAndUndoToTheExactTexts) {
   move.propertyName = "translation";
   move.value = "0,0.5,0";
   const std::vector<EditRequest> edits{
-      requestOf({move}),
-      requestOf({sourceOp(PrimOperationKind::Rename, "/World/RedCube", "/World", "Crimson")}),
+      requestOf({move}, "hello_world_base.usda"),
+      requestOf({sourceOp(PrimOperationKind::Rename, "/World/RedCube", "/World", "Crimson")},
+                "hello_world_base.usda"),
       requestOf({addOp("/World", "Fill", "sphereLight")}, "hello_world_lighting.usda")};
   for (const EditRequest& edit : edits) {
     const EditResult result = applyEdit(scene, edit, ids, history);

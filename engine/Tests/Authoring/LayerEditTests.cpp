@@ -1,7 +1,9 @@
 // Layer operations: new layer files and the first-use move of the root's content, the sublayer
 // lists, muting as workspace state, clearing and merging down; each undone exactly.
 #include <gmock/gmock.h>
+
 #include <gtest/gtest.h>
+#include <filesystem>
 
 #include "AuthoringFixture.h"
 
@@ -67,6 +69,10 @@ TEST(LayerEdits, TheFirstLayerMovesTheRootsContentIntoBaseAndUndoPutsItBack) {
   const auto* box = findPrimDetail(inspected, "/World/Box");
   ASSERT_NE(box, nullptr);
   EXPECT_EQ(box->entityId, 3u);
+  // The new layers are not on disk until the write-back, yet they are offered for editing.
+  ASSERT_FALSE(std::filesystem::exists(folder.file("lighting.usda")));
+  for (const auto& layer : inspected.inspection.layers)
+    EXPECT_TRUE(layer.writable) << layer.identifier;
   // Edits may go to the new layer.
   ASSERT_TRUE(applyEdit(*scene, requestOf({propertyOp("/World/Box", "size", "2")}, "lighting.usda"),
                         ids, history)

@@ -511,11 +511,14 @@ std::string fileText(const std::string& path) {
 }
 
 TEST(InspectorExecutable, PrintsTheDemoStageAndExitsZeroLeavingTheSceneAsItWas) {
-  const std::string before =
-      fileText(kDemo) + fileText(ORVAN_DEMO_DIR "/hello_world_lighting.usda");
+  const auto demoTexts = [] {
+    return fileText(kDemo) + fileText(ORVAN_DEMO_DIR "/hello_world_base.usda") +
+           fileText(ORVAN_DEMO_DIR "/hello_world_lighting.usda");
+  };
+  const std::string before = demoTexts();
   const auto modified = std::filesystem::last_write_time(kDemo);
   const ProcessResult run = runInspector("'" + kDemo + "'");
-  EXPECT_EQ(fileText(kDemo) + fileText(ORVAN_DEMO_DIR "/hello_world_lighting.usda"), before);
+  EXPECT_EQ(demoTexts(), before);
   EXPECT_EQ(std::filesystem::last_write_time(kDemo), modified);
   ASSERT_EQ(run.status, 0) << run.out;
   const auto decoded = editor::decodeJson<StageInspection>(run.out, "stage");

@@ -356,10 +356,12 @@ TEST(StageComposerDemo, TheHelloWorldSceneComposesCleanlyWithItsSublayerAndRefer
   ASSERT_TRUE(result.ok()) << result.error->describe();
   const Stage& stage = *result.stage;
   EXPECT_TRUE(stage.problems.empty());
-  ASSERT_EQ(stage.layers.size(), 3u);
+  // The root, the base and the lighting sublayers, and the lamp post's referenced asset.
+  ASSERT_EQ(stage.layers.size(), 4u);
   EXPECT_TRUE(stage.layers[1].inRootLayerStack);
-  EXPECT_FALSE(stage.layers[2].inRootLayerStack);
-  // The lighting sublayer's colour for the sphere is weaker than the root's own.
+  EXPECT_TRUE(stage.layers[2].inRootLayerStack);
+  EXPECT_FALSE(stage.layers[3].inRootLayerStack);
+  // The lighting sublayer's colour for the sphere is weaker than the base layer's.
   EXPECT_EQ(valueOf(stage, "/World/BlueSphere", "primvars:displayColor"), "[(0.16, 0.42, 0.9)]");
   EXPECT_EQ(stage.findProperty(prim(stage, "/World/BlueSphere"), "primvars:displayColor")
                 ->opinions.size(),

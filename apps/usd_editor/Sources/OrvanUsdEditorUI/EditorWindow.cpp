@@ -1,5 +1,6 @@
 #include "EditorWindow.h"
 
+#include <QAction>
 #include <QCloseEvent>
 #include <QLabel>
 #include <QMenu>
@@ -16,6 +17,7 @@
 #include "Hierarchy/HierarchyPane.h"
 #include "Hierarchy/HierarchyTreeModel.h"
 #include "Inspector/InspectorPane.h"
+#include "Layers/LayerPane.h"
 #include "Project/ProjectPane.h"
 #include "StartupSheet.h"
 #include "Viewport/RuntimeViewport.h"
@@ -38,6 +40,14 @@ EditorWindow::EditorWindow(editor::EditorModel& model, QWidget* parent)
   setPaneContent(inspectorPane(), inspector_);
   project_ = new ProjectPane(model_);
   setPaneContent(projectPane(), project_);
+  layers_ = new LayerPane(model_);
+  setPaneContent(layerPane(), layers_);
+  // The layer pane starts hidden each run; its toggle and the preference follow each other.
+  layerPaneToggle()->setChecked(model_.viewPreferences.showLayerPane.get());
+  connect(layerPaneToggle(), &QAction::toggled, this,
+          [this](bool shown) { model_.viewPreferences.showLayerPane.set(shown); });
+  subscriptions_.push_back(model_.viewPreferences.showLayerPane.subscribe(
+      [this](bool shown) { layerPaneToggle()->setChecked(shown); }));
 
   banner_ = new ConnectionBanner;
   setBanner(banner_);

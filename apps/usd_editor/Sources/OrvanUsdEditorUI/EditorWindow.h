@@ -21,6 +21,7 @@ namespace orvan::ui {
 class ConnectionBanner;
 class HierarchyPane;
 class InspectorPane;
+class LayerPane;
 class ProjectPane;
 class RuntimeViewport;
 class StartupSheet;
@@ -36,6 +37,7 @@ class EditorWindow final : public MainWindow {
   HierarchyPane& hierarchy() const { return *hierarchy_; }
   InspectorPane& inspector() const { return *inspector_; }
   ProjectPane& project() const { return *project_; }
+  LayerPane& layers() const { return *layers_; }
   StartupSheet& startupSheet() const { return *startupSheet_; }
   ConnectionBanner& connectionBanner() const { return *banner_; }
   QString statusText() const;
@@ -69,6 +71,7 @@ class EditorWindow final : public MainWindow {
   HierarchyPane* hierarchy_ = nullptr;
   InspectorPane* inspector_ = nullptr;
   ProjectPane* project_ = nullptr;
+  LayerPane* layers_ = nullptr;
   StartupSheet* startupSheet_ = nullptr;
   ConnectionBanner* banner_ = nullptr;
   QMessageBox* signInQuestion_ = nullptr;

@@ -53,6 +53,11 @@ void MainWindow::buildToolbar() {
   localBadge_->setObjectName("LocalBadge");
   localBadgeAction_ = toolbar->addWidget(localBadge_);
   localBadgeAction_->setVisible(false);
+  layerPaneToggle_ = toolbar->addAction("Layers");
+  layerPaneToggle_->setObjectName("LayerPaneToggle");
+  layerPaneToggle_->setCheckable(true);
+  connect(layerPaneToggle_, &QAction::toggled, this,
+          [this](bool shown) { layerPane_->setVisible(shown); });
   auto* spacer = new QWidget(toolbar);
   spacer->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
   toolbar->addWidget(spacer);
@@ -72,8 +77,17 @@ void MainWindow::buildPanes() {
   columns_->setChildrenCollapsible(false);
   columns_->setHandleWidth(1);
 
-  hierarchyPane_ = makePane("Hierarchy", makeEmptyState("No stage loaded", nullptr), columns_);
+  leftColumn_ = new QSplitter(Qt::Vertical, columns_);
+  leftColumn_->setChildrenCollapsible(false);
+  leftColumn_->setHandleWidth(1);
+  hierarchyPane_ = makePane("Hierarchy", makeEmptyState("No stage loaded", nullptr), leftColumn_);
   hierarchyPane_->setMinimumWidth(PaneSizes::kMinHierarchyWidth);
+  layerPane_ = makePane("Layers", makeEmptyState("No layers", nullptr), leftColumn_);
+  layerPane_->setMinimumHeight(PaneSizes::kMinLayerPaneHeight);
+  layerPane_->setVisible(false);
+  leftColumn_->setStretchFactor(0, 1);
+  leftColumn_->setStretchFactor(1, 0);
+  leftColumn_->setSizes({900 - PaneSizes::kLayerPaneHeight, PaneSizes::kLayerPaneHeight});
 
   centerColumn_ = new QSplitter(Qt::Vertical, columns_);
   centerColumn_->setChildrenCollapsible(false);
@@ -88,7 +102,7 @@ void MainWindow::buildPanes() {
   inspectorPane_ = makePane("Inspector", makeEmptyState("Nothing selected", nullptr), columns_);
   inspectorPane_->setMinimumWidth(PaneSizes::kMinInspectorWidth);
 
-  columns_->addWidget(hierarchyPane_);
+  columns_->addWidget(leftColumn_);
   columns_->addWidget(centerColumn_);
   columns_->addWidget(inspectorPane_);
   columns_->setStretchFactor(0, 0);

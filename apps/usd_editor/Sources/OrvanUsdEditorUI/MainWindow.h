@@ -10,8 +10,8 @@ class QWidget;
 
 namespace orvan::ui {
 
-// The editor's one window: the hierarchy on the left, the inspector on the right, the viewport in
-// the middle above the project pane, a toolbar and a status line.
+// The editor's one window: the hierarchy (and below it the layers) on the left, the inspector on
+// the right, the viewport in the middle above the project pane, a toolbar and a status line.
 class MainWindow : public QMainWindow {
   Q_OBJECT
  public:
@@ -24,6 +24,9 @@ class MainWindow : public QMainWindow {
   QWidget* inspectorPane() const { return inspectorPane_; }
   QWidget* projectPane() const { return projectPane_; }
   QWidget* viewportPane() const { return viewportPane_; }
+  // The layer stack, under the hierarchy; shown while its toolbar toggle is on.
+  QWidget* layerPane() const { return layerPane_; }
+  QAction* layerPaneToggle() const { return layerPaneToggle_; }
   // The account button at the right end of the toolbar; its menu is the owner's to fill.
   QToolButton* accountButton() const { return accountButton_; }
   void setAccountButtonVisible(bool visible);
@@ -48,6 +51,9 @@ class MainWindow : public QMainWindow {
   QWidget* central_ = nullptr;
   QSplitter* columns_ = nullptr;
   QSplitter* centerColumn_ = nullptr;
+  QSplitter* leftColumn_ = nullptr;
+  QWidget* layerPane_ = nullptr;
+  QAction* layerPaneToggle_ = nullptr;
   QWidget* hierarchyPane_ = nullptr;
   QWidget* inspectorPane_ = nullptr;
   QWidget* projectPane_ = nullptr;

@@ -15,6 +15,7 @@ struct PaneSizes {
   static constexpr int kMinInspectorWidth = 240;
   static constexpr int kMinViewportWidth = 320;
   static constexpr int kMinProjectHeight = 120;
+  static constexpr int kMinLayerPaneHeight = 90;
 };
 
 }  // namespace orvan::ui

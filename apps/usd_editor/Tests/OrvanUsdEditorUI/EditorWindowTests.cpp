@@ -11,6 +11,7 @@
 #include <QSplitter>
 #include <QToolButton>
 #include <QTreeView>
+#include <QTreeWidget>
 #include "Project/ProjectAssetTreeModel.h"
 
 #include <filesystem>
@@ -21,6 +22,7 @@
 #include "Hierarchy/HierarchyPane.h"
 #include "Hierarchy/HierarchyTreeModel.h"
 #include "Inspector/InspectorPane.h"
+#include "Layers/LayerPane.h"
 #include "Platform/PosixProcessLauncher.h"
 #include "Platform/PreferencesStore.h"
 #include "Platform/SecretStore.h"
@@ -389,6 +391,36 @@ TEST_F(EditorWindowTest, TheProjectPaneGroupsTheFolderAndPointsTheInspectorAtAPi
   scheduler_.runUntilQuiet();
   settle();
   EXPECT_EQ(groups(), (QStringList{"Project: notes.txt scene.usda"}));
+}
+
+// The layer pane sits under the hierarchy, hidden until its toolbar toggle; the toggle and the
+// preference follow each other, and the pane lists the stage's layers.
+TEST_F(EditorWindowTest, TheLayerPaneShowsUnderTheHierarchyWhenToggled) {
+  std::string stage = stageJson();
+  stage.insert(stage.size() - 1,
+               R"(,"layers":[{"identifier":"/demo/scene.usda","name":"scene.usda",)"
+               R"("path":"scene.usda","root":true,"muted":false,"writable":true},)"
+               R"({"identifier":"/demo/base.usda","name":"base.usda","path":"base.usda",)"
+               R"("root":false,"muted":false,"writable":true}])");
+  configuration_.scenePath = writeScene("layered.usda", stage);
+  EditorWindow& window = openWindow();
+  ASSERT_FALSE(model_->currentStage().layers.empty()) << model_->status.get();
+  EXPECT_FALSE(window.layerPane()->isVisible()) << "hidden at each start";
+  EXPECT_EQ(window.layerPane()->parentWidget(), window.hierarchyPane()->parentWidget());
+
+  window.layerPaneToggle()->trigger();
+  settle();
+  EXPECT_TRUE(window.layerPane()->isVisible());
+  EXPECT_TRUE(model_->viewPreferences.showLayerPane.get());
+  EXPECT_GT(window.layerPane()->height(), 0);
+  ASSERT_EQ(window.layers().view().topLevelItemCount(), 2);
+  EXPECT_EQ(window.layers().view().topLevelItem(1)->text(LayerPane::kActiveColumn), "Editing")
+      << "the base layer receives edits";
+
+  model_->viewPreferences.showLayerPane.set(false);
+  settle();
+  EXPECT_FALSE(window.layerPane()->isVisible());
+  EXPECT_FALSE(window.layerPaneToggle()->isChecked());
 }
 
 }  // namespace

@@ -115,7 +115,8 @@ EditorModel::EditorModel(EditorConfiguration launchConfiguration, EditorModelPor
       structure({ports_.main, helperExchanges_, stage, session, documents, overlay, operations,
                  editClients, stageRefresher, revision, status, timing}),
       propertyDrafts({ports_.main, stage, session, documents, operations, status}),
-      components({stage, session, documents, operations, stageRefresher, propertyDrafts, status}),
+      components({stage, session, documents, operations, stageRefresher, propertyDrafts, overlay,
+                  scope, status}),
       layers({ports_.preferences, scope, stage, operations, editClients, stageRefresher, status}),
       viewportGizmo({ports_.main, helperExchanges_, stage, scope, documents, overlay, operations,
                      structure, propertyDrafts, editClients, stageRefresher, revision, status,
@@ -197,6 +198,10 @@ void EditorModel::connectParts() {
     propertyDrafts.operationAccepted(operation);
     layers.operationAccepted(operation);
   };
+  propertyDrafts.applyLocalComponentOperations =
+      [this](std::span<const ComponentAtomicOperation> operations) {
+        components.applyAcceptedComponentOperations(operations);
+      };
   operations.hooks.rollBackOperation = [this](const AtomicOperation& operation) {
     layers.rollBackOperation(operation);
   };

@@ -4,6 +4,7 @@
 #include <cstdio>
 
 #include "Authoring/InstanceRules.h"
+#include "Authoring/LocalStage.h"
 
 namespace orvan::editor {
 
@@ -185,17 +186,28 @@ void applyComponentOperationToPrim(UsdPrimDetail& prim, const ComponentAtomicOpe
     case ComponentOperationKind::set:
       if (found == components.end())
         return;
+      // Whether the new value overrides another layer's is the stage's to say
+      // (`LocalStage::applyComponentChange`).
       for (ComponentProperty& property : found->properties) {
-        if (property.name == operation.propertyName) {
+        if (property.name == operation.propertyName)
           property.value = operation.value;
-          property.overridden = true;
-          property.overriddenInActiveLayer = true;
-        }
       }
       return;
     case ComponentOperationKind::reset:
+      // The override goes; the value underneath shows with the next stage.
+      if (found == components.end())
+        return;
+      for (ComponentProperty& property : found->properties) {
+        if (property.name != operation.propertyName)
+          continue;
+        property.overridden = false;
+        property.overriddenInActiveLayer = false;
+        property.overrideLayer.clear();
+        property.overrideLayerName.clear();
+      }
+      return;
     case ComponentOperationKind::reorder:
-      // Shown with the next stage: the value underneath and the order are the server's to say.
+      // Shown with the next stage: the order is the server's to say.
       return;
   }
 }
@@ -396,27 +408,35 @@ void ComponentEditing::applyUiLayoutPreset(UiLayoutPreset preset) {
 void ComponentEditing::applyAcceptedComponentOperations(
     std::span<const ComponentAtomicOperation> operations) {
   const std::shared_ptr<const PreparedStage> stage = context_.stage.get();
-  StageInspection copy = stage->stage();
-  bool changed = false;
+  std::vector<ComponentAtomicOperation> local;
   for (const ComponentAtomicOperation& operation : operations) {
     if (operation.componentType == kWorldSettings) {
       context_.drafts.updateWorldAttribute(operation.propertyName, operation.value);
       continue;
     }
+    // A new name touches its own draft only; any set shows in the inspector's field at once.
     if (operation.kind == ComponentOperationKind::set) {
       context_.drafts.updateDraftSnapshot({operation.entityPath}, operation.componentType,
                                           operation.propertyName, operation.value);
+    } else if (operation.kind == ComponentOperationKind::reset) {
+      context_.drafts.clearDraft(operation.entityPath, operation.componentType,
+                                 operation.propertyName);
     }
-    for (UsdPrimDetail& prim : copy.prims) {
-      if (prim.path != operation.entityPath)
-        continue;
-      applyComponentOperationToPrim(prim, operation, copy.catalog);
-      changed = true;
-      break;
-    }
+    if (stage->prim(operation.entityPath))
+      local.push_back(operation);
   }
-  if (changed)
-    context_.stageRefresher.storeStage(PreparedStage::prepare(std::move(copy)));
+  if (local.empty())
+    return;
+  StageInspection copy = copyWithRoomToGrow(stage->stage());
+  {
+    LocalStage edited(copy, context_.scope.activeLayerIdentifier(), {}, stage);
+    for (const ComponentAtomicOperation& operation : local)
+      edited.applyComponentChange(operation);
+    edited.finish();
+  }
+  context_.stageRefresher.storeStage(PreparedStage::prepare(std::move(copy)));
+  // Until the server's stage holds them, every stage that arrives shows them too.
+  context_.overlay.recordOptimisticComponentOperations(local);
 }
 
 }  // namespace orvan::editor

@@ -9,6 +9,7 @@
 
 #include "Authoring/AtomicOperation.h"
 #include "Authoring/OperationQueue.h"
+#include "Authoring/OptimisticOverlay.h"
 #include "Authoring/PropertyDrafts.h"
 #include "Foundation/Observable.h"
 #include "Presentation/DocumentPublisher.h"
@@ -39,7 +40,8 @@ std::vector<ComponentAtomicOperation> uiLayoutPresetOperations(
 // none when it would not move.
 std::optional<std::vector<std::string>> reorderedComponentTypes(
     const std::vector<UsdComponent>& components, std::string_view type, std::size_t toVisibleIndex);
-// The local effect of a component operation on one prim.
+// The local effect of a component operation on one prim's component list: added from the
+// catalogue, removed, enabled, a value written, an override mark cleared by a reset.
 void applyComponentOperationToPrim(UsdPrimDetail& prim, const ComponentAtomicOperation& operation,
                                    const std::vector<UsdComponent>& catalog);
 
@@ -55,6 +57,8 @@ class ComponentEditing {
     OperationQueue& queue;
     StageRefresher& stageRefresher;
     PropertyDrafts& drafts;
+    OptimisticOverlay& overlay;
+    const EditorScope& scope;
     Observable<std::string>& status;
   };
 

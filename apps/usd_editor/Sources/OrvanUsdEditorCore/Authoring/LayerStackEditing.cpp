@@ -407,13 +407,13 @@ void LayerStackEditing::reconcileActiveLayer() {
     };
     const std::string key = activeLayerPreferenceKey(context_.scope.get());
     const std::optional<std::string> remembered = context_.preferences.string(key);
-    // No choice yet means the server's own edit target, which is where a scene without a
-    // chosen layer has always been edited; the default layer serves only a choice that went away.
+    // A choice that still works stands; then the remembered one; then the first editable layer
+    // below the root, so that a scene whose content lives in sublayers is edited there.
     if (!activeLayerIdentifier().empty() && usable(activeLayerIdentifier()))
       chosen = activeLayerIdentifier();
     else if (remembered && usable(*remembered))
       chosen = *remembered;
-    else if (!activeLayerIdentifier().empty())
+    else
       chosen = defaultEditLayerIdentifier(stage.layers);
   } else {
     layerPaneLayers.set({});

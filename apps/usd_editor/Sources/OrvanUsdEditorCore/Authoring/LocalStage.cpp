@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 
+#include "Authoring/ComponentEditing.h"
 #include "Authoring/PrimNames.h"
 #include "orvan/wire/Numbers.h"
 #include "orvan/wire/Text.h"
@@ -174,6 +175,87 @@ std::optional<std::size_t> LocalStage::positionOf(std::string_view path) {
 UsdPrimDetail* LocalStage::findPrim(std::string_view path) {
   const std::optional<std::size_t> position = positionOf(path);
   return position ? &stage_.prims[*position] : nullptr;
+}
+
+// ---- Components
+
+namespace {
+
+constexpr std::string_view kNameComponent = "Name";
+constexpr std::string_view kDisplayNameAttribute = "orvan:name";
+
+bool inLayerStack(const StageInspection& stage, std::string_view identifier) {
+  return std::any_of(stage.layers.begin(), stage.layers.end(),
+                     [&](const UsdLayerInfo& layer) { return layer.identifier == identifier; });
+}
+
+// Whether a prim or one of its parts is defined in a file outside the scene's own layer stack.
+bool definedOutsideStack(const StageInspection& stage, const UsdPrimNode& node) {
+  if (node.definingLayer && !node.definingLayer->empty() &&
+      !inLayerStack(stage, *node.definingLayer)) {
+    return true;
+  }
+  return std::any_of(node.children.begin(), node.children.end(),
+                     [&](const UsdPrimNode& child) { return definedOutsideStack(stage, child); });
+}
+
+}  // namespace
+
+std::string LocalStage::activeLayerIdentifier() const {
+  if (!authoringLayer_.empty())
+    return authoringLayer_;
+  for (const UsdLayerInfo& layer : stage_.layers) {
+    if (layer.root)
+      return layer.identifier;
+  }
+  return {};
+}
+
+bool LocalStage::applyComponentChange(const ComponentAtomicOperation& operation) {
+  UsdPrimDetail* entity = findPrim(operation.entityPath);
+  if (!entity)
+    return false;
+  applyComponentOperationToPrim(*entity, operation, stage_.catalog);
+  if (operation.kind != ComponentOperationKind::set)
+    return true;
+  if (operation.componentType == kNameComponent) {
+    // The name the inspector and the hierarchy show; the prim's path stays.
+    for (UsdAttribute& attribute : entity->attributes) {
+      if (attribute.name == kDisplayNameAttribute)
+        attribute.value = operation.value;
+    }
+  }
+  markPropertyOverridesIfReferenced(*entity, operation);
+  return true;
+}
+
+void LocalStage::markPropertyOverridesIfReferenced(UsdPrimDetail& entity,
+                                                   const ComponentAtomicOperation& operation) {
+  const UsdPrimNode* node = findNode(entity.path).node();
+  if (!node)
+    return;
+  const std::string active = activeLayerIdentifier();
+  const bool definedElsewhere =
+      node->definingLayer && !node->definingLayer->empty() && *node->definingLayer != active;
+  if (!definedElsewhere && !definedOutsideStack(stage_, *node))
+    return;
+  std::string activeName;
+  for (const UsdLayerInfo& layer : stage_.layers) {
+    if (layer.identifier == active)
+      activeName = layer.name;
+  }
+  for (UsdComponent& component : entity.components) {
+    if (component.type != operation.componentType)
+      continue;
+    for (ComponentProperty& property : component.properties) {
+      if (property.name != operation.propertyName)
+        continue;
+      property.overridden = true;
+      property.overriddenInActiveLayer = true;
+      property.overrideLayer = active;
+      property.overrideLayerName = activeName;
+    }
+  }
 }
 
 bool LocalStage::hasPrim(std::string_view path) {

@@ -54,6 +54,10 @@ class LocalStage {
   bool applyInstanceableOverride(std::string_view path, bool instanceable);
   // The run-time identities the server gave to prims an edit created.
   bool applyCreatedPrimIdentities(const std::vector<EditClientCreatedPrim>& createdPrims);
+  // The local effect of a component operation on its entity: the component list as the operation
+  // leaves it, a new "Name" as the prim's display name, and the override mark of a set property
+  // (`markPropertyOverridesIfReferenced`). False when the entity is absent.
+  bool applyComponentChange(const ComponentAtomicOperation& operation);
   // Removes the prims marked by removals; call once after the last mutation.
   void finish();
 
@@ -78,6 +82,13 @@ class LocalStage {
   std::vector<UsdPrimNode>* childrenOf(std::string_view parentPath);
   void insertNode(std::vector<UsdPrimNode>& siblings, UsdPrimNode node);
   UsdPrimDetail newLocalPrim(const PrimAtomicOperation& operation, const std::string& path) const;
+  // A set property of an entity whose content comes from elsewhere — a referenced file, or
+  // another layer than the one that receives edits — now has its strongest opinion in the active
+  // layer: it shows as overridden there before the next stage says so.
+  void markPropertyOverridesIfReferenced(UsdPrimDetail& entity,
+                                         const ComponentAtomicOperation& operation);
+  // The layer that receives edits: the chosen one, else the root.
+  std::string activeLayerIdentifier() const;
   void log(const std::string& text) const;
 
   StageInspection& stage_;

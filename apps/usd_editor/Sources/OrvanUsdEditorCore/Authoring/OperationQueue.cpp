@@ -44,7 +44,8 @@ struct Exchange {
   Result<EditClientResponse> run() const {
     Result<std::string> line = client
                                    ? client->submit(command, retryOnUnexpectedClosure)
-                                   : runProcess(*launcher, executablePath, arguments, token, true);
+                                   : runEditClientOnce(*launcher, executablePath, arguments, token,
+                                                       kEditClientStandardErrorTailCharacters);
     if (!line.ok())
       return line.error();
     return decodeEditClientResponse(trimmed(*line));
@@ -276,6 +277,8 @@ void OperationQueue::handleSubmitResponse(const EditClientResponse& response,
       if (response.createdPrims)
         context_.overlay.applyCreatedPrimIdentities(*response.createdPrims);
     } else {
+      if (const ComponentAtomicOperation* component = operation.component())
+        context_.overlay.state.acknowledgeOptimisticComponentOperation(*component, revision.get());
       hooks.applyAcceptedOperation(operation);
     }
     if (std::optional<std::string> path = operation.selectedPathAfterAccept())
@@ -315,6 +318,8 @@ void OperationQueue::handleSubmitResponse(const EditClientResponse& response,
   if (operationIsIdempotentPropertyWrite(operation) &&
       responseMeansPropertyIsAlreadyApplied(response.message)) {
     state.operationRetryAttempts.erase(key);
+    if (const ComponentAtomicOperation* component = operation.component())
+      context_.overlay.state.acknowledgeOptimisticComponentOperation(*component, revision.get());
     hooks.applyAcceptedOperation(operation);
     context_.status.set(std::string(status::kAlreadyUpToDate));
     afterReply();
@@ -335,9 +340,11 @@ void OperationQueue::handleSubmitResponse(const EditClientResponse& response,
   if (prim) {
     context_.overlay.discardOptimisticStructuralOperations(std::span(prim, 1));
     context_.stageRefresher.refresh({.preserveQueue = true, .preserveDrafts = false});
-  } else if (const ComponentAtomicOperation* component = operation.component();
-             component && component->kind == ComponentOperationKind::enable) {
-    context_.stageRefresher.refresh({.preserveQueue = true});
+  } else if (const ComponentAtomicOperation* component = operation.component()) {
+    // What the local stage showed goes; the server's stage says what is true.
+    const bool shown = context_.overlay.discardOptimisticComponentOperation(*component);
+    if (shown || component->kind == ComponentOperationKind::enable)
+      context_.stageRefresher.refresh({.preserveQueue = true});
   }
   hooks.refused(operation);
   context_.status.set(std::string(status::kRejected) + response.message);
@@ -363,6 +370,9 @@ void OperationQueue::handleSubmitFailure(const Error& error) {
       state.primSubmitStartedAt.reset();
       context_.overlay.discardOptimisticStructuralOperations(std::span(prim, 1));
       context_.stageRefresher.refresh({.preserveQueue = true, .preserveDrafts = false});
+    } else if (const ComponentAtomicOperation* component = operation->component();
+               component && context_.overlay.discardOptimisticComponentOperation(*component)) {
+      context_.stageRefresher.refresh({.preserveQueue = true});
     }
     state.operationRetryAttempts.erase(operation->replacementKey());
     hooks.refused(*operation);

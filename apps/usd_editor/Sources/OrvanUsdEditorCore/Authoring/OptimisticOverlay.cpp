@@ -102,6 +102,33 @@ void OptimisticOverlayState::clearPendingDuplicatePrimPaths(
   }
 }
 
+void OptimisticOverlayState::recordOptimisticComponentOperation(
+    const ComponentAtomicOperation& operation) {
+  optimisticComponentChanges.push_back({operation, kUnacknowledgedRevision});
+}
+
+void OptimisticOverlayState::acknowledgeOptimisticComponentOperation(
+    const ComponentAtomicOperation& operation, std::uint64_t revision) {
+  for (OptimisticComponentChange& change : optimisticComponentChanges) {
+    if (change.acknowledgedRevision == kUnacknowledgedRevision && change.operation == operation) {
+      change.acknowledgedRevision = revision;
+      return;
+    }
+  }
+}
+
+void OptimisticOverlayState::discardOptimisticComponentOperation(
+    const ComponentAtomicOperation& operation) {
+  const auto found =
+      std::find_if(optimisticComponentChanges.begin(), optimisticComponentChanges.end(),
+                   [&](const OptimisticComponentChange& change) {
+                     return change.acknowledgedRevision == kUnacknowledgedRevision &&
+                            change.operation == operation;
+                   });
+  if (found != optimisticComponentChanges.end())
+    optimisticComponentChanges.erase(found);
+}
+
 void OptimisticOverlayState::pruneForIncomingStage(std::optional<std::uint64_t> incomingRevision) {
   const std::uint64_t incoming = incomingRevision.value_or(0);
   std::erase_if(optimisticInsertedPaths,
@@ -113,15 +140,22 @@ void OptimisticOverlayState::pruneForIncomingStage(std::optional<std::uint64_t> 
       return incoming >= entry.second.acknowledgedRevision;
     return entry.second.acknowledgedRevision != kUnacknowledgedRevision;
   });
+  std::erase_if(optimisticComponentChanges, [&](const OptimisticComponentChange& change) {
+    if (incomingRevision)
+      return incoming >= change.acknowledgedRevision;
+    return change.acknowledgedRevision != kUnacknowledgedRevision;
+  });
   createdPrimIdentities.clear();
 }
 
 bool OptimisticOverlayState::holdsEdits() const {
   return !optimisticInsertedPaths.empty() || !optimisticDeletedPaths.empty() ||
-         !optimisticInstanceableOverrides.empty() || !createdPrimIdentities.empty();
+         !optimisticInstanceableOverrides.empty() || !createdPrimIdentities.empty() ||
+         !optimisticComponentChanges.empty();
 }
 
 void OptimisticOverlayState::clear() {
+  optimisticComponentChanges.clear();
   optimisticInsertedPaths.clear();
   optimisticDeletedPaths.clear();
   optimisticInstanceableOverrides.clear();
@@ -162,6 +196,8 @@ void replayOptimisticOverlay(const OptimisticOverlayState& state, LocalStage& st
   for (const auto& [path, override] : state.optimisticInstanceableOverrides)
     stage.applyInstanceableOverride(path, override.instanceable);
   stage.applyCreatedPrimIdentities(state.createdPrimIdentities);
+  for (const OptimisticComponentChange& change : state.optimisticComponentChanges)
+    stage.applyComponentChange(change.operation);
   stage.finish();
 }
 
@@ -204,6 +240,27 @@ void OptimisticOverlay::discardOptimisticStructuralOperations(
   // The server's last stage without them shows at once; the refresh that follows confirms it.
   if (serverStage_)
     rebuildLocalStage({});
+}
+
+void OptimisticOverlay::recordOptimisticComponentOperations(
+    std::span<const ComponentAtomicOperation> operations) {
+  ORVAN_ASSERT_MAIN_THREAD(context_.main);
+  for (const ComponentAtomicOperation& operation : operations)
+    state.recordOptimisticComponentOperation(operation);
+  // A local build under way started without them: it starts again with them.
+  if (serverStage_ && !operations.empty())
+    rebuildLocalStage({});
+}
+
+bool OptimisticOverlay::discardOptimisticComponentOperation(
+    const ComponentAtomicOperation& operation) {
+  const std::size_t before = state.optimisticComponentChanges.size();
+  state.discardOptimisticComponentOperation(operation);
+  if (state.optimisticComponentChanges.size() == before)
+    return false;
+  if (serverStage_)
+    rebuildLocalStage({});
+  return true;
 }
 
 void OptimisticOverlay::applyCreatedPrimIdentities(

@@ -42,6 +42,14 @@ struct OptimisticInstanceableOverride {
   bool operator==(const OptimisticInstanceableOverride&) const = default;
 };
 
+// A component command shown in the local stage before the server's stage holds it.
+struct OptimisticComponentChange {
+  ComponentAtomicOperation operation;
+  std::uint64_t acknowledgedRevision = kUnacknowledgedRevision;
+
+  bool operator==(const OptimisticComponentChange&) const = default;
+};
+
 // What structural edits the editor shows before the server's stage has them. An entry is recorded
 // when the edit is queued, gets a revision when the server accepts it, and dies with the first
 // incoming stage at least that new; a refusal or failure removes it at once.
@@ -54,14 +62,21 @@ struct OptimisticOverlayState {
   std::unordered_set<std::string> pendingDuplicatePrimPaths;
   // Identities the server gave to created prims, shown until the next incoming stage has them.
   std::vector<EditClientCreatedPrim> createdPrimIdentities;
+  // Component commands in the order they were made; laid again after the structural edits.
+  std::vector<OptimisticComponentChange> optimisticComponentChanges;
 
   void recordOptimisticStructuralOperation(const PrimAtomicOperation& operation);
   void acknowledgeOptimisticStructuralOperations(std::span<const PrimAtomicOperation> operations,
                                                  std::uint64_t revision);
   void discardOptimisticStructuralOperations(std::span<const PrimAtomicOperation> operations);
   void clearPendingDuplicatePrimPaths(std::span<const PrimAtomicOperation> operations);
+  void recordOptimisticComponentOperation(const ComponentAtomicOperation& operation);
+  // The oldest unanswered entry equal to `operation`.
+  void acknowledgeOptimisticComponentOperation(const ComponentAtomicOperation& operation,
+                                               std::uint64_t revision);
+  void discardOptimisticComponentOperation(const ComponentAtomicOperation& operation);
   // Drops the entries that a stage of `incomingRevision` already holds. A stage of unknown
-  // revision clears acknowledged instance flags, but no inserts or deletes.
+  // revision clears acknowledged instance flags and component changes, but no inserts or deletes.
   void pruneForIncomingStage(std::optional<std::uint64_t> incomingRevision);
   bool holdsEdits() const;
   void clear();
@@ -70,7 +85,7 @@ struct OptimisticOverlayState {
 };
 
 // Lays the remembered edits over a stage: inserts and moves in the order they were made, then the
-// deletes, then the instance flags, then the known identities.
+// deletes, then the instance flags, then the known identities, then the component changes.
 void replayOptimisticOverlay(const OptimisticOverlayState& state, LocalStage& stage);
 
 // A copy of a stage whose prim list has room for what edits add.
@@ -103,6 +118,11 @@ class OptimisticOverlay {
                                  std::vector<std::string> selectAfter);
   // A refused or failed edit: its entries go and the stage shows without it.
   void discardOptimisticStructuralOperations(std::span<const PrimAtomicOperation> operations);
+  // Component commands already shown in the local stage: every stage that arrives before the
+  // server's holds them shows them too.
+  void recordOptimisticComponentOperations(std::span<const ComponentAtomicOperation> operations);
+  // A refused or failed command: false when it was never shown locally.
+  bool discardOptimisticComponentOperation(const ComponentAtomicOperation& operation);
   void applyCreatedPrimIdentities(const std::vector<EditClientCreatedPrim>& createdPrims);
   // A stage from the server is about to be shown: the overlay is pruned by its revision and what
   // remains is laid over it before it shows.

@@ -574,6 +574,15 @@ void PropertyDrafts::updateOptimisticComponentProperty(const std::vector<std::st
   context_.queue.submitNextOperation();
 }
 
+void PropertyDrafts::clearDraft(const std::string& entityPath, const std::string& componentType,
+                                const std::string& propertyName) {
+  const std::string key = draftKey(componentType, propertyName);
+  drafts.update([&](Drafts& all) {
+    if (auto entity = all.find(entityPath); entity != all.end())
+      entity->second.erase(key);
+  });
+}
+
 void PropertyDrafts::resetComponentOverride(const UsdComponent& component,
                                             const ComponentProperty& property) {
   const std::vector<std::string> targets = targetEntityPaths(component.type, property.name);
@@ -581,16 +590,20 @@ void PropertyDrafts::resetComponentOverride(const UsdComponent& component,
     return;
   const std::string key = draftKey(component.type, property.name);
   cancelDeferredCommit(sliderCommitKey(component.type, property.name, targets));
+  std::vector<ComponentAtomicOperation> resets;
   for (const std::string& path : targets) {
     livePreviews.remove(previewKey(path, component.type, property.name));
-    context_.queue.queue(AtomicOperation{ComponentAtomicOperation{
+    resets.push_back({
         .kind = ComponentOperationKind::reset,
         .entityPath = path,
         .componentType = component.type,
         .propertyName = property.name,
         .value = {},
-    }});
+    });
   }
+  applyLocalComponentOperations(resets);
+  for (ComponentAtomicOperation& reset : resets)
+    context_.queue.queue(AtomicOperation{std::move(reset)});
   drafts.update([&](Drafts& all) {
     for (const std::string& path : targets) {
       if (auto entity = all.find(path); entity != all.end())

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <functional>
 #include <map>
 #include <optional>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -99,6 +101,10 @@ class PropertyDrafts {
   Context context_;
 
  public:
+  // Shows component operations in the local stage before any reply (the component commands'
+  // local effect, which sits above this part).
+  std::function<void(std::span<const ComponentAtomicOperation>)> applyLocalComponentOperations =
+      [](std::span<const ComponentAtomicOperation>) {};
   // Entity path to (draftKey to text).
   Observable<Drafts> drafts;
   Observable<std::map<std::string, std::string>> worldDrafts;
@@ -135,6 +141,9 @@ class PropertyDrafts {
   void updateDraftSnapshot(const std::vector<std::string>& entityPaths,
                            const std::string& componentType, const std::string& propertyName,
                            const std::string& value);
+  // Forgets the draft of one property of one entity: the stage's value shows again.
+  void clearDraft(const std::string& entityPath, const std::string& componentType,
+                  const std::string& propertyName);
   void commitRetainedNumericControl(const UsdComponent& component,
                                     const ComponentProperty& property, const std::string& value);
   void scheduleColorCommit(const UsdComponent& component, const ComponentProperty& property,

@@ -34,10 +34,11 @@ Result<std::string> runLocalInspector(ProcessLauncher& launcher, const std::stri
   return runProcess(launcher, inspectorPath, {"--", scenePath}, "", false);
 }
 
-Result<std::string> runProcess(ProcessLauncher& launcher, const std::string& executablePath,
-                               std::vector<std::string> arguments,
-                               std::string_view authorizationToken,
-                               bool acceptJSONResponseOnFailure) {
+namespace {
+
+Result<ProcessOutput> runCaptured(ProcessLauncher& launcher, const std::string& executablePath,
+                                  std::vector<std::string> arguments,
+                                  std::string_view authorizationToken) {
   ProcessLaunchOptions options;
   options.executablePath = executablePath;
   options.arguments = std::move(arguments);
@@ -47,8 +48,22 @@ Result<std::string> runProcess(ProcessLauncher& launcher, const std::string& exe
   }
   options.standardOutput = OutputStreamOptions::captured();
   options.standardError = OutputStreamOptions::captured();
+  return launcher.runToCompletion(std::move(options));
+}
 
-  Result<ProcessOutput> finished = launcher.runToCompletion(std::move(options));
+// A helper killed by a signal has no exit code; it reports as 128 + the signal, as shells do.
+int exitCode(const ExitStatus& status) {
+  return status.wasSignalled() ? 128 + status.value : status.value;
+}
+
+}  // namespace
+
+Result<std::string> runProcess(ProcessLauncher& launcher, const std::string& executablePath,
+                               std::vector<std::string> arguments,
+                               std::string_view authorizationToken,
+                               bool acceptJSONResponseOnFailure) {
+  Result<ProcessOutput> finished =
+      runCaptured(launcher, executablePath, std::move(arguments), authorizationToken);
   if (!finished.ok())
     return finished.error();
 
@@ -61,11 +76,38 @@ Result<std::string> runProcess(ProcessLauncher& launcher, const std::string& exe
   // What the helper said goes to the user: bytes of another encoding show as U+FFFD rather than
   // leave the message empty.
   std::string errorText = utf8WithReplacements(finished->standardError);
-  const ExitStatus& status = finished->exitStatus;
-  // A helper killed by a signal has no exit code; it reports as 128 + the signal, as shells do.
-  const int code = status.wasSignalled() ? 128 + status.value : status.value;
-  return Error::editor(code, errorText.empty() ? utf8WithReplacements(finished->standardOutput)
-                                               : std::move(errorText));
+  return Error::editor(
+      exitCode(finished->exitStatus),
+      errorText.empty() ? utf8WithReplacements(finished->standardOutput) : std::move(errorText));
+}
+
+Result<std::string> runEditClientOnce(ProcessLauncher& launcher, const std::string& executablePath,
+                                      std::vector<std::string> arguments,
+                                      std::string_view authorizationToken,
+                                      std::size_t standardErrorTailCharacters) {
+  Result<ProcessOutput> finished =
+      runCaptured(launcher, executablePath, std::move(arguments), authorizationToken);
+  if (!finished.ok())
+    return finished.error();
+  std::string output = validUtf8OrEmpty(std::move(finished->standardOutput));
+  if (finished->exitStatus.isSuccess() || decodeJson<EditClientResponse>(output).ok())
+    return output;
+  const int code = exitCode(finished->exitStatus);
+  std::string description = "helper exit status " + std::to_string(code);
+  const std::string said = utf8WithReplacements(
+      finished->standardError.empty() ? finished->standardOutput : finished->standardError);
+  const std::string_view meaningful = trimWhitespaceAndNewlines(said);
+  if (!meaningful.empty()) {
+    // The last characters, whole code points only: the end of a helper's complaint says why.
+    std::size_t start = meaningful.size() > standardErrorTailCharacters
+                            ? meaningful.size() - standardErrorTailCharacters
+                            : 0;
+    while (start < meaningful.size() &&
+           (static_cast<unsigned char>(meaningful[start]) & 0xC0) == 0x80)
+      ++start;
+    description += ": " + std::string(meaningful.substr(start));
+  }
+  return Error::editor(code, std::move(description));
 }
 
 }  // namespace orvan::editor

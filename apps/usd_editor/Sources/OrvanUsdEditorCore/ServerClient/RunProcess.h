@@ -23,6 +23,14 @@ Result<std::string> runProcess(ProcessLauncher& launcher, const std::string& exe
                                std::string_view authorizationToken,
                                bool acceptJSONResponseOnFailure);
 
+// The edit helper's one-shot form: its output, or its JSON answer to a refused operation; any
+// other end fails with the exit status as code and "helper exit status N: " and the last
+// `standardErrorTailCharacters` of its standard error (or output) as description.
+Result<std::string> runEditClientOnce(ProcessLauncher& launcher, const std::string& executablePath,
+                                      std::vector<std::string> arguments,
+                                      std::string_view authorizationToken,
+                                      std::size_t standardErrorTailCharacters);
+
 // Text that is not valid UTF-8 reads as empty.
 std::string validUtf8OrEmpty(std::string text);
 

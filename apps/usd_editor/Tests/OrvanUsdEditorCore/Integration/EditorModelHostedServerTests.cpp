@@ -5,8 +5,10 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <future>
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <thread>
@@ -303,7 +305,7 @@ TEST_F(EditorModelHostedServerTest, APrimAddedThroughTheRealHelperIsInTheNextSta
   const std::string name = added.substr(added.rfind('/') + 1);
   bool written = false;
   for (int i = 0; i < 100 && !written; ++i) {
-    std::ifstream in(demo.folder() + "/hello_world.usda");
+    std::ifstream in(demo.folder() + "/hello_world_base.usda");
     const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     written = text.find("\"" + name + "\"") != std::string::npos;
     if (!written)
@@ -352,7 +354,7 @@ TEST_F(EditorModelHostedServerTest, StructuralEditsThroughTheRealHelperEndUpInTh
 
   bool written = false;
   for (int i = 0; i < 100 && !written; ++i) {
-    std::ifstream in(demo.folder() + "/hello_world.usda");
+    std::ifstream in(demo.folder() + "/hello_world_base.usda");
     const std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
     written = text.find("\"Crate_1\"") != std::string::npos &&
               text.find("\"YellowCone\"") == std::string::npos &&
@@ -407,11 +409,19 @@ TEST_F(EditorModelHostedServerTest, AComponentAndAColourThroughTheRealHelperEndU
     return !model.stageRefresher.stageRefreshInFlight && component("AudioSource") != nullptr;
   })) << model.status.get();
   EXPECT_EQ(model.propertyDrafts.draftValue(shapeCopy, *color), "0.1,0.2,0.3");
+  // The server's own stage shows it: the edit went to the layer that wins, not under the root.
+  const UsdComponent* shown = component("RenderShape");
+  ASSERT_NE(shown, nullptr);
+  for (const ComponentProperty& each : shown->properties) {
+    if (each.name == "color") {
+      EXPECT_EQ(each.value, "0.1,0.2,0.3");
+    }
+  }
 
   bool written = false;
   std::string text;
   for (int i = 0; i < 100 && !written; ++i) {
-    std::ifstream in(demo.folder() + "/hello_world.usda");
+    std::ifstream in(demo.folder() + "/hello_world_base.usda");
     text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     written = text.find("orvan:audio:") != std::string::npos &&
               text.find("(0.1, 0.2, 0.3)") != std::string::npos;
@@ -419,6 +429,138 @@ TEST_F(EditorModelHostedServerTest, AComponentAndAColourThroughTheRealHelperEndU
       std::this_thread::sleep_for(50ms);
   }
   EXPECT_TRUE(written) << text;
+}
+
+std::string textOf(const std::string& path) {
+  std::ifstream in(path);
+  return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// Whether the file comes to satisfy `holds` within a few seconds (the server writes behind).
+bool fileComesTo(const std::string& path, const std::function<bool(const std::string&)>& holds) {
+  for (int i = 0; i < 100; ++i) {
+    if (holds(textOf(path)))
+      return true;
+    std::this_thread::sleep_for(50ms);
+  }
+  return false;
+}
+
+// The stage's layer whose file is `file`, if any.
+std::optional<UsdLayerInfo> stageLayer(const EditorModel& model, std::string_view file) {
+  for (const UsdLayerInfo& layer : model.currentStage().layers) {
+    if (std::filesystem::path(layer.identifier).filename() == file)
+      return layer;
+  }
+  return std::nullopt;
+}
+
+// The file names of the stage's layers, strongest first.
+std::vector<std::string> stackFiles(const EditorModel& model) {
+  std::vector<std::string> files;
+  for (const UsdLayerInfo& layer : model.currentStage().layers)
+    files.push_back(std::filesystem::path(layer.identifier).filename().string());
+  return files;
+}
+
+// The layer pane's commands through the real one-shot helper, one after another: a new layer
+// becomes the one that receives edits, an edit lands in it, it is muted and enabled again, moved
+// below the base and merged down into the lighting layer; the scene's files say so after each.
+TEST_F(EditorModelHostedServerTest, LayerCommandsThroughTheRealHelperEndUpInTheScenesFiles) {
+  const EditableDemo demo;
+  RunningProjectServer server({"--state-dir", demo.folder() + "/.state"}, {}, demo.folder());
+  ASSERT_TRUE(server.error().empty()) << server.error();
+  EditorModel& model = startEditing(server);
+  ASSERT_TRUE(runUntil([&] { return !model.currentStage().prims.empty(); })) << model.status.get();
+  const std::string root = demo.folder() + "/hello_world.usda";
+  const auto stageSays = [&](const std::function<bool()>& holds) {
+    return runUntil([&] { return !model.stageRefresher.stageRefreshInFlight && holds(); });
+  };
+  const auto activeFile = [&] {
+    return std::filesystem::path(model.scope.activeLayerIdentifier()).filename().string();
+  };
+  EXPECT_EQ(activeFile(), "hello_world_base.usda") << "the first editable layer below the root";
+
+  model.layers.addLayer("props");
+  const auto describe = [&] {
+    std::string text =
+        model.status.get() + "; active " + model.scope.activeLayerIdentifier() + "; stack";
+    for (const UsdLayerInfo& layer : model.currentStage().layers)
+      text += " " + layer.identifier + (layer.writable ? "" : " (read-only)") +
+              (layer.muted ? " (muted)" : "") + (layer.system.value_or(false) ? " (system)" : "");
+    return text;
+  };
+  ASSERT_TRUE(stageSays([&] { return activeFile() == "props.usda"; })) << describe();
+  EXPECT_EQ(stackFiles(model),
+            (std::vector<std::string>{"hello_world.usda", "props.usda", "hello_world_base.usda",
+                                      "hello_world_lighting.usda"}));
+  EXPECT_TRUE(fileComesTo(root, [](const std::string& text) {
+    return text.find("@./props.usda@") < text.find("@./hello_world_base.usda@");
+  })) << textOf(root);
+  EXPECT_TRUE(fileComesTo(demo.folder() + "/props.usda",
+                          [](const std::string& text) { return text.starts_with("#usda 1.0"); }));
+
+  // An inspector edit goes to the new layer and shows.
+  model.documents.selectPrims("/World/RedCube", {"/World/RedCube"});
+  ASSERT_TRUE(
+      runUntil([&] { return !model.session.inspector.get().sceneSnapshot.entityPaths.empty(); }));
+  const auto translation = [&]() -> std::string {
+    const UsdPrimDetail* cube = model.stage.get()->prim("/World/RedCube");
+    for (const UsdComponent& component : cube ? cube->components : std::vector<UsdComponent>{})
+      for (const ComponentProperty& property : component.properties)
+        if (component.type == "Transform" && property.name == "translation")
+          return property.value;
+    return "";
+  };
+  const UsdPrimDetail* cube = model.stage.get()->prim("/World/RedCube");
+  ASSERT_NE(cube, nullptr);
+  const UsdComponent transform = cube->components.at(1);
+  ASSERT_EQ(transform.type, "Transform");
+  const ComponentProperty place = transform.properties.at(0);
+  ASSERT_EQ(place.name, "translation");
+  const std::string before = translation();
+  model.propertyDrafts.commitRetainedNumericControl(transform, place, "1,2,3");
+  ASSERT_TRUE(runUntil([&] {
+    return model.operations.state.pendingOperations.empty() &&
+           !model.operations.state.submitInFlight;
+  }));
+  model.stageRefresher.refresh();
+  ASSERT_TRUE(stageSays([&] { return translation() == "1,2,3"; })) << model.status.get();
+  EXPECT_TRUE(fileComesTo(demo.folder() + "/props.usda", [](const std::string& text) {
+    return text.find("(1, 2, 3)") != std::string::npos;
+  })) << textOf(demo.folder() + "/props.usda");
+
+  // Muted, the layer's opinion goes from the stage, and edits go to the first editable layer of
+  // the stack, the root.
+  model.layers.setLayerMuted(*stageLayer(model, "props.usda"), true);
+  EXPECT_EQ(activeFile(), "hello_world.usda");
+  ASSERT_TRUE(stageSays([&] { return stageLayer(model, "props.usda")->muted; }))
+      << model.status.get();
+  EXPECT_EQ(translation(), before);
+  model.layers.setLayerMuted(*stageLayer(model, "props.usda"), false);
+  ASSERT_TRUE(stageSays([&] { return !stageLayer(model, "props.usda")->muted; }))
+      << model.status.get();
+  EXPECT_EQ(translation(), "1,2,3");
+
+  model.layers.moveLayer(*stageLayer(model, "props.usda"), "down");
+  ASSERT_TRUE(stageSays([&] { return stackFiles(model).at(2) == "props.usda"; }))
+      << model.status.get();
+  EXPECT_TRUE(fileComesTo(root, [](const std::string& text) {
+    return text.find("@./hello_world_base.usda@") < text.find("@./props.usda@");
+  })) << textOf(root);
+  EXPECT_EQ(translation(), before) << "below the base, its opinion is the weaker one";
+
+  model.layers.confirmMergeLayerDown(*stageLayer(model, "props.usda"));
+  ASSERT_TRUE(model.layers.confirmation.get().has_value());
+  model.layers.confirm();
+  ASSERT_TRUE(stageSays([&] { return !stageLayer(model, "props.usda"); })) << model.status.get();
+  EXPECT_TRUE(fileComesTo(root, [](const std::string& text) {
+    return text.find("props.usda") == std::string::npos;
+  })) << textOf(root);
+  const std::string lighting = demo.folder() + "/hello_world_lighting.usda";
+  EXPECT_TRUE(fileComesTo(lighting, [](const std::string& text) {
+    return text.find("(1, 2, 3)") != std::string::npos;
+  })) << textOf(lighting);
 }
 
 }  // namespace

@@ -188,19 +188,39 @@ TEST_F(LayerStackEditingTest, ARefusedLayerEditPutsThePaneBack) {
   EXPECT_EQ(paneIdentifiers().size(), 6u);
 }
 
+TEST_F(LayerStackEditingTest, AHelperThatDiesNamesItsExitStatusAndTheEndOfWhatItSaid) {
+  start(fullStack());
+  std::ofstream(folder_ / "journal.script") << "DIE\n";
+  model_->layers.moveLayer(fullStack()[3], "up");
+  scheduler_.runUntilQuiet();
+  const std::string status = model_->status.get();
+  EXPECT_THAT(status, ::testing::StartsWith("Live edit failed: helper exit status 9: "));
+  EXPECT_THAT(status, EndsWith("..... cannot reach the server"));
+  EXPECT_EQ(status.find("early"), std::string::npos) << "only the last 600 characters";
+  EXPECT_EQ(status.size(), std::string("Live edit failed: helper exit status 9: ").size() + 600);
+  EXPECT_EQ(paneIdentifiers().size(), 6u);
+}
+
 TEST_F(LayerStackEditingTest, TheActiveLayerIsRememberedAndMutingTheLastEditableOneClearsIt) {
-  start({layer("scene.usda", true, false), layer("a.usda"), layer("ro.usda", false, false)});
+  start({layer("scene.usda", true, false), layer("a.usda"), layer("b.usda"),
+         layer("ro.usda", false, false)});
+  model_->layers.setActiveLayer(layer("b.usda"));
+  EXPECT_EQ(model_->status.get(), "Editing b");
   model_->layers.setActiveLayer(layer("a.usda"));
   EXPECT_EQ(model_->status.get(), "Editing a");
   EXPECT_EQ(model_->scope.activeLayerIdentifier(), "a.usda");
   EXPECT_EQ(rememberedLayer(), "a.usda");
+  serve({layer("scene.usda", true, false), layer("a.usda"), layer("b.usda", false, true, true),
+         layer("ro.usda", false, false)});
+  model_->layers.setLayerMuted(layer("b.usda"), true);
+  scheduler_.runUntilQuiet();
 
   model_->layers.setLayerMuted(layer("a.usda"), true);
   EXPECT_EQ(model_->scope.activeLayerIdentifier(), "");
   EXPECT_EQ(rememberedLayer(), "<none>");
   scheduler_.runUntilQuiet();
-  ASSERT_EQ(commands().size(), 1u);
-  EXPECT_THAT(commands()[0], EndsWith("--layer-op mute a.usda true"));
+  ASSERT_EQ(commands().size(), 2u);
+  EXPECT_THAT(commands()[1], EndsWith("--layer-op mute a.usda true"));
   std::string lastLaunch;
   bool launchedForA = false;
   std::istringstream journal(testing::fileText(journal_));
@@ -214,6 +234,28 @@ TEST_F(LayerStackEditingTest, TheActiveLayerIsRememberedAndMutingTheLastEditable
   ASSERT_FALSE(lastLaunch.empty()) << "a new long-lived helper was warmed";
   EXPECT_EQ(lastLaunch.find("--active-layer"), std::string::npos)
       << lastLaunch << "the helper runs without a layer once none is editable";
+}
+
+// With nothing chosen, the layer that receives edits is the first editable one below the root;
+// a remembered choice comes first; a stack of the root alone edits the root.
+TEST_F(LayerStackEditingTest, WithoutAChoiceTheFirstEditableSublayerReceivesEdits) {
+  start({layer("scene.usda", true), layer("ws.usda", false, true, false, true),
+         layer("m.usda", false, true, true), layer("a.usda"), layer("b.usda")});
+  EXPECT_EQ(model_->scope.activeLayerIdentifier(), "a.usda");
+  EXPECT_EQ(rememberedLayer(), "a.usda");
+
+  model_->layers.setActiveLayer(layer("b.usda"));
+  model_->scope.current.update([](SharedClientScope& scope) { scope.activeLayer.clear(); });
+  serve({layer("scene.usda", true), layer("a.usda"), layer("b.usda")});
+  model_->stageRefresher.refresh();
+  scheduler_.runUntilQuiet();
+  EXPECT_EQ(model_->scope.activeLayerIdentifier(), "b.usda") << "the remembered choice";
+
+  serve({layer("scene.usda", true)});
+  model_->stageRefresher.refresh();
+  scheduler_.runUntilQuiet();
+  EXPECT_EQ(model_->scope.activeLayerIdentifier(), "scene.usda");
+  EXPECT_EQ(rememberedLayer(), "scene.usda");
 }
 
 }  // namespace

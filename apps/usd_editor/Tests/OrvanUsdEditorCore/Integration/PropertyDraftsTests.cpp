@@ -337,6 +337,46 @@ TEST_F(PropertyDraftsTest, ComponentCommandsFanOutOverTheSelectionAndShowAtOnce)
                   "component\t8\tremove\t/World/B\tLight"));
 }
 
+// A stage that arrives while a component command is on its way still shows the command; a reset
+// takes the override mark off at once; a refused command goes and the server's stage shows.
+TEST_F(PropertyDraftsTest, ComponentCommandsOutliveStagesThatDoNotHoldThemYet) {
+  select({"/World/C"});
+  const auto lightOnC = [&] {
+    const UsdPrimDetail* c = model_->stage.get()->prim("/World/C");
+    return c && !c->components.empty() && c->components[0].type == "Light";
+  };
+  model_->stageRefresher.refresh();  // its answer comes before the helper's
+  model_->components.addComponent("Light");
+  EXPECT_TRUE(lightOnC());
+  scheduler_.runBackground(testing::ManualScheduler::ThenRunMain::kNo);
+  scheduler_.runUntilQuiet();
+  EXPECT_TRUE(lightOnC()) << "the refreshed stage did not hold it yet, the overlay did";
+  EXPECT_EQ(commands().size(), 1u);
+
+  StageInspection marked = draftStage();
+  marked.prims[1].components[0].properties[0].overridden = true;
+  marked.prims[1].components[0].properties[0].overrideLayer = "top.usda";
+  serve(marked);
+  model_->stageRefresher.refresh();
+  scheduler_.runUntilQuiet();
+  ASSERT_TRUE(model_->stage.get()->prim("/World/A")->components[0].properties[0].overridden);
+  select({"/World/A"});
+  model_->propertyDrafts.resetComponentOverride(shape_, color_);
+  EXPECT_FALSE(model_->stage.get()->prim("/World/A")->components[0].properties[0].overridden)
+      << "the mark goes before the reply";
+  scheduler_.runUntilQuiet();
+
+  const std::string accepted = R"({"accepted":true,"revision":0,"message":"ok"})";
+  script({accepted, accepted, refusal("locked")});  // the add and the reset, then this one
+  select({"/World/B"});
+  model_->components.addComponent("Light");
+  EXPECT_EQ(model_->stage.get()->prim("/World/B")->components.size(), 2u);
+  scheduler_.runUntilQuiet();
+  EXPECT_EQ(model_->stage.get()->prim("/World/B")->components.size(), 1u)
+      << "refused: the server's stage without it";
+  EXPECT_FALSE(model_->overlay.state.holdsEdits());
+}
+
 TEST_F(PropertyDraftsTest, CopyAndPasteAComponentAndTheRefusals) {
   select({"/World/A", "/World/C", "/World/Set/Leg"});
   const UsdPrimDetail* a = model_->stage.get()->prim("/World/A");

@@ -26,7 +26,8 @@
 //
 // Started with "--json" it is the one-shot form: it notes "oneshot" and its arguments, answers
 // with the next scripted line and exits 1 when that line does not accept, as the real helper
-// reports a refused operation.
+// reports a refused operation; a "DIE" line makes it write 700 dots between "early " and
+// " cannot reach the server" to standard error and exit 9.
 #include <unistd.h>
 
 #include <chrono>
@@ -125,6 +126,10 @@ int main(int argc, char** argv) {
     const std::size_t index = commandsSoFar(journal);
     note("oneshot" + joined);
     const std::string answer = scriptedAnswer(journal, index);
+    if (answer == "DIE") {
+      writeAll(STDERR_FILENO, "early " + std::string(700, '.') + " cannot reach the server\n");
+      return 9;
+    }
     writeAll(STDOUT_FILENO, answer + "\n");
     return answer.find("\"accepted\":true") != std::string::npos ? 0 : 1;
   }
