@@ -327,17 +327,20 @@ bool RuntimeViewportContainerView::presentFrame(const ViewportFramePixels& frame
       return false;
     glSurface_->awaitSwap(std::move(presented));
   } else {
-    // The one copy: out of shared memory into the image that is painted.
-    if (image_.width() != frame.width || image_.height() != frame.height)
-      image_ = QImage(frame.width, frame.height, QImage::Format_RGB32);
-    const std::size_t rowBytes = static_cast<std::size_t>(frame.width) * 4;
-    for (int row = 0; row < frame.height; ++row) {
-      std::memcpy(image_.scanLine(row),
-                  frame.pixels + static_cast<std::size_t>(row) * frame.rowBytes, rowBytes);
-    }
+    // No copy here: the image reads the shared surface, which stays mapped while it is held.
+    // Painting it is the one copy, so the frame counts as copied out (and may be acknowledged)
+    // only once it has been painted.
+    image_ = QImage(frame.pixels, frame.width, frame.height, static_cast<qsizetype>(frame.rowBytes),
+                    QImage::Format_RGB32);
+    imageOwner_ = frame.owner;
     if (presented)
       awaitingPaint_.push_back(std::move(presented));
+    if (completed)
+      awaitingCopy_.push_back(std::move(completed));
     update();
+    hasFrame_ = true;
+    frameSize_ = QSize(frame.width, frame.height);
+    return true;
   }
   hasFrame_ = true;
   frameSize_ = QSize(frame.width, frame.height);
@@ -351,6 +354,7 @@ void RuntimeViewportContainerView::clearFrame() {
   if (glSurface_)
     glSurface_->clearFrame();
   image_ = QImage();
+  imageOwner_.reset();
   update();
 }
 
@@ -410,6 +414,13 @@ void RuntimeViewportContainerView::paintEvent(QPaintEvent*) {
     painter.drawImage(rect(), image_);
   } else {
     painter.fillRect(rect(), Qt::black);
+  }
+  if (!awaitingCopy_.empty()) {
+    std::vector<std::function<void()>> copied = std::exchange(awaitingCopy_, {});
+    postToMain(this, [copied = std::move(copied)] {
+      for (const std::function<void()>& completed : copied)
+        completed();
+    });
   }
   if (!awaitingPaint_.empty())
     postToMain(this, [this] { firePresented(); });

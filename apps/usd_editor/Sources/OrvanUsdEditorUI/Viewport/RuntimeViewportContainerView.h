@@ -127,10 +127,12 @@ class RuntimeViewportContainerView : public QWidget, public editor::ViewportSurf
   QLabel* reason_ = nullptr;
   // The software path's copy of the last frame.
   QImage image_;
+  std::shared_ptr<const void> imageOwner_;  // keeps the surface the image reads mapped
   bool hasFrame_ = false;
   QSize frameSize_;
   // Frames shown by the software path that wait for the next paint.
   std::vector<std::function<void()>> awaitingPaint_;
+  std::vector<std::function<void()>> awaitingCopy_;
 };
 
 }  // namespace orvan::ui
