@@ -74,6 +74,14 @@ std::vector<std::string> layersToWatch(const EditableScene& scene, const fs::pat
   return layers;
 }
 
+// The scene's muted layers as the store names them: relative to the project folder, sorted.
+std::vector<std::string> relativeMutes(const EditableScene& scene) {
+  std::set<std::string> layers;
+  for (const std::string& identifier : scene.mutedLayers())
+    layers.insert(scene.relativeIdentifier(identifier));
+  return {layers.begin(), layers.end()};
+}
+
 void logProblem(const std::string& text) {
   std::fprintf(stderr, "orvan_project_server: %s\n", text.c_str());
 }
@@ -309,7 +317,46 @@ LiveWorkspace::SceneState& LiveWorkspace::sceneLocked(const std::string& scene) 
     if (!kept.ok())
       logProblem("keeping the first snapshot of " + scene + " failed: " + kept.error().message);
   }
+  restoreMutesLocked(state, scene);
   return state;
+}
+
+void LiveWorkspace::restoreMutesLocked(SceneState& state, const std::string& scene) {
+  StoreResult<std::vector<std::string>> stored = store_->mutedLayers(options_.workspace, scene);
+  if (!stored.ok()) {
+    logProblem("reading the muted layers of " + scene + " failed: " + stored.error().message);
+    return;
+  }
+  const std::vector<std::string> stack = state.scene->layerStack();
+  std::vector<std::string> kept;
+  for (const std::string& layer : *stored) {
+    const std::string identifier = state.scene->absoluteIdentifier(layer);
+    const bool present = identifier != state.scene->rootIdentifier() &&
+                         std::find(stack.begin(), stack.end(), identifier) != stack.end() &&
+                         state.scene->findLayer(identifier);
+    if (!present) {
+      logProblem("the muted layer " + layer + " of " + scene + " is gone; its mute is dropped");
+      continue;
+    }
+    LayerChange mute;
+    mute.kind = ChangeKind::LayerMute;
+    mute.layer = layer;
+    mute.before = "false";
+    mute.after = "true";
+    if (std::optional<std::string> failed = state.scene->applyChange(mute)) {
+      logProblem("muting " + layer + " of " + scene + " again failed: " + *failed);
+      continue;
+    }
+    kept.push_back(layer);
+  }
+  if (kept.size() != stored->size()) {
+    const SceneMutes mutes{.scene = scene, .mutedLayers = kept};
+    if (StoreStatus recorded = store_->recordMutedLayers(options_.workspace, mutes);
+        !recorded.ok()) {
+      logProblem("recording the muted layers of " + scene + " failed: " + recorded.error().message);
+    }
+  }
+  state.storedMutes = relativeMutes(*state.scene);
 }
 
 editor::EditClientResponse LiveWorkspace::refusal(std::string message) {
@@ -389,6 +436,11 @@ editor::EditClientResponse LiveWorkspace::commitLocked(
   if (std::optional<std::string> failed = applyChangeSet(*state.scene, changes))
     return refusal(*failed);
   const std::vector<std::string> layers = layersOf(changes);
+  // Mutes live in the store only: a revision that changes them carries the scene's new set.
+  std::vector<std::string> mutes = relativeMutes(*state.scene);
+  std::optional<SceneMutes> changedMutes;
+  if (mutes != state.storedMutes)
+    changedMutes = SceneMutes{.scene = scene, .mutedLayers = mutes};
   StoreResult<std::uint64_t> appended =
       store_->appendRevision(NewRevision{.workspace = options_.workspace,
                                          .author = request.author,
@@ -396,7 +448,8 @@ editor::EditClientResponse LiveWorkspace::commitLocked(
                                          .label = label,
                                          .timeMilliseconds = nowMilliseconds(),
                                          .changeSetText = encodeChangeSet(changes),
-                                         .layerPaths = layers});
+                                         .layerPaths = layers,
+                                         .mutes = std::move(changedMutes)});
   if (!appended.ok()) {
     // Not recorded, so not accepted: the scene goes back to what the log says.
     if (auto undone = applyChangeSet(*state.scene, invertChangeSet(changes)))
@@ -404,6 +457,7 @@ editor::EditClientResponse LiveWorkspace::commitLocked(
     return refusal("The edit could not be saved: " + appended.error().message);
   }
   head_ = *appended;
+  state.storedMutes = std::move(mutes);
   std::vector<std::string> absolutes;
   for (const std::string& layer : layers)
     absolutes.push_back(absolute(layer));

@@ -98,6 +98,9 @@ class LiveWorkspace {
       std::shared_ptr<const InspectionDocument> document = {};
     };
     std::map<std::string, Inspection> inspections = {};
+    // The muted layers the store holds for the scene (relative, sorted): an edit that leaves the
+    // scene with another set records the new one with its revision.
+    std::vector<std::string> storedMutes = {};
   };
 
   LiveWorkspace(const ProjectFolder& project, ChangeFeed& feed, LiveWorkspaceOptions options,
@@ -106,6 +109,8 @@ class LiveWorkspace {
   // Nothing when all went well, else why not.
   std::optional<std::string> recover();
   SceneState& sceneLocked(const std::string& scene);
+  // Mutes the layers the store says the scene had muted; those gone from it are dropped.
+  void restoreMutesLocked(SceneState& state, const std::string& scene);
   void lookForExternalChangesLocked();
   editor::EditClientResponse refusal(std::string message);
   editor::EditClientResponse historyLocked(SceneState& state, const std::string& scene,

@@ -15,7 +15,8 @@
 namespace orvan::engine {
 namespace {
 
-constexpr int kSchemaVersion = 1;
+// 2 added the muted layers; a store of schema 1 gets the table when it is opened.
+constexpr int kSchemaVersion = 2;
 constexpr int kBusyTimeoutMilliseconds = 5000;
 // Blobs are kept in pieces: a layer may be larger than the biggest value SQLite takes in one cell.
 constexpr std::size_t kBlobPieceBytes = 4u << 20;
@@ -74,6 +75,12 @@ CREATE TABLE IF NOT EXISTS write_backs (
   pending_revision INTEGER NOT NULL,
   pending_hash TEXT NOT NULL,
   PRIMARY KEY (workspace, layer_path)
+) WITHOUT ROWID;
+CREATE TABLE IF NOT EXISTS muted_layers (
+  workspace TEXT NOT NULL,
+  scene TEXT NOT NULL,
+  layer_path TEXT NOT NULL,
+  PRIMARY KEY (workspace, scene, layer_path)
 ) WITHOUT ROWID;
 )";
 
@@ -385,6 +392,27 @@ StoreStatus storeWriteBack(StoreConnection& connection, const std::string& works
   return editor::Unit{};
 }
 
+// The scene's muted layers become exactly `mutes.mutedLayers`; inside the caller's transaction.
+StoreStatus replaceMutedLayers(StoreConnection& connection, const std::string& workspace,
+                               const SceneMutes& mutes) {
+  {
+    Query clear(connection, "DELETE FROM muted_layers WHERE workspace = ? AND scene = ?");
+    if (!clear.ok() || !clear.bind(1, workspace).bind(2, mutes.scene).done())
+      return connection.failure("cannot record the muted layers of " + mutes.scene);
+  }
+  const std::set<std::string> layers(mutes.mutedLayers.begin(), mutes.mutedLayers.end());
+  Query insert(connection,
+               "INSERT INTO muted_layers (workspace, scene, layer_path) VALUES (?, ?, ?)");
+  if (!insert.ok())
+    return connection.failure("cannot record the muted layers of " + mutes.scene);
+  for (const std::string& layer : layers) {
+    if (!insert.bind(1, workspace).bind(2, mutes.scene).bind(3, layer).done())
+      return connection.failure("cannot record the muted layers of " + mutes.scene);
+    insert.rearm();
+  }
+  return editor::Unit{};
+}
+
 StoreStatus checkWorkspace(const std::string& workspace) {
   if (workspace.empty())
     return StoreError{"a workspace needs a name"};
@@ -508,9 +536,45 @@ StoreResult<std::uint64_t> ProjectStore::appendRevision(const NewRevision& revis
         !insert.bind(1, revision.workspace).bindRevision(2, next).bind(3, layerPath).done())
       return connection.failure("cannot record the revision");
   }
+  if (revision.mutes) {
+    if (auto kept = replaceMutedLayers(connection, revision.workspace, *revision.mutes); !kept)
+      return kept.error();
+  }
   if (!transaction.commit())
     return connection.failure("cannot record the revision");
   return next;
+}
+
+StoreResult<std::vector<std::string>> ProjectStore::mutedLayers(const std::string& workspace,
+                                                                const std::string& scene) {
+  const std::lock_guard lock(mutex_);
+  Query rows(*connection_,
+             "SELECT layer_path FROM muted_layers WHERE workspace = ? AND scene = ? "
+             "ORDER BY layer_path");
+  if (!rows.ok())
+    return connection_->failure("cannot read the muted layers");
+  rows.bind(1, workspace).bind(2, scene);
+  std::vector<std::string> layers;
+  int status = SQLITE_ROW;
+  while ((status = rows.step()) == SQLITE_ROW)
+    layers.push_back(rows.text(0));
+  if (status != SQLITE_DONE)
+    return connection_->failure("cannot read the muted layers");
+  return layers;
+}
+
+StoreStatus ProjectStore::recordMutedLayers(const std::string& workspace, const SceneMutes& mutes) {
+  if (auto valid = checkWorkspace(workspace); !valid)
+    return valid;
+  const std::lock_guard lock(mutex_);
+  Transaction transaction(*connection_);
+  if (!transaction.began())
+    return connection_->failure("cannot record the muted layers of " + mutes.scene);
+  if (auto kept = replaceMutedLayers(*connection_, workspace, mutes); !kept)
+    return kept;
+  if (!transaction.commit())
+    return connection_->failure("cannot record the muted layers of " + mutes.scene);
+  return editor::Unit{};
 }
 
 StoreResult<std::vector<StoredRevision>> ProjectStore::revisions(const std::string& workspace,

@@ -17,6 +17,15 @@ namespace orvan::engine {
 
 struct StoreConnection;
 
+// The layers a workspace leaves out of one scene's composition. Muting is the workspace's state,
+// not the files': it is kept beside the revisions, never written into a layer.
+struct SceneMutes {
+  std::string scene = {};                     // relative to the project folder
+  std::vector<std::string> mutedLayers = {};  // relative to the project folder
+
+  bool operator==(const SceneMutes&) const = default;
+};
+
 // One accepted edit as the server hands it over. The change set is opaque here: whatever text the
 // edit logic made of the prim-level before and after of the edit.
 struct NewRevision {
@@ -27,6 +36,9 @@ struct NewRevision {
   std::int64_t timeMilliseconds = 0;  // since the Unix epoch; 0 takes the current time
   std::string changeSetText = {};
   std::vector<std::string> layerPaths = {};  // the layer files the edit changed
+  // Set when the edit changed which layers the scene leaves out: its whole new set, recorded with
+  // the revision so the two never disagree.
+  std::optional<SceneMutes> mutes = {};
 };
 
 struct StoredRevision {
@@ -98,6 +110,13 @@ class ProjectStore {
   StoreResult<std::uint64_t> headRevision(const std::string& workspace);
   // Records an accepted edit as the next revision and returns its number once it is on the disk.
   StoreResult<std::uint64_t> appendRevision(const NewRevision& revision);
+
+  // The layers a scene of the workspace has muted, sorted; none before its first mute.
+  StoreResult<std::vector<std::string>> mutedLayers(const std::string& workspace,
+                                                    const std::string& scene);
+  // Replaces a scene's muted layers outside any revision: for layers found gone, whose mute means
+  // nothing any more.
+  StoreStatus recordMutedLayers(const std::string& workspace, const SceneMutes& mutes);
 
   // History, oldest first: the revisions after `afterRevision`, at most `limit` of them.
   StoreResult<std::vector<StoredRevision>> revisions(const std::string& workspace,

@@ -283,6 +283,96 @@ TEST(ProjectStore, WriteBacksKeepTheWrittenAndThePendingContent) {
   EXPECT_FALSE(*store->writeBack("review", "/p/a.usda"));
 }
 
+NewRevision muting(const std::string& scene, std::vector<std::string> layers) {
+  NewRevision revision = edit("main", "mute", {"sub.usda"});
+  revision.mutes = SceneMutes{.scene = scene, .mutedLayers = std::move(layers)};
+  return revision;
+}
+
+// The muted layers of a scene change only with the revision that carries them, per workspace and
+// scene, and stay across reopening; a revision whose set cannot be kept is not recorded either.
+TEST(ProjectStore, MutedLayersChangeWithTheirRevisionOnlyAndSurviveReopening) {
+  StoreTestFolder folder;
+  const std::string path = folder.file("store.sqlite3");
+  {
+    auto store = openStore(path);
+    ASSERT_TRUE(store);
+    EXPECT_TRUE(store->mutedLayers("main", "a.usda")->empty());
+    EXPECT_EQ(*store->appendRevision(muting("a.usda", {"z.usda", "sub/b.usda", "z.usda"})), 1u);
+    EXPECT_EQ(*store->appendRevision(muting("other.usda", {"c.usda"})), 2u);
+    // An edit that does not change the mutes leaves them alone.
+    EXPECT_EQ(*store->appendRevision(edit("main", "move")), 3u);
+    EXPECT_EQ(*store->mutedLayers("main", "a.usda"),
+              (std::vector<std::string>{"sub/b.usda", "z.usda"}));
+    EXPECT_TRUE(store->mutedLayers("draft", "a.usda")->empty());
+
+    // A failure inside the transaction (here a trigger refusing one layer) takes the revision
+    // back with the set: the head and the mutes stay as they were.
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+    ASSERT_EQ(
+        sqlite3_exec(db,
+                     "CREATE TRIGGER refuse BEFORE INSERT ON muted_layers "
+                     "WHEN NEW.layer_path = 'poison.usda' BEGIN SELECT RAISE(ABORT, 'no'); END",
+                     nullptr, nullptr, nullptr),
+        SQLITE_OK);
+    sqlite3_close(db);
+    EXPECT_FALSE(store->appendRevision(muting("a.usda", {"poison.usda"})));
+    EXPECT_EQ(*store->headRevision("main"), 3u);
+    EXPECT_FALSE(store->revision("main", 4).value().has_value());
+    EXPECT_EQ(*store->mutedLayers("main", "a.usda"),
+              (std::vector<std::string>{"sub/b.usda", "z.usda"}));
+
+    // Unmuting the last layer leaves the scene with none.
+    EXPECT_EQ(*store->appendRevision(muting("a.usda", {"z.usda"})), 4u);
+    EXPECT_TRUE(store->recordMutedLayers("main", SceneMutes{.scene = "other.usda"}).ok());
+    EXPECT_EQ(*store->headRevision("main"), 4u);  // not a revision
+  }
+  auto store = openStore(path);
+  ASSERT_TRUE(store);
+  EXPECT_EQ(*store->mutedLayers("main", "a.usda"), std::vector<std::string>{"z.usda"});
+  EXPECT_TRUE(store->mutedLayers("main", "other.usda")->empty());
+  EXPECT_EQ(*store->appendRevision(muting("a.usda", {})), 5u);
+  EXPECT_TRUE(store->mutedLayers("main", "a.usda")->empty());
+}
+
+// A store written before muted layers were kept (schema 1: no table for them) opens with its
+// history whole, gets the table and takes mutes from then on.
+TEST(ProjectStore, AStoreOfTheFirstSchemaIsUpgradedInPlace) {
+  StoreTestFolder folder;
+  const std::string path = folder.file("store.sqlite3");
+  {
+    auto store = openStore(path);
+    ASSERT_TRUE(store);
+    ASSERT_TRUE(store->appendRevision(edit("main", "one")));
+    ASSERT_TRUE(store->appendRevision(edit("main", "two")));
+  }
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  ASSERT_EQ(
+      sqlite3_exec(db, "DROP TABLE muted_layers; PRAGMA user_version=1", nullptr, nullptr, nullptr),
+      SQLITE_OK);
+  sqlite3_close(db);
+  {
+    auto store = openStore(path);
+    ASSERT_TRUE(store);
+    EXPECT_EQ(*store->headRevision("main"), 2u);
+    EXPECT_EQ(numbersOf(*store->revisionsAfter("main", 0)), (std::vector<std::uint64_t>{1, 2}));
+    EXPECT_TRUE(store->mutedLayers("main", "a.usda")->empty());
+    EXPECT_EQ(*store->appendRevision(muting("a.usda", {"sub.usda"})), 3u);
+  }
+  ASSERT_EQ(sqlite3_open(path.c_str(), &db), SQLITE_OK);
+  sqlite3_stmt* version = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(db, "PRAGMA user_version", -1, &version, nullptr), SQLITE_OK);
+  ASSERT_EQ(sqlite3_step(version), SQLITE_ROW);
+  EXPECT_EQ(sqlite3_column_int(version, 0), 2);
+  sqlite3_finalize(version);
+  sqlite3_close(db);
+  auto store = openStore(path);
+  ASSERT_TRUE(store);
+  EXPECT_EQ(*store->mutedLayers("main", "a.usda"), std::vector<std::string>{"sub.usda"});
+}
+
 TEST(ProjectStore, AStoreFromANewerVersionOrNotAStoreIsRefusedWithoutTouchingIt) {
   StoreTestFolder folder;
   const std::string path = folder.file("store.sqlite3");

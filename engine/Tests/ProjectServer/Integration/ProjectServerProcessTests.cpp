@@ -10,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <optional>
 #include <set>
 #include <string>
 #include <thread>
@@ -31,6 +32,7 @@
 #include "orvan/wire/JsonDecoder.h"
 #include "orvan/wire/records/EditClientResponse.h"
 #include "orvan/wire/records/HostedProjectRecords.h"
+#include "orvan/wire/records/SceneLayers.h"
 #include "orvan/wire/records/StageInspection.h"
 
 extern char** environ;
@@ -369,6 +371,83 @@ TEST(ProjectServerProcessTest, AKilledServerLosesNoAcknowledgedEditAndItsRevisio
   for (const auto& [name, revision] : acknowledged)
     EXPECT_NE(text.find('"' + name + '"'), std::string::npos) << name;
   EXPECT_EQ(server.stopWith(SIGTERM), 0);
+  fs::remove_all(base);
+}
+
+// A mute the server acknowledged is there after it is killed at once: it was kept with its
+// revision, and the scene read again from the files is muted again before it is served.
+TEST(ProjectServerProcessTest, AKilledServerComesBackWithTheLayerItAcknowledgedMuting) {
+  namespace fs = std::filesystem;
+  const fs::path base =
+      fs::temp_directory_path() / ("orvan_crash_mute_" + std::to_string(::getpid()));
+  fs::remove_all(base);
+  fs::create_directories(base / "Demo");
+  for (const char* name :
+       {"project.json", "hello_world.usda", "hello_world_base.usda", "hello_world_lighting.usda"})
+    fs::copy_file(fs::path(ORVAN_DEMO_DIR) / name, base / "Demo" / name);
+  fs::copy(fs::path(ORVAN_DEMO_DIR) / "assets", base / "Demo/assets", fs::copy_options::recursive);
+  const std::vector<std::string> arguments{"--project",   (base / "Demo").string(), "--port", "0",
+                                           "--state-dir", (base / "state").string()};
+  const std::string lighting = (base / "Demo/hello_world_lighting.usda").string();
+  // Whether the stage shows the lighting layer muted and its light gone, and the layer list says
+  // so too.
+  const auto mutedNow = [&](httplib::Client& http) {
+    const auto stage = http.Get("/api/stage");
+    const auto layers = http.Get("/api/layers");
+    if (!stage || stage->status != 200 || !layers || layers->status != 200) {
+      ADD_FAILURE() << "no stage or layers";
+      return std::optional<bool>();
+    }
+    auto inspection = editor::decodeJson<editor::RemoteStageResponse>(stage->body);
+    auto listed = editor::decodeJson<editor::SceneLayersResponse>(layers->body);
+    if (!inspection.ok() || !listed.ok()) {
+      ADD_FAILURE() << "the stage or the layers do not decode";
+      return std::optional<bool>();
+    }
+    const auto& infos = inspection->stage.layers;
+    const auto info = std::find_if(infos.begin(), infos.end(),
+                                   [&](const auto& layer) { return layer.identifier == lighting; });
+    const bool sun = std::any_of(inspection->stage.prims.begin(), inspection->stage.prims.end(),
+                                 [](const auto& prim) { return prim.path == "/World/Sun"; });
+    const bool listedMuted = std::find(listed->mutedLayers.begin(), listed->mutedLayers.end(),
+                                       lighting) != listed->mutedLayers.end();
+    const bool muted = info != infos.end() && info->muted;
+    EXPECT_EQ(muted, !sun);
+    EXPECT_EQ(muted, listedMuted);
+    return std::optional<bool>(muted);
+  };
+  const auto mute = [&](httplib::Client& http, bool muted) {
+    const auto answer = http.Post(
+        "/api/edit",
+        std::string(
+            R"({"author":"A","clientId":"c","operations":[{"type":"layer","kind":"mute",)") +
+            R"("identifier":"hello_world_lighting.usda","muted":)" + (muted ? "true" : "false") +
+            "}]}",
+        "application/json");
+    if (!answer)
+      return false;
+    auto reply = editor::decodeJson<editor::EditClientResponse>(answer->body);
+    return reply.ok() && reply->accepted;
+  };
+
+  for (const bool muted : {true, false}) {
+    ServerProcess server(arguments);
+    const int port = server.port();
+    ASSERT_GT(port, 0);
+    httplib::Client http("127.0.0.1", port);
+    http.set_read_timeout(60, 0);
+    EXPECT_EQ(mutedNow(http), std::optional<bool>(!muted));
+    ASSERT_TRUE(mute(http, muted));
+    server.stopWith(SIGKILL);
+
+    ServerProcess again(arguments);
+    const int portAgain = again.port();
+    ASSERT_GT(portAgain, 0);
+    httplib::Client after("127.0.0.1", portAgain);
+    after.set_read_timeout(60, 0);
+    EXPECT_EQ(mutedNow(after), std::optional<bool>(muted)) << (muted ? "muted" : "unmuted");
+    EXPECT_EQ(again.stopWith(SIGTERM), 0);
+  }
   fs::remove_all(base);
 }
 

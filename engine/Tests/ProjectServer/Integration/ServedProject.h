@@ -57,8 +57,10 @@ class ServedProject {
       ASSERT_TRUE(project.ok()) << project.error();
       projects.push_back(std::move(*project));
     }
-    // A server serves its API: the old one goes first.
+    // A server serves its API: the old one goes first, then the old API, which writes back what
+    // its workspaces hold and lets go of their stores before the new one opens them.
     server_.reset();
+    api_.reset();
     api_ = std::make_unique<ProjectServerApi>(std::move(projects), std::move(options));
     server_ = std::make_unique<ProjectServer>(*api_);
     const auto port = server_->bind("127.0.0.1", 0);
@@ -66,6 +68,12 @@ class ServedProject {
     port_ = *port;
     server_->start();
     client_ = std::make_unique<httplib::Client>("127.0.0.1", port_);
+  }
+
+  // Ends the server and its API: the folder is nobody's until the next start.
+  void close() {
+    server_.reset();
+    api_.reset();
   }
 
   void stop() {
