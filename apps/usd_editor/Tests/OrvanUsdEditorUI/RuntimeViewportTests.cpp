@@ -1,5 +1,6 @@
 // The viewport in the window, over a real model on virtual time: the host's children are scripted,
 // the model's stage comes from the fake inspector, and the Qt event loop runs the view.
+#include <QSplitter>
 #include <QTest>
 
 #include <gmock/gmock.h>
@@ -320,7 +321,13 @@ TEST_F(RuntimeViewportTest, TheWindowPutsTheViewportBetweenThePanes) {
   window.showRuntimeViewport(launcher_, surfaces_);
   ASSERT_NE(window.runtimeViewport(), nullptr);
   EXPECT_EQ(window.viewportPane(), &window.runtimeViewport()->view());
-  EXPECT_TRUE(window.hierarchyPane()->parentWidget()->isAncestorOf(window.viewportPane()));
+  // Three columns: the hierarchy's (with the layers under it), the viewport's, the inspector.
+  const auto* columns = qobject_cast<const QSplitter*>(window.inspectorPane()->parentWidget());
+  ASSERT_NE(columns, nullptr);
+  ASSERT_EQ(columns->count(), 3);
+  EXPECT_TRUE(columns->widget(0)->isAncestorOf(window.hierarchyPane()));
+  EXPECT_TRUE(columns->widget(1)->isAncestorOf(window.viewportPane()));
+  EXPECT_EQ(columns->widget(2), window.inspectorPane());
 }
 
 }  // namespace
