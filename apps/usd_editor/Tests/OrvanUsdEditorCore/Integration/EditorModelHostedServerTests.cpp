@@ -463,6 +463,54 @@ std::vector<std::string> stackFiles(const EditorModel& model) {
   return files;
 }
 
+// A gizmo drag as the viewport reports it: live values while dragging, a final one at the end.
+// The final value reaches the file through the real helper; an Alt-drag moves a new copy and
+// leaves the original where it was.
+TEST_F(EditorModelHostedServerTest, GizmoDragsThroughTheRealHelperEndUpInTheFile) {
+  const EditableDemo demo;
+  RunningProjectServer server({"--state-dir", demo.folder() + "/.state"}, {}, demo.folder());
+  ASSERT_TRUE(server.error().empty()) << server.error();
+  EditorModel& model = startEditing(server);
+  ASSERT_TRUE(runUntil([&] { return !model.currentStage().prims.empty(); })) << model.status.get();
+  const std::string base = demo.folder() + "/hello_world_base.usda";
+
+  std::uint64_t before = model.revision.get();
+  for (int step = 1; step <= 5; ++step) {
+    model.viewportGizmo.handleViewportTransformCommit("/World/RedCube", "translation",
+                                                      {0.5 * step, 0.5, 0}, false, false, "drag-1");
+  }
+  model.viewportGizmo.handleViewportTransformCommit("/World/RedCube", "translation", {4, 0.5, 0},
+                                                    true, false, "drag-1");
+  ASSERT_TRUE(runUntil([&] {
+    return model.revision.get() > before && !model.viewportGizmo.hasPendingChanges();
+  })) << model.status.get();
+  EXPECT_TRUE(fileComesTo(base, [](const std::string& text) {
+    return text.find("double3 xformOp:translate = (4, 0.5, 0)") != std::string::npos;
+  })) << textOf(base);
+
+  before = model.revision.get();
+  model.viewportGizmo.handleViewportTransformCommit("/World/BlueSphere", "translation", {0, 1, 3},
+                                                    false, true, "drag-2");
+  model.viewportGizmo.handleViewportTransformCommit("/World/BlueSphere", "translation", {0, 1, 6},
+                                                    true, true, "drag-2");
+  ASSERT_TRUE(runUntil([&] {
+    return model.revision.get() > before + 1 && !model.viewportGizmo.hasPendingChanges();
+  })) << model.status.get();
+  model.stageRefresher.refresh();
+  ASSERT_TRUE(runUntil([&] { return !model.stageRefresher.stageRefreshInFlight; }));
+  const std::vector<std::string> spheres = [&] {
+    std::vector<std::string> paths;
+    for (const auto& prim : model.currentStage().prims)
+      if (prim.path.rfind("/World/BlueSphere", 0) == 0)
+        paths.push_back(prim.path);
+    return paths;
+  }();
+  EXPECT_EQ(spheres.size(), 2u) << "the original and its copy";
+  EXPECT_TRUE(fileComesTo(base, [](const std::string& text) {
+    return text.find("(0, 1, 6)") != std::string::npos;
+  })) << textOf(base);
+}
+
 // The layer pane's commands through the real one-shot helper, one after another: a new layer
 // becomes the one that receives edits, an edit lands in it, it is muted and enabled again, moved
 // below the base and merged down into the lighting layer; the scene's files say so after each.
