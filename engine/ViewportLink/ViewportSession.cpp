@@ -319,8 +319,8 @@ bool ViewportSession::beginGizmoDrag(double xPx, double yTopPx, unsigned modifie
   const std::optional<GizmoOverlay> shown = gizmo();
   if (!shown || widthPx_ <= 0 || heightPx_ <= 0)
     return false;
-  std::optional<GizmoDrag> started = GizmoDrag::begin(
-      camera_, widthPx_, heightPx_, xPx, yTopPx, shown->target, shown->tool, shown->space);
+  std::optional<GizmoDrag> started = GizmoDrag::begin(camera_, widthPx_, heightPx_, xPx, yTopPx,
+                                                      shown->target, shown->tool, shown->space);
   if (!started)
     return false;
   char session[48];
@@ -421,7 +421,8 @@ void ViewportSession::pointer(const ViewportPointer& pointer) {
       if (!press || press->button != 0 || press->dragging || pointer.button != 0)
         return;
       const std::optional<std::string> hit = pick(x, y);
-      std::vector<std::string> picked = hit ? std::vector<std::string>{*hit} : std::vector<std::string>{};
+      std::vector<std::string> picked =
+          hit ? std::vector<std::string>{*hit} : std::vector<std::string>{};
       select(picked);
       send_(editor::ViewportClientLine{.type = "selection", .entityPaths = std::move(picked)});
       return;

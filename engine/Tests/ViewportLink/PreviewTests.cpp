@@ -43,7 +43,8 @@ struct PreviewFixture : ::testing::Test {
     StageOpenResult composed = composeStage(read.layer);
     ASSERT_TRUE(composed.ok());
     // As the runtime takes a state: the scene drawn up by the feed, the previews over it.
-    LoadedScene loaded = sceneFromStage(composed.stage, 1);
+    stage = composed.stage;
+    LoadedScene loaded = sceneFromStage(stage, 1);
     model.setStage(loaded.stage, tessellationForPrimCount(loaded.stage->prims.size()),
                    std::move(*loaded.scene));
     ASSERT_EQ(model.scene().objects.size(), 2u);
@@ -74,6 +75,7 @@ struct PreviewFixture : ::testing::Test {
                                normal.value);
   }
 
+  std::shared_ptr<const Stage> stage;
   SceneModel model;
   glm::vec3 baseColour{0.0f};
 };
@@ -119,7 +121,7 @@ TEST_F(PreviewFixture, ANewStateKeepsTheMovesWithoutARebuildAndRebuildsForOtherP
   EXPECT_TRUE(preview("property-preview|/World/Group|Transform|translation|0,5,0|0"));
   EXPECT_EQ(positionOf("/World/Group/Box"), glm::vec3(0, 6, 0));
   // The next state comes drawn up without previews; the move shows on it all the same.
-  LoadedScene next = sceneFromStage(std::shared_ptr<const Stage>(model.stage(), [](auto*) {}), 2);
+  LoadedScene next = sceneFromStage(stage, 2);
   EXPECT_EQ(glm::vec3(next.scene->objects[0].world[3]), glm::vec3(10, 1, 0));
   const std::uint64_t revision = model.revision();
   model.setStage(next.stage, {}, std::move(*next.scene));
