@@ -156,6 +156,15 @@ class ViewportPair {
   void acknowledge(const SeenFrame& frame) {
     send("frame-ack|" + std::to_string(frame.index) + "|" + std::to_string(frame.surfaceId));
   }
+  // Lets go of the frames passed over while waiting for other lines.
+  void acknowledgeSkippedFrames() {
+    for (const ViewportClientLine& line : skipped) {
+      if (line.type == "frame")
+        if (const std::optional<SeenFrame> frame = mapFrame(line))
+          acknowledge(*frame);
+    }
+    std::erase_if(skipped, [](const ViewportClientLine& line) { return line.type == "frame"; });
+  }
   bool statusSaid(const std::string& words) const {
     for (const ViewportClientLine& line : skipped) {
       if (line.type == "status" && line.message && line.message->find(words) != std::string::npos)
@@ -251,6 +260,7 @@ TEST_F(ViewportEndToEndTest, FramesShowTheServedSceneFollowItsEditsPickAndWaitFo
   ASSERT_TRUE(missed && missed->entityPaths);
   EXPECT_TRUE(missed->entityPaths->empty());
   // The outline follows the clicks: the frames showing it and then none come and are let go.
+  viewport.acknowledgeSkippedFrames();
   std::optional<SeenFrame> unselected;
   while (std::optional<SeenFrame> frame = viewport.nextFrame(1500ms)) {
     viewport.acknowledge(*frame);
@@ -415,21 +425,11 @@ DragLines dragHandle(ViewportPair& viewport, int height, glm::dvec2 at, glm::dve
     EXPECT_TRUE(line) << "no value for move " << i;
     if (line)
       lines.live.push_back(*line);
-    for (const ViewportClientLine& skipped : viewport.skipped) {
-      if (skipped.type == "frame")
-        if (const std::optional<SeenFrame> frame = mapFrame(skipped))
-          viewport.acknowledge(*frame);
-    }
-    viewport.skipped.clear();
+    viewport.acknowledgeSkippedFrames();
   }
   pointer("up", at + step * double(steps));
   lines.final = viewport.next("transformCommit", 10s);
-  for (const ViewportClientLine& skipped : viewport.skipped) {
-    if (skipped.type == "frame")
-      if (const std::optional<SeenFrame> frame = mapFrame(skipped))
-        viewport.acknowledge(*frame);
-  }
-  viewport.skipped.clear();
+  viewport.acknowledgeSkippedFrames();
   return lines;
 }
 
