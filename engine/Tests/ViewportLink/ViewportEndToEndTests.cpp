@@ -12,6 +12,8 @@
 #include <filesystem>
 #include <fstream>
 #include <set>
+#include <sstream>
+#include <thread>
 
 #include <httplib.h>
 
@@ -485,6 +487,20 @@ TEST_F(ViewportEndToEndTest, TheSelectedPrimIsOutlinedAndItsGizmoDragsSendTransf
                            GizmoTool::translate, GizmoSpace::world),
             std::optional(GizmoHandle::x));
 
+  // The pointer over the arrow lights it up (yellow); moving off puts it back.
+  const auto yellowPixel = [](int r, int g, int b) { return r > 200 && g > 200 && b < 80; };
+  viewport.send("move|" + std::to_string(handle.x) + "|" + std::to_string(kHeight - handle.y) +
+                "|0|0");
+  std::optional<SeenFrame> hovered = viewport.nextFrame();
+  ASSERT_TRUE(hovered);
+  viewport.acknowledge(*hovered);
+  EXPECT_GT(hovered->countPixels(yellowPixel), selected->countPixels(yellowPixel) + 20);
+  viewport.send("move|2.0|2.0|0|0");
+  std::optional<SeenFrame> left = viewport.nextFrame();
+  ASSERT_TRUE(left);
+  viewport.acknowledge(*left);
+  EXPECT_EQ(left->bgra, selected->bgra);
+
   // A drag of the X arrow: live values, then one final value, moved along X only.
   const DragLines drag = dragHandle(viewport, kHeight, handle, direction * 8.0, 4, 0);
   ASSERT_GE(drag.live.size(), 1u);
@@ -531,6 +547,24 @@ TEST_F(ViewportEndToEndTest, TheSelectedPrimIsOutlinedAndItsGizmoDragsSendTransf
   const std::optional<ViewportClientLine> missed = viewport.next("selection");
   ASSERT_TRUE(missed && missed->entityPaths);
   EXPECT_TRUE(missed->entityPaths->empty());
+  viewport.acknowledgeSkippedFrames();
+  std::optional<SeenFrame> unselected;
+  while (std::optional<SeenFrame> frame = viewport.nextFrame(1500ms)) {
+    viewport.acknowledge(*frame);
+    unselected = std::move(frame);
+  }
+  ASSERT_TRUE(unselected);
+  EXPECT_NE(unselected->bgra, plain->bgra) << "the cube shows where it was dragged";
+
+  // The scene's next state is its answer to the drags: their previews go and the cube is back
+  // where the file has it.
+  std::this_thread::sleep_for(1100ms);
+  std::stringstream text;
+  text << std::ifstream(scene).rdbuf();
+  std::ofstream(scene, std::ios::trunc) << text.str();
+  std::optional<SeenFrame> answered = viewport.nextFrame(10s);
+  ASSERT_TRUE(answered);
+  EXPECT_EQ(answered->bgra, plain->bgra);
 }
 
 TEST_F(ViewportEndToEndTest,
