@@ -193,7 +193,11 @@ void ViewportSession::close() {
 void ViewportSession::clientGone() {
   pool_.releaseAll();
   press_.reset();
-  drag_.reset();  // its preview stays until the scene's next state, as after a release
+  // A drag cut short ends as a release would, without a line: its preview stays until the
+  // scene's next state.
+  if (drag_ && drag_->values)
+    settling_.push_back({drag_->drag.target().path, drag_->drag.propertyName()});
+  drag_.reset();
 }
 
 void ViewportSession::sceneArrived(std::uint64_t generation, LoadedScene loaded) {
@@ -255,15 +259,11 @@ void ViewportSession::preview(const ViewportPropertyPreview& line) {
     dirty_ = true;
     return;
   }
-  // Kept while no scene is there to take it; the next state gets it.
-  if (model_.stage() == nullptr) {
-    previews_[key] = normal.value;
-    return;
-  }
-  if (model_.applyPreview(normal.entityPath, normal.componentType, normal.propertyName,
-                          normal.value))
-    return;  // nothing this viewport shows, or not a value
+  // Kept for the states to come, which may hold a prim this one lacks.
   previews_[key] = normal.value;
+  if (model_.stage() == nullptr || model_.applyPreview(normal.entityPath, normal.componentType,
+                                                       normal.propertyName, normal.value))
+    return;  // no scene yet, nothing this viewport shows, or not a value
   dirty_ = true;
 }
 
@@ -556,7 +556,7 @@ bool ViewportSession::update() {
   const bool sent = wantsFrame() && renderFrame();
   // A drag's values go out with the frames that show them: one line a frame at most. With no
   // frame to wait for (nothing changed, or drawing failed) the value goes now.
-  if (drag_ && drag_->unsent && (sent || !wantsFrame()))
+  if (drag_ && drag_->unsent && (sent || !wantsFrame() || rendererFailed_))
     sendDragValue();
   return sent;
 }
