@@ -11,14 +11,18 @@ size: the time from the open line to the first frame (reading and composing the 
 frames per second while the camera orbits (a gesture after each frame, so the runtime never
 idles), the time each frame took to draw, the time a surface was out (written by the runtime ->
 line to the client -> driver -> acknowledgement back at the runtime, measured by the runtime), and
-the time from a property-preview line to the first frame that shows it. With --server it also
+the time from a property-preview line to the first frame that shows it, and the time from a
+pointer move of a gizmo drag (a translate arrow of the previewed prim, framed) to its
+"transformCommit" line, which goes out with the frame that shows the move. With --server it also
 serves each scene with `orvan_project_server` and measures the open through the server (the
 layers fetched and composed in the runtime) and the time from an edit (a one-shot
 `orvan_edit_client` moving a prim, its start included) to the first frame after it.
 """
 import argparse
 import json
+import math
 import os
+import select
 import shutil
 import socket
 import statistics
@@ -82,13 +86,20 @@ class Viewport:
 
     def next_frame(self):
         """The next frame line, acknowledged at once; status lines are shown."""
+        return self.next_line("frame")
+
+    def next_line(self, kind):
+        """The next line of that type; frames on the way are acknowledged at once."""
         while True:
+            if not select.select([self.client.stdout], [], [], 30.0)[0]:
+                raise RuntimeError("no %s line within 30 s" % kind)
             text = self.client.stdout.readline()
             if not text:
                 raise RuntimeError("the client ended")
             line = json.loads(text)
             if line["type"] == "frame":
                 self.send("frame-ack|%d|%d" % (line["frameIndex"], line["surfaceId"]))
+            if line["type"] == kind:
                 return line
             if line["type"] == "status":
                 print("   status: %s" % line.get("message"), file=sys.stderr)
@@ -98,6 +109,28 @@ class Viewport:
         self.client.wait(timeout=30)
         self.runtime.terminate()
         self.runtime.wait(timeout=30)
+
+
+def handle_pixel(camera, width, height):
+    """Where a translate arrow of a prim at the camera's target is (a framed cube's centre), in
+    the editor's pixels (bottom-left origin): the X or Z arrow, whichever is longer on screen."""
+    yaw, pitch = math.radians(camera["yaw"]), math.radians(camera["pitch"])
+    target = (camera["targetX"], camera["targetY"], camera["targetZ"])
+    to_eye = (math.cos(pitch) * math.sin(yaw), math.sin(pitch), math.cos(pitch) * math.cos(yaw))
+    forward = tuple(-v for v in to_eye)
+    side = (forward[1] * 0 - forward[2] * 1, forward[2] * 0 - forward[0] * 0,
+            forward[0] * 1 - forward[1] * 0)  # forward x up
+    length = math.sqrt(sum(v * v for v in side))
+    side = tuple(v / length for v in side)
+    # A world axis on the screen: its part along the view's right and up directions.
+    up = (side[1] * forward[2] - side[2] * forward[1], side[2] * forward[0] - side[0] * forward[2],
+          side[0] * forward[1] - side[1] * forward[0])
+    axis = 0 if math.hypot(side[0], up[0]) >= math.hypot(side[2], up[2]) else 2
+    dx, dy = side[axis], up[axis]
+    norm = math.hypot(dx, dy)
+    size_px = min(max(0.18 * height, 48.0), 140.0)
+    return (width / 2.0 + 0.8 * size_px * dx / norm, height / 2.0 + 0.8 * size_px * dy / norm,
+            dx / norm, dy / norm)
 
 
 def measure(binary, scene, width, height, seconds, preview_path, previews):
@@ -128,9 +161,26 @@ def measure(binary, scene, width, height, seconds, preview_path, previews):
             viewport.send("property-preview|%s|Transform|translation|%s|0" % (preview_path, value))
             viewport.next_frame()
             latencies.append((time.perf_counter() - sent) * 1000.0)
+        viewport.send("property-preview|%s|Transform|translation||1" % preview_path)
+        viewport.send("selection|%s" % preview_path)
+        viewport.send("frame|selection")
+        viewport.send("camera-query")
+        camera = viewport.next_line("freeCameraState")
+        x, y, dx, dy = handle_pixel(camera, width, height)
+        drag = []
+        viewport.send("down|%.1f|%.1f|0|0" % (x, y))
+        for i in range(1, previews + 1):
+            sent = time.perf_counter()
+            viewport.send("move|%.1f|%.1f|0|0" % (x + 4 * i * dx, y + 4 * i * dy))
+            line = viewport.next_line("transformCommit")
+            drag.append((time.perf_counter() - sent) * 1000.0)
+        viewport.send("up|%.1f|%.1f|0|0" % (x + 4 * previews * dx, y + 4 * previews * dy))
+        line = viewport.next_line("transformCommit")
+        if not line.get("final"):
+            raise RuntimeError("the drag ended without its final line")
         return {
             "first": first_frame, "fps": fps, "frames": frames,
-            "render": render, "out": out, "preview": latencies,
+            "render": render, "out": out, "preview": latencies, "drag": drag,
         }
     finally:
         viewport.close()
@@ -180,6 +230,10 @@ def show(name, width, height, result):
         print("%-22s             preview to frame p50 %7.1f ms p99 %7.1f ms (%d previews)" % (
             "", statistics.median(result["preview"]), percentile(result["preview"], 0.99),
             len(result["preview"])))
+    if result["drag"]:
+        print("%-22s             gizmo move to transformCommit p50 %7.1f ms p99 %7.1f ms "
+              "(%d moves)" % ("", statistics.median(result["drag"]),
+                              percentile(result["drag"], 0.99), len(result["drag"])))
 
 
 def main():

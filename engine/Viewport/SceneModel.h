@@ -107,6 +107,10 @@ class SceneModel {
 
   // A new revision of the stage; the previews stay until they are cleared.
   void setStage(std::shared_ptr<const Stage> stage, Tessellation detail);
+  // The same with `built`, the scene of `stage` without previews, drawn up elsewhere (on a thread
+  // that reads scenes): it is taken as it is when only transforms are previewed (they move their
+  // objects), else the scene is rebuilt with the previews.
+  void setStage(std::shared_ptr<const Stage> stage, Tessellation detail, Scene built);
   // Shows `valueText` (the editor's form: "1.5", "0.2,0.4,1", a path for a binding) for a
   // component property of the prim at `path` until it is cleared. The reason when it cannot be
   // shown: an unknown property, a value that does not read, no such prim.

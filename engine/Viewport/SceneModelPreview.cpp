@@ -104,6 +104,35 @@ void SceneModel::setStage(std::shared_ptr<const Stage> stage, Tessellation detai
   dirty_ = true;
 }
 
+void SceneModel::setStage(std::shared_ptr<const Stage> stage, Tessellation detail, Scene built) {
+  stage_ = std::move(stage);
+  detail_ = detail;
+  const bool onlyTransforms =
+      previews_.bindings.empty() &&
+      std::all_of(previews_.numbers.begin(), previews_.numbers.end(), [](const auto& entry) {
+        return slotOf("Transform", "translation")->attribute == entry.first.second ||
+               slotOf("Transform", "rotation")->attribute == entry.first.second ||
+               slotOf("Transform", "scale")->attribute == entry.first.second;
+      });
+  if (!onlyTransforms) {
+    dirty_ = true;
+    return;
+  }
+  scene_ = std::move(built);
+  dirty_ = false;
+  ++revision_;
+  objectByPath_.clear();
+  for (std::size_t i = 0; i < scene_.objects.size(); ++i) {
+    objectByPath_.emplace(scene_.objects[i].path, i);
+  }
+  movedObjects_.clear();
+  moveRevision_ = 0;
+  movedPrims_.clear();
+  for (const auto& entry : previews_.numbers) {
+    movedPrims_.insert(entry.first.first);
+  }
+}
+
 std::optional<std::string> SceneModel::applyPreview(const std::string& path,
                                                     std::string_view componentType,
                                                     std::string_view propertyName,

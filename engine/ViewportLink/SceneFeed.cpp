@@ -60,7 +60,6 @@ LoadedScene sceneFromStage(std::shared_ptr<const Stage> stage, std::uint64_t rev
   LoadedScene loaded;
   loaded.scene =
       std::make_shared<Scene>(buildScene(*stage, tessellationForPrimCount(stage->prims.size())));
-  loaded.worlds = worldTransforms(*stage);
   loaded.stage = std::move(stage);
   loaded.revision = revision;
   return loaded;

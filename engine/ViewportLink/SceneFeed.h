@@ -34,7 +34,6 @@ struct SceneSource {
 struct LoadedScene {
   std::shared_ptr<const Stage> stage;  // null when the scene could not be read
   std::shared_ptr<Scene> scene;        // what is drawn; the receiver may change it
-  std::vector<glm::mat4> worlds;       // world transform per prim of `stage`
   std::uint64_t revision = 0;
   std::string error;  // why there is no stage, empty when there is one
   double loadSeconds = 0.0;

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <random>
 #include <thread>
 #include <type_traits>
 
@@ -16,84 +17,13 @@ namespace {
 
 constexpr double kDragThresholdPx = 3.0;
 constexpr float kOrbitDegreesPerPixel = 0.3f;
+constexpr unsigned kOptionModifier = 4;
 
-// Three numbers separated by commas or blanks, in or out of parentheses: "1,2,3", "(1, 2, 3)".
-std::optional<glm::dvec3> threeNumbers(std::string_view text) {
-  glm::dvec3 result{0.0};
-  int found = 0;
-  std::size_t at = 0;
-  while (at < text.size()) {
-    const char c = text[at];
-    if (c == ',' || c == ' ' || c == '(' || c == ')' || c == '\t') {
-      ++at;
-      continue;
-    }
-    if (found == 3)
-      return std::nullopt;
-    double value = 0.0;
-    const auto [end, error] = std::from_chars(text.data() + at, text.data() + text.size(), value);
-    if (error != std::errc() || !std::isfinite(value))
-      return std::nullopt;
-    result[found++] = value;
-    at = static_cast<std::size_t>(end - text.data());
-  }
-  if (found != 3)
-    return std::nullopt;
-  return result;
-}
-
-const Value* authoredValue(const Stage& stage, const ComposedPrim& prim, std::string_view name) {
-  const std::optional<ComposedProperty> property = stage.findProperty(prim, name);
-  if (!property || property->value == nullptr || property->value->isNone())
-    return nullptr;
-  return property->value;
-}
-
-std::optional<glm::dvec3> authoredVector(const Stage& stage, const ComposedPrim& prim,
-                                         std::string_view name) {
-  const Value* value = authoredValue(stage, prim, name);
-  if (value == nullptr || value->kind != ValueKind::Tuple || value->itemCount != 3)
-    return std::nullopt;
-  glm::dvec3 result;
-  for (std::size_t i = 0; i < 3; ++i) {
-    const std::optional<double> part = value->items()[i].toNumber();
-    if (!part)
-      return std::nullopt;
-    result[static_cast<int>(i)] = *part;
-  }
-  return result;
-}
-
-// The prim's local transform with the preview's values in place of the authored ones.
-glm::mat4 previewedLocal(const Stage& stage, const ComposedPrim& prim, const PrimPreview& preview) {
-  TransformOps ops;
-  if (const auto t = preview.translation ? preview.translation
-                                         : authoredVector(stage, prim, "xformOp:translate"))
-    ops.translate = *t;
-  if (const auto r =
-          preview.rotation ? preview.rotation : authoredVector(stage, prim, "xformOp:rotateXYZ"))
-    ops.rotateXYZ = glm::vec3(*r);
-  if (const auto s = preview.scale ? preview.scale : authoredVector(stage, prim, "xformOp:scale"))
-    ops.scale = glm::vec3(*s);
-  std::vector<TransformOp> order;
-  if (const Value* listed = authoredValue(stage, prim, "xformOpOrder");
-      listed != nullptr && listed->kind == ValueKind::List) {
-    for (const Value& item : listed->items()) {
-      const std::string name = item.decoded();
-      if (name == "xformOp:translate")
-        order.push_back(TransformOp::Translate);
-      else if (name == "xformOp:rotateXYZ")
-        order.push_back(TransformOp::RotateXYZ);
-      else if (name == "xformOp:scale")
-        order.push_back(TransformOp::Scale);
-    }
-  }
-  return localTransform(ops, order);
-}
-
-bool atOrBelow(std::string_view path, std::string_view root) {
-  return path == root ||
-         (path.size() > root.size() && path.starts_with(root) && path[root.size()] == '/');
+// Three numbers as the editor writes a Transform value, each read back exactly.
+std::string valueText(const std::array<double, 3>& values) {
+  char text[96];
+  std::snprintf(text, sizeof text, "%.17g,%.17g,%.17g", values[0], values[1], values[2]);
+  return text;
 }
 
 void retire(std::unique_ptr<SceneFeed> feed) {
@@ -107,89 +37,35 @@ void retire(std::unique_ptr<SceneFeed> feed) {
 
 }  // namespace
 
-bool applyPreviewLine(std::map<std::string, PrimPreview>& previews,
-                      const ViewportPropertyPreview& line) {
+ViewportPropertyPreview normalisedPreview(ViewportPropertyPreview line) {
   const std::string& name = line.propertyName;
-  const bool transform = line.componentType == "Transform" &&
-                         (name == "translation" || name == "rotation" || name == "scale");
-  const bool color = name == "color" || name == "displayColor" || name == "primvars:displayColor";
-  if (!transform && !color)
-    return false;
-  std::optional<glm::dvec3> value;
-  if (!line.clear) {
-    value = threeNumbers(line.value);
-    if (!value)
-      return false;
+  const bool colourOfItsOwn = line.componentType == "Light" || line.componentType == "Material" ||
+                              line.componentType == "WorldSettings";
+  if (name == "displayColor" || name == "primvars:displayColor" ||
+      (name == "color" && !colourOfItsOwn)) {
+    line.componentType = "RenderShape";
+    line.propertyName = "color";
   }
-  PrimPreview& preview = previews[line.entityPath];
-  if (name == "translation")
-    preview.translation = value;
-  else if (name == "rotation")
-    preview.rotation = value;
-  else if (name == "scale")
-    preview.scale = value;
-  else
-    preview.color = value ? std::optional(glm::vec3(*value)) : std::nullopt;
-  if (!preview.translation && !preview.rotation && !preview.scale && !preview.color)
-    previews.erase(line.entityPath);
-  return true;
+  std::erase_if(line.value, [](char c) { return c == '(' || c == ')'; });
+  return line;
 }
 
-std::vector<ObjectLook> looksOf(const Scene& scene) {
-  std::vector<ObjectLook> looks;
-  looks.reserve(scene.objects.size());
-  for (const SceneObject& object : scene.objects)
-    looks.push_back({object.world, object.color, object.bounds});
-  return looks;
-}
-
-void showPreviews(Scene& scene, const std::vector<ObjectLook>& base, const Stage& stage,
-                  const std::vector<glm::mat4>& worlds,
-                  const std::map<std::string, PrimPreview>& previews) {
-  for (std::size_t i = 0; i < scene.objects.size() && i < base.size(); ++i) {
-    scene.objects[i].world = base[i].world;
-    scene.objects[i].color = base[i].color;
-    scene.objects[i].bounds = base[i].bounds;
-  }
-  std::vector<bool> moved(scene.objects.size(), false);
-  // Deepest first: a child's change applies inside its parent's.
-  for (auto entry = previews.rbegin(); entry != previews.rend(); ++entry) {
-    const auto& [path, preview] = *entry;
-    if (preview.color) {
-      for (SceneObject& object : scene.objects) {
-        if (object.path == path)
-          object.color = *preview.color;
-      }
-    }
-    if (!preview.translation && !preview.rotation && !preview.scale)
-      continue;
-    const ComposedPrim* prim = stage.findPrim(path);
-    if (prim == nullptr)
-      continue;
-    const auto index = static_cast<std::size_t>(prim - stage.prims.data());
-    if (index >= worlds.size())
-      continue;
-    const glm::mat4 parent = prim->parent == kNoPrim ? glm::mat4(1.0f) : worlds[prim->parent];
-    const glm::mat4 change =
-        parent * previewedLocal(stage, *prim, preview) * glm::inverse(worlds[index]);
-    for (std::size_t i = 0; i < scene.objects.size(); ++i) {
-      if (atOrBelow(scene.objects[i].path, path)) {
-        scene.objects[i].world = change * scene.objects[i].world;
-        moved[i] = true;
-      }
-    }
-  }
-  scene.bounds = Bounds{};
-  for (std::size_t i = 0; i < scene.objects.size(); ++i) {
-    SceneObject& object = scene.objects[i];
-    if (moved[i])
-      object.bounds = meshBounds(object.mesh, object.world);
-    scene.bounds.add(object.bounds);
-  }
+editor::ViewportClientLine transformCommitLine(const std::string& path, const std::string& property,
+                                               const std::array<double, 3>& values,
+                                               const std::string& sessionId, bool final,
+                                               bool duplicate) {
+  return editor::ViewportClientLine{.type = "transformCommit",
+                                    .entityPath = path,
+                                    .propertyName = property,
+                                    .values = std::vector<double>(values.begin(), values.end()),
+                                    .previewSessionId = sessionId,
+                                    .final = final,
+                                    .duplicateRequested = duplicate};
 }
 
 ViewportSession::ViewportSession(Send send, std::function<void()> wake)
     : send_(std::move(send)), wake_(std::move(wake)) {
+  sessionSeed_ = std::random_device{}();
   const char* timing = std::getenv("ORVAN_VIEWPORT_TIMING");
   timing_ = timing != nullptr && *timing != '\0' && std::string_view(timing) != "0";
 }
@@ -229,16 +105,19 @@ void ViewportSession::handle(const ViewportCommand& command) {
         } else if constexpr (std::is_same_v<T, ViewportTool>) {
           tool_ = c.tool;
           space_ = c.space;
+          hovered_.reset();
+          dirty_ = true;
         } else if constexpr (std::is_same_v<T, ViewportSelection>) {
-          selection_ = c.paths;
+          select(c.paths);
         } else if constexpr (std::is_same_v<T, ViewportFrameTarget>) {
           frameTarget(c.all);
         } else if constexpr (std::is_same_v<T, ViewportPropertyPreview>) {
-          if (applyPreviewLine(previews_, c))
-            previewsChanged();
+          preview(c);
         } else if constexpr (std::is_same_v<T, ViewportDebug>) {
-          if (c.name == "viewport-grid")
+          if (c.name == "viewport-grid" && gridVisible_ != c.on) {
             gridVisible_ = c.on;
+            dirty_ = true;
+          }
         } else if constexpr (std::is_same_v<T, ViewportPointer>) {
           pointer(c);
         } else if constexpr (std::is_same_v<T, ViewportGesture>) {
@@ -283,7 +162,10 @@ void ViewportSession::open(const ViewportOpen& open) {
   hasScene_ = false;
   cameraPlaced_ = false;
   previews_.clear();
+  model_ = SceneModel();
   press_.reset();
+  drag_.reset();
+  settling_.clear();
   const std::uint64_t generation = generation_;
   feed_ = std::make_unique<SceneFeed>(
       SceneSource{.scene = open.scene,
@@ -301,13 +183,21 @@ void ViewportSession::close() {
   ++generation_;
   hasScene_ = false;
   previews_.clear();
+  model_ = SceneModel();
   press_.reset();
+  drag_.reset();
+  settling_.clear();
   dirty_ = false;
 }
 
 void ViewportSession::clientGone() {
   pool_.releaseAll();
   press_.reset();
+  // A drag cut short ends as a release would, without a line: its preview stays until the
+  // scene's next state.
+  if (drag_ && drag_->values)
+    settling_.push_back({drag_->drag.target().path, drag_->drag.propertyName()});
+  drag_.reset();
 }
 
 void ViewportSession::sceneArrived(std::uint64_t generation, LoadedScene loaded) {
@@ -331,68 +221,184 @@ void ViewportSession::takeLoadedScene() {
     status("cannot show the scene " + open_->scene + ": " + loaded.error);
     if (hasScene_)
       return;  // the last good state stays on screen
-    loaded.scene = std::make_shared<Scene>();
+    // Nothing to show yet: the background (and the grid) alone.
+    model_.setStage(nullptr, {}, Scene{});
+  } else {
+    const Tessellation detail = tessellationForPrimCount(loaded.stage->prims.size());
+    model_.setStage(loaded.stage, detail, std::move(*loaded.scene));
+    // The scene's answer to a released drag: its own value shows from now on.
+    for (const Settling& settled : settling_) {
+      if (!previews_.contains({settled.path, "Transform", settled.property}))
+        model_.clearPreview(settled.path, "Transform", settled.property);
+    }
+    settling_.clear();
+    // Previews of prims the last state lacked may show now.
+    for (const auto& [key, value] : previews_)
+      model_.applyPreview(std::get<0>(key), std::get<1>(key), std::get<2>(key), value);
+    if (drag_ && drag_->values) {
+      const std::array<double, 3>& v = *drag_->values;
+      model_.applyPreview(drag_->drag.target().path, "Transform", drag_->drag.propertyName(),
+                          valueText(v));
+    }
   }
-  shown_ = std::move(loaded);
-  base_ = looksOf(*shown_.scene);
-  if (shown_.stage && !previews_.empty())
-    showPreviews(*shown_.scene, base_, *shown_.stage, shown_.worlds, previews_);
   hasScene_ = true;
-  sceneUploaded_ = false;
   dirty_ = true;
-  if (!cameraPlaced_ && !shown_.scene->bounds.empty()) {
-    camera_ = frameBounds(orbit(OrbitCamera{}, 30.0f, 20.0f), shown_.scene->bounds);
+  const Scene& scene = model_.scene();
+  if (!cameraPlaced_ && !scene.bounds.empty()) {
+    camera_ = frameBounds(orbit(OrbitCamera{}, 30.0f, 20.0f), scene.bounds);
     cameraPlaced_ = true;
   }
 }
 
-void ViewportSession::previewsChanged() {
-  if (!hasScene_ || !shown_.stage)
+void ViewportSession::preview(const ViewportPropertyPreview& line) {
+  const ViewportPropertyPreview normal = normalisedPreview(line);
+  const auto key = std::make_tuple(normal.entityPath, normal.componentType, normal.propertyName);
+  if (normal.clear) {
+    previews_.erase(key);
+    model_.clearPreview(normal.entityPath, normal.componentType, normal.propertyName);
+    dirty_ = true;
     return;
-  showPreviews(*shown_.scene, base_, *shown_.stage, shown_.worlds, previews_);
-  sceneUploaded_ = false;
+  }
+  // Kept for the states to come, which may hold a prim this one lacks.
+  previews_[key] = normal.value;
+  if (model_.stage() == nullptr || model_.applyPreview(normal.entityPath, normal.componentType,
+                                                       normal.propertyName, normal.value))
+    return;  // no scene yet, nothing this viewport shows, or not a value
   dirty_ = true;
 }
 
-std::optional<std::string> ViewportSession::pick(double xPx, double yTopPx) const {
+void ViewportSession::select(std::vector<std::string> paths) {
+  if (paths == selection_)
+    return;
+  selection_ = std::move(paths);
+  hovered_.reset();
+  dirty_ = true;
+}
+
+GizmoTool ViewportSession::gizmoTool() const {
+  if (tool_ == "rotate")
+    return GizmoTool::rotate;
+  if (tool_ == "scale")
+    return GizmoTool::scale;
+  return GizmoTool::translate;
+}
+
+GizmoSpace ViewportSession::gizmoSpace() const {
+  return space_ == "local" ? GizmoSpace::local : GizmoSpace::world;
+}
+
+std::optional<GizmoOverlay> ViewportSession::gizmo() const {
+  if (!hasScene_ || selection_.empty())
+    return std::nullopt;
+  std::optional<GizmoTarget> target = model_.gizmoTarget(selection_.front());
+  if (!target)
+    return std::nullopt;
+  GizmoOverlay overlay{.target = std::move(*target),
+                       .tool = gizmoTool(),
+                       .space = gizmoSpace(),
+                       .highlighted = hovered_};
+  if (drag_) {
+    overlay.tool = drag_->drag.tool();
+    overlay.highlighted = drag_->drag.handle();
+  }
+  return overlay;
+}
+
+std::optional<std::string> ViewportSession::pick(double xPx, double yTopPx) {
   if (!hasScene_ || widthPx_ <= 0 || heightPx_ <= 0)
     return std::nullopt;
   const int x = std::clamp(static_cast<int>(std::floor(xPx)), 0, widthPx_ - 1);
   const int y = std::clamp(static_cast<int>(std::floor(yTopPx)), 0, heightPx_ - 1);
-  const std::optional<PickHit> hit = pickPixel(*shown_.scene, camera_, widthPx_, heightPx_, x, y);
+  const std::optional<PickHit> hit = pickPixel(model_.scene(), camera_, widthPx_, heightPx_, x, y);
   if (!hit)
     return std::nullopt;
   return hit->path;
 }
 
-bool ViewportSession::beginGizmoDrag(double, double) {
-  // The gizmo seam: a left press on a handle of the selected prim's gizmo starts a drag here
-  // (GizmoDrag::begin with the camera, the view's size, the press and the selected prim's
-  // transform, `tool_` and `space_`); its moves then send "transformCommit" lines instead of
-  // moving the camera, the release one with `final`. Until the gizmo library is linked no press
-  // starts a drag, so a click always picks.
-  return false;
+bool ViewportSession::beginGizmoDrag(double xPx, double yTopPx, unsigned modifiers) {
+  const std::optional<GizmoOverlay> shown = gizmo();
+  if (!shown || widthPx_ <= 0 || heightPx_ <= 0)
+    return false;
+  std::optional<GizmoDrag> started = GizmoDrag::begin(camera_, widthPx_, heightPx_, xPx, yTopPx,
+                                                      shown->target, shown->tool, shown->space);
+  if (!started)
+    return false;
+  char session[48];
+  std::snprintf(session, sizeof session, "gizmo-%08x-%llu", sessionSeed_,
+                static_cast<unsigned long long>(++dragCount_));
+  drag_ = Drag{.drag = std::move(*started),
+               .sessionId = session,
+               .duplicate = (modifiers & kOptionModifier) != 0,
+               .values = std::nullopt,
+               .unsent = false};
+  dirty_ = true;  // the held handle lights up
+  return true;
+}
+
+void ViewportSession::dragGizmo(double xPx, double yTopPx) {
+  const std::array<double, 3> values = drag_->drag.valuesAt(xPx, yTopPx);
+  if (drag_->values == values)
+    return;
+  drag_->values = values;
+  drag_->unsent = true;
+  model_.applyPreview(drag_->drag.target().path, "Transform", drag_->drag.propertyName(),
+                      valueText(values));
+  dirty_ = true;
+}
+
+void ViewportSession::endGizmoDrag(double xPx, double yTopPx, double pressX, double pressY) {
+  Drag ended = std::move(*drag_);
+  drag_.reset();
+  dirty_ = true;
+  const std::array<double, 3> values = ended.drag.valuesAt(xPx, yTopPx);
+  // A press and release on a handle that never moved changes nothing.
+  if (!ended.values && values == ended.drag.valuesAt(pressX, pressY))
+    return;
+  const std::string& path = ended.drag.target().path;
+  const std::string property = ended.drag.propertyName();
+  model_.applyPreview(path, "Transform", property, valueText(values));
+  settling_.push_back({path, property});
+  send_(transformCommitLine(path, property, values, ended.sessionId, true, ended.duplicate));
+}
+
+void ViewportSession::hover(double xPx, double yTopPx) {
+  std::optional<GizmoHandle> under;
+  if (const std::optional<GizmoOverlay> shown = gizmo())
+    under = hitGizmoHandle(camera_, widthPx_, heightPx_, xPx, yTopPx, shown->target, shown->tool,
+                           shown->space);
+  if (under == hovered_)
+    return;
+  hovered_ = under;
+  dirty_ = true;
 }
 
 void ViewportSession::pointer(const ViewportPointer& pointer) {
+  // The editor's pixels count from the bottom left; the view's from the top left.
   const double x = pointer.x;
-  const double y = static_cast<double>(heightPx_) - pointer.y;  // from the top
+  const double y = static_cast<double>(heightPx_) - pointer.y;
   switch (pointer.phase) {
     case ViewportPointerPhase::down:
       press_ = Press{.button = pointer.button, .x = x, .y = y, .lastX = x, .lastY = y};
-      if (pointer.button == 0 && beginGizmoDrag(x, y))
+      if (pointer.button == 0 && !drag_ && beginGizmoDrag(x, y, pointer.modifiers))
         press_->gizmo = true;
       return;
     case ViewportPointerPhase::move: {
-      if (!press_)
+      if (!press_) {
+        hover(x, y);
         return;
+      }
       const float dx = static_cast<float>(x - press_->lastX);
       const float dy = static_cast<float>(y - press_->lastY);
       press_->lastX = x;
       press_->lastY = y;
       if (!press_->dragging && std::hypot(x - press_->x, y - press_->y) > kDragThresholdPx)
         press_->dragging = true;
-      if (!press_->dragging || press_->gizmo || cameraMode_ != "free")
+      if (press_->gizmo) {
+        if (drag_)
+          dragGizmo(x, y);
+        return;
+      }
+      if (!press_->dragging || cameraMode_ != "free")
         return;
       const bool panning = press_->button == 1 || (pointer.modifiers & 1u) != 0;
       if (panning && press_->button != 0) {
@@ -407,12 +413,18 @@ void ViewportSession::pointer(const ViewportPointer& pointer) {
     case ViewportPointerPhase::up: {
       const std::optional<Press> press = press_;
       press_.reset();
-      if (!press || press->button != 0 || press->dragging || press->gizmo || pointer.button != 0)
+      if (press && press->gizmo) {
+        if (drag_)
+          endGizmoDrag(x, y, press->x, press->y);
+        return;
+      }
+      if (!press || press->button != 0 || press->dragging || pointer.button != 0)
         return;
       const std::optional<std::string> hit = pick(x, y);
-      send_(editor::ViewportClientLine{
-          .type = "selection",
-          .entityPaths = hit ? std::vector<std::string>{*hit} : std::vector<std::string>{}});
+      std::vector<std::string> picked =
+          hit ? std::vector<std::string>{*hit} : std::vector<std::string>{};
+      select(picked);
+      send_(editor::ViewportClientLine{.type = "selection", .entityPaths = std::move(picked)});
       return;
     }
   }
@@ -474,19 +486,12 @@ void ViewportSession::key(const ViewportKey& key) {
 void ViewportSession::frameTarget(bool all) {
   if (!hasScene_)
     return;
+  const Scene& scene = model_.scene();
   Bounds bounds;
-  if (!all) {
-    for (const SceneObject& object : shown_.scene->objects) {
-      for (const std::string& path : selection_) {
-        if (atOrBelow(object.path, path)) {
-          bounds.add(object.bounds);
-          break;
-        }
-      }
-    }
-  }
+  if (!all)
+    bounds = boundsOfPaths(scene, selection_);
   if (bounds.empty())
-    bounds = shown_.scene->bounds;
+    bounds = scene.bounds;
   if (bounds.empty())
     return;
   camera_ = frameBounds(camera_, bounds);
@@ -502,7 +507,7 @@ void ViewportSession::dropHover(const ViewportDropHover& hover) {
     const int y = std::clamp(heightPx_ - static_cast<int>(hover.y), 0, heightPx_ - 1);
     const Ray ray = pixelRay(camera_, widthPx_, heightPx_, x, y);
     std::optional<glm::vec3> point;
-    if (const std::optional<PickHit> hit = pickRay(*shown_.scene, ray)) {
+    if (const std::optional<PickHit> hit = pickRay(model_.scene(), ray)) {
       point = ray.origin + ray.direction * hit->distance;
       line.entityPath = hit->path;
     } else if (std::abs(ray.direction.y) > 1e-6f && -ray.origin.y / ray.direction.y > 0.0f) {
@@ -548,9 +553,18 @@ bool ViewportSession::wantsFrame() const {
 
 bool ViewportSession::update() {
   takeLoadedScene();
-  if (!wantsFrame())
-    return false;
-  return renderFrame();
+  const bool sent = wantsFrame() && renderFrame();
+  // A drag's values go out with the frames that show them: one line a frame at most. With no
+  // frame to wait for (nothing changed, or drawing failed) the value goes now.
+  if (drag_ && drag_->unsent && (sent || !wantsFrame() || rendererFailed_))
+    sendDragValue();
+  return sent;
+}
+
+void ViewportSession::sendDragValue() {
+  drag_->unsent = false;
+  send_(transformCommitLine(drag_->drag.target().path, drag_->drag.propertyName(), *drag_->values,
+                            drag_->sessionId, false, drag_->duplicate));
 }
 
 bool ViewportSession::renderFrame() {
@@ -577,13 +591,20 @@ bool ViewportSession::renderFrame() {
     }
     return false;  // every surface is out: the next acknowledgement brings the frame
   }
-  if (!sceneUploaded_) {
-    renderer_->setScene(*shown_.scene);
+  const Scene& scene = model_.scene();
+  if (!sceneUploaded_ || uploadedRevision_ != model_.revision()) {
+    renderer_->setScene(scene);
     sceneUploaded_ = true;
+    uploadedRevision_ = model_.revision();
+    uploadedMoveRevision_ = model_.moveRevision();
+  } else if (uploadedMoveRevision_ != model_.moveRevision()) {
+    renderer_->moveObjects(scene, model_.movedObjects());
+    uploadedMoveRevision_ = model_.moveRevision();
   }
+  RenderOverlays overlays{.grid = gridVisible_, .selectedPaths = selection_, .gizmo = gizmo()};
   const auto started = std::chrono::steady_clock::now();
-  error =
-      renderer_->renderInto(camera_, widthPx_, heightPx_, surface->pixels(), surface->rowBytes());
+  error = renderer_->renderInto(camera_, widthPx_, heightPx_, surface->pixels(),
+                                surface->rowBytes(), overlays);
   const auto finished = std::chrono::steady_clock::now();
   dirty_ = false;
   if (!error.empty()) {

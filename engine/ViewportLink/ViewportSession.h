@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <functional>
@@ -8,11 +9,14 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <glm/glm.hpp>
 
 #include "Viewport/Camera.h"
+#include "Viewport/Gizmo.h"
+#include "Viewport/SceneModel.h"
 #include "Viewport/ViewportRenderer.h"
 #include "ViewportLink/SceneFeed.h"
 #include "ViewportLink/SurfacePool.h"
@@ -21,32 +25,16 @@
 
 namespace orvan::engine {
 
-// A property value shown in place of the scene's while the editor drags it (nothing is written).
-struct PrimPreview {
-  std::optional<glm::dvec3> translation;
-  std::optional<glm::dvec3> rotation;  // degrees about X, then Y, then Z
-  std::optional<glm::dvec3> scale;
-  std::optional<glm::vec3> color;
-};
+// An editor preview line as the scene model takes it: `displayColor` (or the attribute's own name)
+// and a `color` outside the components that have one are a shape's colour, and a value in
+// parentheses ("(1, 2, 3)") loses them.
+ViewportPropertyPreview normalisedPreview(ViewportPropertyPreview line);
 
-// Reads a preview line into `previews`: sets or (with `clear`) removes one value. False when the
-// line names nothing the viewport shows or its value is not three numbers.
-bool applyPreviewLine(std::map<std::string, PrimPreview>& previews,
-                      const ViewportPropertyPreview& line);
-
-// How a drawn object looks before previews.
-struct ObjectLook {
-  glm::mat4 world{1.0f};
-  glm::vec3 color{0.5f};
-  Bounds bounds;
-};
-std::vector<ObjectLook> looksOf(const Scene& scene);
-
-// Puts the drawn objects back to `base` and applies the previews: a transform moves the prim and
-// everything below it, a colour recolours the prim. Bounds follow.
-void showPreviews(Scene& scene, const std::vector<ObjectLook>& base, const Stage& stage,
-                  const std::vector<glm::mat4>& worlds,
-                  const std::map<std::string, PrimPreview>& previews);
+// The transformCommit line of one step of a gizmo drag.
+editor::ViewportClientLine transformCommitLine(const std::string& path, const std::string& property,
+                                               const std::array<double, 3>& values,
+                                               const std::string& sessionId, bool final,
+                                               bool duplicate);
 
 // One runtime's viewport: the scene it shows, the camera, the editor's settings, and the frames
 // it writes. Commands come from the client link; answers go out through `send`. Everything but
@@ -78,11 +66,22 @@ class ViewportSession {
   void dropHover(const ViewportDropHover& hover);
   void cameraQuery();
   void key(const ViewportKey& key);
-  void previewsChanged();
-  // Where a left press on the selection starts a gizmo drag; true when it did.
-  bool beginGizmoDrag(double xPx, double yTopPx);
+  void preview(const ViewportPropertyPreview& line);
+  // Where a left press on a handle of the selected prim's gizmo starts a drag; true when it did.
+  // `modifiers` are the press's (option asks for a duplicate).
+  bool beginGizmoDrag(double xPx, double yTopPx, unsigned modifiers);
+  void dragGizmo(double xPx, double yTopPx);
+  void endGizmoDrag(double xPx, double yTopPx, double pressX, double pressY);
+  void hover(double xPx, double yTopPx);
+  // The selected prim's gizmo (the first of several), as the tool line asks for it.
+  std::optional<GizmoOverlay> gizmo() const;
+  GizmoTool gizmoTool() const;
+  GizmoSpace gizmoSpace() const;
+  void select(std::vector<std::string> paths);
   void status(std::string message);
-  std::optional<std::string> pick(double xPx, double yTopPx) const;
+  std::optional<std::string> pick(double xPx, double yTopPx);
+  // Sends the newest value of a gizmo drag that has not gone out yet.
+  void sendDragValue();
   bool renderFrame();
   void logAcknowledged(std::uint64_t frameIndex);
 
@@ -99,11 +98,12 @@ class ViewportSession {
   std::mutex inboxMutex_;
   std::optional<std::pair<std::uint64_t, LoadedScene>> inbox_;
 
-  // What is shown.
-  LoadedScene shown_;
-  std::vector<ObjectLook> base_;  // the objects as the scene says, before previews
+  // What is shown: the scene with the editor's previews and the gizmo's over it.
+  SceneModel model_;
   bool hasScene_ = false;
-  bool sceneUploaded_ = false;
+  bool sceneUploaded_ = false;  // the renderer holds the model's scene at `uploadedRevision_`
+  std::uint64_t uploadedRevision_ = 0;
+  std::uint64_t uploadedMoveRevision_ = 0;
   bool cameraPlaced_ = false;
   OrbitCamera camera_;
   int widthPx_ = 0;
@@ -117,8 +117,28 @@ class ViewportSession {
   std::string tool_ = "translate";
   std::string space_ = "world";
   std::vector<std::string> selection_;
-  std::map<std::string, PrimPreview> previews_;
+  // The editor's previews by (path, component, property), applied again to each new state.
+  std::map<std::tuple<std::string, std::string, std::string>, std::string> previews_;
   bool gridVisible_ = true;
+  std::optional<GizmoHandle> hovered_;
+
+  // A gizmo drag: its values go out as transformCommit lines, at most one a frame, and show as a
+  // preview until the scene's next state after the release.
+  struct Drag {
+    GizmoDrag drag;
+    std::string sessionId;
+    bool duplicate = false;
+    std::optional<std::array<double, 3>> values;  // the newest, once the pointer moved
+    bool unsent = false;                          // newer than the last line sent
+  };
+  std::optional<Drag> drag_;
+  struct Settling {
+    std::string path;
+    std::string property;
+  };
+  std::vector<Settling> settling_;  // released drags whose preview waits for the scene's answer
+  std::uint64_t dragCount_ = 0;
+  std::uint32_t sessionSeed_ = 0;
 
   // A pointer drag.
   struct Press {

@@ -12,10 +12,15 @@
 #include <filesystem>
 #include <fstream>
 #include <set>
+#include <sstream>
+#include <thread>
 
 #include <httplib.h>
 
 #include "../Support/HelperProcess.h"
+#include "UsdText/StageComposer.h"
+#include "Viewport/Gizmo.h"
+#include "Viewport/SceneModel.h"
 #include "orvan/wire/JsonDecoder.h"
 #include "orvan/wire/SharedSurfaceLayout.h"
 #include "orvan/wire/records/EditClientResponse.h"
@@ -59,6 +64,14 @@ struct SeenFrame {
     for (std::size_t i = 0; i + 3 < bgra.size(); i += 4)
       colours.insert(bgra[i] | (bgra[i + 1] << 8) | (bgra[i + 2] << 16));
     return colours.size();
+  }
+  // Pixels whose colour passes `test` (red, green, blue bytes).
+  template <typename Test>
+  std::size_t countPixels(Test test) const {
+    std::size_t count = 0;
+    for (std::size_t i = 0; i + 3 < bgra.size(); i += 4)
+      count += test(int{bgra[i + 2]}, int{bgra[i + 1]}, int{bgra[i]}) ? 1 : 0;
+    return count;
   }
   std::uint32_t colourAt(std::uint32_t x, std::uint32_t yTop) const {
     const std::size_t at = (static_cast<std::size_t>(yTop) * header.width + x) * 4;
@@ -144,6 +157,15 @@ class ViewportPair {
   }
   void acknowledge(const SeenFrame& frame) {
     send("frame-ack|" + std::to_string(frame.index) + "|" + std::to_string(frame.surfaceId));
+  }
+  // Lets go of the frames passed over while waiting for other lines.
+  void acknowledgeSkippedFrames() {
+    for (const ViewportClientLine& line : skipped) {
+      if (line.type == "frame")
+        if (const std::optional<SeenFrame> frame = mapFrame(line))
+          acknowledge(*frame);
+    }
+    std::erase_if(skipped, [](const ViewportClientLine& line) { return line.type == "frame"; });
   }
   bool statusSaid(const std::string& words) const {
     for (const ViewportClientLine& line : skipped) {
@@ -239,6 +261,15 @@ TEST_F(ViewportEndToEndTest, FramesShowTheServedSceneFollowItsEditsPickAndWaitFo
   const std::optional<ViewportClientLine> missed = viewport.next("selection");
   ASSERT_TRUE(missed && missed->entityPaths);
   EXPECT_TRUE(missed->entityPaths->empty());
+  // The outline follows the clicks: the frames showing it and then none come and are let go.
+  viewport.acknowledgeSkippedFrames();
+  std::optional<SeenFrame> unselected;
+  while (std::optional<SeenFrame> frame = viewport.nextFrame(1500ms)) {
+    viewport.acknowledge(*frame);
+    unselected = std::move(frame);
+  }
+  ASSERT_TRUE(unselected);
+  EXPECT_EQ(unselected->bgra, first->bgra);
   // A drag is not a click: it orbits and selects nothing.
   viewport.send("down|100.0|100.0|2|0");
   viewport.send("move|140.0|110.0|2|0");
@@ -317,6 +348,25 @@ TEST_F(ViewportEndToEndTest, OnTheDiskTheRuntimeFollowsTheFileAndSurvivesAnUnrea
   EXPECT_GT((now >> 8) & 0xff, (now >> 16) & 0xff);  // green beats red
   viewport.acknowledge(*green);
 
+  // The grid's lines lie on the ground around the box; the debug line takes them away and brings
+  // them back.
+  const std::uint32_t sky = green->colourAt(0, 0);
+  const auto greenPixel = [](int r, int g, int b) { return g > r + 40 && g > b + 40; };
+  const auto neitherSkyNorBox = [&](int r, int g, int b) {
+    return !greenPixel(r, g, b) && static_cast<std::uint32_t>(b | (g << 8) | (r << 16)) != sky;
+  };
+  viewport.send("debug|viewport-grid|0");
+  std::optional<SeenFrame> gridless = viewport.nextFrame(10s);
+  ASSERT_TRUE(gridless);
+  EXPECT_GT(green->countPixels(neitherSkyNorBox), gridless->countPixels(neitherSkyNorBox) + 20);
+  EXPECT_EQ(gridless->colourAt(32, 24), now);
+  viewport.acknowledge(*gridless);
+  viewport.send("debug|viewport-grid|1");
+  std::optional<SeenFrame> gridded = viewport.nextFrame(10s);
+  ASSERT_TRUE(gridded);
+  EXPECT_EQ(gridded->bgra, green->bgra);
+  viewport.acknowledge(*gridded);
+
   // A change that breaks the file is reported and the last good state stays on screen.
   std::this_thread::sleep_for(1100ms);
   std::ofstream(scene, std::ios::trunc) << "#usda 1.0\ndef Cube \"Box\"\n{\n    double size = (\n";
@@ -336,14 +386,185 @@ TEST_F(ViewportEndToEndTest, OnTheDiskTheRuntimeFollowsTheFileAndSurvivesAnUnrea
   ASSERT_TRUE(viewport.next("freeCameraState"));
   EXPECT_TRUE(viewport.statusSaid("longer than 1048576 bytes"));
 
-  // A scene that cannot be read: a status line that says why, and an empty frame.
+  // A scene that cannot be read: a status line that says why, and a frame of the grid over the
+  // background with nothing of the last scene: no pixel of the green box.
+  ASSERT_GT(kept->countPixels(greenPixel), 20u);
   viewport.send(openLine((base_ / "missing.usda").string(), "", 64, 48));
   const std::optional<ViewportClientLine> status = viewport.next("status");
   ASSERT_TRUE(status && status->message);
   EXPECT_NE(status->message->find("missing.usda"), std::string::npos) << *status->message;
   std::optional<SeenFrame> empty = viewport.nextFrame();
   ASSERT_TRUE(empty);
-  EXPECT_EQ(empty->distinctColours(), 1u);
+  EXPECT_EQ(empty->countPixels(greenPixel), 0u);
+  EXPECT_GT(empty->distinctColours(), 1u);  // the grid
+  viewport.acknowledge(*empty);
+  viewport.send("debug|viewport-grid|0");
+  std::optional<SeenFrame> bare = viewport.nextFrame();
+  ASSERT_TRUE(bare);
+  EXPECT_EQ(bare->distinctColours(), 1u);
+}
+
+// The lines of one gizmo drag, read until its final one; frames met on the way are acknowledged.
+struct DragLines {
+  std::vector<ViewportClientLine> live;
+  std::optional<ViewportClientLine> final;
+};
+
+// Drags the gizmo handle at `at` (top-left pixels) by `steps` moves of `step` pixels each, as the
+// editor sends it: bottom-left pixels.
+DragLines dragHandle(ViewportPair& viewport, int height, glm::dvec2 at, glm::dvec2 step, int steps,
+                     unsigned modifiers) {
+  const auto pointer = [&](const std::string& phase, glm::dvec2 p) {
+    viewport.send(phase + "|" + std::to_string(p.x) + "|" + std::to_string(height - p.y) + "|0|" +
+                  std::to_string(modifiers));
+  };
+  DragLines lines;
+  pointer("down", at);
+  for (int i = 1; i <= steps; ++i) {
+    pointer("move", at + step * double(i));
+    // Each move is drawn; its value goes out with the frame.
+    const std::optional<ViewportClientLine> line = viewport.next("transformCommit", 10s);
+    EXPECT_TRUE(line) << "no value for move " << i;
+    if (line)
+      lines.live.push_back(*line);
+    viewport.acknowledgeSkippedFrames();
+  }
+  pointer("up", at + step * double(steps));
+  lines.final = viewport.next("transformCommit", 10s);
+  viewport.acknowledgeSkippedFrames();
+  return lines;
+}
+
+TEST_F(ViewportEndToEndTest, TheSelectedPrimIsOutlinedAndItsGizmoDragsSendTransformValues) {
+  fs::copy(ORVAN_DEMO_DIR, base_ / "demo", fs::copy_options::recursive);
+  const std::string scene = (base_ / "demo/hello_world.usda").string();
+  const std::string cube = "/World/RedCube";
+  constexpr int kWidth = 320;
+  constexpr int kHeight = 240;
+  ViewportPair viewport;
+  viewport.send(openLine(scene, "", kWidth, kHeight));
+  std::optional<SeenFrame> plain = viewport.nextFrame();
+  ASSERT_TRUE(plain);
+  viewport.acknowledge(*plain);
+
+  // The selection's outline is orange, two pixels wide; nothing else in the demo is.
+  const auto outlinePixel = [](int r, int g, int b) {
+    return r > 235 && g > 140 && g < 175 && b < 50;
+  };
+  viewport.send("selection|" + cube);
+  std::optional<SeenFrame> selected = viewport.nextFrame();
+  ASSERT_TRUE(selected);
+  viewport.acknowledge(*selected);
+  EXPECT_GT(selected->countPixels(outlinePixel), plain->countPixels(outlinePixel) + 40);
+
+  // Where the translate gizmo's X arrow is, from the camera the runtime reports.
+  viewport.send("camera-query");
+  const std::optional<ViewportClientLine> state = viewport.next("freeCameraState");
+  ASSERT_TRUE(state && state->targetX && state->targetY && state->targetZ && state->yaw &&
+              state->pitch && state->distance);
+  OrbitCamera camera;
+  camera.target = glm::vec3(*state->targetX, *state->targetY, *state->targetZ);
+  camera.yawDegrees = static_cast<float>(*state->yaw);
+  camera.pitchDegrees = static_cast<float>(*state->pitch);
+  camera.distance = static_cast<float>(*state->distance);
+  const StageOpenResult opened = openStage(scene);
+  ASSERT_TRUE(opened.ok());
+  std::optional<GizmoTarget> target = gizmoTargetOf(*opened.stage, cube);
+  ASSERT_TRUE(target);
+  const glm::dvec3 start = target->translation;
+  const auto arrow = [&](const GizmoTarget& on) -> std::pair<glm::dvec2, glm::dvec2> {
+    const std::optional<GizmoFrame> frame =
+        gizmoFrame(camera, kHeight, on, GizmoTool::translate, GizmoSpace::world);
+    EXPECT_TRUE(frame);
+    const auto origin = projectToPixel(camera, kWidth, kHeight, frame->origin);
+    const auto along =
+        projectToPixel(camera, kWidth, kHeight, frame->origin + frame->axes[0] * frame->size * 0.8);
+    EXPECT_TRUE(origin && along);
+    return {*along, glm::normalize(*along - *origin)};
+  };
+  const auto [handle, direction] = arrow(*target);
+  ASSERT_EQ(hitGizmoHandle(camera, kWidth, kHeight, handle.x, handle.y, *target,
+                           GizmoTool::translate, GizmoSpace::world),
+            std::optional(GizmoHandle::x));
+
+  // The pointer over the arrow lights it up (yellow); moving off puts it back.
+  const auto yellowPixel = [](int r, int g, int b) { return r > 200 && g > 200 && b < 80; };
+  viewport.send("move|" + std::to_string(handle.x) + "|" + std::to_string(kHeight - handle.y) +
+                "|0|0");
+  std::optional<SeenFrame> hovered = viewport.nextFrame();
+  ASSERT_TRUE(hovered);
+  viewport.acknowledge(*hovered);
+  EXPECT_GT(hovered->countPixels(yellowPixel), selected->countPixels(yellowPixel) + 20);
+  viewport.send("move|2.0|2.0|0|0");
+  std::optional<SeenFrame> left = viewport.nextFrame();
+  ASSERT_TRUE(left);
+  viewport.acknowledge(*left);
+  EXPECT_EQ(left->bgra, selected->bgra);
+
+  // A drag of the X arrow: live values, then one final value, moved along X only.
+  const DragLines drag = dragHandle(viewport, kHeight, handle, direction * 8.0, 4, 0);
+  ASSERT_GE(drag.live.size(), 1u);
+  ASSERT_TRUE(drag.final);
+  const auto checkLine = [&](const ViewportClientLine& line, bool final, bool duplicate) {
+    EXPECT_EQ(line.entityPath, std::optional(cube));
+    EXPECT_EQ(line.propertyName, std::optional<std::string>("translation"));
+    EXPECT_EQ(line.final, std::optional(final));
+    EXPECT_EQ(line.duplicateRequested, std::optional(duplicate));
+    ASSERT_TRUE(line.values && line.values->size() == 3u);
+    EXPECT_NEAR((*line.values)[1], start.y, 1e-9);
+    EXPECT_NEAR((*line.values)[2], start.z, 1e-9);
+  };
+  for (const ViewportClientLine& line : drag.live) {
+    checkLine(line, false, false);
+    EXPECT_EQ(line.previewSessionId, drag.final->previewSessionId);
+  }
+  checkLine(*drag.final, true, false);
+  ASSERT_TRUE(drag.final->values && drag.final->previewSessionId);
+  const double movedX = (*drag.final->values)[0];
+  EXPECT_GT(std::abs(movedX - start.x), 0.05);
+  EXPECT_EQ((*drag.live.back().values)[0], movedX);  // the release where the last move was
+
+  // The cube shows where it was dragged; an option-drag from there asks for a duplicate, in a
+  // session of its own.
+  target->translation.x = movedX;
+  const auto [moved, movedDirection] = arrow(*target);
+  ASSERT_EQ(hitGizmoHandle(camera, kWidth, kHeight, moved.x, moved.y, *target, GizmoTool::translate,
+                           GizmoSpace::world),
+            std::optional(GizmoHandle::x));
+  const DragLines copy = dragHandle(viewport, kHeight, moved, movedDirection * 8.0, 2, 4);
+  ASSERT_GE(copy.live.size(), 1u);
+  ASSERT_TRUE(copy.final);
+  for (const ViewportClientLine& line : copy.live)
+    checkLine(line, false, true);
+  checkLine(*copy.final, true, true);
+  EXPECT_NE(copy.final->previewSessionId, drag.final->previewSessionId);
+  ASSERT_TRUE(copy.final->values);
+  EXPECT_NE((*copy.final->values)[0], movedX);
+
+  // A press off the handles still picks.
+  viewport.send("down|2.0|238.0|0|0");
+  viewport.send("up|2.0|238.0|0|0");
+  const std::optional<ViewportClientLine> missed = viewport.next("selection");
+  ASSERT_TRUE(missed && missed->entityPaths);
+  EXPECT_TRUE(missed->entityPaths->empty());
+  viewport.acknowledgeSkippedFrames();
+  std::optional<SeenFrame> unselected;
+  while (std::optional<SeenFrame> frame = viewport.nextFrame(1500ms)) {
+    viewport.acknowledge(*frame);
+    unselected = std::move(frame);
+  }
+  ASSERT_TRUE(unselected);
+  EXPECT_NE(unselected->bgra, plain->bgra) << "the cube shows where it was dragged";
+
+  // The scene's next state is its answer to the drags: their previews go and the cube is back
+  // where the file has it.
+  std::this_thread::sleep_for(1100ms);
+  std::stringstream text;
+  text << std::ifstream(scene).rdbuf();
+  std::ofstream(scene, std::ios::trunc) << text.str();
+  std::optional<SeenFrame> answered = viewport.nextFrame(10s);
+  ASSERT_TRUE(answered);
+  EXPECT_EQ(answered->bgra, plain->bgra);
 }
 
 TEST_F(ViewportEndToEndTest,
