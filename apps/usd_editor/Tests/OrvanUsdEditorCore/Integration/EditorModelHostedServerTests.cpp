@@ -488,6 +488,15 @@ TEST_F(EditorModelHostedServerTest, GizmoDragsThroughTheRealHelperEndUpInTheFile
     return text.find("double3 xformOp:translate = (4, 0.5, 0)") != std::string::npos;
   })) << textOf(base);
 
+  const std::string originalSphere = [&] {
+    for (const UsdComponent& component : model.stage.get()->prim("/World/BlueSphere")->components)
+      if (component.type == "Transform")
+        for (const ComponentProperty& property : component.properties)
+          if (property.name == "translation")
+            return property.value;
+    return std::string();
+  }();
+  ASSERT_FALSE(originalSphere.empty());
   before = model.revision.get();
   model.viewportGizmo.handleViewportTransformCommit("/World/BlueSphere", "translation", {0, 1, 3},
                                                     false, true, "drag-2");
@@ -506,6 +515,20 @@ TEST_F(EditorModelHostedServerTest, GizmoDragsThroughTheRealHelperEndUpInTheFile
     return paths;
   }();
   EXPECT_EQ(spheres.size(), 2u) << "the original and its copy";
+  const auto translation = [&](const std::string& path) -> std::string {
+    const UsdPrimDetail* prim = model.stage.get()->prim(path);
+    if (!prim)
+      return "(no prim)";
+    for (const UsdComponent& component : prim->components)
+      if (component.type == "Transform")
+        for (const ComponentProperty& property : component.properties)
+          if (property.name == "translation")
+            return property.value;
+    return "(no translation)";
+  };
+  for (const std::string& path : spheres) {
+    EXPECT_EQ(translation(path), path == "/World/BlueSphere" ? originalSphere : "0,1,6") << path;
+  }
   EXPECT_TRUE(fileComesTo(base, [](const std::string& text) {
     return text.find("(0, 1, 6)") != std::string::npos;
   })) << textOf(base);
