@@ -240,6 +240,10 @@ Error PersistentEditClient::enrichedFailureLocked(const Error& error) {
       std::this_thread::sleep_for(std::chrono::milliseconds(2));
     if (const std::optional<ExitStatus> status = process_->exitStatus()) {
       description += " (helper exit status " + std::to_string(status->value) + ")";
+      // Reaped is not drained: the last words of a helper that flooded its standard error may
+      // still be in the pipe. They come at once now that it has ended (this is a background
+      // thread; the helper starts no children that could hold the pipe open).
+      process_->waitForExit();
     }
     const std::string standardError = process_->capturedStderr();
     if (isValidUtf8(standardError)) {
