@@ -365,6 +365,15 @@ TEST_F(RuntimeViewportTest, TheToolStripShowsAndSetsTheGizmo) {
         editor::ViewportTransformTool::scale}) {
     EXPECT_EQ(strip.toolButton(each)->focusPolicy(), Qt::NoFocus) << "the viewport keeps its keys";
   }
+
+  // In Full 3D View the strip offers the way back.
+  EXPECT_TRUE(strip.exitFocusButton()->isHidden());
+  model_->viewPreferences.viewportFocusMode.set(true);
+  EXPECT_FALSE(strip.exitFocusButton()->isHidden());
+  EXPECT_EQ(strip.exitFocusButton()->text(), "Exit Full 3D View");
+  strip.exitFocusButton()->click();
+  EXPECT_FALSE(model_->viewPreferences.viewportFocusMode.get());
+  EXPECT_TRUE(strip.exitFocusButton()->isHidden());
 }
 
 TEST_F(RuntimeViewportTest, WERPickTheGizmoInAFocusedFreeViewportAndFlyWhileAButtonHolds) {

@@ -90,6 +90,18 @@ ViewportToolStrip::ViewportToolStrip(editor::EditorModel& model, QWidget* parent
           local ? editor::ViewportTransformSpace::local : editor::ViewportTransformSpace::world;
     });
   });
+  exitFocus_ = new QToolButton(this);
+  exitFocus_->setText("Exit Full 3D View");
+  exitFocus_->setFocusPolicy(Qt::NoFocus);
+  exitFocus_->setAutoRaise(true);
+  layout->addWidget(exitFocus_);
+  connect(exitFocus_, &QToolButton::clicked, this,
+          [this] { model_.viewPreferences.viewportFocusMode.set(false); });
+  exitFocus_->setVisible(model_.viewPreferences.viewportFocusMode.get());
+  focusSubscription_ = model_.viewPreferences.viewportFocusMode.subscribe([this](bool focus) {
+    exitFocus_->setVisible(focus);
+    adjustSize();
+  });
   subscription_ = model_.session.viewport.subscribe(
       [this](const editor::ViewportControlsState& state) { follow(state.controls); });
   follow(model_.session.viewport.get().controls);
@@ -104,6 +116,10 @@ QAbstractButton* ViewportToolStrip::toolButton(editor::ViewportTransformTool too
 
 QAbstractButton* ViewportToolStrip::spaceButton() const {
   return space_;
+}
+
+QAbstractButton* ViewportToolStrip::exitFocusButton() const {
+  return exitFocus_;
 }
 
 void ViewportToolStrip::follow(const editor::ViewportControls& controls) {

@@ -27,8 +27,8 @@ std::optional<editor::ViewportTransformTool> transformToolForKey(const std::stri
                                                                  bool pointerHeld);
 
 // A small strip over the viewport's top-left corner: Move, Rotate, Scale and the World or Local
-// switch. It shows the viewport controls and sets them; its buttons never take the focus, so that
-// the viewport keeps its keys.
+// switch, and in Full 3D View the way out of it. It shows the viewport controls and sets them; its
+// buttons never take the focus, so that the viewport keeps its keys.
 class ViewportToolStrip final : public QWidget {
   Q_OBJECT
  public:
@@ -38,6 +38,8 @@ class ViewportToolStrip final : public QWidget {
   QAbstractButton* toolButton(editor::ViewportTransformTool tool) const;
   // Checked for local space.
   QAbstractButton* spaceButton() const;
+  // "Exit Full 3D View", shown while the viewport is the whole window.
+  QAbstractButton* exitFocusButton() const;
 
  private:
   void follow(const editor::ViewportControls& controls);
@@ -45,7 +47,9 @@ class ViewportToolStrip final : public QWidget {
   editor::EditorModel& model_;
   QButtonGroup* tools_ = nullptr;
   QToolButton* space_ = nullptr;
+  QToolButton* exitFocus_ = nullptr;
   editor::Subscription subscription_;
+  editor::Subscription focusSubscription_;
 };
 
 }  // namespace orvan::ui
