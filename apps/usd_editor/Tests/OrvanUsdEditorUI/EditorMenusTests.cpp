@@ -247,6 +247,18 @@ TEST_F(EditorMenusTest, EditItemsGoToTheEditHelper) {
   EXPECT_EQ(sent[1], "history\t1\tredo");
   EXPECT_EQ(sent[2], "prims\t2\t1\tduplicate\t/World/A\t/World\tA_1");
   EXPECT_EQ(sent[3], "prims\t3\t1\tdelete\t/World/B");
+
+  // Refresh asks for the stage again and keeps what waits in the queue.
+  const editor::AtomicOperation waiting{
+      editor::HistoryAtomicOperation{editor::HistoryOperationKind::undo}};
+  model_->operations.state.pendingOperations.push_back(waiting);
+  const std::uint64_t generation = model_->stageRefresher.refreshGeneration;
+  item("Refresh").trigger();
+  EXPECT_EQ(model_->stageRefresher.refreshGeneration, generation + 1);
+  EXPECT_TRUE(model_->stageRefresher.stageRefreshInFlight);
+  EXPECT_THAT(model_->operations.state.pendingOperations, ElementsAre(waiting));
+  model_->operations.state.pendingOperations.clear();
+  settle();
 }
 
 TEST_F(EditorMenusTest, TheWindowsDuplicateKeyWorksWithTheHierarchyFocused) {
