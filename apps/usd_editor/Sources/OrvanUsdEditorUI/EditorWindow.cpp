@@ -14,6 +14,7 @@
 #include "Application/EditorModel.h"
 #include "Application/StartupPresentation.h"
 #include "ConnectionBanner.h"
+#include "EditorMenus.h"
 #include "Hierarchy/HierarchyPane.h"
 #include "Hierarchy/HierarchyTreeModel.h"
 #include "Inspector/InspectorPane.h"
@@ -48,6 +49,11 @@ EditorWindow::EditorWindow(editor::EditorModel& model, QWidget* parent)
           [this](bool shown) { model_.viewPreferences.showLayerPane.set(shown); });
   subscriptions_.push_back(model_.viewPreferences.showLayerPane.subscribe(
       [this](bool shown) { layerPaneToggle()->setChecked(shown); }));
+
+  menus_ = new EditorMenus(model_, *this);
+  // The window's Duplicate answers the same keys wherever the focus is; two owners of one shortcut
+  // would leave it to neither.
+  hierarchy_->duplicateAction().setShortcut(QKeySequence());
 
   banner_ = new ConnectionBanner;
   setBanner(banner_);

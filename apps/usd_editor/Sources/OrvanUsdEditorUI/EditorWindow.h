@@ -19,6 +19,7 @@ struct SignInCallbackConfirmation;
 namespace orvan::ui {
 
 class ConnectionBanner;
+class EditorMenus;
 class HierarchyPane;
 class InspectorPane;
 class LayerPane;
@@ -40,6 +41,7 @@ class EditorWindow final : public MainWindow {
   LayerPane& layers() const { return *layers_; }
   StartupSheet& startupSheet() const { return *startupSheet_; }
   ConnectionBanner& connectionBanner() const { return *banner_; }
+  EditorMenus& menus() const { return *menus_; }
   QString statusText() const;
   // The open question about a sign-in link, if any.
   QMessageBox* signInQuestion() const { return signInQuestion_; }
@@ -74,6 +76,7 @@ class EditorWindow final : public MainWindow {
   LayerPane* layers_ = nullptr;
   StartupSheet* startupSheet_ = nullptr;
   ConnectionBanner* banner_ = nullptr;
+  EditorMenus* menus_ = nullptr;
   QMessageBox* signInQuestion_ = nullptr;
   bool startedInitialRefresh_ = false;
   std::vector<editor::Subscription> subscriptions_;

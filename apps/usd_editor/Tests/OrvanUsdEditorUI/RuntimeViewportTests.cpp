@@ -1,5 +1,7 @@
 // The viewport in the window, over a real model on virtual time: the host's children are scripted,
 // the model's stage comes from the fake inspector, and the Qt event loop runs the view.
+#include <QAbstractButton>
+#include <QLineEdit>
 #include <QSplitter>
 #include <QTest>
 
@@ -19,6 +21,7 @@
 #include "Support/TemporaryFolder.h"
 #include "Viewport/RuntimeViewport.h"
 #include "Viewport/RuntimeViewportContainerView.h"
+#include "Viewport/ViewportToolStrip.h"
 #include "orvan/wire/JsonEncoder.h"
 
 namespace orvan::ui {
@@ -27,6 +30,7 @@ namespace {
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::IsEmpty;
 
 // The viewport's two children, spoken for by the test: what the host writes is kept, what the
 // child would print is handed to the host's line handler.
@@ -328,6 +332,112 @@ TEST_F(RuntimeViewportTest, TheWindowPutsTheViewportBetweenThePanes) {
   EXPECT_TRUE(columns->widget(0)->isAncestorOf(window.hierarchyPane()));
   EXPECT_TRUE(columns->widget(1)->isAncestorOf(window.viewportPane()));
   EXPECT_EQ(columns->widget(2), window.inspectorPane());
+}
+
+TEST_F(RuntimeViewportTest, TheToolStripShowsAndSetsTheGizmo) {
+  ViewportToolStrip& strip = viewport_->toolStrip();
+  EXPECT_EQ(strip.parentWidget(), &viewport_->view());
+  EXPECT_EQ(strip.pos(), QPoint(8, 8)) << "over the top-left corner";
+  auto tool = [&] { return model_->session.viewport.get().controls.transformTool; };
+  auto space = [&] { return model_->session.viewport.get().controls.transformSpace; };
+  EXPECT_TRUE(strip.toolButton(editor::ViewportTransformTool::translate)->isChecked());
+
+  // A change made elsewhere shows...
+  model_->session.viewport.update([](editor::ViewportControlsState& state) {
+    state.controls.transformTool = editor::ViewportTransformTool::rotate;
+    state.controls.transformSpace = editor::ViewportTransformSpace::local;
+  });
+  EXPECT_TRUE(strip.toolButton(editor::ViewportTransformTool::rotate)->isChecked());
+  EXPECT_FALSE(strip.toolButton(editor::ViewportTransformTool::translate)->isChecked());
+  EXPECT_TRUE(strip.spaceButton()->isChecked());
+  EXPECT_EQ(strip.spaceButton()->text(), "Local");
+
+  // ...and a click sets the controls.
+  strip.toolButton(editor::ViewportTransformTool::scale)->click();
+  EXPECT_EQ(tool(), editor::ViewportTransformTool::scale);
+  strip.spaceButton()->click();
+  EXPECT_EQ(space(), editor::ViewportTransformSpace::world);
+  EXPECT_EQ(strip.spaceButton()->text(), "World");
+  strip.spaceButton()->click();
+  EXPECT_EQ(space(), editor::ViewportTransformSpace::local);
+  for (const auto each :
+       {editor::ViewportTransformTool::translate, editor::ViewportTransformTool::rotate,
+        editor::ViewportTransformTool::scale}) {
+    EXPECT_EQ(strip.toolButton(each)->focusPolicy(), Qt::NoFocus) << "the viewport keeps its keys";
+  }
+
+  // In Full 3D View the strip offers the way back.
+  EXPECT_TRUE(strip.exitFocusButton()->isHidden());
+  model_->viewPreferences.viewportFocusMode.set(true);
+  EXPECT_FALSE(strip.exitFocusButton()->isHidden());
+  EXPECT_EQ(strip.exitFocusButton()->text(), "Exit Full 3D View");
+  strip.exitFocusButton()->click();
+  EXPECT_FALSE(model_->viewPreferences.viewportFocusMode.get());
+  EXPECT_TRUE(strip.exitFocusButton()->isHidden());
+}
+
+TEST_F(RuntimeViewportTest, WERPickTheGizmoInAFocusedFreeViewportAndFlyWhileAButtonHolds) {
+  auto* field = new QLineEdit(window_.get());
+  field->setGeometry(0, 0, 80, 20);
+  const auto client = openClient();
+  ASSERT_TRUE(client);
+  window_->activateWindow();
+  ASSERT_TRUE(QTest::qWaitForWindowActive(window_.get()));
+  auto tool = [&] { return model_->session.viewport.get().controls.transformTool; };
+  auto keyLines = [&] {
+    std::vector<std::string> keys;
+    for (const std::string& line : client->lines()) {
+      if (line.rfind("key|", 0) == 0)
+        keys.push_back(line);
+    }
+    return keys;
+  };
+
+  // Typing in a field is typing, whatever the letters.
+  field->setFocus();
+  QTest::keyClicks(field, "wer");
+  EXPECT_EQ(field->text(), "wer");
+  EXPECT_EQ(tool(), editor::ViewportTransformTool::translate);
+
+  // In the focused viewport the letters pick the gizmo, and neither press nor release reaches the
+  // runtime, where a W would otherwise fly the camera.
+  viewport_->view().setFocus();
+  ASSERT_TRUE(viewport_->view().hasFocus());
+  QTest::keyClick(&viewport_->view(), Qt::Key_E);
+  EXPECT_EQ(tool(), editor::ViewportTransformTool::rotate);
+  QTest::keyClick(&viewport_->view(), Qt::Key_R);
+  EXPECT_EQ(tool(), editor::ViewportTransformTool::scale);
+  QTest::keyClick(&viewport_->view(), Qt::Key_W);
+  EXPECT_EQ(tool(), editor::ViewportTransformTool::translate);
+  settle();
+  EXPECT_THAT(keyLines(), IsEmpty());
+  // With Control the letter is a shortcut's, not a tool key.
+  QTest::keyClick(&viewport_->view(), Qt::Key_E, Qt::ControlModifier);
+  EXPECT_EQ(tool(), editor::ViewportTransformTool::translate);
+
+  // While the right button holds the view, W flies: it goes out, down and up, and the tool stays.
+  QTest::mousePress(&viewport_->view(), Qt::RightButton, Qt::NoModifier, QPoint(50, 50));
+  QTest::keyClick(&viewport_->view(), Qt::Key_E);
+  QTest::mouseRelease(&viewport_->view(), Qt::RightButton, Qt::NoModifier, QPoint(50, 50));
+  EXPECT_EQ(tool(), editor::ViewportTransformTool::translate);
+  settle();
+  std::vector<std::string> keys = keyLines();
+  ASSERT_GE(keys.size(), 2u);
+  EXPECT_THAT(keys[keys.size() - 2], HasSubstr("key|down|"));
+  EXPECT_THAT(keys[keys.size() - 2], HasSubstr("|e|"));
+  EXPECT_THAT(keys.back(), HasSubstr("key|up|"));
+
+  // A game camera leaves every key to the runtime.
+  model_->session.viewport.update([](editor::ViewportControlsState& state) {
+    state.controls.cameraMode = editor::ViewportCameraMode::game;
+  });
+  settle();
+  QTest::keyClick(&viewport_->view(), Qt::Key_R);
+  EXPECT_EQ(tool(), editor::ViewportTransformTool::translate);
+  settle();
+  keys = keyLines();
+  ASSERT_FALSE(keys.empty());
+  EXPECT_THAT(keys.back(), HasSubstr("|r|"));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "Application/EditorModel.h"
 #include "Viewport/RuntimeViewportContainerView.h"
+#include "Viewport/ViewportToolStrip.h"
 #include "orvan/wire/Text.h"
 
 namespace orvan::ui {
@@ -111,6 +112,9 @@ RuntimeViewport::RuntimeViewport(editor::EditorModel& model, editor::ProcessLaun
                                  editor::RuntimeViewportHostOptions options)
     : QObject(viewParent), model_(model) {
   view_ = new RuntimeViewportContainerView(viewParent);
+  toolStrip_ = new ViewportToolStrip(model_, view_);
+  toolStrip_->move(8, 8);
+  toolStrip_->raise();
   host_ = std::make_unique<editor::RuntimeViewportHostView>(model_.mainExecutor(), launcher,
                                                             surfaces, std::move(options));
   connectInput();
@@ -145,9 +149,15 @@ void RuntimeViewport::connectInput() {
   ViewportInputHandlers& input = view_->input;
   input.pointer = [this](editor::PointerPhase phase, double x, double y, int button,
                          unsigned modifiers) {
+    if (phase == editor::PointerPhase::down)
+      pointerHeld_ = true;
+    else if (phase == editor::PointerPhase::up)
+      pointerHeld_ = false;
     host_->sendPointer(phase, x, y, button, modifiers);
   };
   input.key = [this](bool down, std::uint16_t keyCode, std::string characters, unsigned modifiers) {
+    if (takeToolKey(down, characters, modifiers))
+      return;
     host_->sendKey(down, keyCode, std::move(characters), modifiers);
   };
   input.cameraGesture = [this](const std::string& kind, double dx, double dy) {
@@ -162,6 +172,19 @@ void RuntimeViewport::connectInput() {
     if (!shutDown_)
       host_->viewDidMoveToWindow();
   };
+}
+
+bool RuntimeViewport::takeToolKey(bool down, const std::string& characters, unsigned modifiers) {
+  if (!down)
+    return toolKeysDown_.erase(characters) > 0;
+  const std::optional<editor::ViewportTransformTool> tool = transformToolForKey(
+      characters, modifiers, model_.session.viewport.get().controls.cameraMode, pointerHeld_);
+  if (!tool)
+    return false;
+  toolKeysDown_.insert(characters);
+  model_.session.viewport.update(
+      [&](editor::ViewportControlsState& state) { state.controls.transformTool = *tool; });
+  return true;
 }
 
 void RuntimeViewport::scheduleUpdate() {

@@ -4,6 +4,7 @@
 #include <QString>
 
 #include <memory>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -22,6 +23,7 @@ class SharedSurfaceLookup;
 namespace orvan::ui {
 
 class RuntimeViewportContainerView;
+class ViewportToolStrip;
 
 // What the host is told about the model, without the callbacks and the instance roots: the
 // place, whether the viewport may run, the view controls, the selection and the previews.
@@ -42,6 +44,7 @@ class RuntimeViewport final : public QObject {
   ~RuntimeViewport() override;
 
   RuntimeViewportContainerView& view() const { return *view_; }
+  ViewportToolStrip& toolStrip() const { return *toolStrip_; }
   editor::RuntimeViewportHostView& host() { return *host_; }
   const editor::RuntimeViewportHostView& host() const { return *host_; }
 
@@ -54,9 +57,15 @@ class RuntimeViewport final : public QObject {
   void updateHost();
   void updateReason();
   void connectInput();
+  // A W, E or R that picks the gizmo instead of going to the runtime; its release goes too.
+  bool takeToolKey(bool down, const std::string& characters, unsigned modifiers);
 
   editor::EditorModel& model_;
   RuntimeViewportContainerView* view_ = nullptr;
+  ViewportToolStrip* toolStrip_ = nullptr;
+  // A button is down in the view: letters then fly the camera.
+  bool pointerHeld_ = false;
+  std::set<std::string> toolKeysDown_;
   std::unique_ptr<editor::RuntimeViewportHostView> host_;
   bool updateScheduled_ = false;
   bool shutDown_ = false;
