@@ -1,7 +1,6 @@
 #include "Authoring/GizmoCommits.h"
 
 #include <cmath>
-#include <cstdio>
 
 #include <spdlog/spdlog.h>
 
@@ -56,15 +55,9 @@ void GizmoCommits::handleViewportTransformCommit(const std::string& entityPath,
                                                  const std::string& previewSessionId) {
   ORVAN_ASSERT_MAIN_THREAD(context_.main);
   if (context_.timing.timingLogsEnabled) {
-    std::string joined;
-    for (std::size_t index = 0; index < values.size(); ++index) {
-      char number[32];
-      std::snprintf(number, sizeof number, "%.6g", values[index]);
-      joined += (index > 0 ? "," : "") + std::string(number);
-    }
     spdlog::info(
         "Orvan editor timing gizmo transformCommit entity={} property={} final={} values={}",
-        entityPath, propertyName, final ? 1 : 0, joined);
+        entityPath, propertyName, final ? 1 : 0, formatTransformValues(values));
   }
   // A preview of the history is read-only; a project still opening takes no edit yet.
   if (context_.queue.hooks.historyPreviewOpen())
