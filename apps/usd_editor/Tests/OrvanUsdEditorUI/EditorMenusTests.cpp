@@ -22,6 +22,7 @@
 #include "QtApplicationEnvironment.h"
 #include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
+#include "Support/StageBuilders.h"
 #include "Support/TemporaryFolder.h"
 #include "orvan/wire/JsonEncoder.h"
 
@@ -34,16 +35,9 @@ using ::testing::ElementsAre;
 editor::StageInspection worldStage() {
   editor::StageInspection stage;
   stage.sceneUri = "/demo/scene.usda";
-  auto node = [](const std::string& path, const std::string& parent) {
-    editor::UsdPrimNode each;
-    each.path = path;
-    each.name = path.substr(path.rfind('/') + 1);
-    each.parent = parent;
-    each.typeName = "Xform";
-    return each;
-  };
-  editor::UsdPrimNode world = node("/World", "/");
-  world.children = {node("/World/A", "/World"), node("/World/B", "/World")};
+  editor::UsdPrimNode world = editor::testing::makePrimNode("/World", "Xform");
+  world.children = {editor::testing::makePrimNode("/World/A", "Xform"),
+                    editor::testing::makePrimNode("/World/B", "Xform")};
   stage.rootPrims.push_back(world);
   for (const char* path : {"/World", "/World/A", "/World/B"}) {
     editor::UsdPrimDetail prim;

@@ -22,6 +22,7 @@
 #include "QtApplicationEnvironment.h"
 #include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
+#include "Support/StageBuilders.h"
 #include "Support/TemporaryFolder.h"
 #include "orvan/wire/JsonEncoder.h"
 
@@ -35,18 +36,11 @@ using ::testing::ElementsAre;
 editor::StageInspection sceneStage() {
   editor::StageInspection stage;
   stage.sceneUri = "/demo/scene.usda";
-  auto node = [](const std::string& path, const std::string& parent) {
-    editor::UsdPrimNode each;
-    each.path = path;
-    each.name = path.substr(path.rfind('/') + 1);
-    each.parent = parent;
-    each.typeName = "Xform";
-    return each;
-  };
-  editor::UsdPrimNode world = node("/World", "/");
-  editor::UsdPrimNode set = node("/World/Set", "/World");
-  set.children.push_back(node("/World/Set/Leg", "/World/Set"));
-  world.children = {node("/World/A", "/World"), node("/World/B", "/World"), set};
+  editor::UsdPrimNode world = editor::testing::makePrimNode("/World", "Xform");
+  editor::UsdPrimNode set = editor::testing::makePrimNode("/World/Set", "Xform");
+  set.children.push_back(editor::testing::makePrimNode("/World/Set/Leg", "Xform"));
+  world.children = {editor::testing::makePrimNode("/World/A", "Xform"),
+                    editor::testing::makePrimNode("/World/B", "Xform"), set};
   stage.rootPrims.push_back(world);
   for (const char* path : {"/World", "/World/A", "/World/B", "/World/Set", "/World/Set/Leg"}) {
     editor::UsdPrimDetail prim;

@@ -18,6 +18,7 @@
 #include "QtApplicationEnvironment.h"
 #include "Support/FakeHttpClient.h"
 #include "Support/ManualScheduler.h"
+#include "Support/StageBuilders.h"
 #include "Support/TemporaryFolder.h"
 #include "Viewport/RuntimeViewport.h"
 #include "Viewport/RuntimeViewportContainerView.h"
@@ -129,28 +130,13 @@ constexpr const char* kClient = "/opt/orvan/orvan_viewport_client";
 editor::StageInspection twoPrimStage() {
   editor::StageInspection stage;
   stage.sceneUri = "/demo/scene.usda";
-  auto node = [](const std::string& path, const std::string& parent) {
-    editor::UsdPrimNode each;
-    each.path = path;
-    each.name = path.substr(path.rfind('/') + 1);
-    each.parent = parent;
-    return each;
-  };
-  auto prim = [&](const std::string& path, const std::string& parent) {
-    editor::UsdPrimDetail each;
-    each.path = path;
-    each.name = path.substr(path.rfind('/') + 1);
-    each.parent = parent;
-    each.entityPath = path;
-    stage.prims.push_back(each);
-    return &stage.prims.back();
-  };
-  editor::UsdPrimNode world = node("/World", "/");
-  world.children = {node("/World/A", "/World"), node("/World/B", "/World")};
+  editor::UsdPrimNode world = editor::testing::makePrimNode("/World");
+  world.children = {editor::testing::makePrimNode("/World/A"),
+                    editor::testing::makePrimNode("/World/B")};
   stage.rootPrims.push_back(world);
-  prim("/World", "/");
-  prim("/World/A", "/World");
-  prim("/World/B", "/World")->instanceable = true;
+  editor::testing::addPrimDetail(stage, "/World");
+  editor::testing::addPrimDetail(stage, "/World/A");
+  editor::testing::addPrimDetail(stage, "/World/B").instanceable = true;
   return stage;
 }
 

@@ -31,6 +31,18 @@ UsdPrimDetail makePrimDetail(const std::string& path, const std::string& typeNam
   return detail;
 }
 
+UsdPrimNode makePrimNode(const std::string& path, const std::string& typeName) {
+  return named<UsdPrimNode>(path, typeName);
+}
+
+UsdPrimDetail& addPrimDetail(StageInspection& stage, const std::string& path,
+                             const std::string& typeName) {
+  UsdPrimDetail detail = named<UsdPrimDetail>(path, typeName);
+  detail.entityPath = path;
+  stage.prims.push_back(std::move(detail));
+  return stage.prims.back();
+}
+
 StageInspection makeTreeStage(std::size_t rootCount, std::size_t childrenPerRoot,
                               std::size_t grandchildrenPerChild) {
   StageInspection stage = StageInspection::empty();

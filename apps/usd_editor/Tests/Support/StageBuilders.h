@@ -15,4 +15,11 @@ StageInspection makeTreeStage(std::size_t rootCount, std::size_t childrenPerRoot
 
 UsdPrimDetail makePrimDetail(const std::string& path, const std::string& typeName);
 
+// A tree node named after its path, its parent taken from the path; no children.
+UsdPrimNode makePrimNode(const std::string& path, const std::string& typeName = "");
+// Appends a flat detail named after its path, with the path as its entity path and no entity id,
+// and gives it back for further fields.
+UsdPrimDetail& addPrimDetail(StageInspection& stage, const std::string& path,
+                             const std::string& typeName = "");
+
 }  // namespace orvan::editor::testing

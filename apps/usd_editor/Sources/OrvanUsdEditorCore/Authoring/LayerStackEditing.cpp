@@ -48,6 +48,36 @@ bool canMergeLayerDown(const std::vector<UsdLayerInfo>& layers, const UsdLayerIn
   return below && isEditable(*below) && !below->root;
 }
 
+namespace {
+
+// The stack's refusals, word for word; nothing when the command may go on.
+std::optional<std::string> removeRefusal(const UsdLayerInfo& layer) {
+  if (isSystem(layer))
+    return "Workspace edit layer cannot be removed";
+  if (layer.root)
+    return "Root layer cannot be removed";
+  return std::nullopt;
+}
+
+std::optional<std::string> moveRefusal(const UsdLayerInfo& layer) {
+  if (isSystem(layer))
+    return "Workspace edit layer cannot be moved";
+  if (layer.root || !layer.writable)
+    return "Root layer cannot be moved";
+  return std::nullopt;
+}
+
+std::optional<std::string> mergeDownRefusal(const std::vector<UsdLayerInfo>& layers,
+                                            const UsdLayerInfo& layer) {
+  if (!layerBelow(layers, layer.identifier))
+    return "No lower layer to merge into";
+  if (!canMergeLayerDown(layers, layer))
+    return "No editable layer below to merge into";
+  return std::nullopt;
+}
+
+}  // namespace
+
 std::string defaultEditLayerIdentifier(const std::vector<UsdLayerInfo>& layers) {
   for (const UsdLayerInfo& layer : layers) {
     if (!layer.root && isEditable(layer))
@@ -153,12 +183,8 @@ void LayerStackEditing::queueLayerAdd(const std::string& name, bool moveRootCont
 void LayerStackEditing::confirmRemoveLayer(const UsdLayerInfo& layer) {
   if (!passesGates())
     return;
-  if (isSystem(layer)) {
-    context_.status.set("Workspace edit layer cannot be removed");
-    return;
-  }
-  if (layer.root) {
-    context_.status.set("Root layer cannot be removed");
+  if (const auto refusal = removeRefusal(layer)) {
+    context_.status.set(*refusal);
     return;
   }
   ask({.title = "Remove " + quoted(layer.name) + " Layer?",
@@ -171,12 +197,8 @@ void LayerStackEditing::confirmRemoveLayer(const UsdLayerInfo& layer) {
 void LayerStackEditing::removeLayer(const UsdLayerInfo& layer) {
   if (!passesGates())
     return;
-  if (isSystem(layer)) {
-    context_.status.set("Workspace edit layer cannot be removed");
-    return;
-  }
-  if (layer.root) {
-    context_.status.set("Root layer cannot be removed");
+  if (const auto refusal = removeRefusal(layer)) {
+    context_.status.set(*refusal);
     return;
   }
   layerPaneLayers.update([&](std::vector<UsdLayerInfo>& layers) {
@@ -192,12 +214,8 @@ void LayerStackEditing::removeLayer(const UsdLayerInfo& layer) {
 void LayerStackEditing::moveLayer(const UsdLayerInfo& layer, const std::string& direction) {
   if (!passesGates())
     return;
-  if (isSystem(layer)) {
-    context_.status.set("Workspace edit layer cannot be moved");
-    return;
-  }
-  if (layer.root || !layer.writable) {
-    context_.status.set("Root layer cannot be moved");
+  if (const auto refusal = moveRefusal(layer)) {
+    context_.status.set(*refusal);
     return;
   }
   LayerAtomicOperation operation;
@@ -210,12 +228,8 @@ void LayerStackEditing::moveLayer(const UsdLayerInfo& layer, const std::string& 
 void LayerStackEditing::moveLayerToVisibleIndex(const UsdLayerInfo& layer, std::size_t index) {
   if (!passesGates())
     return;
-  if (isSystem(layer)) {
-    context_.status.set("Workspace edit layer cannot be moved");
-    return;
-  }
-  if (layer.root || !layer.writable) {
-    context_.status.set("Root layer cannot be moved");
+  if (const auto refusal = moveRefusal(layer)) {
+    context_.status.set(*refusal);
     return;
   }
   std::vector<UsdLayerInfo> layers = layerPaneLayers.get();
@@ -302,15 +316,11 @@ void LayerStackEditing::confirmClearLayer(const UsdLayerInfo& layer) {
 void LayerStackEditing::confirmMergeLayerDown(const UsdLayerInfo& layer) {
   if (!passesGates())
     return;
+  if (const auto refusal = mergeDownRefusal(stageLayers(), layer)) {
+    context_.status.set(*refusal);
+    return;
+  }
   const std::optional<UsdLayerInfo> below = layerBelow(stageLayers(), layer.identifier);
-  if (!below) {
-    context_.status.set("No lower layer to merge into");
-    return;
-  }
-  if (!canMergeLayerDown(stageLayers(), layer)) {
-    context_.status.set("No editable layer below to merge into");
-    return;
-  }
   ask({.title = "Merge Layer Down?",
        .text = "Merge " + quoted(layer.name) + " down into " + quoted(below->name) + "? " +
                quoted(layer.name) +
@@ -324,12 +334,8 @@ void LayerStackEditing::confirmMergeLayerDown(const UsdLayerInfo& layer) {
 void LayerStackEditing::mergeLayerDown(const UsdLayerInfo& layer) {
   if (!passesGates())
     return;
-  if (!layerBelow(stageLayers(), layer.identifier)) {
-    context_.status.set("No lower layer to merge into");
-    return;
-  }
-  if (!canMergeLayerDown(stageLayers(), layer)) {
-    context_.status.set("No editable layer below to merge into");
+  if (const auto refusal = mergeDownRefusal(stageLayers(), layer)) {
+    context_.status.set(*refusal);
     return;
   }
   LayerAtomicOperation operation;

@@ -70,6 +70,19 @@ void showText(QLineEdit* field, const QString& text) {
   field->setModified(false);
 }
 
+// One field's value, or "Mixed" as its placeholder when the entities differ. Whether the text
+// shown does not parse for `kind`.
+bool showFieldValue(QLineEdit* field, const ShownPropertyValue& value, std::string_view kind) {
+  if (value.mixed()) {
+    showText(field, QString());
+    field->setPlaceholderText(kMixed);
+    return false;
+  }
+  field->setPlaceholderText(QString());
+  showText(field, qs(value.first()));
+  return !editor::valueIsValid(value.first(), kind);
+}
+
 // ---- Numbers
 
 class NumberEditor final : public PropertyEditor {
@@ -122,15 +135,7 @@ class NumberEditor final : public PropertyEditor {
     last_ = value;
     if (isBeingTyped(field_))
       return;
-    if (value.mixed()) {
-      showText(field_, QString());
-      field_->setPlaceholderText(kMixed);
-      setInvalid(false);
-      return;
-    }
-    field_->setPlaceholderText(QString());
-    showText(field_, qs(value.first()));
-    setInvalid(!editor::valueIsValid(value.first(), "number"));
+    setInvalid(showFieldValue(field_, value, "number"));
   }
 
   QString shownText() const override {
@@ -608,15 +613,7 @@ class TextEditor final : public PropertyEditor {
     last_ = value;
     if (isBeingTyped(field_))
       return;
-    if (value.mixed()) {
-      showText(field_, QString());
-      field_->setPlaceholderText(kMixed);
-      setInvalid(false);
-      return;
-    }
-    field_->setPlaceholderText(QString());
-    showText(field_, qs(value.first()));
-    setInvalid(!editor::valueIsValid(value.first(), property_.kind));
+    setInvalid(showFieldValue(field_, value, property_.kind));
   }
 
   QString shownText() const override {

@@ -9,6 +9,7 @@
 #include <sstream>
 
 #include "ScriptedHelperModelTest.h"
+#include "Support/StageBuilders.h"
 
 namespace orvan::editor {
 namespace {
@@ -21,32 +22,16 @@ using namespace std::chrono_literals;
 StageInspection gizmoStage() {
   StageInspection stage;
   stage.sceneUri = "/demo/scene.usda";
-  auto node = [](const std::string& path, const std::string& parent) {
-    UsdPrimNode each;
-    each.path = path;
-    each.name = path.substr(path.rfind('/') + 1);
-    each.parent = parent;
-    return each;
-  };
-  auto prim = [&](const std::string& path, const std::string& parent) {
-    UsdPrimDetail each;
-    each.path = path;
-    each.name = path.substr(path.rfind('/') + 1);
-    each.parent = parent;
-    each.entityPath = path;
-    stage.prims.push_back(each);
-    return &stage.prims.back();
-  };
-  UsdPrimNode world = node("/World", "/");
-  UsdPrimNode set = node("/World/Set", "/World");
-  set.children.push_back(node("/World/Set/Leg", "/World/Set"));
-  world.children = {node("/World/A", "/World"), node("/World/B", "/World"), set};
+  UsdPrimNode world = testing::makePrimNode("/World");
+  UsdPrimNode set = testing::makePrimNode("/World/Set");
+  set.children.push_back(testing::makePrimNode("/World/Set/Leg"));
+  world.children = {testing::makePrimNode("/World/A"), testing::makePrimNode("/World/B"), set};
   stage.rootPrims.push_back(world);
-  prim("/World", "/");
-  prim("/World/A", "/World");
-  prim("/World/B", "/World");
-  prim("/World/Set", "/World")->instanceable = true;
-  prim("/World/Set/Leg", "/World/Set")->instanceProxy = true;
+  testing::addPrimDetail(stage, "/World");
+  testing::addPrimDetail(stage, "/World/A");
+  testing::addPrimDetail(stage, "/World/B");
+  testing::addPrimDetail(stage, "/World/Set").instanceable = true;
+  testing::addPrimDetail(stage, "/World/Set/Leg").instanceProxy = true;
   return stage;
 }
 
